@@ -1,0 +1,114 @@
+#include "api/p72_container.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "asn1/cvel_a1_integer.h"
+#include "asn1/cvel_a1_size.h"
+#include "asn1/cvel_der.h"
+#include "asn1/cvel_string.h"
+
+namespace {
+
+constexpr uint32_t kDefaultVersion = 1;
+
+uint64_t sumOfSizes(const std::list<ZarvBytes>& pieces) {
+  uint64_t total = 0;
+  for (const ZarvBytes& piece : pieces) total += piece.size();
+  return total;
+}
+
+// Size of one AlgorithmIdentifier { OID, NULL } built from bare OID content octets.
+uint64_t algorithmIdentifierSize(const ZarvBytes& oidContent) {
+  return cvelTlvSize(cvelTlvSize(oidContent.size()) + sizeof(kDerNull));
+}
+
+// Detached encapsulated content info: SEQUENCE { content type }, with the content type taken as
+// zero-terminated text (only the bytes before a first 0x00 count).
+uint32_t buildDefaultContentInfo(P72Container& record) {
+  const unsigned char* type = kDerOidData;
+  size_t typeLength = sizeof(kDerOidData);
+  if (!record.contentType.empty()) {
+    type = record.contentType.data();
+    const void* zero = std::memchr(type, 0, record.contentType.size());
+    typeLength = zero == nullptr ? record.contentType.size()
+                                 : static_cast<size_t>(static_cast<const unsigned char*>(zero) - type);
+  }
+  ZarvBytes info(cvelTlvSize(typeLength));
+  CvelA1Writer w(info.data(), info.size());
+  w.header(kTagSequence, typeLength);
+  w.bytes(type, typeLength);
+  if (!w.complete()) return ZARV_E_NOT_STORED;
+  record.contentInfo.swap(info);
+  return ZARV_OK;
+}
+
+uint32_t buildDefaultVersion(P72Container& record) {
+  CvelA1Integer version(kDefaultVersion);
+  CvelString der;
+  uint32_t r = version.encode(der);
+  if (r != ZARV_OK) return r;
+  record.versionBytes.assign(der.data(), der.data() + der.length());
+  record.versionNumber = static_cast<int32_t>(kDefaultVersion);
+  return ZARV_OK;
+}
+
+void writePieces(CvelA1Writer& w, uint8_t tag, const std::list<ZarvBytes>& pieces, uint64_t contentLength) {
+  w.header(tag, contentLength);
+  for (const ZarvBytes& piece : pieces) w.bytes(piece.data(), piece.size());
+}
+
+}  // namespace
+
+uint32_t encodeP72Container(P72Container& record, std::vector<unsigned char>& out) {
+  if (record.contentInfo.empty()) {
+    uint32_t r = buildDefaultContentInfo(record);
+    if (r != ZARV_OK) return r;
+  }
+  // The version default runs before the checks below, so they never fire for a container built here.
+  if (record.versionNumber == 0) {
+    uint32_t r = buildDefaultVersion(record);
+    if (r != ZARV_OK) return r;
+  }
+  if (record.versionNumber == 0 && record.signerInfos.empty()) return ZARV_E_INCOMPLETE;
+  if (record.versionNumber == 0 && record.digestAlgorithms.empty()) return ZARV_E_INCOMPLETE;
+
+  // Sizes first, then one write into the host's vector.
+  const bool withCertificates = !record.certificates.empty();
+  const bool withCrls = record.versionNumber != 0 && !record.crls.empty();
+  const uint64_t certificatesLength = sumOfSizes(record.certificates);
+  const uint64_t crlsLength = sumOfSizes(record.crls);
+  const uint64_t signerInfosLength = sumOfSizes(record.signerInfos);
+  uint64_t digestsLength = 0;
+  for (const ZarvBytes& oid : record.digestAlgorithms) digestsLength += algorithmIdentifierSize(oid);
+
+  const uint64_t bodyLength = record.contentInfo.size() + (withCertificates ? cvelTlvSize(certificatesLength) : 0) +
+                              (withCrls ? cvelTlvSize(crlsLength) : 0) + cvelTlvSize(signerInfosLength);
+  const uint64_t signedDataLength = record.versionBytes.size() + cvelTlvSize(digestsLength) + bodyLength;
+  const uint64_t explicitLength = cvelTlvSize(signedDataLength);
+  const uint64_t contentInfoLength = sizeof(kDerOidSignedData) + cvelTlvSize(explicitLength);
+  const uint64_t total = cvelTlvSize(contentInfoLength);
+  if (total > out.max_size()) return ZARV_E_OUT_OF_MEMORY;
+
+  // What the vector held before is wiped first, so no earlier bytes survive in its storage.
+  std::fill(out.begin(), out.end(), 0);
+  out.resize(static_cast<size_t>(total));
+  CvelA1Writer w(out.data(), out.size());
+  w.header(kTagSequence, contentInfoLength);
+  w.bytes(kDerOidSignedData, sizeof(kDerOidSignedData));
+  w.header(kTagContext0, explicitLength);
+  w.header(kTagSequence, signedDataLength);
+  w.bytes(record.versionBytes.data(), record.versionBytes.size());
+  w.header(kTagSet, digestsLength);
+  for (const ZarvBytes& oid : record.digestAlgorithms) {
+    w.header(kTagSequence, cvelTlvSize(oid.size()) + sizeof(kDerNull));
+    w.header(kTagOid, oid.size());
+    w.bytes(oid.data(), oid.size());
+    w.bytes(kDerNull, sizeof(kDerNull));
+  }
+  w.bytes(record.contentInfo.data(), record.contentInfo.size());
+  if (withCertificates) writePieces(w, kTagContext0, record.certificates, certificatesLength);
+  if (withCrls) writePieces(w, kTagContext1, record.crls, crlsLength);
+  writePieces(w, kTagSet, record.signerInfos, signerInfosLength);
+  return w.complete() ? ZARV_OK : ZARV_E_NOT_STORED;
+}

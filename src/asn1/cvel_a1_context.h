@@ -1,0 +1,66 @@
+// CvelA1Context: the cursor with which every decoder walks the elements of a DER image held in a CvelString.
+// It never holds the string; every operation is given it. A child cursor over the element last read is made
+// with operator= on a fresh cursor.
+#ifndef KOLVARI_ASN1_CVEL_A1_CONTEXT_H
+#define KOLVARI_ASN1_CVEL_A1_CONTEXT_H
+
+#include <cstdint>
+
+#include "asn1/cvel_result.h"
+
+class CvelString;
+
+class CvelA1Context {
+ public:
+  // What next() returns besides a tag: the range is used up, or the element runs past the limit.
+  static constexpr int32_t kEnd = -1;
+  static constexpr int32_t kOverrun = -2;
+  static constexpr uint32_t kNoTag = 0xFFFFFFFFu;
+
+  CvelA1Context() = default;
+  CvelA1Context(const CvelA1Context&) = delete;
+  // Becomes a cursor over the parent's current element. The destination's previous header length is
+  // subtracted from the start it computes, so the destination should be fresh.
+  CvelA1Context& operator=(const CvelA1Context& parent);
+
+  // Reads the element at the position: its tag (non-negative), kEnd or kOverrun.
+  int32_t next(const CvelString& s);
+  // Reads the first child of the element last read.
+  int32_t descend(const CvelString& s);
+  // Copies of the whole element last read, or of its content.
+  CvelResult getElement(const CvelString& s, CvelString& out) const;
+  CvelResult getContent(const CvelString& s, CvelString& out) const;
+  // Back to the start of the range, as if nothing had been read.
+  void rewind();
+
+  uint32_t start() const { return start_; }
+  uint32_t position() const { return position_; }
+  uint32_t limit() const { return limit_; }
+  uint32_t tag() const { return tag_; }
+  uint32_t headerLength() const { return headerLength_; }
+  uint32_t contentOffset() const { return contentOffset_; }
+  uint32_t contentLength() const { return contentLength_; }
+  // Offset of the first byte of the element last read.
+  uint32_t elementOffset() const { return contentOffset_ - headerLength_; }
+  uint32_t elementLength() const { return headerLength_ + contentLength_; }
+  bool moreFollows() const { return moreFollows_; }
+  bool lenient() const { return lenient_; }
+  void setLenient(bool on) { lenient_ = on; }
+  void setPosition(uint32_t position) { position_ = position; }
+  void setLimit(uint32_t limit) { limit_ = limit; }
+  // True when the element last read lies wholly inside s (always so unless read leniently).
+  bool elementInside(const CvelString& s) const;
+
+ private:
+  uint32_t start_ = 0;
+  uint32_t position_ = 0;
+  uint32_t limit_ = 0;
+  uint32_t tag_ = 0;
+  uint32_t headerLength_ = 0;
+  uint32_t contentOffset_ = 0;
+  uint32_t contentLength_ = 0;
+  bool moreFollows_ = false;
+  bool lenient_ = false;
+};
+
+#endif  // KOLVARI_ASN1_CVEL_A1_CONTEXT_H

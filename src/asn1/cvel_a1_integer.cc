@@ -1,0 +1,92 @@
+#include "asn1/cvel_a1_integer.h"
+
+#include <cstdio>
+
+#include "asn1/cvel_a1_context.h"
+#include "asn1/cvel_a1_size.h"
+#include "asn1/cvel_a1_stream_cursor.h"
+#include "asn1/cvel_der.h"
+
+namespace {
+
+constexpr uint32_t kValueOctets = 4;
+// Five content octets with a leading zero still carry a 32-bit unsigned value.
+constexpr uint32_t kPaddedValueOctets = 5;
+
+uint32_t bigEndian(const unsigned char* p, uint32_t n) {
+  uint32_t v = 0;
+  for (uint32_t i = 0; i < n; ++i) v = v << 8 | p[i];
+  return v;
+}
+
+}  // namespace
+
+uint32_t CvelA1Integer::valueOctets() const {
+  if (value_ < 0x100u) return 1;
+  if (value_ < 0x10000u) return 2;
+  if (value_ < 0x1000000u) return 3;
+  return 4;
+}
+
+int64_t CvelA1Integer::encodedSize() const {
+  if (bytes_.isEmpty()) return 2 + valueOctets();
+  if (bytes_.length() > kMaxEncodedContent) return -1;
+  return static_cast<int64_t>(cvelTlvSize(bytes_.length()));
+}
+
+CvelResult CvelA1Integer::encode(CvelString& out) {
+  if (bytes_.isEmpty()) {
+    uint32_t n = valueOctets();
+    unsigned char content[kValueOctets];
+    for (uint32_t i = 0; i < n; ++i) content[i] = static_cast<unsigned char>(value_ >> (8 * (n - 1 - i)));
+    CvelResult r = wrap(content, n, kTagInteger, out);
+    if (r != kCvelOk) return r;
+    return bytes_.assign(content, n);
+  }
+  if (bytes_.length() > kMaxEncodedContent) return kCvelErrMalformed;
+  return wrap(bytes_, kTagInteger, out);
+}
+
+CvelResult CvelA1Integer::decode(const CvelString& s, const CvelA1Context* context) {
+  CvelA1Context child;
+  if (context != nullptr) child = *context;
+  if (child.next(s) != kTagInteger) return kCvelErrMalformed;
+  return decodeContent(s, child);
+}
+
+CvelResult CvelA1Integer::decodeContent(const CvelString& s, const CvelA1Context& context) {
+  CvelA1Context child;
+  child = context;
+  CvelString content;
+  CvelResult r = content.assign(s, &child);
+  if (r != kCvelOk) return r;
+  if (content.isEmpty()) {
+    std::printf("[TRACE] CvelA1Integer::decodeContent: empty INTEGER content\n");
+    return kCvelErrBadParameter;
+  }
+  uint32_t n = content.length();
+  if (n <= kValueOctets) {
+    value_ = bigEndian(content.data(), n);
+    bytes_.release();
+  } else {
+    if (n == kPaddedValueOctets && content.data()[0] == 0) value_ = bigEndian(content.data() + 1, kValueOctets);
+    bytes_.moveFrom(content);
+  }
+  return kCvelOk;
+}
+
+CvelResult CvelA1Integer::decode(CvelA1Input& in, const CvelA1StreamCursor& cursor) {
+  if (cursor.tag() != kTagInteger) return kCvelErrMalformed;
+  CvelString content;
+  CvelResult r = cursor.getContent(in, content);
+  if (r != kCvelOk) return r;
+  uint32_t n = content.length();
+  if (n >= 1 && n <= kValueOctets) {
+    value_ = bigEndian(content.data(), n);
+    bytes_.release();
+  } else {
+    value_ = 0;
+    bytes_.moveFrom(content);
+  }
+  return kCvelOk;
+}

@@ -1,0 +1,95 @@
+#include "asn1/cvel_a1_size.h"
+
+#include <cstring>
+
+#include "asn1/cvel_der.h"
+
+namespace {
+constexpr uint32_t kMaxLengthOctets = 8;
+}
+
+uint32_t cvelLengthOfLength(uint64_t n) {
+  if (n < kShortLengthLimit) return 1;
+  uint32_t octets = 1;
+  while (octets < kMaxLengthOctets && (n >> (8 * octets)) != 0) ++octets;
+  return 1 + octets;
+}
+
+uint32_t cvelWriteLength(uint64_t n, unsigned char* dst) {
+  uint32_t total = cvelLengthOfLength(n);
+  if (total == 1) {
+    dst[0] = static_cast<unsigned char>(n);
+    return 1;
+  }
+  uint32_t octets = total - 1;
+  dst[0] = static_cast<unsigned char>(kLengthLongForm | octets);
+  for (uint32_t i = 0; i < octets; ++i) dst[1 + i] = static_cast<unsigned char>(n >> (8 * (octets - 1 - i)));
+  return total;
+}
+
+CvelResult encodeLength(uint64_t n, CvelString& out) {
+  CvelResult r = out.allocate(cvelLengthOfLength(n));
+  if (r != kCvelOk) return r;
+  cvelWriteLength(n, out.data());
+  return kCvelOk;
+}
+
+CvelResult CvelA1Size::encodeLength(CvelString& out) const {
+  if (size_ >= 0) return ::encodeLength(static_cast<uint64_t>(size_), out);
+  CvelResult r = out.allocate(1);
+  if (r != kCvelOk) return r;
+  out.data()[0] = static_cast<unsigned char>(size_ & 0x7F);
+  return kCvelOk;
+}
+
+CvelResult wrap(const CvelString& content, uint8_t tag, CvelString& out) {
+  if (&content == &out) {
+    CvelString copy;
+    CvelResult r = copy.assign(content);
+    if (r != kCvelOk) return r;
+    return wrap(copy.data(), copy.length(), tag, out);
+  }
+  return wrap(content.data(), content.length(), tag, out);
+}
+
+CvelResult wrap(const void* bytes, uint32_t n, uint8_t tag, CvelString& out) {
+  const bool bitString = tag == kTagBitString;
+  uint64_t contentLength = static_cast<uint64_t>(n) + (bitString ? 1 : 0);
+  uint64_t total = cvelTlvSize(contentLength);
+  if (total >= CvelString::kViewCapacity - 1) return kCvelErrNoMemory;
+  CvelString result;
+  CvelResult r = result.allocate(static_cast<uint32_t>(total));
+  if (r != kCvelOk) {
+    out.release();
+    return r;
+  }
+  CvelA1Writer w(result);
+  w.header(tag, contentLength);
+  if (bitString) w.byte(0);  // no unused bits: content is whole octets
+  if (n != 0) w.bytes(bytes, n);
+  if (!w.complete()) return kCvelErrMalformed;
+  out.moveFrom(result);
+  return kCvelOk;
+}
+
+void CvelA1Writer::header(uint8_t tag, uint64_t contentLength) {
+  unsigned char buffer[1 + 1 + kMaxLengthOctets];
+  buffer[0] = tag;
+  uint32_t n = 1 + cvelWriteLength(contentLength, buffer + 1);
+  bytes(buffer, n);
+}
+
+void CvelA1Writer::bytes(const void* src, uint64_t n) {
+  if (!ok_ || n > left_) {
+    ok_ = false;
+    return;
+  }
+  if (n == 0) return;
+  if (src == nullptr) {
+    ok_ = false;
+    return;
+  }
+  std::memcpy(at_, src, n);
+  at_ += n;
+  left_ -= n;
+}

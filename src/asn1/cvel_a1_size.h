@@ -1,0 +1,73 @@
+// DER sizes and the size-first encoding rules: length octets, tag-length-value sizes, wrap, and a writer
+// that fills a buffer allocated once at its final size.
+#ifndef KOLVARI_ASN1_CVEL_A1_SIZE_H
+#define KOLVARI_ASN1_CVEL_A1_SIZE_H
+
+#include <cstdint>
+
+#include "asn1/cvel_non_copy_object.h"
+#include "asn1/cvel_result.h"
+#include "asn1/cvel_string.h"
+
+// Number of DER length octets for a content of n bytes (1 to 9).
+uint32_t cvelLengthOfLength(uint64_t n);
+// Size of a whole element with one tag octet and a content of n bytes.
+inline uint64_t cvelTlvSize(uint64_t n) { return 1 + cvelLengthOfLength(n) + n; }
+// Writes the length octets of n at dst (room for cvelLengthOfLength(n) bytes); returns their number.
+uint32_t cvelWriteLength(uint64_t n, unsigned char* dst);
+
+// out receives the length octets of n, allocated to exactly their size.
+CvelResult encodeLength(uint64_t n, CvelString& out);
+// out receives tag, length octets and content. Tag 3 (BIT STRING) puts a zero unused-bits octet in front.
+CvelResult wrap(const CvelString& content, uint8_t tag, CvelString& out);
+CvelResult wrap(const void* bytes, uint32_t n, uint8_t tag, CvelString& out);
+
+// The size of a content being computed; negative when unknown or failed, and every sum with it stays so.
+class CvelA1Size : public CvelNonCopyObject {
+ public:
+  CvelA1Size() = default;
+  explicit CvelA1Size(int64_t size) : size_(size) {}
+
+  CvelResult setFromString(const CvelString& s) {
+    size_ = s.length();
+    return kCvelOk;
+  }
+  int64_t size() const { return size_; }
+  void set(int64_t size) { size_ = size; }
+  bool known() const { return size_ >= 0; }
+  // Adds the size of a member; a negative member makes the whole size negative.
+  void add(int64_t member) { size_ = (size_ < 0 || member < 0) ? -1 : size_ + member; }
+  // Adds the size of a whole element with a content of `member` bytes.
+  void addElement(int64_t member) { add(member < 0 ? -1 : static_cast<int64_t>(cvelTlvSize(static_cast<uint64_t>(member)))); }
+
+  // A negative size counts as a short length (one octet, its low seven bits).
+  uint32_t lengthOfLength() const { return size_ < 0 ? 1 : cvelLengthOfLength(static_cast<uint64_t>(size_)); }
+  CvelResult encodeLength(CvelString& out) const;
+
+ private:
+  int64_t size_ = 0;
+};
+
+// Fills a buffer whose final size was computed beforehand. Every write is checked against what is left;
+// a write that does not fit marks the writer failed and writes nothing.
+class CvelA1Writer {
+ public:
+  CvelA1Writer(unsigned char* dst, uint64_t room) : at_(dst), left_(room) {}
+  explicit CvelA1Writer(CvelString& target) : at_(target.data()), left_(target.length()) {}
+
+  void header(uint8_t tag, uint64_t contentLength);
+  void bytes(const void* src, uint64_t n);
+  void bytes(const CvelString& s) { bytes(s.data(), s.length()); }
+  void byte(uint8_t b) { bytes(&b, 1); }
+
+  bool ok() const { return ok_; }
+  // True when the buffer was filled exactly.
+  bool complete() const { return ok_ && left_ == 0; }
+
+ private:
+  unsigned char* at_;
+  uint64_t left_;
+  bool ok_ = true;
+};
+
+#endif  // KOLVARI_ASN1_CVEL_A1_SIZE_H

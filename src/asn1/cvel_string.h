@@ -1,0 +1,96 @@
+// CvelString: the library's one byte-string and text type. It owns a C-heap buffer that always carries a
+// terminating zero behind its content, or, as a view, looks at bytes owned by another string.
+#ifndef KOLVARI_ASN1_CVEL_STRING_H
+#define KOLVARI_ASN1_CVEL_STRING_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "asn1/cvel_result.h"
+
+class CvelA1Context;
+
+class CvelString {
+ public:
+  // Capacity value marking a view: the bytes belong to someone else and are never freed or written.
+  static constexpr uint32_t kViewCapacity = 0xFFFFFFFFu;
+
+  CvelString() = default;
+  ~CvelString() { release(); }
+  CvelString(const CvelString&) = delete;  // copies are explicit, through assign
+  CvelString& operator=(const CvelString&) = delete;
+  CvelString(CvelString&& other) noexcept { moveFrom(other); }
+  CvelString& operator=(CvelString&& other) noexcept {
+    moveFrom(other);
+    return *this;
+  }
+
+  // Construction, release, transfer.
+  void release();
+  void clear();  // forgets the fields without freeing: only for fresh strings or views
+  void moveFrom(CvelString& other);
+  CvelResult assign(const CvelString& other);
+  CvelResult assign(const char* text);
+  CvelResult assign(const void* bytes, uint32_t n);
+  // Copies the content of the element last read by `element` inside `source`; null copies all of source.
+  CvelResult assign(const CvelString& source, const CvelA1Context* element);
+  // Views the content of the element last read by `element` inside `source`; null views all of source.
+  CvelResult setView(const CvelString& source, const CvelA1Context* element);
+  CvelResult setView(const CvelString& source, uint32_t offset, uint32_t count);
+  // Views bytes owned outside the library's strings (a host's buffer), which must outlive the view.
+  CvelResult setView(const void* bytes, size_t count);
+
+  // Size and content.
+  CvelResult allocate(uint32_t n);
+  void truncate(uint32_t n);
+  CvelResult append(const void* bytes, uint32_t n);
+  CvelResult append(const CvelString& source, const CvelA1Context* element);
+  void append(const CvelString& other);
+  void append(const char* text);
+  void appendChar(char c);
+
+  uint32_t length() const { return length_; }
+  uint32_t capacity() const { return capacity_; }
+  bool isView() const { return capacity_ == kViewCapacity; }
+  bool isEmpty() const { return length_ == 0; }
+  const unsigned char* data() const { return length_ == 0 ? nullptr : data_; }
+  unsigned char* data() { return length_ == 0 ? nullptr : data_; }
+  const unsigned char* at(uint32_t i) const { return i < length_ ? data_ + i : nullptr; }
+  // The content as text; an empty string gives "". Owned strings are zero-terminated, views are not.
+  const char* c_str() const { return length_ == 0 ? "" : reinterpret_cast<const char*>(data_); }
+
+  // Comparison and search.
+  bool equals(const CvelString& other) const { return equals(other.data_, other.length_); }
+  bool equals(const void* bytes, uint32_t n) const;
+  int compare(const void* bytes, uint32_t n) const;
+  int compareNoCase(const void* bytes, uint32_t n) const;
+  bool startsWithNoCase(const char* text) const;
+  bool endsWithNoCase(const char* text) const;
+  int32_t find(const char* text, uint32_t from) const;
+  int32_t find(const void* bytes, uint32_t n, int32_t from, bool ignoreCase) const;
+  int32_t findLast(char c) const;
+
+  // In-place editing.
+  void toLower();
+  void trimRight();
+  void subString(CvelString& dest, uint32_t from, uint32_t count) const;
+  void subString(CvelString& dest, uint32_t from) const;
+  CvelResult fromNumber(uint64_t value, uint32_t width);
+  // Decodes base64 text; line breaks are first removed from `source` itself.
+  void base64Decode(CvelString& source);
+  // Upper-case hexadecimal text of the content.
+  std::string toHex() const;
+
+ private:
+  // Makes a view into an owned copy so that it may be written; false when the heap is exhausted.
+  bool ownContent();
+  // Grows an owned buffer to hold `extra` more bytes plus the terminator, keeping the content.
+  bool reserveMore(uint32_t extra);
+
+  uint32_t length_ = 0;
+  unsigned char* data_ = nullptr;
+  uint32_t capacity_ = 0;
+};
+
+#endif  // KOLVARI_ASN1_CVEL_STRING_H

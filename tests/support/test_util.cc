@@ -1,0 +1,69 @@
+#include "support/test_util.h"
+
+#include <cctype>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <sys/wait.h>
+
+namespace testutil {
+
+Bytes hex(const std::string& text) {
+  Bytes out;
+  int high = -1;
+  for (char c : text) {
+    if (!std::isxdigit(static_cast<unsigned char>(c))) continue;
+    int v = std::isdigit(static_cast<unsigned char>(c)) ? c - '0' : (std::tolower(static_cast<unsigned char>(c)) - 'a' + 10);
+    if (high < 0) {
+      high = v;
+    } else {
+      out.push_back(static_cast<unsigned char>(high << 4 | v));
+      high = -1;
+    }
+  }
+  return out;
+}
+
+std::string toHex(const Bytes& bytes) {
+  static const char kDigits[] = "0123456789ABCDEF";
+  std::string s;
+  for (unsigned char b : bytes) {
+    s.push_back(kDigits[b >> 4]);
+    s.push_back(kDigits[b & 15]);
+  }
+  return s;
+}
+
+std::string toHex(const CvelString& s) { return toHex(toBytes(s)); }
+
+void assignHex(CvelString& out, const std::string& text) {
+  Bytes b = hex(text);
+  out.assign(b.data(), static_cast<uint32_t>(b.size()));
+}
+
+Bytes toBytes(const CvelString& s) {
+  if (s.isEmpty()) return {};
+  return Bytes(s.data(), s.data() + s.length());
+}
+
+std::string dataPath(const std::string& name) { return std::string(KOLVARI_TEST_DATA) + "/" + name; }
+
+Bytes readFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) return {};
+  return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+int run(const std::string& command, std::string* output) {
+  FILE* pipe = popen(command.c_str(), "r");
+  if (pipe == nullptr) return -1;
+  char buffer[4096];
+  size_t n;
+  while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) {
+    if (output != nullptr) output->append(buffer, n);
+  }
+  int status = pclose(pipe);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+}  // namespace testutil

@@ -1,0 +1,32 @@
+// Helpers shared by the unit tests: bytes from hex text, files from the test data folder.
+#ifndef KOLVARI_TESTS_SUPPORT_TEST_UTIL_H
+#define KOLVARI_TESTS_SUPPORT_TEST_UTIL_H
+
+#include <string>
+#include <vector>
+
+#include "asn1/cvel_string.h"
+
+namespace testutil {
+
+using Bytes = std::vector<unsigned char>;
+
+// "30 03 02 01 05" or "3003020105" to bytes; anything but hex digits is skipped.
+Bytes hex(const std::string& text);
+// Upper-case hex of bytes, without spaces.
+std::string toHex(const Bytes& bytes);
+std::string toHex(const CvelString& s);
+// An owned CvelString holding the bytes of hex text.
+void assignHex(CvelString& out, const std::string& text);
+Bytes toBytes(const CvelString& s);
+
+// Path of a file under tests/data.
+std::string dataPath(const std::string& name);
+// Whole file; an empty vector when it cannot be read.
+Bytes readFile(const std::string& path);
+// Runs a shell command, returning its exit status and (optionally) its standard output.
+int run(const std::string& command, std::string* output = nullptr);
+
+}  // namespace testutil
+
+#endif  // KOLVARI_TESTS_SUPPORT_TEST_UTIL_H
