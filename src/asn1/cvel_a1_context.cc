@@ -29,6 +29,18 @@ CvelA1Context& CvelA1Context::operator=(const CvelA1Context& parent) {
   return *this;
 }
 
+void CvelA1Context::copyState(const CvelA1Context& other) {
+  start_ = other.start_;
+  position_ = other.position_;
+  limit_ = other.limit_;
+  tag_ = other.tag_;
+  headerLength_ = other.headerLength_;
+  contentOffset_ = other.contentOffset_;
+  contentLength_ = other.contentLength_;
+  moreFollows_ = other.moreFollows_;
+  lenient_ = other.lenient_;
+}
+
 int32_t CvelA1Context::next(const CvelString& s) {
   tag_ = kNoTag;
   const uint32_t size = s.length();

@@ -23,6 +23,9 @@ class CvelA1Context {
   // subtracted from the start it computes, so the destination should be fresh.
   CvelA1Context& operator=(const CvelA1Context& parent);
 
+  // An exact copy of another cursor, position and element included (operator= makes a child instead).
+  void copyState(const CvelA1Context& other);
+
   // Reads the element at the position: its tag (non-negative), kEnd or kOverrun.
   int32_t next(const CvelString& s);
   // Reads the first child of the element last read.

@@ -1,0 +1,374 @@
+#include "asn1/cvel_oid.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+#include <vector>
+
+#include "asn1/cvel_a1_size.h"
+#include "asn1/cvel_der.h"
+
+namespace {
+
+// Arcs are written in base 128 from these bit positions down; zero groups are skipped.
+constexpr int kGroupShifts[] = {28, 21, 14, 7, 0};
+constexpr uint32_t kGroupMask = 0x7F;
+constexpr uint8_t kMoreOctets = 0x80;
+constexpr uint32_t kFirstArcFactor = 40;
+constexpr uint32_t kMaxArcOctets = 5;
+
+// The converter's first-arc state, shared by every conversion in the process.
+struct FirstArcState {
+  uint32_t held = 0;
+  bool set = false;
+};
+FirstArcState gFirstArc;
+
+struct RegistryRow {
+  int32_t kind;
+  const char* dotted;
+};
+
+constexpr RegistryRow kRegistry[] = {
+    {1001, "2.5.4.3"},
+    {1002, "2.5.4.4"},
+    {1003, "2.5.4.42"},
+    {1004, "2.5.4.5"},
+    {1005, "2.5.4.12"},
+    {1006, "2.5.4.10"},
+    {1007, "2.5.4.11"},
+    {1008, "2.5.4.15"},
+    {1009, "2.5.4.9"},
+    {1010, "2.5.4.17"},
+    {1011, "2.5.4.7"},
+    {1012, "2.5.4.8"},
+    {1013, "2.5.4.6"},
+    {1014, "2.5.4.46"},
+    {1015, "2.5.4.43"},
+    {1016, "2.5.4.44"},
+    {1017, "1.2.840.113549.1.9.1"},
+    {1018, "0.9.2342.19200300.100.1.25"},
+    {1019, "2.5.4.16"},
+    {1020, "2.5.4.65"},
+    {1021, "1.3.6.1.5.5.7.9.1"},
+    {1022, "1.3.6.1.5.5.7.9.2"},
+    {1023, "1.3.6.1.5.5.7.9.3"},
+    {1025, "1.3.6.1.5.5.7.9.5"},
+    {1026, "1.3.36.8.1.1"},
+    {1027, "1.3.36.8.3.1"},
+    {1028, "1.3.36.8.3.2"},
+    {1029, "1.3.36.8.3.3"},
+    {1030, "1.3.36.8.3.4"},
+    {1031, "1.3.36.8.3.5"},
+    {1032, "1.3.36.8.3.6"},
+    {1033, "1.3.36.8.3.7"},
+    {1034, "1.3.36.8.3.8"},
+    {1035, "1.3.36.8.3.9"},
+    {1036, "1.3.36.8.3.10"},
+    {1037, "1.3.36.8.3.11"},
+    {1038, "1.3.36.8.3.12"},
+    {1039, "1.3.36.8.3.13"},
+    {1040, "1.3.36.8.3.14"},
+    {1041, "2.5.4.58"},
+    {1042, "1.3.36.8.3.15"},
+    {1043, "2.5.4.36"},
+    {1044, "2.5.4.37"},
+    {1045, "1.2.840.113549.1.9.16.2.12"},
+    {1201, "1.3.36.3.3.1.2"},
+    {1202, "1.2.840.113549.1.1.5"},
+    {1203, "1.2.840.113549.1.1.2"},
+    {1204, "1.2.840.113549.1.1.3"},
+    {1205, "1.2.840.113549.1.1.4"},
+    {1209, "1.2.840.113549.1.1.11"},
+    {1210, "1.2.840.113549.1.1.12"},
+    {1211, "1.3.36.3.2.1"},
+    {1212, "1.3.14.3.2.26"},
+    {1213, "1.2.840.113549.2.2"},
+    {1215, "1.2.840.113549.2.5"},
+    {1216, "2.16.840.1.101.3.4.2.1"},
+    {1217, "2.16.840.1.101.3.4.2.2"},
+    {1218, "2.16.840.1.101.3.4.2.3"},
+    {1229, "1.2.840.113549.1.1.13"},
+    {1232, "1.2.840.10045.4.1"},
+    {1233, "1.2.840.10045.2.1"},
+    {1246, "2.16.840.1.101.3.4.2.4"},
+    {1450, "1.2.840.113549.1.1.1"},
+    {1451, "1.2.840.113549.3.2"},
+    {1452, "1.2.840.113549.3.7"},
+    {1453, "1.3.36.3.1.11"},
+    {1454, "2.16.840.1.101.3.4.1.1"},
+    {1455, "2.16.840.1.101.3.4.1.2"},
+    {1456, "2.16.840.1.101.3.4.1.3"},
+    {1457, "2.16.840.1.101.3.4.1.4"},
+    {1458, "2.16.840.1.101.3.4.1.21"},
+    {1459, "2.16.840.1.101.3.4.1.22"},
+    {1460, "2.16.840.1.101.3.4.1.23"},
+    {1461, "2.16.840.1.101.3.4.1.24"},
+    {1462, "2.16.840.1.101.3.4.1.41"},
+    {1463, "2.16.840.1.101.3.4.1.42"},
+    {1464, "2.16.840.1.101.3.4.1.43"},
+    {1465, "2.16.840.1.101.3.4.1.44"},
+    {1466, "1.3.6.1.4.1.11591.13.2.1"},
+    {1467, "1.3.6.1.4.1.11591.13.2.2"},
+    {1468, "1.3.6.1.4.1.11591.13.2.3"},
+    {1469, "1.3.6.1.4.1.11591.13.2.4"},
+    {1470, "1.3.6.1.4.1.11591.13.2.21"},
+    {1471, "1.3.6.1.4.1.11591.13.2.22"},
+    {1472, "1.3.6.1.4.1.11591.13.2.23"},
+    {1473, "1.3.6.1.4.1.11591.13.2.24"},
+    {1474, "1.3.6.1.4.1.11591.13.2.41"},
+    {1475, "1.3.6.1.4.1.11591.13.2.42"},
+    {1476, "1.3.6.1.4.1.11591.13.2.43"},
+    {1477, "1.3.6.1.4.1.11591.13.2.44"},
+    {2009, "2.5.29.9"},
+    {2014, "2.5.29.14"},
+    {2015, "2.5.29.15"},
+    {2016, "2.5.29.16"},
+    {2017, "2.5.29.17"},
+    {2018, "2.5.29.18"},
+    {2019, "2.5.29.19"},
+    {2020, "2.5.29.20"},
+    {2021, "2.5.29.21"},
+    {2023, "2.5.29.23"},
+    {2027, "2.5.29.27"},
+    {2028, "2.5.29.28"},
+    {2029, "2.5.29.29"},
+    {2030, "2.5.29.30"},
+    {2031, "2.5.29.31"},
+    {2032, "2.5.29.32"},
+    {2033, "2.5.29.33"},
+    {2035, "2.5.29.35"},
+    {2036, "2.5.29.36"},
+    {2037, "2.5.29.37"},
+    {3001, "1.3.6.1.4.1.311.20.2"},
+    {3002, "1.3.6.1.4.1.311.10.3.4"},
+    {3003, "1.3.6.1.4.1.311.10.3.4.1"},
+    {3004, "1.3.6.1.4.1.311.20.2.1"},
+    {3005, "1.3.6.1.4.1.311.20.2.2"},
+    {3006, "1.3.6.1.4.1.311.20.2.3"},
+    {3008, "1.3.6.1.4.1.311.21.4"},
+    {3009, "1.3.6.1.4.1.311.10.3.1"},
+    {3010, "1.3.6.1.4.1.311.10.3.2"},
+    {3011, "1.3.6.1.4.1.311.10.3.9"},
+    {3012, "1.3.6.1.4.1.311.10.3.12"},
+    {3902, "1.3.6.1.5.5.7.1.2"},
+    {3903, "1.3.6.1.5.5.7.1.3"},
+    {4001, "1.3.6.1.5.5.7.3.1"},
+    {4002, "1.3.6.1.5.5.7.3.2"},
+    {4003, "1.3.6.1.5.5.7.3.3"},
+    {4004, "1.3.6.1.5.5.7.3.4"},
+    {4008, "1.3.6.1.5.5.7.3.8"},
+    {4009, "1.3.6.1.5.5.7.3.9"},
+    {4010, "1.3.6.1.5.5.7.1.1"},
+    {4011, "1.3.6.1.5.5.7.48.1"},
+    {4012, "1.3.6.1.5.5.7.48.1.1"},
+    {4013, "1.3.6.1.5.5.7.48.1.6"},
+    {4014, "1.3.6.1.4.1.5472.1.3"},
+    {4015, "1.3.6.1.4.1.5472.1.2"},
+    {5001, "0.2.262.1.10.7.20"},
+    {5002, "0.2.262.1.10.12.0"},
+    {5003, "0.2.262.1.10.3.0"},
+    {6001, "0.4.0.1862.1.1"},
+    {6002, "0.4.0.1862.1.2"},
+    {7001, "1.2.840.113549.1.9.16.2.14"},
+    {7002, "1.2.840.113549.1.9.3"},
+    {7003, "1.2.840.113549.1.7.1"},
+    {7004, "1.2.840.113549.1.7.2"},
+    {7005, "1.2.840.113549.1.7.3"},
+    {7100, "1.2.840.113549.1.9.5"},
+    {7101, "1.2.840.113549.1.9.4"},
+    {7102, "1.2.840.113549.1.9.16.2.24"},
+    {10001, "1.3.6.1.4.1.47731.1"},
+};
+static_assert(sizeof(kRegistry) / sizeof(kRegistry[0]) == kOidRegistrySize);
+
+// Appends one arc in standard base 128 (no group skipped); used to build the registry's DER.
+void appendArc(std::string& out, uint64_t value) {
+  unsigned char octets[10];
+  int n = 0;
+  do {
+    octets[n++] = static_cast<unsigned char>(value & kGroupMask);
+    value >>= 7;
+  } while (value != 0);
+  while (n > 1) out.push_back(static_cast<char>(octets[--n] | kMoreOctets));
+  out.push_back(static_cast<char>(octets[0]));
+}
+
+std::string registryDer(const char* dotted) {
+  std::string content;
+  const char* p = dotted;
+  char* end = nullptr;
+  uint64_t first = std::strtoull(p, &end, 10);
+  p = end + 1;
+  uint64_t second = std::strtoull(p, &end, 10);
+  appendArc(content, first * kFirstArcFactor + second);
+  while (*end == '.') {
+    p = end + 1;
+    appendArc(content, std::strtoull(p, &end, 10));
+  }
+  std::string der;
+  der.push_back(static_cast<char>(kTagOid));
+  der.push_back(static_cast<char>(content.size()));
+  return der + content;
+}
+
+struct RegistryIndex {
+  struct Entry {
+    std::string der;
+    int32_t kind;
+    const char* dotted;
+  };
+  std::vector<Entry> byDer;
+  RegistryIndex() {
+    for (const RegistryRow& row : kRegistry) byDer.push_back({registryDer(row.dotted), row.kind, row.dotted});
+    std::sort(byDer.begin(), byDer.end(), [](const Entry& a, const Entry& b) { return a.der < b.der; });
+  }
+};
+
+const RegistryIndex& registry() {
+  static const RegistryIndex index;
+  return index;
+}
+
+// One arc as the converter writes it: five 7-bit groups from the top, a zero group left out.
+uint32_t writeConverterArc(uint32_t value, unsigned char* out) {
+  uint32_t n = 0;
+  if (value == 0) {
+    out[n++] = 0;
+    return n;
+  }
+  for (int shift : kGroupShifts) {
+    uint32_t group = (value >> shift) & kGroupMask;
+    if (group != 0) out[n++] = static_cast<unsigned char>(group | kMoreOctets);
+  }
+  out[n - 1] &= static_cast<unsigned char>(kGroupMask);
+  return n;
+}
+
+}  // namespace
+
+CvelResult fromDotted(const char* text, CvelString& out, int withTag) {
+  if (text == nullptr) return 0;
+  std::string content;
+  bool firstPiece = true;
+  bool secondPiece = false;
+  const char* piece = text;
+  while (true) {
+    const char* dot = std::strchr(piece, '.');
+    std::string part = dot == nullptr ? std::string(piece) : std::string(piece, static_cast<size_t>(dot - piece));
+    // Text that is not a number reads as 0, as the C library's conversion does.
+    // Arithmetic wraps at 32 bits, as the arcs are written from a 32-bit value.
+    uint32_t value = static_cast<uint32_t>(std::strtol(part.c_str(), nullptr, 10));
+    if (firstPiece) {
+      gFirstArc.held = value * kFirstArcFactor;
+      gFirstArc.set = true;
+      firstPiece = false;
+      secondPiece = true;
+    } else {
+      if (secondPiece && gFirstArc.set) {
+        value += gFirstArc.held;
+        gFirstArc.set = false;
+      }
+      secondPiece = false;
+      unsigned char octets[kMaxArcOctets];
+      uint32_t n = writeConverterArc(value, octets);
+      content.append(reinterpret_cast<const char*>(octets), n);
+    }
+    if (dot == nullptr) break;
+    piece = dot + 1;
+  }
+  if (content.empty()) return 0;
+  if (content.size() > CvelString::kViewCapacity - 16) return kCvelErrNoMemory;
+  if (withTag == 1) return wrap(content.data(), static_cast<uint32_t>(content.size()), kTagOid, out);
+  return out.assign(content.data(), static_cast<uint32_t>(content.size()));
+}
+
+int32_t kindOf(const CvelString& der) { return kindOf(der.data(), der.length()); }
+
+int32_t kindOf(const void* der, uint32_t n) {
+  if (der == nullptr || n == 0) return 0;
+  const unsigned char* p = static_cast<const unsigned char*>(der);
+  if (p[0] != kTagOid || n < 2) return kOidUnknown;
+  uint32_t length = p[1];
+  if (length > n + 2 || length + 2 > n) return kOidUnknown;
+  std::string_view element(reinterpret_cast<const char*>(p), length + 2);
+  const auto& rows = registry().byDer;
+  auto it = std::lower_bound(rows.begin(), rows.end(), element,
+                             [](const RegistryIndex::Entry& e, std::string_view key) { return e.der < key; });
+  if (it == rows.end() || it->der != element) return kOidUnknown;
+  return it->kind;
+}
+
+const char* dottedOfKind(int32_t kind) {
+  for (const RegistryRow& row : kRegistry) {
+    if (row.kind == kind) return row.dotted;
+  }
+  return nullptr;
+}
+
+bool toDotted(const CvelString& der, std::string& text) { return toDotted(der.data(), der.length(), text); }
+
+bool toDotted(const void* der, uint32_t n, std::string& text) {
+  text.clear();
+  if (der == nullptr || n == 0) return false;
+  const unsigned char* p = static_cast<const unsigned char*>(der);
+  if (p[0] == kTagOid) {
+    // A whole element: take the content it announces, within what is there.
+    if (n < 2 || p[1] >= kShortLengthLimit || p[1] + 2u > n) return false;
+    n = p[1];
+    p += 2;
+    if (n == 0) return false;
+  }
+  bool first = true;
+  uint64_t value = 0;
+  uint32_t octetsInArc = 0;
+  for (uint32_t i = 0; i < n; ++i) {
+    // An arc may not start with 0x80 nor exceed 64 bits.
+    if ((octetsInArc == 0 && p[i] == kMoreOctets) || octetsInArc == 9) return false;
+    value = value << 7 | (p[i] & kGroupMask);
+    ++octetsInArc;
+    if ((p[i] & kMoreOctets) != 0) continue;
+    if (first) {
+      uint64_t top = value < kFirstArcFactor ? 0 : (value < 2 * kFirstArcFactor ? 1 : 2);
+      text += std::to_string(top) + "." + std::to_string(value - top * kFirstArcFactor);
+      first = false;
+    } else {
+      text += "." + std::to_string(value);
+    }
+    value = 0;
+    octetsInArc = 0;
+  }
+  return octetsInArc == 0;
+}
+
+int32_t CvelOIDs::indexOf(const char* text) const {
+  if (text == nullptr) return -1;
+  CvelString der;
+  if (fromDotted(text, der, 1) != kCvelOk) return -1;
+  for (uint32_t i = 0; i < size(); ++i) {
+    CvelOID* oid = nullptr;
+    if (get(i, oid) == kCvelOk && oid != nullptr && oid->equals(der)) return static_cast<int32_t>(i);
+  }
+  return -1;
+}
+
+CvelResult CvelOIDs::add(const char* text) {
+  if (text == nullptr) return kCvelErrBadParameter;
+  CvelString der;
+  if (fromDotted(text, der, 1) != kCvelOk) return kCvelErrMalformed;
+  return addDer(der);
+}
+
+CvelResult CvelOIDs::addDer(const CvelString& der) {
+  for (uint32_t i = 0; i < size(); ++i) {
+    CvelOID* oid = nullptr;
+    if (get(i, oid) == kCvelOk && oid != nullptr && oid->equals(der)) return 0;
+  }
+  CvelOID* copy = new CvelOID();
+  if (copy->assign(der) != kCvelOk) {
+    delete copy;
+    return kCvelErrMalformed;
+  }
+  return add(copy);
+}

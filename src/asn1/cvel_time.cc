@@ -1,0 +1,150 @@
+#include "asn1/cvel_time.h"
+
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+#include "asn1/cvel_a1_context.h"
+#include "asn1/cvel_der.h"
+
+namespace {
+
+constexpr uint32_t kFullDigits = 14;       // YYYYMMDDhhmmss
+constexpr uint32_t kMinShortDigits = 3;    // fewest digits read as a two-digit-year form
+constexpr uint32_t kMaxShortDigits = 13;
+constexpr uint32_t kOffsetLength = 5;      // +hhmm
+constexpr uint32_t kOffsetMinText = 6;
+constexpr char kCenturyBreak = '5';        // two-digit years from 50 on are 19xx
+constexpr uint32_t kTextBuffer = 32;
+
+int32_t digitsValue(const char* p, int n) {
+  int32_t v = 0;
+  for (int i = 0; i < n; ++i) v = v * 10 + (p[i] - '0');
+  return v;
+}
+
+}  // namespace
+
+CvelTime::CvelTime(int32_t second, int32_t minute, int32_t hour, int32_t day, int32_t month, int32_t year,
+                   int32_t extra1, int32_t extra2, int32_t extra3, int32_t extra4, int32_t extra5)
+    : second_(second),
+      minute_(minute),
+      hour_(hour),
+      day_(day),
+      month_(month),
+      year_(year),
+      extra_{extra1, extra2, extra3, extra4, extra5},
+      state_(kValid) {}
+
+void CvelTime::clearFields() {
+  second_ = minute_ = hour_ = day_ = month_ = year_ = 0;
+  std::memset(extra_, 0, sizeof extra_);
+}
+
+void CvelTime::copyFrom(const CvelTime& other) {
+  if (&other == this) return;
+  second_ = other.second_;
+  minute_ = other.minute_;
+  hour_ = other.hour_;
+  day_ = other.day_;
+  month_ = other.month_;
+  year_ = other.year_;
+  std::memcpy(extra_, other.extra_, sizeof extra_);
+  state_ = other.state_;
+}
+
+CvelResult CvelTime::parse(const CvelString& text) { return parse(text.data(), text.length()); }
+
+CvelResult CvelTime::parse(const char* text) {
+  if (text == nullptr) return kCvelErrBadParameter;
+  return parse(text, static_cast<uint32_t>(std::strlen(text)));
+}
+
+CvelResult CvelTime::parse(const void* text, uint32_t n) {
+  state_ = kParsing;
+  clearFields();
+  if (n == 0) return 0;
+  if (text == nullptr) return kCvelErrBadParameter;
+  const char* p = static_cast<const char*>(text);
+  // A time-zone offset is cut off and not applied: the fields are taken as written.
+  if (n > kOffsetMinText && (p[n - kOffsetLength] == '+' || p[n - kOffsetLength] == '-')) n -= kOffsetLength;
+
+  uint32_t mainLength = 0;
+  bool inFraction = false;
+  for (uint32_t i = 0; i < n; ++i) {
+    char c = p[i];
+    if (c >= '0' && c <= '9') {
+      if (!inFraction) ++mainLength;
+    } else if ((c == '.' || c == ',') && !inFraction) {
+      inFraction = true;
+    } else if (c == 'Z') {
+      break;
+    } else {
+      return 0;
+    }
+  }
+
+  char digits[kFullDigits + 1];
+  if (mainLength >= kMinShortDigits && mainLength <= kMaxShortDigits) {
+    // Two-digit year: the century goes in front, missing fields are filled with zeros.
+    if (mainLength + 2 > kFullDigits) return 0;
+    const char* century = p[0] < kCenturyBreak ? "20" : "19";
+    std::memcpy(digits, century, 2);
+    std::memcpy(digits + 2, p, mainLength);
+    std::memset(digits + 2 + mainLength, '0', kFullDigits - 2 - mainLength);
+  } else if (mainLength == kFullDigits) {
+    std::memcpy(digits, p, kFullDigits);
+  } else {
+    return 0;
+  }
+  year_ = digitsValue(digits, 4);
+  month_ = digitsValue(digits + 4, 2);
+  day_ = digitsValue(digits + 6, 2);
+  hour_ = digitsValue(digits + 8, 2);
+  minute_ = digitsValue(digits + 10, 2);
+  second_ = digitsValue(digits + 12, 2);
+  state_ = kValid;
+  return kCvelOk;
+}
+
+CvelResult CvelTime::decode(const CvelString& s, CvelA1Context* reader) {
+  CvelA1Context fresh;
+  CvelA1Context& cursor = reader != nullptr ? *reader : fresh;
+  int32_t tag = cursor.next(s);
+  CvelString content;
+  if (tag == kTagSequence) {
+    CvelA1Context inner;
+    inner = cursor;
+    int32_t innerTag = inner.next(s);
+    if (innerTag != kTagUtcTime && innerTag != kTagGeneralizedTime) return kCvelErrIncomplete;
+    if (content.setView(s, &inner) != kCvelOk) return kCvelErrMalformed;
+  } else if (tag == kTagUtcTime || tag == kTagGeneralizedTime) {
+    if (content.setView(s, &cursor) != kCvelOk) return kCvelErrMalformed;
+  } else {
+    // Not DER: the caller may have handed over the bare text of a time.
+    content.setView(s, nullptr);
+  }
+  return parse(content) == kCvelOk ? kCvelOk : kCvelErrIncomplete;
+}
+
+CvelResult CvelTime::toText(CvelString& out) const {
+  char text[kTextBuffer];
+  int n = std::snprintf(text, sizeof text, "%04d%02d%02d%02d%02d%02dZ", year_, month_, day_, hour_, minute_, second_);
+  if (n < 0 || static_cast<size_t>(n) >= sizeof text) return kCvelErrMalformed;
+  return out.assign(text, static_cast<uint32_t>(n));
+}
+
+CvelResult currentTime(CvelString& out, uint32_t form) {
+  std::time_t now = std::time(nullptr);
+  std::tm utc{};
+  if (gmtime_r(&now, &utc) == nullptr) return kCvelErrMalformed;
+  char text[kTextBuffer];
+  int year = utc.tm_year + 1900;
+  int n = (form & CvelTime::kFormUtcTime) != 0
+              ? std::snprintf(text, sizeof text, "%02i%02i%02i%02i%02i%02iZ", year % 100, utc.tm_mon + 1, utc.tm_mday,
+                              utc.tm_hour, utc.tm_min, utc.tm_sec)
+              : std::snprintf(text, sizeof text, "%04i%02i%02i%02i%02i%02iZ", year, utc.tm_mon + 1, utc.tm_mday,
+                              utc.tm_hour, utc.tm_min, utc.tm_sec);
+  if (n < 0 || static_cast<size_t>(n) >= sizeof text) return kCvelErrMalformed;
+  return out.assign(text, static_cast<uint32_t>(n));
+}
