@@ -1,0 +1,50 @@
+// The record behind a signer-info handle: the SignerInfo object being filled and the two attribute maps
+// from which the signed and unsigned attributes are built.
+#ifndef KOLVARI_API_SIGNER_INFO_RECORD_H
+#define KOLVARI_API_SIGNER_INFO_RECORD_H
+
+#include <cstdint>
+#include <list>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "asn1/cvel_string.h"
+#include "cms/cvel_p7_signer_info.h"
+#include "kolvari/zarv.h"
+
+using ZarvBytes = std::vector<unsigned char>;
+
+// Attribute type as dotted text -> the values in the order added, each one complete DER value. Keys are
+// ordered by unsigned byte-wise comparison of the text, a proper prefix first.
+using ZarvAttributeMap = std::map<std::string, std::list<ZarvBytes>>;
+
+enum class ZarvAttributeKind { kSigned, kUnsigned };
+
+struct SignerInfoRecord {
+  std::shared_ptr<CvelP7SignerInfo> signer;
+  std::unique_ptr<ZarvAttributeMap> signedAttributes;
+  std::unique_ptr<ZarvAttributeMap> unsignedAttributes;
+
+  // The table for the kind, or null when the record has none.
+  ZarvAttributeMap* table(ZarvAttributeKind kind) const {
+    return kind == ZarvAttributeKind::kSigned ? signedAttributes.get() : unsignedAttributes.get();
+  }
+};
+
+// The step every setter goes through: with replace 1 the type's earlier values go, then the value is
+// appended under the type.
+uint32_t zarvAddAttribute(SignerInfoRecord& record, ZarvAttributeKind kind, const std::string& oid,
+                          const unsigned char* value, size_t length, uint32_t replace);
+
+// The concatenated Attributes of a map, one Attribute per value, in key order: SEQUENCE { OID, SET { value } }.
+// OID text that does not convert ends the build with the converter's result.
+uint32_t zarvBuildAttributes(const ZarvAttributeMap& map, CvelString& out);
+
+// The signing-certificate-v2 value for a parsed certificate, the host's hash of it and that hash's OID
+// (already DER); also the IssuerAndSerialNumber of the certificate.
+uint32_t zarvBuildSigningCertificateV2(const CvelCertificate& certificate, const ZarvBytes& certificateHash,
+                                       const CvelString& hashOid, CvelString& value, CvelString& signerIdentifier);
+
+#endif  // KOLVARI_API_SIGNER_INFO_RECORD_H

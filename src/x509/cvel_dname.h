@@ -1,0 +1,57 @@
+// Distinguished names: CvelRDName is one attribute (type and value elements kept as DER), CvelDName the flat
+// list of them in encoding order (the grouping into RDN SETs is not kept).
+#ifndef KOLVARI_X509_CVEL_DNAME_H
+#define KOLVARI_X509_CVEL_DNAME_H
+
+#include <cstdint>
+
+#include "asn1/cvel_a1_context.h"
+#include "asn1/cvel_managed_array.h"
+#include "asn1/cvel_non_copy_object.h"
+#include "asn1/cvel_string.h"
+
+class CvelRDName : public CvelNonCopyObject {
+ public:
+  // Reads the AttributeTypeAndValue SEQUENCE that `element` has just read: its OBJECT IDENTIFIER into type
+  // (and typeId from the registry), the following element into value. 0 when the first child is not an OID.
+  CvelResult parse(const CvelString& der, const CvelA1Context& element);
+  // 1 when equal: same type bytes; values equal byte for byte, or, when this value is a PrintableString,
+  // equal after folding runs of spaces and letter case (length octets are not adjusted, so runs of spaces
+  // of different lengths stay unequal).
+  int equals(const CvelRDName& other) const;
+
+  int32_t typeId() const { return typeId_; }
+  const CvelString& type() const { return type_; }
+  const CvelString& value() const { return value_; }
+  const CvelString& text() const { return text_; }
+
+ private:
+  int32_t typeId_ = 0;
+  CvelString text_;
+  CvelString type_;
+  CvelString value_;
+  uint32_t extra_ = 0;
+};
+
+class CvelDName : public CvelManagedArray<CvelRDName>, public CvelNonCopyObject {
+ public:
+  // Decodes a Name read as the next element of reader (the first element of der when reader is null).
+  // kCvelOk, 0 when the element is not a SEQUENCE of SETs or holds no attribute, kCvelErrMalformed when an
+  // attribute does not parse. On success encoded holds a copy of the whole Name element.
+  CvelResult parse(const CvelString& der, CvelA1Context* reader = nullptr);
+  // 1 when both hold the same number of attributes and each pair is equal.
+  int equals(const CvelDName& other) const;
+  // Produces no bytes: out is cleared and the result is 0. The DER of a parsed name is encoded().
+  CvelResult encode(CvelString& out) const;
+
+  const CvelString& encoded() const { return encoded_; }
+
+ private:
+  CvelString encoded_;
+};
+
+// Folds a PrintableString element for comparison: every run of spaces shrinks to one, letters to lower case
+// (up to a first zero byte). Shared by name and general-name comparison.
+void cvelFoldPrintable(const CvelString& value, CvelString& out);
+
+#endif  // KOLVARI_X509_CVEL_DNAME_H
