@@ -1,0 +1,18 @@
+#!/usr/bin/env bash
+# Builds everything and runs the whole suite twice: once as built for use, once under AddressSanitizer and
+# UndefinedBehaviorSanitizer. Installs missing packages first (as root).
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+jobs=$(nproc)
+
+"$root/scripts/deps.sh"
+
+cmake -S "$root" -B "$root/build" -DCMAKE_BUILD_TYPE=RelWithDebInfo
+cmake --build "$root/build" -j "$jobs"
+ctest --test-dir "$root/build" --output-on-failure -j "$jobs"
+
+cmake -S "$root" -B "$root/build-asan" -DCMAKE_BUILD_TYPE=Debug -DKOLVARI_SANITIZE=ON -DKOLVARI_BENCH=OFF
+cmake --build "$root/build-asan" -j "$jobs"
+ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+  ctest --test-dir "$root/build-asan" --output-on-failure -j "$jobs"
+echo "all tests passed (plain and sanitized builds)"

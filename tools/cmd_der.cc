@@ -1,0 +1,96 @@
+// kolvari der: prints the element tree of a DER file as the library's element cursor reads it, one line per
+// element, in a layout that can be held against `openssl asn1parse -inform DER -i`:
+//   offset:d=depth  hl=header-length l=content-length tag=0x.. prim|cons: NAME
+#include <cinttypes>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "asn1/cvel_a1_walk.h"
+#include "asn1/cvel_string.h"
+#include "commands.h"
+
+namespace {
+
+constexpr uint32_t kClassMask = 0xC0;
+constexpr uint32_t kUniversalClass = 0x00;
+constexpr uint32_t kContextClass = 0x80;
+constexpr uint32_t kNumberMask = 0x1F;
+
+const char* universalName(uint32_t number) {
+  switch (number) {
+    case 0: return "EOC";
+    case 1: return "BOOLEAN";
+    case 2: return "INTEGER";
+    case 3: return "BIT STRING";
+    case 4: return "OCTET STRING";
+    case 5: return "NULL";
+    case 6: return "OBJECT";
+    case 10: return "ENUMERATED";
+    case 12: return "UTF8STRING";
+    case 16: return "SEQUENCE";
+    case 17: return "SET";
+    case 19: return "PRINTABLESTRING";
+    case 20: return "T61STRING";
+    case 22: return "IA5STRING";
+    case 23: return "UTCTIME";
+    case 24: return "GENERALIZEDTIME";
+    case 26: return "VISIBLESTRING";
+    case 28: return "UNIVERSALSTRING";
+    case 30: return "BMPSTRING";
+    default: return nullptr;
+  }
+}
+
+std::string tagName(const CvelA1WalkElement& e, uint8_t firstOctet) {
+  const uint32_t cls = firstOctet & kClassMask;
+  const uint32_t number = firstOctet & kNumberMask;
+  if (cls == kUniversalClass && number != kNumberMask) {
+    const char* name = universalName(number);
+    if (name != nullptr) return name;
+  }
+  char text[48];
+  if (cls == kContextClass && number != kNumberMask) {
+    std::snprintf(text, sizeof text, "cont [ %u ]", number);
+  } else {
+    std::snprintf(text, sizeof text, "tag 0x%X", e.tag);
+  }
+  return text;
+}
+
+}  // namespace
+
+int runDer(const Arguments& args) {
+  if (args.size() != 1) {
+    std::fprintf(stderr, "usage: kolvari der FILE\n");
+    return kExitUsage;
+  }
+  std::vector<unsigned char> bytes;
+  if (!readWholeFile(args[0], bytes)) {
+    std::fprintf(stderr, "kolvari der: cannot read %s\n", args[0].c_str());
+    return kExitFailure;
+  }
+  CvelString der;
+  if (der.setView(bytes.data(), bytes.size()) != kCvelOk) {
+    std::fprintf(stderr, "kolvari der: %s is too large\n", args[0].c_str());
+    return kExitFailure;
+  }
+  CvelA1WalkResult result = cvelWalk(der, [&](const CvelA1WalkElement& e) {
+    std::printf("%5u:d=%-2u hl=%u l=%4u tag=0x%02X %s: %s%s\n", e.offset, e.depth, e.headerLength, e.contentLength,
+                e.tag, e.constructed ? "cons" : "prim", tagName(e, bytes[e.offset]).c_str(),
+                e.overruns ? "  (runs past its container)" : "");
+    return true;
+  });
+  if (bytes.empty()) {
+    std::fprintf(stderr, "kolvari der: %s is empty\n", args[0].c_str());
+    return kExitFailure;
+  }
+  if (!result.complete) {
+    std::fflush(stdout);
+    std::fprintf(stderr,
+                 "kolvari der: malformed DER in %s: the element at offset %u (depth %u) runs past its container\n",
+                 args[0].c_str(), result.faultOffset, result.faultDepth);
+    return kExitFailure;
+  }
+  return kExitOk;
+}

@@ -1,0 +1,21 @@
+// The kolvari tool's sub-commands. Each takes the arguments after its name and returns the exit status.
+#ifndef KOLVARI_TOOLS_COMMANDS_H
+#define KOLVARI_TOOLS_COMMANDS_H
+
+#include <string>
+#include <vector>
+
+using Arguments = std::vector<std::string>;
+
+// Exit statuses shared by the commands.
+inline constexpr int kExitOk = 0;
+inline constexpr int kExitFailure = 1;  // the work failed (unreadable file, malformed DER, library error)
+inline constexpr int kExitUsage = 2;    // bad command line, or input that is not what the command reads
+
+int runInfo(const Arguments& args);
+int runDer(const Arguments& args);
+
+// Reads a whole file; false when it cannot be read.
+bool readWholeFile(const std::string& path, std::vector<unsigned char>& out);
+
+#endif  // KOLVARI_TOOLS_COMMANDS_H

@@ -1,0 +1,48 @@
+// kolvari: a command-line host for the Kolvari PKCS7 Signature Encoder, and a looking glass for DER.
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+
+#include "commands.h"
+
+namespace {
+
+struct Command {
+  const char* name;
+  int (*run)(const Arguments&);
+  const char* usage;
+};
+
+constexpr Command kCommands[] = {
+    {"info", runInfo, "info [--plugin PATH]        load the plug-in and print its provider name and encoders"},
+    {"der", runDer, "der FILE                    print the element tree of a DER file"},
+};
+
+void printUsage(FILE* to) {
+  std::fprintf(to, "usage: kolvari COMMAND [ARGS]\n\ncommands:\n");
+  for (const Command& c : kCommands) std::fprintf(to, "  %s\n", c.usage);
+}
+
+}  // namespace
+
+bool readWholeFile(const std::string& path, std::vector<unsigned char>& out) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) return false;
+  out.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  return !in.bad();
+}
+
+int main(int argc, char** argv) {
+  if (argc < 2 || std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0) {
+    printUsage(argc < 2 ? stderr : stdout);
+    return argc < 2 ? kExitUsage : kExitOk;
+  }
+  Arguments args(argv + 2, argv + argc);
+  for (const Command& c : kCommands) {
+    if (std::strcmp(argv[1], c.name) == 0) return c.run(args);
+  }
+  std::fprintf(stderr, "kolvari: unknown command '%s'\n", argv[1]);
+  printUsage(stderr);
+  return kExitUsage;
+}

@@ -1,0 +1,91 @@
+#include "zarv_plugin.h"
+
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdio>
+
+namespace {
+
+constexpr char kPluginFile[] = "libkolvari-pkcs7.so";
+
+template <typename Fn>
+bool lookUp(void* handle, const char* name, Fn& out, std::string& error) {
+  out = reinterpret_cast<Fn>(dlsym(handle, name));
+  if (out == nullptr) {
+    error = std::string("the plug-in does not export ") + name;
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+ZarvPlugin::~ZarvPlugin() {
+  if (handle != nullptr) dlclose(handle);
+}
+
+bool ZarvPlugin::loadProvider(const std::string& path, std::string& error) {
+  if (handle == nullptr) handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (handle == nullptr) {
+    const char* why = dlerror();
+    error = "cannot load " + path + ": " + (why != nullptr ? why : "unknown error");
+    return false;
+  }
+  return lookUp(handle, "ZARV_Init", init, error) &&
+         lookUp(handle, "ZARV_GetEncoderProviderName", getEncoderProviderName, error) &&
+         lookUp(handle, "ZARV_GetSupportedEncoderList", getSupportedEncoderList, error);
+}
+
+bool ZarvPlugin::load(const std::string& path, std::string& error) {
+  return loadProvider(path, error) && lookUp(handle, "ZARV_CreateP72Container", createP72Container, error) &&
+         lookUp(handle, "ZARV_SetVersion", setVersion, error) &&
+         lookUp(handle, "ZARV_SetContentTypeOID", setContentTypeOID, error) &&
+         lookUp(handle, "ZARV_SetContentInfo", setContentInfo, error) &&
+         lookUp(handle, "ZARV_AddDigestAlgorithm", addDigestAlgorithm, error) &&
+         lookUp(handle, "ZARV_AddCertificate", addCertificate, error) &&
+         lookUp(handle, "ZARV_AddCRL", addCRL, error) &&
+         lookUp(handle, "ZARV_AddSignerInfo", addSignerInfo, error) &&
+         lookUp(handle, "ZARV_EncodeP72", encodeP72, error) &&
+         lookUp(handle, "ZARV_ResetP72Container", resetP72Container, error) &&
+         lookUp(handle, "ZARV_CloseP72Container", closeP72Container, error) &&
+         lookUp(handle, "ZARV_CreateSignerInfo", createSignerInfo, error) &&
+         lookUp(handle, "ZARV_SetSigningTime", setSigningTime, error) &&
+         lookUp(handle, "ZARV_SetDataHash", setDataHash, error) &&
+         lookUp(handle, "ZARV_SetSignerCertificate", setSignerCertificate, error) &&
+         lookUp(handle, "ZARV_SetSignatureCreationEnvironment", setSignatureCreationEnvironment, error) &&
+         lookUp(handle, "ZARV_SetContentType", setContentType, error) &&
+         lookUp(handle, "ZARV_AddSignedAttribute", addSignedAttribute, error) &&
+         lookUp(handle, "ZARV_AddUnsignedAttribute", addUnsignedAttribute, error) &&
+         lookUp(handle, "ZARV_GetDTBS", getDTBS, error) &&
+         lookUp(handle, "ZARV_SetP1Signature", setP1Signature, error) &&
+         lookUp(handle, "ZARV_EncodeSignerInfo", encodeSignerInfo, error) &&
+         lookUp(handle, "ZARV_ReleaseSignerInfo", releaseSignerInfo, error);
+}
+
+std::string defaultPluginPath() {
+  char self[PATH_MAX];
+  ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
+  if (n <= 0) return kPluginFile;
+  std::string path(self, static_cast<size_t>(n));
+  size_t slash = path.rfind('/');
+  return (slash == std::string::npos ? std::string() : path.substr(0, slash + 1)) + kPluginFile;
+}
+
+std::string describeResult(uint32_t code) {
+  const char* meaning = "failure";
+  switch (code) {
+    case ZARV_OK: meaning = "success"; break;
+    case ZARV_E_BAD_PARAMETER: meaning = "bad parameter"; break;
+    case ZARV_E_OUT_OF_MEMORY: meaning = "out of memory"; break;
+    case ZARV_E_NOT_STORED: meaning = "not stored or not decodable"; break;
+    case ZARV_E_INCOMPLETE: meaning = "incomplete"; break;
+    case ZARV_E_NO_ATTRIBUTE_TABLE: meaning = "no attribute table"; break;
+    case 0: meaning = "not parsed"; break;
+    default: break;
+  }
+  char text[64];
+  std::snprintf(text, sizeof text, "0x%08X (%s)", code, meaning);
+  return text;
+}
