@@ -1,0 +1,48 @@
+#!/usr/bin/env bash
+# `kolvari der` against `openssl asn1parse -i`: the same offsets, depths, header lengths and lengths for every
+# element of real DER files (the Mozilla roots of the machine, and the CMS, OCSP and certificate fixtures).
+set -euo pipefail
+: "${KOLVARI:?path of the kolvari tool}"
+: "${KOLVARI_TEST_DATA:?path of tests/data}"
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+# offset depth header-length length, one element per line.
+openssl_tree() { openssl asn1parse -inform DER -i -in "$1" | grep -E "^ *[0-9]+:d=" | sed -E 's/^ *([0-9]+):d=([0-9]+) +hl=([0-9]+) +l= *([0-9]+).*/\1 \2 \3 \4/'; }
+kolvari_tree() { "$KOLVARI" der "$1" | sed -E 's/^ *([0-9]+):d=([0-9]+) +hl=([0-9]+) +l= *([0-9]+).*/\1 \2 \3 \4/'; }
+
+compared=0
+check() {
+  local file=$1
+  openssl_tree "$file" > "$work/expected"
+  kolvari_tree "$file" > "$work/actual" || { echo "FAIL: kolvari der failed on $file" >&2; exit 1; }
+  if ! diff -q "$work/expected" "$work/actual" >/dev/null; then
+    echo "FAIL: element trees differ for $file" >&2
+    diff "$work/expected" "$work/actual" | head -20 >&2
+    exit 1
+  fi
+  compared=$((compared + 1))
+}
+
+for pem in /usr/share/ca-certificates/mozilla/*.crt; do
+  openssl x509 -in "$pem" -outform DER -out "$work/root.der"
+  check "$work/root.der"
+done
+# Definite-length fixtures (the reader takes an indefinite length as the rest of the file, unlike asn1parse).
+for f in cms-signed.der cms-enveloped.der cms-digested.der cms-signed-digested.der pkcs7-signed.der \
+         mozilla-generated-by-openssl.pkcs7.der example-attr-cert.der \
+         test-der.crt test-ec-der.crt test-inter-der.crt ocsp_response tsp_response; do
+  check "$KOLVARI_TEST_DATA/asn1crypto/$f"
+done
+
+# A truncated file: the tree up to the fault is printed and the exit status is non-zero.
+head -c 300 "$KOLVARI_TEST_DATA/asn1crypto/test-der.crt" > "$work/cut.der"
+if "$KOLVARI" der "$work/cut.der" > "$work/cut.txt" 2>"$work/cut.err"; then
+  echo "FAIL: a truncated file was accepted" >&2; exit 1
+fi
+grep -q "malformed DER" "$work/cut.err" || { echo "FAIL: no message for a truncated file" >&2; exit 1; }
+[ "$(wc -l < "$work/cut.txt")" -gt 5 ] || { echo "FAIL: no tree printed before the fault" >&2; exit 1; }
+if "$KOLVARI" der "$work/missing.der" 2>/dev/null; then echo "FAIL: a missing file was accepted" >&2; exit 1; fi
+
+echo "element trees agree with openssl asn1parse for $compared files"
