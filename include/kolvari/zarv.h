@@ -39,7 +39,9 @@ inline constexpr uint32_t ZARV_OK = 0x21000001u;                  // success
 inline constexpr uint32_t ZARV_E_BAD_PARAMETER = 0xE100FFFCu;     // null handle or out-pointer, bad argument
 inline constexpr uint32_t ZARV_E_OUT_OF_MEMORY = 0xE100FFFAu;     // a record or object could not be obtained
 inline constexpr uint32_t ZARV_E_NOT_STORED = 0xE100FFFFu;        // item not stored, or bytes not decodable
-inline constexpr uint32_t ZARV_E_INCOMPLETE = 0xE100FFF2u;        // container without signer infos/digests
+// Container without signer infos or digest algorithms at version 0. Not returned in practice: encoding
+// defaults the version to 1 first, so an empty container encodes.
+inline constexpr uint32_t ZARV_E_INCOMPLETE = 0xE100FFF2u;
 inline constexpr uint32_t ZARV_E_NO_ATTRIBUTE_TABLE = 0xE100FFF9u;  // no attribute table for this kind
 
 // The provider's name and its one encoder.

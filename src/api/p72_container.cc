@@ -11,6 +11,8 @@
 namespace {
 
 constexpr uint32_t kDefaultVersion = 1;
+// Largest element a CvelString can hold: its length is 32 bits and its buffer carries a terminator.
+constexpr uint64_t kMaxContainerLength = CvelString::kViewCapacity - 2;
 
 uint64_t sumOfSizes(const std::list<ZarvBytes>& pieces) {
   uint64_t total = 0;
@@ -88,7 +90,10 @@ uint32_t encodeP72Container(P72Container& record, std::vector<unsigned char>& ou
   const uint64_t explicitLength = cvelTlvSize(signedDataLength);
   const uint64_t contentInfoLength = sizeof(kDerOidSignedData) + cvelTlvSize(explicitLength);
   const uint64_t total = cvelTlvSize(contentInfoLength);
-  if (total > out.max_size()) return ZARV_E_OUT_OF_MEMORY;
+  // Every DER image of the library fits a CvelString, whose length is 32 bits; a larger container is refused
+  // the way wrapping it into one would be, before the host's vector is touched. The outermost element is
+  // the largest, so this one check covers every inner element too.
+  if (total > kMaxContainerLength || total > out.max_size()) return ZARV_E_OUT_OF_MEMORY;
 
   // What the vector held before is wiped first, so no earlier bytes survive in its storage.
   std::fill(out.begin(), out.end(), 0);
