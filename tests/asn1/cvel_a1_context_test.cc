@@ -219,6 +219,12 @@ TEST(CvelA1Context, ChildCursorFromOperatorAssign) {
   EXPECT_EQ(reused.next(s), 0x30);  // it reads the parent's own element again, not its first child
   // The parent never moved.
   EXPECT_EQ(parent.position(), 8u);
+  // Assigned to itself, a cursor covers its current element from its first byte.
+  CvelA1Context& alias = parent;
+  parent = alias;
+  EXPECT_EQ(parent.start(), 0u);
+  EXPECT_EQ(parent.limit(), 8u);
+  EXPECT_EQ(parent.next(s), 0x30);
 }
 
 TEST(CvelA1Context, StaleHeaderLargerThanTheOffsetStaysInsideTheString) {
