@@ -24,6 +24,8 @@ class CvelRDName : public CvelNonCopyObject {
   const CvelString& type() const { return type_; }
   const CvelString& value() const { return value_; }
   const CvelString& text() const { return text_; }
+  // Not filled by the parse; kept for callers that tag entries.
+  uint32_t extra() const { return extra_; }
 
  private:
   int32_t typeId_ = 0;

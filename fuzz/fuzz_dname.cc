@@ -1,0 +1,29 @@
+// Name decoding: a distinguished name, and the issuer and subject forms built on it; each decoded name is
+// compared with itself.
+#include <cstddef>
+#include <cstdint>
+
+#include "x509/cvel_certificate_names.h"
+#include "x509/cvel_dname.h"
+
+namespace {
+constexpr size_t kMaxInput = 1 << 16;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  if (size > kMaxInput) return 0;
+  CvelString der;
+  der.setView(data, size);
+  CvelDName name;
+  name.parse(der);
+  name.equals(name);
+  CvelString out;
+  name.encode(out);
+  CvelCertificateIssuer issuer;
+  issuer.parse(der);
+  issuer.getEncoded(out);
+  CvelCertificateSubject subject;
+  subject.parse(der);
+  subject.dname().equals(name);
+  return 0;
+}

@@ -1,0 +1,32 @@
+// Extension lists: an Extensions SEQUENCE, and the same bytes read as a bare run of records (the attribute
+// form), then the lookups.
+#include <cstddef>
+#include <cstdint>
+
+#include "asn1/cvel_oid.h"
+#include "x509/cvel_certificate_extension.h"
+
+namespace {
+constexpr size_t kMaxInput = 1 << 16;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  if (size > kMaxInput) return 0;
+  CvelString der;
+  der.setView(data, size);
+  CvelCertificateExtensions list;
+  list.decode(der);
+  CvelCertificateExtension* found = nullptr;
+  list.countById(kOidKeyUsage, &found, 1);
+  CvelCertificateExtensions run;
+  CvelA1Context fresh;
+  run.decodeRecords(der, fresh);
+  for (uint32_t i = 0; i < run.size(); ++i) {
+    CvelCertificateExtension* e = nullptr;
+    if (run.get(i, e) != kCvelOk) continue;
+    uint32_t count = 0;
+    list.countByOid(e->oid(), &count);
+    list.findByOid(e->oid(), i, &found);
+  }
+  return 0;
+}

@@ -1,0 +1,22 @@
+// Certificate policies from an extension value (the OCTET STRING element).
+#include <cstddef>
+#include <cstdint>
+
+#include "x509/cvel_certificate_policy.h"
+
+namespace {
+constexpr size_t kMaxInput = 1 << 16;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  if (size > kMaxInput) return 0;
+  CvelString value;
+  value.setView(data, size);
+  CvelCertificatePolicies policies;
+  policies.decode(value);
+  for (uint32_t i = 0; i < policies.size(); ++i) {
+    CvelCertificatePolicy* p = nullptr;
+    if (policies.get(i, p) == kCvelOk) p->split();
+  }
+  return 0;
+}
