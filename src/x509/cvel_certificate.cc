@@ -189,11 +189,16 @@ bool CvelCertificate::isAttributeCertificate(const CvelA1Context& tbsElement) co
 
 bool CvelCertificate::readValidity(const CvelA1Context& validityElement) {
   if (!sliceElement(validity_, encoded_, validityElement)) return false;
+  // Each child is handed to the time decoder as an image of its own, whatever its tag. A time that does not
+  // decode leaves the field as it is; it does not fail the certificate.
   CvelA1Context times;
   times = validityElement;
-  // A time that does not decode leaves the field as it is; it does not fail the certificate.
-  notBefore_.decode(encoded_, &times);
-  notAfter_.decode(encoded_, &times);
+  for (CvelTime* field : {&notBefore_, &notAfter_}) {
+    if (times.next(encoded_) < 0) break;
+    CvelString element;
+    if (!sliceElement(element, encoded_, times)) break;
+    field->decode(element, nullptr);
+  }
   return true;
 }
 
