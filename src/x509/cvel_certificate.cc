@@ -1,0 +1,371 @@
+#include "x509/cvel_certificate.h"
+
+#include <cstring>
+
+#include "asn1/cvel_a1_integer.h"
+#include "asn1/cvel_a1_size.h"
+#include "asn1/cvel_der.h"
+
+namespace {
+
+constexpr char kPemBegin[] = "-----BEGIN CERTIFICATE-----";
+constexpr char kPemEnd[] = "-----END CERTIFICATE-----";
+// Base64 of a SEQUENCE with a long-form length starts with this letter; nothing else is taken as base64.
+constexpr unsigned char kBase64SequenceLead = 'M';
+
+// Wrapper OIDs, compared as whole elements, in the order they are tested.
+constexpr unsigned char kWrapperRoot[] = {0x06, 0x07, 0x02, 0x82, 0x06, 0x01, 0x0A, 0x07, 0x6A};   // 0.2.262.1.10.7.106
+constexpr unsigned char kWrapperCa[] = {0x06, 0x03, 0x55, 0x04, 0x25};                              // 2.5.4.37
+constexpr unsigned char kWrapperUser[] = {0x06, 0x03, 0x55, 0x04, 0x24};                            // 2.5.4.36
+constexpr unsigned char kWrapperAttribute[] = {0x06, 0x03, 0x55, 0x04, 0x3A};                       // 2.5.4.58
+constexpr unsigned char kWrapperPrivate[] = {0x06, 0x07, 0x02, 0x82, 0x06, 0x01, 0x0A, 0x07, 0x6B};  // 0.2.262.1.10.7.107
+
+struct WrapperKind {
+  const unsigned char* der;
+  uint32_t length;
+  uint8_t kind;
+};
+constexpr WrapperKind kWrapperKinds[] = {
+    {kWrapperRoot, sizeof kWrapperRoot, CvelCertificate::kRoot},
+    {kWrapperCa, sizeof kWrapperCa, CvelCertificate::kCaCertificate},
+    {kWrapperUser, sizeof kWrapperUser, CvelCertificate::kUserCertificate},
+    {kWrapperAttribute, sizeof kWrapperAttribute, CvelCertificate::kAttributeCertificate},
+    {kWrapperPrivate, sizeof kWrapperPrivate, CvelCertificate::kSecondPrivateType},
+};
+
+uint8_t kindOfWrapper(const CvelString& oid) {
+  for (const WrapperKind& w : kWrapperKinds) {
+    if (oid.equals(w.der, w.length)) return w.kind;
+  }
+  return CvelCertificate::kUnknown;
+}
+
+// A view of the whole element the cursor has just read.
+bool sliceElement(CvelString& slice, const CvelString& source, const CvelA1Context& c) {
+  return c.elementInside(source) && slice.setView(source, c.elementOffset(), c.elementLength()) == kCvelOk;
+}
+
+// A view of its content only.
+bool sliceContent(CvelString& slice, const CvelString& source, const CvelA1Context& c) {
+  return slice.setView(source, &c) == kCvelOk;
+}
+
+// The first child of the element `parent` has just read, through a child cursor.
+int32_t firstChild(const CvelString& s, const CvelA1Context& parent, CvelA1Context& child) {
+  child = parent;
+  return child.next(s);
+}
+
+}  // namespace
+
+CvelCertificate::CvelCertificate(const CvelCertificate& other) : CvelNonCopyObject() { copyFrom(other); }
+
+CvelCertificate& CvelCertificate::operator=(const CvelCertificate& other) {
+  copyFrom(other);
+  return *this;
+}
+
+void CvelCertificate::copyFrom(const CvelCertificate& other) {
+  if (&other == this) return;
+  version_ = 1;
+  flag_ = other.flag_;
+  releaseSlices();
+  if (encoded_.assign(other.encoded_) != kCvelOk) return;
+  if (parse() != kCvelOk) return;
+  kind_ = other.kind_;
+  wrapperType_.assign(other.wrapperType_);
+  // The source's identifiers are appended last first, to whatever this certificate already holds; the
+  // first one that cannot be added (one already present, among others) ends the copy.
+  for (uint32_t i = other.oids_.size(); i > 0; --i) {
+    CvelOID* oid = nullptr;
+    if (other.oids_.get(i - 1, oid) != kCvelOk || oid == nullptr) return;
+    if (oids_.addDer(*oid) != kCvelOk) return;
+  }
+}
+
+void CvelCertificate::releaseSlices() {
+  // Views into the previous DER would dangle once encoded_ changes.
+  for (CvelString* slice : {&tbs_, &signatureAlgorithm_, &signatureValue_, &versionElement_, &serialNumber_,
+                            &tbsSignatureAlgorithm_, &issuer_, &validity_, &subject_, &subjectPublicKeyInfo_,
+                            &issuerUniqueId_, &subjectUniqueId_, &extensionsElement_}) {
+    slice->release();
+  }
+}
+
+CvelResult CvelCertificate::parse(const void* bytes, uint32_t n) {
+  // New bytes start out as a fresh certificate would: parse() itself sets the version only when it meets one.
+  version_ = 1;
+  releaseSlices();
+  CvelResult r = encoded_.assign(bytes, n);
+  if (r != kCvelOk) return kNotParsed;
+  return parse();
+}
+
+void CvelCertificate::stripPemArmour() {
+  if (!encoded_.startsWithNoCase(kPemBegin)) return;
+  uint32_t from = sizeof(kPemBegin) - 1;
+  while (from < encoded_.length() && (encoded_.data()[from] == '\r' || encoded_.data()[from] == '\n')) ++from;
+  CvelString body;
+  encoded_.subString(body, from, encoded_.length());
+  int32_t end = body.find(kPemEnd, sizeof(kPemEnd) - 1, 0, true);
+  if (end >= 0) body.truncate(static_cast<uint32_t>(end));
+  encoded_.moveFrom(body);
+}
+
+bool CvelCertificate::takeBareBase64() {
+  if (encoded_.isEmpty() || encoded_.data()[0] != kBase64SequenceLead) return true;
+  CvelString decoded;
+  decoded.base64Decode(encoded_);
+  if (decoded.isEmpty()) return false;
+  encoded_.moveFrom(decoded);
+  return true;
+}
+
+// A wrapper SEQUENCE { type OID, certificate }: keep the OID and its kind, and the certificate alone.
+bool CvelCertificate::unwrap(CvelA1Context& outer) {
+  CvelA1Context inner;
+  inner = outer;
+  if (inner.next(encoded_) != kTagOid) return false;
+  CvelString oid;
+  if (inner.getElement(encoded_, oid) != kCvelOk) return false;
+  wrapperType_.moveFrom(oid);
+  kind_ = kindOfWrapper(wrapperType_);
+  if (inner.next(encoded_) != kTagSequence) return false;
+  CvelString certificate;
+  if (inner.getElement(encoded_, certificate) != kCvelOk) return false;
+  encoded_.moveFrom(certificate);
+  return true;
+}
+
+// Armour, base64, wrapper, then the certificate's three parts. On success tbsElement is a cursor that has
+// just read the TBSCertificate.
+bool CvelCertificate::readOuter(CvelA1Context& tbsElement) {
+  stripPemArmour();
+  if (encoded_.isEmpty() || !takeBareBase64()) return false;
+
+  CvelA1Context outer;
+  if (outer.next(encoded_) != kTagSequence) return false;
+  CvelA1Context probe;
+  int32_t first = firstChild(encoded_, outer, probe);
+  const CvelA1Context* body = &outer;  // has just read the element holding TBS, algorithm and signature
+  CvelA1Context again;
+  if (first == kTagOid) {
+    if (!unwrap(outer)) return false;
+    if (again.next(encoded_) != kTagSequence) return false;
+    body = &again;
+  } else if (first != kTagSequence) {
+    // Anything else: the walk goes on inside that child, which must then start with a SEQUENCE.
+    body = &probe;
+  }
+
+  CvelA1Context parts;
+  parts = *body;
+  if (parts.next(encoded_) != kTagSequence || !sliceElement(tbs_, encoded_, parts)) return false;
+  tbsElement.copyState(parts);
+  if (parts.next(encoded_) != kTagSequence || !sliceElement(signatureAlgorithm_, encoded_, parts)) return false;
+  if (parts.next(encoded_) != kTagBitString || !parts.elementInside(encoded_)) return false;
+  // The signature bits without the unused-bits octet.
+  uint32_t bits = parts.contentLength() == 0 ? 0 : parts.contentLength() - 1;
+  uint32_t bitsOffset = parts.contentLength() == 0 ? parts.contentOffset() : parts.contentOffset() + 1;
+  return signatureValue_.setView(encoded_, bitsOffset, bits) == kCvelOk;
+}
+
+bool CvelCertificate::isAttributeCertificate(const CvelA1Context& tbsElement) const {
+  CvelA1Context c;
+  int32_t first = firstChild(encoded_, tbsElement, c);
+  if (first == kTagContext0) {
+    CvelA1Context inside;
+    return firstChild(encoded_, c, inside) == kTagSequence;
+  }
+  if (first == kTagContext1 || first == kTagContext2) return true;
+  if (first == kTagInteger) {
+    // A version-1 public-key certificate: serial, then the signature AlgorithmIdentifier starting with an OID.
+    if (c.next(encoded_) != kTagSequence) return true;
+    CvelA1Context algorithm;
+    return firstChild(encoded_, c, algorithm) != kTagOid;
+  }
+  return false;
+}
+
+bool CvelCertificate::readValidity(const CvelA1Context& validityElement) {
+  if (!sliceElement(validity_, encoded_, validityElement)) return false;
+  CvelA1Context times;
+  times = validityElement;
+  // A time that does not decode leaves the field as it is; it does not fail the certificate.
+  notBefore_.decode(encoded_, &times);
+  notAfter_.decode(encoded_, &times);
+  return true;
+}
+
+bool CvelCertificate::parsePublicKeyCertificate(const CvelA1Context& tbsElement) {
+  CvelA1Context c;
+  int32_t tag = firstChild(encoded_, tbsElement, c);
+  if (tag == kTagContext0) {
+    if (!sliceElement(versionElement_, encoded_, c)) return false;
+    CvelA1Integer number;
+    if (number.decode(encoded_, &c) != kCvelOk) return false;
+    version_ = static_cast<int32_t>(number.value() + 1);
+    tag = c.next(encoded_);
+  }
+  if (tag != kTagInteger || !sliceElement(serialNumber_, encoded_, c)) return false;
+  if (c.next(encoded_) != kTagSequence || !sliceElement(tbsSignatureAlgorithm_, encoded_, c)) return false;
+  if (c.next(encoded_) != kTagSequence || !sliceElement(issuer_, encoded_, c)) return false;
+  issuerName_.parse(issuer_);
+  if (c.next(encoded_) != kTagSequence || !readValidity(c)) return false;
+  if (c.next(encoded_) != kTagSequence || !sliceElement(subject_, encoded_, c)) return false;
+  subjectName_.parse(subject_);
+  if (c.next(encoded_) != kTagSequence || !sliceElement(subjectPublicKeyInfo_, encoded_, c)) return false;
+
+  tag = c.next(encoded_);
+  if (tag == kTagContext1) {
+    if (!sliceContent(issuerUniqueId_, encoded_, c)) return false;
+    tag = c.next(encoded_);
+  }
+  if (tag == kTagContext2) {
+    if (!sliceContent(subjectUniqueId_, encoded_, c)) return false;
+    tag = c.next(encoded_);
+  }
+  if (tag == kTagContext3) {
+    if (!sliceContent(extensionsElement_, encoded_, c)) return false;
+    extensions_.decode(extensionsElement_);
+    decodePoliciesAndStatements();
+    tag = c.next(encoded_);
+  }
+  return tag == CvelA1Context::kEnd;
+}
+
+bool CvelCertificate::parseAttributeCertificate(const CvelA1Context& tbsElement) {
+  CvelA1Context c;
+  int32_t tag = firstChild(encoded_, tbsElement, c);
+  version_ = 1;
+  if (tag == kTagInteger) {
+    if (!sliceElement(versionElement_, encoded_, c)) return false;
+    CvelA1Integer number;
+    if (cvelSucceeded(number.decodeContent(encoded_, c))) version_ = static_cast<int32_t>(number.value() + 1);
+    tag = c.next(encoded_);
+  }
+  if ((tag != kTagContext0 && tag != kTagContext1) || !sliceElement(subject_, encoded_, c)) return false;
+  subjectName_.parse(subject_);
+  if (c.next(encoded_) != kTagSequence || !sliceElement(issuer_, encoded_, c)) return false;
+  issuerName_.parse(issuer_);
+  if (c.next(encoded_) != kTagSequence || !sliceElement(tbsSignatureAlgorithm_, encoded_, c)) return false;
+  if (c.next(encoded_) != kTagInteger || !sliceElement(serialNumber_, encoded_, c)) return false;
+  if (c.next(encoded_) != kTagSequence || !readValidity(c)) return false;
+
+  // Attributes are held as extension records: OID, not critical, the SET as value.
+  if (c.next(encoded_) != kTagSequence) return false;
+  if (extensionsElement_.assign(encoded_, &c) != kCvelOk) return false;
+  CvelA1Context run;
+  extensions_.decodeRecords(extensionsElement_, run);
+
+  tag = c.next(encoded_);
+  if (tag == kTagContext1) {
+    if (!sliceContent(issuerUniqueId_, encoded_, c)) return false;
+    tag = c.next(encoded_);
+  }
+  if (tag == kTagSequence) {
+    // The extensions join the attributes, and the records are read again from the joined run.
+    CvelResult appended = extensionsElement_.append(encoded_, &c);
+    if (appended != kCvelOk && appended != kCvelAppendedInPlace) return false;
+    extensions_.clear();
+    CvelA1Context joined;
+    extensions_.decodeRecords(extensionsElement_, joined);
+    decodePoliciesAndStatements();
+    tag = c.next(encoded_);
+  }
+  return tag == CvelA1Context::kEnd;
+}
+
+void CvelCertificate::decodePoliciesAndStatements() {
+  // The lookup answers with a count, compared here with the success code as the established behaviour:
+  // policies and statements therefore stay empty after a parse.
+  CvelCertificateExtension* found = nullptr;
+  if (extensions_.countById(kOidCertificatePolicies, &found, 0) == kCvelOk && found != nullptr &&
+      !found->value().isEmpty() && found->value().data()[0] == kTagOctetString) {
+    policies_.decode(found->value());
+  }
+  found = nullptr;
+  if (extensions_.countById(kOidQcStatements, &found, 0) == kCvelOk && found != nullptr &&
+      !found->value().isEmpty() && found->value().data()[0] == kTagOctetString) {
+    qcStatements_.decode(found->value());
+  }
+}
+
+CvelResult CvelCertificate::parse() {
+  kind_ = kUnknown;
+  linked_.clear();
+  extensions_.clear();
+  releaseSlices();
+  if (encoded_.isEmpty()) return kNotParsed;
+
+  CvelA1Context tbsElement;
+  if (!readOuter(tbsElement)) return kNotParsed;
+
+  if (isAttributeCertificate(tbsElement)) kind_ = kAttributeCertificate;
+  bool complete = false;
+  if (kind_ < kAttributeCertificate)
+    complete = parsePublicKeyCertificate(tbsElement);
+  else if (kind_ == kAttributeCertificate)
+    complete = parseAttributeCertificate(tbsElement);
+
+  if (kind_ == kUnknown && issuer_.equals(subject_)) kind_ = kRoot;
+  return complete ? kCvelOk : kNotParsed;
+}
+
+CvelResult CvelCertificate::getIssuer(CvelString& out) const {
+  if (kind_ != kAttributeCertificate) return out.assign(issuer_);
+  return issuerName_.getEncoded(out);
+}
+
+CvelResult CvelCertificate::getIssuerSerial(CvelString& out) const {
+  uint64_t content = static_cast<uint64_t>(issuer_.length()) + serialNumber_.length();
+  uint64_t total = cvelTlvSize(content);
+  if (total >= CvelString::kViewCapacity - 1) return kCvelErrNoMemory;
+  CvelString result;
+  CvelResult r = result.allocate(static_cast<uint32_t>(total));
+  if (r != kCvelOk) return r;
+  CvelA1Writer w(result);
+  w.header(kTagSequence, content);
+  w.bytes(issuer_);
+  w.bytes(serialNumber_);
+  if (!w.complete()) return kCvelErrMalformed;
+  out.moveFrom(result);
+  return kCvelOk;
+}
+
+CvelResult CvelCertificate::getExtension(const CvelString& oid, CvelString& value, bool* critical,
+                                         uint32_t index) const {
+  CvelCertificateExtension* found = nullptr;
+  CvelResult r = extensions_.findByOid(oid, index, &found);
+  if (r != kCvelOk) return r;
+  if (critical != nullptr) *critical = found->critical();
+  return value.assign(found->value());
+}
+
+CvelResult CvelCertificate::getGenerationDate(CvelTime& out, int flag) const {
+  CvelCertificateExtension* found = nullptr;
+  if (extensions_.countById(kOidDateOfCertGeneration, &found, 0) != kCvelOk || found == nullptr)
+    return kCvelErrMalformed;
+  // The value is an OCTET STRING around the time.
+  CvelA1Context octets;
+  if (octets.next(found->value()) != kTagOctetString) return kCvelErrMalformed;
+  CvelString inner;
+  if (inner.setView(found->value(), &octets) != kCvelOk) return kCvelErrMalformed;
+  CvelResult r = out.decode(inner, nullptr);
+  if (r != kCvelOk && flag < 0) {
+    out.copyFrom(notBefore_);
+    return kCvelOk;
+  }
+  return r;
+}
+
+CvelResult CvelCertificate::walkLinked(const std::function<CvelResult(CvelCertificate&)>& visitor, int directOnly) {
+  for (uint32_t i = linked_.size(); i > 0; --i) {
+    std::shared_ptr<CvelCertificate> entry = linked_.get(i - 1);
+    if (entry == nullptr) continue;
+    if (visitor(*entry) != kCvelOk) return kCvelErrMalformed;
+    if (directOnly == 1) return kCvelOk;
+    if (entry->walkLinked(visitor, directOnly) != kCvelOk) return kCvelErrMalformed;
+  }
+  return kCvelOk;
+}

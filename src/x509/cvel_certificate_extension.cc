@@ -1,0 +1,90 @@
+#include "x509/cvel_certificate_extension.h"
+
+#include <new>
+
+#include "asn1/cvel_der.h"
+#include "asn1/cvel_oid.h"
+
+namespace {
+
+// Fills one record from the Extension (or Attribute) SEQUENCE `record` has just read. Nothing is required:
+// a record may lack its OID or its value.
+void readRecord(const CvelString& der, const CvelA1Context& record, int32_t& id, CvelString& oid, bool& critical,
+                CvelString& value) {
+  CvelA1Context child;
+  child = record;
+  if (child.next(der) == kTagOid && child.getElement(der, oid) == kCvelOk) id = kindOf(oid);
+  int32_t tag = child.next(der);
+  if (tag == kTagBoolean) {
+    critical = child.contentLength() > 0 && der.data()[child.contentOffset()] != 0;
+    tag = child.next(der);
+  }
+  // Whatever element stands here is the value: the OCTET STRING of an extension, the SET of an attribute.
+  if (tag >= 0) child.getElement(der, value);
+}
+
+}  // namespace
+
+CvelResult CvelCertificateExtensions::decode(const CvelString& der, CvelA1Context* reader) {
+  clear();
+  CvelA1Context fresh;
+  CvelA1Context& cursor = reader != nullptr ? *reader : fresh;
+  if (cursor.next(der) != kTagSequence) return 0;
+  return decodeRecords(der, cursor);
+}
+
+CvelResult CvelCertificateExtensions::decodeRecords(const CvelString& der, const CvelA1Context& element) {
+  clear();
+  CvelA1Context child;
+  child = element;
+  if (child.next(der) != kTagSequence) return kCvelOk;
+  do {
+    CvelCertificateExtension* record = new (std::nothrow) CvelCertificateExtension();
+    if (record == nullptr) return kCvelErrMalformed;
+    readRecord(der, child, record->id_, record->oid_, record->critical_, record->value_);
+    add(record);
+  } while (child.next(der) == kTagSequence);
+  return kCvelOk;
+}
+
+uint32_t CvelCertificateExtensions::countById(int32_t id, CvelCertificateExtension** out, uint32_t index) const {
+  if (out != nullptr) *out = nullptr;
+  uint32_t count = 0;
+  for (uint32_t i = 0; i < size(); ++i) {
+    CvelCertificateExtension* record = nullptr;
+    if (get(i, record) != kCvelOk || record == nullptr) return kCvelErrMalformed;
+    if (record->id() != id) continue;
+    if (count == index && out != nullptr) *out = record;
+    ++count;
+  }
+  return count;
+}
+
+CvelResult CvelCertificateExtensions::findByOid(const CvelString& oid, uint32_t index,
+                                                CvelCertificateExtension** out) const {
+  if (out == nullptr) return kCvelErrBadParameter;
+  *out = nullptr;
+  uint32_t matches = 0;
+  for (uint32_t i = 0; i < size(); ++i) {
+    CvelCertificateExtension* record = nullptr;
+    if (get(i, record) != kCvelOk || record == nullptr) return kCvelErrNullData;
+    if (!record->oid().equals(oid)) continue;
+    if (matches == index) {
+      *out = record;
+      return kCvelOk;
+    }
+    ++matches;
+  }
+  return kCvelErrIncomplete;
+}
+
+CvelResult CvelCertificateExtensions::countByOid(const CvelString& oid, uint32_t* count) const {
+  if (count == nullptr) return kCvelErrBadParameter;
+  *count = 0;
+  for (uint32_t i = 0; i < size(); ++i) {
+    CvelCertificateExtension* record = nullptr;
+    if (get(i, record) != kCvelOk || record == nullptr) return kCvelErrNullData;
+    if (record->oid().equals(oid)) ++*count;
+  }
+  return kCvelOk;
+}

@@ -1,0 +1,131 @@
+#include "x509/cvel_dname.h"
+
+#include <new>
+
+#include "asn1/cvel_der.h"
+#include "asn1/cvel_oid.h"
+
+namespace {
+
+constexpr unsigned char kSpace = 0x20;
+constexpr int kEqual = 1;
+constexpr int kDifferent = 0;
+
+// Reads the element at the reader's position, or the first element of der when there is no reader.
+int32_t readNext(const CvelString& der, CvelA1Context* reader, CvelA1Context& fresh) {
+  CvelA1Context& cursor = reader != nullptr ? *reader : fresh;
+  return cursor.next(der);
+}
+
+// Parses one AttributeTypeAndValue and appends it: kCvelOk, or kCvelErrMalformed when it cannot be kept.
+CvelResult addAttribute(CvelDName& name, const CvelString& der, const CvelA1Context& attribute) {
+  CvelRDName* entry = new (std::nothrow) CvelRDName();
+  if (entry == nullptr) return kCvelErrMalformed;
+  if (entry->parse(der, attribute) != kCvelOk) {
+    delete entry;
+    return kCvelErrMalformed;
+  }
+  // add owns the entry from here on, also when it fails.
+  return name.add(entry) == kCvelOk ? kCvelOk : kCvelErrMalformed;
+}
+
+// Every AttributeTypeAndValue SEQUENCE of the SET `set` has just read, in order. A child that is not a
+// SEQUENCE ends the SET.
+CvelResult addSet(CvelDName& name, const CvelString& der, const CvelA1Context& set, uint32_t& added) {
+  CvelA1Context child;
+  child = set;
+  while (child.next(der) == kTagSequence) {
+    CvelResult r = addAttribute(name, der, child);
+    if (r != kCvelOk) return r;
+    ++added;
+  }
+  return kCvelOk;
+}
+
+}  // namespace
+
+CvelResult CvelRDName::parse(const CvelString& der, const CvelA1Context& element) {
+  CvelA1Context child;
+  child = element;
+  if (child.next(der) != kTagOid) return 0;
+  CvelResult r = child.getElement(der, type_);
+  if (r != kCvelOk) return r;
+  typeId_ = kindOf(type_);
+  // An attribute type without a value is not an attribute.
+  if (child.next(der) < 0) {
+    value_.release();
+    return kCvelErrMalformed;
+  }
+  return child.getElement(der, value_);
+}
+
+void cvelFoldPrintable(const CvelString& value, CvelString& out) {
+  out.release();
+  const uint32_t n = value.length();
+  if (n == 0 || out.allocate(n) != kCvelOk) return;
+  // The whole element is folded, header octets included: a length octet of 0x20 counts as a space.
+  const unsigned char* in = value.data();
+  unsigned char* to = out.data();
+  uint32_t kept = 0;
+  for (uint32_t i = 0; i < n; ++i) {
+    if (in[i] == kSpace && i + 1 < n && in[i + 1] == kSpace) continue;
+    to[kept++] = in[i];
+  }
+  out.truncate(kept);
+  out.toLower();
+}
+
+int CvelRDName::equals(const CvelRDName& other) const {
+  if (!type_.equals(other.type_)) return kDifferent;
+  if (value_.isEmpty() || value_.data()[0] != kTagPrintableString) {
+    return value_.equals(other.value_) ? kEqual : kDifferent;
+  }
+  // The length octets are folded with the rest, so names whose runs of spaces differ stay unequal.
+  CvelString mine;
+  CvelString theirs;
+  cvelFoldPrintable(value_, mine);
+  cvelFoldPrintable(other.value_, theirs);
+  return mine.equals(theirs) ? kEqual : kDifferent;
+}
+
+CvelResult CvelDName::parse(const CvelString& der, CvelA1Context* reader) {
+  clear();
+  encoded_.release();
+  CvelA1Context fresh;
+  if (readNext(der, reader, fresh) != kTagSequence) return 0;
+  const CvelA1Context& nameElement = reader != nullptr ? *reader : fresh;
+
+  CvelA1Context set;
+  set = nameElement;
+  // An empty Name (no RDN at all) is not a name.
+  if (set.next(der) != kTagSet) return 0;
+  uint32_t added = 0;
+  do {
+    CvelResult r = addSet(*this, der, set, added);
+    if (r != kCvelOk) return r;
+  } while (set.next(der) == kTagSet);
+
+  if (added == 0) return 0;
+  return nameElement.getElement(der, encoded_);
+}
+
+int CvelDName::equals(const CvelDName& other) const {
+  if (size() != other.size()) return kDifferent;
+  for (uint32_t i = 0; i < size(); ++i) {
+    CvelRDName* mine = nullptr;
+    CvelRDName* theirs = nullptr;
+    if (get(i, mine) != kCvelOk || other.get(i, theirs) != kCvelOk) return kDifferent;
+    if (mine == nullptr || theirs == nullptr) {
+      if (mine != theirs) return kDifferent;
+      continue;
+    }
+    if (mine->equals(*theirs) != kEqual) return kDifferent;
+  }
+  return kEqual;
+}
+
+CvelResult CvelDName::encode(CvelString& out) const {
+  // Kept empty on purpose: the DER of a parsed name is encoded().
+  out.release();
+  return 0;
+}
