@@ -16,7 +16,8 @@ constexpr uint8_t kMaxLengthOctets = 4;
 }  // namespace
 
 CvelA1Context& CvelA1Context::operator=(const CvelA1Context& parent) {
-  if (&parent == this) return *this;
+  // Read before anything is written, so that assigning a cursor to itself follows the same rule: it then
+  // covers its own current element, header included, and reads that element again.
   uint32_t staleHeader = headerLength_;
   limit_ = parent.position_;
   tag_ = parent.tag_;

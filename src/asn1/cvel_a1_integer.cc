@@ -60,17 +60,18 @@ CvelResult CvelA1Integer::decodeContent(const CvelString& s, const CvelA1Context
   CvelString content;
   CvelResult r = content.assign(s, &child);
   if (r != kCvelOk) return r;
-  if (content.isEmpty()) {
+  // The octets are taken first; what follows decides whether the value replaces them.
+  bytes_.moveFrom(content);
+  const uint32_t n = bytes_.length();
+  if (n == 0) {
     std::printf("[TRACE] CvelA1Integer::decodeContent: empty INTEGER content\n");
     return kCvelErrBadParameter;
   }
-  uint32_t n = content.length();
   if (n <= kValueOctets) {
-    value_ = bigEndian(content.data(), n);
+    value_ = bigEndian(bytes_.data(), n);
     bytes_.release();
-  } else {
-    if (n == kPaddedValueOctets && content.data()[0] == 0) value_ = bigEndian(content.data() + 1, kValueOctets);
-    bytes_.moveFrom(content);
+  } else if (n == kPaddedValueOctets && bytes_.data()[0] == 0) {
+    value_ = bigEndian(bytes_.data() + 1, kValueOctets);
   }
   return kCvelOk;
 }

@@ -56,7 +56,10 @@ CvelResult wrap(const void* bytes, uint32_t n, uint8_t tag, CvelString& out) {
   const bool bitString = tag == kTagBitString;
   uint64_t contentLength = static_cast<uint64_t>(n) + (bitString ? 1 : 0);
   uint64_t total = cvelTlvSize(contentLength);
-  if (total >= CvelString::kViewCapacity - 1) return kCvelErrNoMemory;
+  if (total >= CvelString::kViewCapacity - 1) {
+    out.release();
+    return kCvelErrNoMemory;
+  }
   CvelString result;
   CvelResult r = result.allocate(static_cast<uint32_t>(total));
   if (r != kCvelOk) {

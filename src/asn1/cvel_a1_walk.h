@@ -23,14 +23,15 @@ struct CvelA1WalkElement {
 struct CvelA1WalkResult {
   bool complete;         // every element lies inside its container
   uint32_t elements;     // number of elements met
-  uint32_t faultOffset;  // the first element that overran its container (when not complete)
+  uint32_t faultOffset;  // the first element that overran its container or could not be read (when not complete)
   uint32_t faultDepth;
 };
 
 // Visits every element in encoding order; the visitor may stop the walk by returning false. An element that
-// runs past its container is still visited (marked overruns) and entered as far as the bytes go, so that a
-// truncated image shows what it holds; the result then is not complete. A header cut off by the end of the
-// image ends the walk of its container.
+// runs past its container is still visited (marked overruns) and entered as far as that container reaches, so
+// that a truncated image shows what it holds; the result then is not complete. A header cut off by the end of
+// the image ends the walk of its container, and so does an identifier the cursor reads as the end of its range
+// (FF FF FF FF); both also make the result not complete.
 CvelA1WalkResult cvelWalk(const CvelString& der, const std::function<bool(const CvelA1WalkElement&)>& visit);
 
 #endif  // KOLVARI_ASN1_CVEL_A1_WALK_H

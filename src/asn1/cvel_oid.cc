@@ -1,6 +1,7 @@
 #include "asn1/cvel_oid.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -231,7 +232,10 @@ const RegistryIndex& registry() {
   return index;
 }
 
-// One arc as the converter writes it: five 7-bit groups from the top, a zero group left out.
+// One arc as the converter writes it: five 7-bit groups from the top. A group of value zero is left out, and
+// the continuation bit is set on every group written except the one at bit position 0, so 128 becomes the
+// single octet 0x81 and 16384 the single octet 0x81 as well. Hosts depend on exactly these octets; only the
+// value 0 itself is written, as one zero octet.
 uint32_t writeConverterArc(uint32_t value, unsigned char* out) {
   uint32_t n = 0;
   if (value == 0) {
@@ -240,10 +244,20 @@ uint32_t writeConverterArc(uint32_t value, unsigned char* out) {
   }
   for (int shift : kGroupShifts) {
     uint32_t group = (value >> shift) & kGroupMask;
-    if (group != 0) out[n++] = static_cast<unsigned char>(group | kMoreOctets);
+    if (group == 0) continue;
+    out[n++] = static_cast<unsigned char>(shift == 0 ? group : group | kMoreOctets);
   }
-  out[n - 1] &= static_cast<unsigned char>(kGroupMask);
   return n;
+}
+
+// One piece of dotted text as a signed decimal number the way a 32-bit C library's text-to-long conversion
+// reads it: leading white space and a sign are taken, anything else ends the number (no digits give 0), and
+// a number outside the 32-bit range saturates at its bound.
+uint32_t readArc(const std::string& piece) {
+  long long value = std::strtoll(piece.c_str(), nullptr, 10);
+  if (value > INT32_MAX) value = INT32_MAX;
+  if (value < INT32_MIN) value = INT32_MIN;
+  return static_cast<uint32_t>(static_cast<int32_t>(value));
 }
 
 }  // namespace
@@ -252,25 +266,22 @@ CvelResult fromDotted(const char* text, CvelString& out, int withTag) {
   if (text == nullptr) return 0;
   std::string content;
   bool firstPiece = true;
-  bool secondPiece = false;
   const char* piece = text;
   while (true) {
     const char* dot = std::strchr(piece, '.');
     std::string part = dot == nullptr ? std::string(piece) : std::string(piece, static_cast<size_t>(dot - piece));
-    // Text that is not a number reads as 0, as the C library's conversion does.
-    // Arithmetic wraps at 32 bits, as the arcs are written from a 32-bit value.
-    uint32_t value = static_cast<uint32_t>(std::strtol(part.c_str(), nullptr, 10));
+    // Arithmetic on the arcs wraps at 32 bits, as they are written from a 32-bit value.
+    uint32_t value = readArc(part);
     if (firstPiece) {
+      // The first arc only sets the shared state; it is added into the second piece.
       gFirstArc.held = value * kFirstArcFactor;
       gFirstArc.set = true;
       firstPiece = false;
-      secondPiece = true;
     } else {
-      if (secondPiece && gFirstArc.set) {
+      if (gFirstArc.set) {
         value += gFirstArc.held;
         gFirstArc.set = false;
       }
-      secondPiece = false;
       unsigned char octets[kMaxArcOctets];
       uint32_t n = writeConverterArc(value, octets);
       content.append(reinterpret_cast<const char*>(octets), n);

@@ -125,8 +125,8 @@ CvelResult CvelString::setView(const CvelString& source, uint32_t offset, uint32
   }
   release();
   if (offset > source.length_ || count > source.length_ - offset) return kCvelErrMalformed;
-  if (count == 0) return kCvelOk;
-  data_ = source.data_ + offset;
+  // An empty part is still a view (of nothing), like any other part of the source.
+  data_ = source.data_ == nullptr ? nullptr : source.data_ + offset;
   length_ = count;
   capacity_ = kViewCapacity;
   return kCvelOk;

@@ -107,9 +107,9 @@ CvelResult CvelTime::parse(const void* text, uint32_t n) {
   return kCvelOk;
 }
 
-CvelResult CvelTime::decode(const CvelString& s, CvelA1Context* reader) {
-  CvelA1Context fresh;
-  CvelA1Context& cursor = reader != nullptr ? *reader : fresh;
+CvelResult CvelTime::decode(const CvelString& s, const CvelA1Context* context) {
+  CvelA1Context cursor;
+  if (context != nullptr) cursor = *context;
   int32_t tag = cursor.next(s);
   CvelString content;
   if (tag == kTagSequence) {
@@ -132,6 +132,22 @@ CvelResult CvelTime::toText(CvelString& out) const {
   int n = std::snprintf(text, sizeof text, "%04d%02d%02d%02d%02d%02dZ", year_, month_, day_, hour_, minute_, second_);
   if (n < 0 || static_cast<size_t>(n) >= sizeof text) return kCvelErrMalformed;
   return out.assign(text, static_cast<uint32_t>(n));
+}
+
+CvelResult CvelTime::toText(std::vector<unsigned char>& out) const {
+  CvelString text;
+  CvelResult r = toText(text);
+  if (r != kCvelOk) return r;
+  out.assign(text.data(), text.data() + text.length());
+  return kCvelOk;
+}
+
+CvelResult currentTime(std::vector<unsigned char>& out, uint32_t form) {
+  CvelString text;
+  CvelResult r = currentTime(text, form);
+  if (r != kCvelOk) return r;
+  out.assign(text.data(), text.data() + text.length());
+  return kCvelOk;
 }
 
 CvelResult currentTime(CvelString& out, uint32_t form) {

@@ -4,6 +4,7 @@
 #define KOLVARI_ASN1_CVEL_TIME_H
 
 #include <cstdint>
+#include <vector>
 
 #include "asn1/cvel_non_copy_object.h"
 #include "asn1/cvel_result.h"
@@ -28,13 +29,15 @@ class CvelTime : public CvelNonCopyObject {
   CvelResult parse(const char* text);
   CvelResult parse(const void* text, uint32_t n);
 
-  // Reads the next element of reader (or the first element of s when reader is null): a UTCTime or a
-  // GeneralizedTime, or a SEQUENCE around one. Any other element makes the whole of s the text to parse.
-  // kCvelErrIncomplete when the text does not parse.
-  CvelResult decode(const CvelString& s, CvelA1Context* reader);
+  // Reads the first element inside the context's current element through a child cursor (the caller's cursor
+  // does not move), or the first element of s when context is null: a UTCTime or a GeneralizedTime, or a
+  // SEQUENCE whose first element is one. Any other element makes the whole of s the text to parse, so that a
+  // bare text time may stand in for DER. kCvelErrIncomplete when the text does not parse.
+  CvelResult decode(const CvelString& s, const CvelA1Context* context);
 
   // Text YYYYMMDDhhmmssZ, whatever form was parsed.
   CvelResult toText(CvelString& out) const;
+  CvelResult toText(std::vector<unsigned char>& out) const;
   // Copies every field.
   void copyFrom(const CvelTime& other);
 
@@ -63,5 +66,6 @@ class CvelTime : public CvelNonCopyObject {
 
 // The system clock as UTC text: with bit 0 of form set YYMMDDhhmmssZ (13 bytes), else YYYYMMDDhhmmssZ (15).
 CvelResult currentTime(CvelString& out, uint32_t form);
+CvelResult currentTime(std::vector<unsigned char>& out, uint32_t form);
 
 #endif  // KOLVARI_ASN1_CVEL_TIME_H
