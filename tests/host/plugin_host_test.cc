@@ -22,13 +22,17 @@ using Bytes = std::vector<unsigned char>;
 constexpr const char* kPluginPath = KOLVARI_PLUGIN_PATH;
 constexpr const char* kSoname = "libkolvari-pkcs7.so.1";
 
-// The provider and container functions a host looks up today.
+// Every function a host looks up.
 const char* const kFunctionNames[] = {
     "ZARV_Init",           "ZARV_GetEncoderProviderName", "ZARV_GetSupportedEncoderList",
     "ZARV_CreateP72Container", "ZARV_SetVersion",         "ZARV_SetContentTypeOID",
     "ZARV_SetContentInfo", "ZARV_AddDigestAlgorithm",     "ZARV_AddCertificate",
     "ZARV_AddCRL",         "ZARV_AddSignerInfo",          "ZARV_EncodeP72",
-    "ZARV_ResetP72Container", "ZARV_CloseP72Container",
+    "ZARV_ResetP72Container", "ZARV_CloseP72Container",   "ZARV_CreateSignerInfo",
+    "ZARV_SetSigningTime", "ZARV_SetDataHash",            "ZARV_SetSignerCertificate",
+    "ZARV_SetSignatureCreationEnvironment",               "ZARV_SetContentType",
+    "ZARV_AddSignedAttribute", "ZARV_AddUnsignedAttribute", "ZARV_GetDTBS",
+    "ZARV_SetP1Signature", "ZARV_EncodeSignerInfo",       "ZARV_ReleaseSignerInfo",
 };
 
 std::string toHex(const Bytes& bytes) {
@@ -80,7 +84,7 @@ class PluginHost : public ::testing::Test {
 void* PluginHost::library_ = nullptr;
 std::string PluginHost::loadError_;
 
-TEST_F(PluginHost, EveryProviderAndContainerFunctionIsFoundByName) {
+TEST_F(PluginHost, EveryFunctionIsFoundByName) {
   for (const char* name : kFunctionNames) EXPECT_NE(dlsym(library_, name), nullptr) << name;
 }
 
@@ -150,6 +154,50 @@ TEST_F(PluginHost, NullHandlesAndOutPointersAreRefused) {
   ASSERT_EQ(create(&h), 0x21000001u);
   EXPECT_EQ(encode(h, nullptr), kBadParameter);
   EXPECT_EQ(close(h), 0x21000001u);
+}
+
+TEST_F(PluginHost, SignerInfoFunctionsRefuseNullHandlesAndOutPointers) {
+  constexpr uint32_t kBadParameter = 0xE100FFFCu;
+  auto create = lookup<ZARV_CreateSignerInfo_t>("ZARV_CreateSignerInfo");
+  auto setTime = lookup<ZARV_SetSigningTime_t>("ZARV_SetSigningTime");
+  auto setHash = lookup<ZARV_SetDataHash_t>("ZARV_SetDataHash");
+  auto setCertificate = lookup<ZARV_SetSignerCertificate_t>("ZARV_SetSignerCertificate");
+  auto setEnvironment = lookup<ZARV_SetSignatureCreationEnvironment_t>("ZARV_SetSignatureCreationEnvironment");
+  auto setContentType = lookup<ZARV_SetContentType_t>("ZARV_SetContentType");
+  auto addSigned = lookup<ZARV_AddAttribute_t>("ZARV_AddSignedAttribute");
+  auto addUnsigned = lookup<ZARV_AddAttribute_t>("ZARV_AddUnsignedAttribute");
+  auto getDtbs = lookup<ZARV_SignerOutput_t>("ZARV_GetDTBS");
+  auto setSignature = lookup<ZARV_SetP1Signature_t>("ZARV_SetP1Signature");
+  auto encode = lookup<ZARV_SignerOutput_t>("ZARV_EncodeSignerInfo");
+  auto release = lookup<ZARV_ReleaseSignerInfo_t>("ZARV_ReleaseSignerInfo");
+  ASSERT_TRUE(create && setTime && setHash && setCertificate && setEnvironment && setContentType && addSigned &&
+              addUnsigned && getDtbs && setSignature && encode && release);
+
+  const Bytes some = {0x04, 0x00};
+  const std::string sha256 = "2.16.840.1.101.3.4.2.1";
+  EXPECT_EQ(create(nullptr), kBadParameter);
+  EXPECT_EQ(setTime(nullptr, "20240101120000Z"), kBadParameter);
+  EXPECT_EQ(setHash(nullptr, some, sha256, 1), kBadParameter);
+  EXPECT_EQ(setCertificate(nullptr, some, some, sha256), kBadParameter);
+  EXPECT_EQ(setEnvironment(nullptr, "a", "b", 1), kBadParameter);
+  EXPECT_EQ(setContentType(nullptr, some), kBadParameter);
+  EXPECT_EQ(addSigned(nullptr, "1.2.3", some, 1), kBadParameter);
+  EXPECT_EQ(addUnsigned(nullptr, "1.2.3", some, 1), kBadParameter);
+  Bytes out = {0xAA};
+  EXPECT_EQ(getDtbs(nullptr, &out), kBadParameter);
+  EXPECT_EQ(setSignature(nullptr, "1.2.3", some), kBadParameter);
+  EXPECT_EQ(encode(nullptr, &out), kBadParameter);
+  EXPECT_EQ(out, Bytes{0xAA});
+  EXPECT_EQ(release(nullptr), kBadParameter);
+
+  SignerInfoRecord* h = nullptr;
+  ASSERT_EQ(create(&h), 0x21000001u);
+  EXPECT_EQ(getDtbs(h, nullptr), kBadParameter);
+  EXPECT_EQ(encode(h, nullptr), kBadParameter);
+  // A record that was only given null out-pointers still encodes an (empty) SignerInfo: nothing was changed.
+  EXPECT_EQ(encode(h, &out), 0x21000001u);
+  EXPECT_EQ(toHex(out), "3005" "020100" "0400");
+  EXPECT_EQ(release(h), 0x21000001u);
 }
 
 TEST_F(PluginHost, ExportsOnlyZarvFunctions) {

@@ -86,7 +86,36 @@ done
 "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key rsa.key --cert rsa.pem --time 20240101120000Z --out a.der content.txt
 "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key rsa.key --cert rsa.pem --time 20240101120000Z --out b.der content.txt
 cmp -s a.der b.der || fail "a fixed --time did not give identical output"
-openssl cms -cmsout -print -inform DER -in a.der | grep -q "20240101120000Z" || fail "signing time not found"
+openssl asn1parse -inform DER -in a.der | grep -q "GENERALIZEDTIME *:20240101120000Z" || fail "signing time not found"
 verify a.der DER content.txt || fail "fixed-time signature not verified"
+
+# CRLs travel in the message: OpenSSL's CRL check finds them there. A CRL that revokes the signer makes the
+# same check fail.
+mkdir -p ca && : > ca/index.txt && echo 01 > ca/crlnumber
+cat > ca.cnf <<'CNF'
+[ca]
+default_ca = test_ca
+[test_ca]
+database = ca/index.txt
+crlnumber = ca/crlnumber
+default_md = sha256
+default_crl_days = 30
+CNF
+openssl ca -config ca.cnf -gencrl -keyfile ca.key -cert ca.pem -out clean.crl 2>/dev/null
+"$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key p256.key --cert p256.pem --crl clean.crl --out crl.der content.txt
+openssl cms -verify -binary -crl_check -inform DER -in crl.der -content content.txt -CAfile ca.pem -out /dev/null \
+  2>verify.err || { cat verify.err >&2; fail "the CRL carried in the message was not found"; }
+if openssl cms -verify -binary -crl_check -inform DER -in a.der -content content.txt -CAfile ca.pem -out /dev/null \
+  2>/dev/null; then fail "the CRL check passed without a CRL"; fi
+openssl ca -config ca.cnf -revoke p256.pem -keyfile ca.key -cert ca.pem 2>/dev/null
+openssl ca -config ca.cnf -gencrl -keyfile ca.key -cert ca.pem -out revoked.crl 2>/dev/null
+"$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key p256.key --cert p256.pem --crl clean.crl --crl revoked.crl \
+  --out two.der content.txt
+[ "$(openssl cms -cmsout -print -inform DER -in two.der | grep -c 'lastUpdate:')" -eq 2 ] || \
+  fail "the two CRLs are not both in the message"
+"$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key p256.key --cert p256.pem --crl revoked.crl --out revoked.der \
+  content.txt
+if openssl cms -verify -binary -crl_check -inform DER -in revoked.der -content content.txt -CAfile ca.pem \
+  -out /dev/null 2>/dev/null; then fail "a revoked signer was verified"; fi
 
 echo "verified $checks signer/digest/content combinations, detached and attached"

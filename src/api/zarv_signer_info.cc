@@ -1,0 +1,226 @@
+// The exported signer-info functions: attributes in, data to be signed out, signature in, SignerInfo out.
+#include <memory>
+#include <new>
+
+#include "api/signer_info_record.h"
+#include "api/zarv_guard.h"
+#include "asn1/cvel_a1_node.h"
+#include "asn1/cvel_der.h"
+#include "asn1/cvel_oid.h"
+#include "kolvari/zarv.h"
+
+namespace {
+
+constexpr char kContentTypeOid[] = "1.2.840.113549.1.9.3";
+constexpr char kMessageDigestOid[] = "1.2.840.113549.1.9.4";
+constexpr char kSigningTimeOid[] = "1.2.840.113549.1.9.5";
+constexpr char kSigningCertificateV2Oid[] = "1.2.840.113549.1.9.16.2.47";
+constexpr char kSignatureEnvironmentOid[] = "1.3.6.1.4.1.47731.1";
+// The two labels of the signature-creation environment: 1.3.6.1.4.1.47731.1.1 and .1.2, whole elements.
+constexpr unsigned char kEnvironmentFirstOid[] = {0x06, 0x0A, 0x2B, 0x06, 0x01, 0x04, 0x01,
+                                                  0x82, 0xF4, 0x73, 0x01, 0x01};
+constexpr unsigned char kEnvironmentSecondOid[] = {0x06, 0x0A, 0x2B, 0x06, 0x01, 0x04, 0x01,
+                                                   0x82, 0xF4, 0x73, 0x01, 0x02};
+
+constexpr uint32_t kReplace = 1;
+// Signing-time texts: YYMMDDhhmmssZ and YYYYMMDDhhmmssZ. The length is taken as one octet.
+constexpr uint8_t kShortTimeLength = 13;
+constexpr uint8_t kLongTimeLength = 15;
+
+bool usable(const SignerInfoRecord* h) { return h != nullptr && h->signer != nullptr; }
+
+void copyOut(const CvelString& bytes, std::vector<unsigned char>& out) {
+  out.assign(bytes.data(), bytes.data() + bytes.length());
+}
+
+// SEQUENCE { OID from the dotted text, NULL }.
+uint32_t algorithmWithNull(const std::string& dotted, CvelString& out) {
+  CvelString oid;
+  uint32_t r = fromDotted(dotted.c_str(), oid, 1);
+  if (r != ZARV_OK) return r;
+  return CvelA1Node::constructed(kTagSequence, {CvelA1Node::raw(oid), CvelA1Node::raw(kDerNull, sizeof kDerNull)})
+      .encode(out);
+}
+
+uint32_t setContentType(SignerInfoRecord& h, const std::vector<unsigned char>& derOid) {
+  if (derOid.empty()) {
+    return zarvAddAttribute(h, ZarvAttributeKind::kSigned, kContentTypeOid, kDerOidData, sizeof kDerOidData,
+                            kReplace);
+  }
+  return zarvAddAttribute(h, ZarvAttributeKind::kSigned, kContentTypeOid, derOid.data(), derOid.size(), kReplace);
+}
+
+uint32_t addAttribute(SignerInfoRecord* h, ZarvAttributeKind kind, const std::string& oid,
+                      const std::vector<unsigned char>& derValue, uint32_t replace) {
+  if (!usable(h)) return ZARV_E_BAD_PARAMETER;
+  return zarvGuarded([&] { return zarvAddAttribute(*h, kind, oid, derValue.data(), derValue.size(), replace); });
+}
+
+}  // namespace
+
+uint32_t ZARV_CreateSignerInfo(SignerInfoRecord** handle) {
+  if (handle == nullptr) return ZARV_E_BAD_PARAMETER;
+  return zarvGuarded([&] {
+    std::unique_ptr<SignerInfoRecord> record(new (std::nothrow) SignerInfoRecord());
+    if (record == nullptr) return ZARV_E_OUT_OF_MEMORY;
+    CvelP7SignerInfo* signer = new (std::nothrow) CvelP7SignerInfo();
+    if (signer == nullptr) return ZARV_E_OUT_OF_MEMORY;
+    record->signer.reset(signer);
+    record->signedAttributes = std::make_unique<ZarvAttributeMap>();
+    record->unsignedAttributes = std::make_unique<ZarvAttributeMap>();
+    *handle = record.release();
+    return ZARV_OK;
+  });
+}
+
+uint32_t ZARV_SetSigningTime(SignerInfoRecord* h, const std::string& time) {
+  if (!usable(h)) return ZARV_E_BAD_PARAMETER;
+  const uint8_t length = static_cast<uint8_t>(time.size());
+  if (length != kShortTimeLength && length != kLongTimeLength) return ZARV_E_BAD_PARAMETER;
+  return zarvGuarded([&] {
+    // The GeneralizedTime tag is written for both text lengths.
+    ZarvBytes value{kTagGeneralizedTime, length};
+    value.insert(value.end(), time.begin(), time.begin() + length);
+    return zarvAddAttribute(*h, ZarvAttributeKind::kSigned, kSigningTimeOid, value.data(), value.size(), kReplace);
+  });
+}
+
+uint32_t ZARV_SetDataHash(SignerInfoRecord* h, const std::vector<unsigned char>& digest, const std::string& digestOid,
+                          uint32_t replace) {
+  if (!usable(h)) return ZARV_E_BAD_PARAMETER;
+  return zarvGuarded([&] {
+    CvelString algorithm;
+    uint32_t r = algorithmWithNull(digestOid, algorithm);
+    if (r != ZARV_OK) return r;
+    ZarvBytes value;
+    r = CvelA1Node::primitive(kTagOctetString, digest.data(), digest.size()).appendTo(value);
+    if (r != ZARV_OK) return r;
+    h->signer->digestAlgorithm().moveFrom(algorithm);
+    return zarvAddAttribute(*h, ZarvAttributeKind::kSigned, kMessageDigestOid, value.data(), value.size(),
+                            replace == kReplace ? kReplace : 0);
+  });
+}
+
+uint32_t ZARV_SetSignerCertificate(SignerInfoRecord* h, const std::vector<unsigned char>& cert,
+                                   const std::vector<unsigned char>& certHash, const std::string& certHashOid) {
+  if (!usable(h)) return ZARV_E_BAD_PARAMETER;
+  return zarvGuarded([&] {
+    if (cert.size() >= CvelString::kViewCapacity - 1) return ZARV_E_BAD_PARAMETER;
+    std::unique_ptr<CvelCertificate> certificate(new (std::nothrow) CvelCertificate());
+    if (certificate == nullptr) return ZARV_E_OUT_OF_MEMORY;
+    uint32_t r = certificate->parse(cert.data(), static_cast<uint32_t>(cert.size()));
+    if (r != ZARV_OK) return r;
+    CvelString hashOid;
+    r = fromDotted(certHashOid.c_str(), hashOid, 1);
+    if (r != ZARV_OK) return r;
+    CvelString value;
+    CvelString signerIdentifier;
+    if (zarvBuildSigningCertificateV2(*certificate, certHash, hashOid, value, signerIdentifier) != ZARV_OK)
+      return ZARV_E_OUT_OF_MEMORY;
+    r = zarvAddAttribute(*h, ZarvAttributeKind::kSigned, kSigningCertificateV2Oid, value.data(), value.length(),
+                         kReplace);
+    if (r != ZARV_OK) return r;
+    h->signer->signerIdentifier().moveFrom(signerIdentifier);
+    h->signer->setSignerCertificate(std::move(certificate));
+    return ZARV_OK;
+  });
+}
+
+uint32_t ZARV_SetSignatureCreationEnvironment(SignerInfoRecord* h, const std::string& first, const std::string& second,
+                                              uint32_t replace) {
+  if (!usable(h)) return ZARV_E_BAD_PARAMETER;
+  return zarvGuarded([&] {
+    auto item = [](const unsigned char* oid, size_t oidLength, const std::string& text) {
+      return CvelA1Node::constructed(kTagSequence, {CvelA1Node::raw(oid, oidLength),
+                                                    CvelA1Node::primitive(kTagUtf8String, text.data(), text.size())});
+    };
+    ZarvBytes value;
+    uint32_t r = CvelA1Node::constructed(kTagSequence, {item(kEnvironmentFirstOid, sizeof kEnvironmentFirstOid, first),
+                                                        item(kEnvironmentSecondOid, sizeof kEnvironmentSecondOid, second)})
+                     .appendTo(value);
+    if (r != ZARV_OK) return r;
+    return zarvAddAttribute(*h, ZarvAttributeKind::kSigned, kSignatureEnvironmentOid, value.data(), value.size(),
+                            replace == kReplace ? kReplace : 0);
+  });
+}
+
+uint32_t ZARV_SetContentType(SignerInfoRecord* h, const std::vector<unsigned char>& derOid) {
+  if (!usable(h)) return ZARV_E_BAD_PARAMETER;
+  return zarvGuarded([&] { return setContentType(*h, derOid); });
+}
+
+uint32_t ZARV_AddSignedAttribute(SignerInfoRecord* h, const std::string& oid,
+                                 const std::vector<unsigned char>& derValue, uint32_t replace) {
+  return addAttribute(h, ZarvAttributeKind::kSigned, oid, derValue, replace);
+}
+
+uint32_t ZARV_AddUnsignedAttribute(SignerInfoRecord* h, const std::string& oid,
+                                   const std::vector<unsigned char>& derValue, uint32_t replace) {
+  return addAttribute(h, ZarvAttributeKind::kUnsigned, oid, derValue, replace);
+}
+
+uint32_t ZARV_GetDTBS(SignerInfoRecord* h, std::vector<unsigned char>* out) {
+  if (!usable(h) || out == nullptr) return ZARV_E_BAD_PARAMETER;
+  return zarvGuarded([&] {
+    ZarvAttributeMap* map = h->table(ZarvAttributeKind::kSigned);
+    if (map == nullptr) return ZARV_E_NO_ATTRIBUTE_TABLE;
+    if (map->find(kContentTypeOid) == map->end()) {
+      uint32_t r = setContentType(*h, {});
+      if (r != ZARV_OK) return r;
+    }
+    CvelString attributes;
+    uint32_t r = zarvBuildAttributes(*map, attributes);
+    if (r != ZARV_OK) return r;
+    h->signer->signedAttributes().moveFrom(attributes);
+    // What the host signs is the SET form of the attributes.
+    out->clear();
+    return CvelA1Node::primitive(kTagSet, h->signer->signedAttributes()).appendTo(*out);
+  });
+}
+
+uint32_t ZARV_SetP1Signature(SignerInfoRecord* h, const std::string& signatureOid,
+                             const std::vector<unsigned char>& signature) {
+  if (!usable(h)) return ZARV_E_BAD_PARAMETER;
+  return zarvGuarded([&] {
+    if (signature.size() >= CvelString::kViewCapacity - 1) return ZARV_E_BAD_PARAMETER;
+    CvelString oid;
+    uint32_t r = fromDotted(signatureOid.c_str(), oid, 1);
+    if (r != ZARV_OK) return r;
+    // No parameters here, unlike the digest algorithms.
+    CvelString algorithm;
+    r = CvelA1Node::constructed(kTagSequence, {CvelA1Node::raw(oid)}).encode(algorithm);
+    if (r != ZARV_OK) return r;
+    CvelString value;
+    r = value.assign(signature.data(), static_cast<uint32_t>(signature.size()));
+    if (r != ZARV_OK) return r;
+    h->signer->signatureAlgorithm().moveFrom(algorithm);
+    h->signer->signatureValue().moveFrom(value);
+    return ZARV_OK;
+  });
+}
+
+uint32_t ZARV_EncodeSignerInfo(SignerInfoRecord* h, std::vector<unsigned char>* out) {
+  if (!usable(h) || out == nullptr) return ZARV_E_BAD_PARAMETER;
+  return zarvGuarded([&] {
+    ZarvAttributeMap* map = h->table(ZarvAttributeKind::kUnsigned);
+    if (map == nullptr) return ZARV_E_NO_ATTRIBUTE_TABLE;
+    if (!map->empty()) {
+      CvelString attributes;
+      uint32_t r = zarvBuildAttributes(*map, attributes);
+      if (r != ZARV_OK) return r;
+      h->signer->unsignedAttributes().moveFrom(attributes);
+    }
+    h->signer->setAttributeFlag(1);
+    CvelString encoded;
+    uint32_t r = h->signer->encode(encoded);
+    if (r != ZARV_OK) return r;
+    copyOut(encoded, *out);
+    return ZARV_OK;
+  });
+}
+
+uint32_t ZARV_ReleaseSignerInfo(SignerInfoRecord* h) {
+  if (h == nullptr) return ZARV_E_BAD_PARAMETER;
+  delete h;
+  return ZARV_OK;
+}
