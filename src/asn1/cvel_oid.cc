@@ -342,10 +342,13 @@ bool toDotted(const void* der, uint32_t n, std::string& text) {
     if ((p[i] & kMoreOctets) != 0) continue;
     if (first) {
       uint64_t top = value < kFirstArcFactor ? 0 : (value < 2 * kFirstArcFactor ? 1 : 2);
-      text += std::to_string(top) + "." + std::to_string(value - top * kFirstArcFactor);
+      text += std::to_string(top);
+      text.push_back('.');
+      text += std::to_string(value - top * kFirstArcFactor);
       first = false;
     } else {
-      text += "." + std::to_string(value);
+      text.push_back('.');
+      text += std::to_string(value);
     }
     value = 0;
     octetsInArc = 0;

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -193,8 +195,10 @@ Bytes standardDer(const std::string& dotted) {
     } while (v != 0);
     content.insert(content.end(), groups.begin(), groups.end());
   }
-  Bytes der = {0x06, static_cast<unsigned char>(content.size())};
-  der.insert(der.end(), content.begin(), content.end());
+  Bytes der(2 + content.size());
+  der[0] = 0x06;
+  der[1] = static_cast<unsigned char>(content.size());
+  std::copy(content.begin(), content.end(), der.begin() + 2);
   return der;
 }
 
