@@ -85,33 +85,23 @@ bool called(const char* function, uint32_t result) {
   return false;
 }
 
-// Owns a signer-info handle for the length of a run.
-class SignerHandle {
+// Owns a signer-info or container handle for the length of a run, and gives it back to the plug-in.
+template <typename Record>
+class OwnedHandle {
  public:
-  explicit SignerHandle(const ZarvPlugin& p) : plugin_(p) {}
-  ~SignerHandle() {
-    if (handle_ != nullptr) plugin_.releaseSignerInfo(handle_);
+  using Release = uint32_t (*)(Record*);
+  explicit OwnedHandle(Release release) : release_(release) {}
+  OwnedHandle(const OwnedHandle&) = delete;
+  OwnedHandle& operator=(const OwnedHandle&) = delete;
+  ~OwnedHandle() {
+    if (handle_ != nullptr) release_(handle_);
   }
-  SignerInfoRecord** out() { return &handle_; }
-  SignerInfoRecord* get() const { return handle_; }
+  Record** out() { return &handle_; }
+  Record* get() const { return handle_; }
 
  private:
-  const ZarvPlugin& plugin_;
-  SignerInfoRecord* handle_ = nullptr;
-};
-
-class ContainerHandle {
- public:
-  explicit ContainerHandle(const ZarvPlugin& p) : plugin_(p) {}
-  ~ContainerHandle() {
-    if (handle_ != nullptr) plugin_.closeP72Container(handle_);
-  }
-  P72Container** out() { return &handle_; }
-  P72Container* get() const { return handle_; }
-
- private:
-  const ZarvPlugin& plugin_;
-  P72Container* handle_ = nullptr;
+  Release release_;
+  Record* handle_ = nullptr;
 };
 
 // The encoded SignerInfo for content, made by the library around the host's signature.
@@ -138,7 +128,7 @@ bool buildSignerInfo(const ZarvPlugin& zarv, const SignOptions& o, const DigestC
     time = now.c_str();
   }
 
-  SignerHandle signer(zarv);
+  OwnedHandle<SignerInfoRecord> signer(zarv.releaseSignerInfo);
   Bytes dtbs;
   if (!called("ZARV_CreateSignerInfo", zarv.createSignerInfo(signer.out())) ||
       !called("ZARV_SetDataHash", zarv.setDataHash(signer.get(), messageDigest, digest.digestOid, kReplace)) ||
@@ -175,7 +165,7 @@ bool buildContainer(const ZarvPlugin& zarv, const SignOptions& o, const DigestCh
   if (fromDotted(digest.digestOid, digestOid, 0) != kCvelOk) return false;
   Bytes digestOctets(digestOid.data(), digestOid.data() + digestOid.length());
 
-  ContainerHandle container(zarv);
+  OwnedHandle<P72Container> container(zarv.closeP72Container);
   if (!called("ZARV_CreateP72Container", zarv.createP72Container(container.out()))) return false;
   if (o.attached) {
     Bytes info;
