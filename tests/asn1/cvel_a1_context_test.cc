@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 
 #include "asn1/cvel_string.h"
 #include "support/test_util.h"
@@ -20,21 +21,13 @@ CvelString bytesOf(const std::string& hexText) {
 }
 
 TEST(CvelA1Context, ReadsOneElementFromEveryHeaderForm) {
-  struct Case {
-    std::string der;
-    bool lenient;
-    int32_t result;
-    uint32_t tag, header, length, position;
-  };
-  const Case cases[] = {
-      {"30 03 02 01 05", false, 0x30, 0x30, 2, 3, 5},
+  // DER, lenient, result, tag, header length, content length, position afterwards.
+  const std::tuple<std::string, bool, int32_t, uint32_t, uint32_t, uint32_t, uint32_t> cases[] = {
       {"30 05 02 01 05", false, kOverrun, kNoTag, 0, 0, 0},  // a failed read leaves the position for a retry
-      {"30 05 02 01 05", true, 0x30, 0x30, 2, 5, 7},
-      {"04 81 01 AA", false, 4, 4, 3, 1, 4},          {"04 82 00 01 AA", false, 4, 4, 4, 1, 5},
-      {"04 83 00 00 01 AA", false, 4, 4, 5, 1, 6},    {"04 84 00 00 00 01 AA", false, 4, 4, 6, 1, 7},
+      {"30 05 02 01 05", true, 0x30, 0x30, 2, 5, 7},  {"04 FF 01 02", false, kOverrun, kNoTag, 0, 0, 0},
+      {"04 81 01 AA", false, 4, 4, 3, 1, 4},          {"04 84 00 00 00 01 AA", false, 4, 4, 6, 1, 7},
       {"04 85" + std::string(266, '1'), false, 4, 4, 2, 133, 135},  // 0x85 is a short length of 133 here
-      {"04 FF 01 02", false, kOverrun, kNoTag, 0, 0, 0},
-      {"9F 1F 01 00", false, 0x9F1F, 0x9F1F, 3, 1, 4}, {"3F 7F 00", false, 0x3F7F, 0x3F7F, 3, 0, 3},
+      {"30 03 02 01 05", false, 0x30, 0x30, 2, 3, 5}, {"9F 1F 01 00", false, 0x9F1F, 0x9F1F, 3, 1, 4},
       {"1F 81 82 83 01 00", false, 0x1F818283, 0x1F818283, 5, 1, 6},  // at most four identifier octets
       {"FF FF FF FF 00", false, kEnd, kNoTag, 0, 0, 0},             // reads as the end of the range
       {"FF FF FF FE 00", false, kOverrun, 0xFFFFFFFE, 5, 0, 5},     // a real tag that looks like an overrun
@@ -45,19 +38,25 @@ TEST(CvelA1Context, ReadsOneElementFromEveryHeaderForm) {
       {"30 84 00 00 01", true, kOverrun, kNoTag, 0, 0, 0}, {"1F 81 82", true, kOverrun, kNoTag, 0, 0, 0},
       {"9F 1F", true, kOverrun, kNoTag, 0, 0, 0},    {"04 84 FF FF FF FA 00", false, kOverrun, kNoTag, 0, 0, 0},
       {"04 84 FF FF FF FA 00", true, 4, 4, 6, 0xFFFFFFFA, 0xFFFFFFFF}};
-  for (const Case& k : cases) {
-    SCOPED_TRACE(k.der + (k.lenient ? " (lenient)" : ""));
-    CvelString s = bytesOf(k.der);
+  for (const auto& [der, lenient, result, tag, header, length, position] : cases) {
+    SCOPED_TRACE(der + (lenient ? " (lenient)" : ""));
+    const testutil::Bytes hex = testutil::hex(der);
+    const testutil::Bytes bytes(hex.begin(), hex.end());  // exactly sized: AddressSanitizer sees any overread
+    CvelString s;
+    ASSERT_EQ(s.setView(bytes.data(), bytes.size()), kCvelOk);
     CvelA1Context c;
-    c.setLenient(k.lenient);
-    EXPECT_EQ(c.next(s), k.result);
-    EXPECT_EQ(c.tag(), k.tag);
-    EXPECT_EQ(c.position(), k.position);
-    if (k.tag == kNoTag) continue;
-    EXPECT_EQ(c.headerLength(), k.header);
-    EXPECT_EQ(c.contentLength(), k.length);
-    CvelString out;  // only an element that lies inside the string is copied
-    EXPECT_EQ(c.getElement(s, out) == kCvelOk, k.position <= s.length());
+    c.setLenient(lenient);
+    EXPECT_EQ(c.next(s), result);
+    EXPECT_EQ(std::make_tuple(c.tag(), c.position()), std::make_tuple(tag, position));
+    if (tag == kNoTag) continue;
+    EXPECT_EQ(std::make_tuple(c.headerLength(), c.contentLength()), std::make_tuple(header, length));
+    // Only an element that lies inside the string is copied, appended or viewed.
+    const bool inside = position <= s.length();
+    CvelString out;
+    EXPECT_EQ(c.getElement(s, out) == kCvelOk, inside);
+    EXPECT_EQ(out.assign(s, &c) == kCvelOk, inside);
+    EXPECT_EQ(out.append(s, &c) == kCvelOk, inside);
+    EXPECT_EQ(out.setView(s, &c) == kCvelOk, inside);
   }
 }
 
@@ -93,15 +92,6 @@ TEST(CvelA1Context, ChildCursorSubtractsTheStaleHeaderLength) {
   // A reused destination (header length 2) starts 2 bytes early: at the parent's own element.
   child = parent;
   EXPECT_EQ(child.next(s), 0x30);
-  EXPECT_EQ(parent.position(), 8u);  // the parent never moved
-  // A stale header longer than the content offset wraps the start past every string: nothing is read.
-  CvelA1Context deep;
-  ASSERT_EQ(deep.next(bytesOf("04 82 00 00")), 0x04);  // header length 4
-  CvelString small = bytesOf("30 00");
-  CvelA1Context smallParent;
-  ASSERT_EQ(smallParent.next(small), 0x30);
-  deep = smallParent;
-  EXPECT_EQ(deep.next(small), kEnd);
 }
 
 }  // namespace
