@@ -1,6 +1,6 @@
-// Walks every element of arbitrary bytes with the memory cursor: descends into constructed elements through
-// child cursors, copies elements and contents, re-reads overruns leniently, and checks that what the cursor
-// reports always lies inside the bytes it was given.
+// Walks arbitrary bytes with the memory cursor as the decoders do: child cursors into constructed elements,
+// lenient re-reads of overruns, copies and views of every element, and the INTEGER and time decoders on each.
+// Then the element walk, which must meet every element start at most once.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -15,95 +15,53 @@
 
 namespace {
 
-constexpr uint8_t kConstructedBit = 0x20;
 constexpr size_t kMaxDepth = 64;
 constexpr size_t kMaxSteps = 20000;
 
-void check(bool condition) {
-  if (!condition) std::abort();
-}
-
-void walk(const CvelString& s, const CvelA1Context& parent, size_t depth, size_t& steps) {
-  CvelA1Context cursor;
-  cursor = parent;
-  for (bool first = true; steps < kMaxSteps; first = false) {
-    ++steps;
-    const uint32_t before = first ? cursor.contentOffset() : cursor.position();
-    int32_t t = first ? cursor.descend(s) : cursor.next(s);
-    if (t == CvelA1Context::kEnd) return;
+void walkRange(const CvelString& s, CvelA1Context& cursor, bool descend, size_t depth, size_t& steps) {
+  for (int32_t t = descend ? cursor.descend(s) : cursor.next(s); t != CvelA1Context::kEnd && ++steps < kMaxSteps;
+       t = cursor.next(s)) {
     if (t == CvelA1Context::kOverrun && cursor.tag() == CvelA1Context::kNoTag) {
-      // A failed read leaves the position, so that it can be tried again leniently.
-      check(cursor.position() == before);
       cursor.setLenient(true);
-      t = cursor.next(s);
+      cursor.next(s);
       cursor.setLenient(false);
-      if (t == CvelA1Context::kEnd) return;
-      if (t == CvelA1Context::kOverrun && cursor.tag() == CvelA1Context::kNoTag) return;
+      if (cursor.tag() == CvelA1Context::kNoTag) return;
     }
-    check(cursor.contentOffset() >= cursor.headerLength());
-    check(cursor.elementOffset() == before);
-    check(cursor.elementOffset() < s.length());
-    CvelString element;
-    CvelString content;
-    const CvelResult re = cursor.getElement(s, element);
-    const CvelResult rc = cursor.getContent(s, content);
-    if (cursor.elementInside(s)) {
-      check(re == kCvelOk && rc == kCvelOk);
-      check(element.length() == cursor.elementLength());
-      check(content.length() == cursor.contentLength());
-      CvelString view;
-      check(view.setView(s, &cursor) == kCvelOk);
-      check(view.length() == cursor.contentLength());
-    } else {
-      check(re != kCvelOk && rc != kCvelOk);
-    }
-    // The decoders built on the cursor read the same element.
+    CvelString copy;
+    cursor.getElement(s, copy);
+    copy.assign(s, &cursor);
+    copy.setView(s, &cursor);
     CvelA1Integer integer;
     integer.decode(s, &cursor);
-    integer.decodeContent(s, cursor);
     CvelTime time;
     time.decode(s, &cursor);
-    const uint8_t firstOctet = s.data()[cursor.elementOffset()];
-    if ((firstOctet & kConstructedBit) != 0 && cursor.contentLength() != 0 && depth < kMaxDepth)
-      walk(s, cursor, depth + 1, steps);
+    if ((s.data()[cursor.elementOffset()] & 0x20) != 0 && cursor.contentLength() != 0 && depth < kMaxDepth) {
+      CvelA1Context child;
+      child = cursor;
+      walkRange(s, child, true, depth + 1, steps);
+    }
   }
 }
 
 }  // namespace
 
-// Called by libFuzzer only: the INTEGER decoder writes a diagnostic line to standard output for every empty
-// content, which would drown the fuzzer's own report.
+// The INTEGER decoder writes a line to standard output for every empty content; keep the fuzzer's report clean.
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  if (std::freopen("/dev/null", "w", stdout) == nullptr) return 0;
+  std::FILE* quiet = std::freopen("/dev/null", "w", stdout);
+  (void)quiet;
   return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  if (size > 0x10000) return 0;
-  // An owned copy, so that a read past the end is caught by the sanitizer instead of landing in the input.
+  // A view of the input itself, which has no terminator behind it: any read past the end is reported.
   CvelString s;
-  if (s.assign(data, static_cast<uint32_t>(size)) != kCvelOk) return 0;
-
-  // Top level, strict and lenient.
-  for (bool lenient : {false, true}) {
-    CvelA1Context top;
-    top.setLenient(lenient);
-    size_t steps = 0;
-    for (int32_t t = top.next(s); t != CvelA1Context::kEnd && steps < kMaxSteps; t = top.next(s)) {
-      ++steps;
-      if (t == CvelA1Context::kOverrun && top.tag() == CvelA1Context::kNoTag) break;
-      check(top.contentOffset() <= s.length());
-      check(top.headerLength() >= 1 && top.contentOffset() >= top.headerLength());
-      if (!lenient) check(static_cast<uint64_t>(top.contentOffset()) + top.contentLength() <= s.length());
-      walk(s, top, 0, steps);
-    }
-  }
-
-  // The element walk meets each element start at most once.
+  if (size > 0x10000 || s.setView(data, size) != kCvelOk) return 0;
+  CvelA1Context top;
+  size_t steps = 0;
+  walkRange(s, top, false, 0, steps);
   std::vector<bool> met(size, false);
   cvelWalk(s, [&](const CvelA1WalkElement& e) {
-    check(e.offset < size);
-    check(!met[e.offset]);
+    if (e.offset >= size || met[e.offset]) std::abort();
     met[e.offset] = true;
     return true;
   });
