@@ -2,56 +2,27 @@
 // parsed in turn. Each root's own time is measured as well, so that besides the mean per certificate the
 // median over the roots is reported (counter median_ns_per_cert).
 #include <benchmark/benchmark.h>
-#include <openssl/pem.h>
 #include <openssl/x509.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <filesystem>
 #include <string>
 #include <vector>
 
+#include "bench_roots.h"
 #include "x509/cvel_certificate.h"
 
 namespace {
 
-using Der = std::vector<unsigned char>;
+using bench::Der;
 
-constexpr char kMozillaRoots[] = "/usr/share/ca-certificates/mozilla";
 // Parses of one certificate between two clock readings, so that the clock's own cost does not count.
 constexpr int kRunsPerReading = 16;
 
-// The DER of every root, read with OpenSSL's PEM reader, in file-name order.
-const std::vector<Der>& roots() {
-  static const std::vector<Der> der = [] {
-    std::vector<std::string> paths;
-    std::error_code ec;
-    for (const auto& entry : std::filesystem::directory_iterator(kMozillaRoots, ec)) {
-      if (entry.path().extension() == ".crt") paths.push_back(entry.path().string());
-    }
-    std::sort(paths.begin(), paths.end());
-    std::vector<Der> out;
-    for (const std::string& path : paths) {
-      FILE* f = std::fopen(path.c_str(), "r");
-      if (f == nullptr) continue;
-      X509* x = PEM_read_X509(f, nullptr, nullptr, nullptr);
-      std::fclose(f);
-      if (x == nullptr) continue;
-      unsigned char* bytes = nullptr;
-      int n = i2d_X509(x, &bytes);
-      if (n > 0) out.emplace_back(bytes, bytes + n);
-      OPENSSL_free(bytes);
-      X509_free(x);
-    }
-    return out;
-  }();
-  return der;
-}
-
 template <typename Parse>
 void parseEveryRoot(benchmark::State& state, Parse parse) {
-  const std::vector<Der>& certificates = roots();
+  const std::vector<Der>& certificates = bench::roots();
   if (certificates.empty()) {
     state.SkipWithError("no Mozilla roots installed");
     return;

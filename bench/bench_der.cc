@@ -2,11 +2,8 @@
 // certificates, with OpenSSL's own element reader over the same image for comparison.
 #include <benchmark/benchmark.h>
 #include <openssl/asn1.h>
-#include <openssl/pem.h>
-#include <openssl/x509.h>
 
 #include <cstdio>
-#include <dirent.h>
 #include <string>
 #include <vector>
 
@@ -15,58 +12,19 @@
 #include "asn1/cvel_a1_walk.h"
 #include "asn1/cvel_der.h"
 #include "asn1/cvel_string.h"
+#include "bench_roots.h"
 
 namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-constexpr const char* kMozillaRoots = "/usr/share/ca-certificates/mozilla";
 // Copies of the root store in the large image: 142 roots of about 1.3 KB each make some 180 KB per copy.
 constexpr int kStoreCopies = 16;
-
-Bytes pemFileToDer(const std::string& path) {
-  Bytes der;
-  FILE* f = std::fopen(path.c_str(), "r");
-  if (f == nullptr) return der;
-  X509* cert = PEM_read_X509(f, nullptr, nullptr, nullptr);
-  std::fclose(f);
-  if (cert == nullptr) return der;
-  int n = i2d_X509(cert, nullptr);
-  if (n > 0) {
-    der.resize(static_cast<size_t>(n));
-    unsigned char* p = der.data();
-    i2d_X509(cert, &p);
-  }
-  X509_free(cert);
-  return der;
-}
-
-// Every root of the Mozilla store as DER; the test certificates of the source tree when the store is absent.
-std::vector<Bytes> loadCertificates() {
-  std::vector<Bytes> certs;
-  if (DIR* dir = opendir(kMozillaRoots)) {
-    while (dirent* entry = readdir(dir)) {
-      std::string name = entry->d_name;
-      if (name.size() > 4 && name.compare(name.size() - 4, 4, ".crt") == 0) {
-        Bytes der = pemFileToDer(std::string(kMozillaRoots) + "/" + name);
-        if (!der.empty()) certs.push_back(std::move(der));
-      }
-    }
-    closedir(dir);
-  }
-  if (certs.empty()) {
-    for (const char* name : {"test.crt", "9999-years-rsa-cert.pem"}) {
-      Bytes der = pemFileToDer(std::string(KOLVARI_SOURCE_DIR) + "/tests/data/asn1crypto/" + name);
-      if (!der.empty()) certs.push_back(std::move(der));
-    }
-  }
-  return certs;
-}
 
 // SEQUENCE { kStoreCopies times every root certificate }, built once.
 const CvelString& largeImage() {
   static CvelString image = [] {
-    std::vector<Bytes> certs = loadCertificates();
+    const std::vector<Bytes>& certs = bench::roots();
     uint64_t content = 0;
     for (const Bytes& c : certs) content += c.size();
     content *= kStoreCopies;

@@ -2,56 +2,30 @@
 // whole ContentInfo first and writes every piece once into the host's vector, so bytes per second should
 // stay flat as the number of certificates grows.
 #include <benchmark/benchmark.h>
-#include <openssl/pem.h>
-#include <openssl/x509.h>
 
 #include <cstdio>
-#include <dirent.h>
 #include <string>
 #include <vector>
 
+#include "bench_roots.h"
 #include "kolvari/zarv.h"
 
 namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-constexpr const char* kMozillaRoots = "/usr/share/ca-certificates/mozilla";
 // Roots of this DER size are taken ("about 1.2 KB").
 constexpr size_t kMinCertificate = 1100;
 constexpr size_t kMaxCertificate = 1300;
-
-Bytes pemFileToDer(const std::string& path) {
-  Bytes der;
-  FILE* f = std::fopen(path.c_str(), "r");
-  if (f == nullptr) return der;
-  X509* cert = PEM_read_X509(f, nullptr, nullptr, nullptr);
-  std::fclose(f);
-  if (cert == nullptr) return der;
-  int n = i2d_X509(cert, nullptr);
-  if (n > 0) {
-    der.resize(static_cast<size_t>(n));
-    unsigned char* p = der.data();
-    i2d_X509(cert, &p);
-  }
-  X509_free(cert);
-  return der;
-}
 
 // Root certificates of 1.1 to 1.3 KB; the 1,227-byte test certificate of the source tree without the store.
 const std::vector<Bytes>& certificates() {
   static const std::vector<Bytes> certs = [] {
     std::vector<Bytes> found;
-    if (DIR* dir = opendir(kMozillaRoots)) {
-      while (dirent* entry = readdir(dir)) {
-        std::string name = entry->d_name;
-        if (name.size() <= 4 || name.compare(name.size() - 4, 4, ".crt") != 0) continue;
-        Bytes der = pemFileToDer(std::string(kMozillaRoots) + "/" + name);
-        if (der.size() >= kMinCertificate && der.size() <= kMaxCertificate) found.push_back(std::move(der));
-      }
-      closedir(dir);
+    for (const Bytes& der : bench::roots()) {
+      if (der.size() >= kMinCertificate && der.size() <= kMaxCertificate) found.push_back(der);
     }
-    if (found.empty()) found.push_back(pemFileToDer(std::string(KOLVARI_SOURCE_DIR) + "/tests/data/asn1crypto/test.crt"));
+    if (found.empty()) found.push_back(bench::roots().front());
     return found;
   }();
   return certs;
