@@ -12,6 +12,7 @@
 #include "asn1/cvel_a1_walk.h"
 #include "asn1/cvel_string.h"
 #include "asn1/cvel_time.h"
+#include "fuzz_input.h"
 
 namespace {
 
@@ -55,7 +56,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // A view of the input itself, which has no terminator behind it: any read past the end is reported.
   CvelString s;
-  if (size > 0x10000 || s.setView(data, size) != kCvelOk) return 0;
+  if (!fuzzView(data, size, s)) return 0;
   CvelA1Context top;
   size_t steps = 0;
   walkRange(s, top, false, 0, steps);

@@ -7,10 +7,11 @@
 #include "asn1/cvel_a1_integer.h"
 #include "asn1/cvel_a1_stream_cursor.h"
 #include "asn1/cvel_string.h"
+#include "fuzz_input.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   CvelString s;
-  if (size < 1 || size > 0x10000 || s.setView(data + 1, size - 1) != kCvelOk) return 0;
+  if (size < 1 || !fuzzView(data + 1, size - 1, s)) return 0;
   const uint8_t mode = data[0];
   CvelA1InputString in(s, (mode >> 2) & 0x0F, (mode & 0x80) != 0 ? s.length() / 2 + 1 : 0xFFFFFFFFu);
   CvelA1StreamCursor cursor;

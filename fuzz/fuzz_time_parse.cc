@@ -2,11 +2,13 @@
 // element. A successful parse holds only digits, so its fields print back as the 15 characters YYYYMMDDhhmmssZ.
 #include <cstddef>
 #include <cstdint>
+
 #include <cstdlib>
 
 #include "asn1/cvel_a1_context.h"
 #include "asn1/cvel_string.h"
 #include "asn1/cvel_time.h"
+#include "fuzz_input.h"
 
 namespace {
 
@@ -20,7 +22,7 @@ void checkParsed(const CvelTime& t, CvelResult r) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // A view of the input, without a terminator: the parser must stop at the length.
   CvelString s;
-  if (size > 4096 || s.setView(data, size) != kCvelOk) return 0;
+  if (!fuzzView(data, size, s, 4096)) return 0;
   CvelTime bare;
   checkParsed(bare, bare.parse(s));
   CvelTime decoded;

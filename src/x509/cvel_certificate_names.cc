@@ -4,6 +4,14 @@
 
 namespace {
 
+// The caller's reader, or a fresh cursor at the start of der. `before` keeps where it stood, so that a Name
+// or GeneralNames decoder can read the same element again from there.
+CvelA1Context& startReading(CvelA1Context* reader, CvelA1Context& fresh, CvelA1Context& before) {
+  CvelA1Context& cursor = reader != nullptr ? *reader : fresh;
+  before.copyState(cursor);
+  return cursor;
+}
+
 // A view of the content of the element `element` has just read.
 bool viewContent(const CvelString& der, const CvelA1Context& element, CvelString& out) {
   return out.setView(der, &element) == kCvelOk;
@@ -41,10 +49,8 @@ CvelResult CvelCertificateIssuer::parse(const CvelString& der, CvelA1Context* re
   if (der.isEmpty()) return 0;
 
   CvelA1Context fresh;
-  CvelA1Context& cursor = reader != nullptr ? *reader : fresh;
-  // The decoders below read the same element again from this copy of the cursor.
   CvelA1Context before;
-  before.copyState(cursor);
+  CvelA1Context& cursor = startReading(reader, fresh, before);
   if (cursor.next(der) != kTagSequence) return 0;
 
   CvelA1Context child;
@@ -78,9 +84,8 @@ CvelResult CvelCertificateSubject::parse(const CvelString& der, CvelA1Context* r
   if (der.isEmpty()) return 0;
 
   CvelA1Context fresh;
-  CvelA1Context& cursor = reader != nullptr ? *reader : fresh;
   CvelA1Context before;
-  before.copyState(cursor);
+  CvelA1Context& cursor = startReading(reader, fresh, before);
   const int32_t tag = cursor.next(der);
 
   CvelResult r = 0;
