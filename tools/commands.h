@@ -15,6 +15,7 @@ inline constexpr int kExitUsage = 2;    // bad command line, or input that is no
 int runInfo(const Arguments& args);
 int runDer(const Arguments& args);
 int runCert(const Arguments& args);
+int runDetect(const Arguments& args);
 int runSign(const Arguments& args);
 
 // Reads a whole file; false when it cannot be read.

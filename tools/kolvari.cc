@@ -17,6 +17,7 @@ struct Command {
 constexpr Command kCommands[] = {
     {"info", runInfo, "info [--plugin PATH]        load the plug-in and print its provider name and encoders"},
     {"der", runDer, "der FILE                    print the element tree of a DER file"},
+    {"detect", runDetect, "detect [--json] FILE...     name the content type of each file (PKCS #7, PEM, PDF, ...)"},
     {"cert", runCert, "cert FILE [--json]          parse a certificate (DER, PEM or base64) and print its parts"},
     {"sign", runSign, "sign --key KEY --cert CERT [options] FILE\n"
                       "                              sign FILE with the plug-in (kolvari sign --help)"},

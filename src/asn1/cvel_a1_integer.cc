@@ -1,6 +1,7 @@
 #include "asn1/cvel_a1_integer.h"
 
 #include <cstdio>
+#include <cstdlib>
 
 #include "asn1/cvel_a1_context.h"
 #include "asn1/cvel_a1_size.h"
@@ -90,4 +91,11 @@ CvelResult CvelA1Integer::decode(CvelA1Input& in, const CvelA1StreamCursor& curs
     bytes_.moveFrom(content);
   }
   return kCvelOk;
+}
+
+CvelResult CvelA1Integer::decode(CvelA1File&) {
+  // Deliberately unsupported: hosts that reach it get the trace line and a stopped process, as always.
+  std::printf("[TRACE] CvelA1Integer::decode(CvelA1File)\n");
+  std::fflush(stdout);
+  std::abort();
 }

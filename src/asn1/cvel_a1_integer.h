@@ -8,6 +8,7 @@
 #include "asn1/cvel_string.h"
 
 class CvelA1Context;
+class CvelA1File;
 class CvelA1Input;
 class CvelA1StreamCursor;
 
@@ -43,6 +44,9 @@ class CvelA1Integer {
   CvelResult decodeContent(const CvelString& s, const CvelA1Context& context);
   // Takes the element last read by the stream cursor, which must be an INTEGER.
   CvelResult decode(CvelA1Input& in, const CvelA1StreamCursor& cursor);
+  // Reading an INTEGER straight from a CvelA1File is not supported: it prints a trace line and aborts the
+  // process. Callers read files through CvelA1StreamCursor and the overload above.
+  [[noreturn]] CvelResult decode(CvelA1File& file);
 
  private:
   uint32_t valueOctets() const;

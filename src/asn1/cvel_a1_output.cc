@@ -1,5 +1,9 @@
 #include "asn1/cvel_a1_output.h"
 
+#include <new>
+
+#include "asn1/cvel_data_stream.h"
+
 namespace {
 constexpr uint32_t kToTheEnd = 0xFFFFFFFFu;
 }
@@ -17,6 +21,37 @@ CvelResult CvelA1OutputString::write(const void* bytes, uint32_t count, uint32_t
   if (r != kCvelOk) return r;
   if (written != nullptr) *written = count;
   return kCvelOk;
+}
+
+CvelA1OutputFile::CvelA1OutputFile(const char* path) : owns_(true) {
+  if (path != nullptr) name_.assign(path);
+  file_ = new (std::nothrow) CvelDataStream();
+  if (file_ != nullptr && file_->open(path, CvelDataStream::kWrite) != kCvelOk) {
+    delete file_;
+    file_ = nullptr;
+  }
+}
+
+CvelA1OutputFile::~CvelA1OutputFile() {
+  if (owns_ && file_ != nullptr) {
+    file_->close();
+    delete file_;
+  }
+}
+
+CvelResult CvelA1OutputFile::getSize(uint32_t* size) const {
+  if (size == nullptr || file_ == nullptr) return kCvelErrBadParameter;
+  return file_->tell(size);
+}
+
+CvelResult CvelA1OutputFile::write(const void* bytes, uint32_t count, uint32_t* written) {
+  if (bytes == nullptr || file_ == nullptr) return kCvelErrBadParameter;
+  return file_->write(bytes, count, written);
+}
+
+bool CvelA1OutputFile::isOpen() const {
+  uint32_t size = 0;
+  return file_ != nullptr && file_->isReady() && file_->tell(&size) == kCvelOk;
 }
 
 CvelResult write(CvelA1Output& sink, const CvelString& source, uint32_t offset, uint32_t count) {

@@ -1,0 +1,80 @@
+// kolvari detect: classifies files by their leading bytes with the library's content-type detector, one
+// line per file ("0x00000072 pkcs7-signed-data  FILE"), or with --json an array of {"file","code","name"}.
+// A file that cannot be read is named on standard error; the others are still classified, and the exit
+// status is then 1.
+#include <cinttypes>
+#include <cstdio>
+#include <string>
+
+#include "asn1/cvel_data_stream.h"
+#include "commands.h"
+
+namespace {
+
+std::string jsonString(const std::string& text) {
+  std::string out = "\"";
+  for (unsigned char c : text) {
+    if (c == '"' || c == '\\') {
+      out.push_back('\\');
+      out.push_back(static_cast<char>(c));
+    } else if (c < 0x20) {
+      char escaped[8];
+      std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
+      out += escaped;
+    } else {
+      out.push_back(static_cast<char>(c));
+    }
+  }
+  return out + "\"";
+}
+
+// The content type of one file; false (after a message) when it cannot be read.
+bool detectFile(const std::string& path, uint32_t& type) {
+  CvelDataStream stream;
+  CvelResult r = stream.open(path.c_str(), CvelDataStream::kRead);
+  if (r == kCvelOk) r = stream.detectType(&type);
+  if (r == kCvelOk) return true;
+  std::fprintf(stderr, "kolvari detect: cannot read %s (not a readable file)\n", path.c_str());
+  return false;
+}
+
+}  // namespace
+
+int runDetect(const Arguments& args) {
+  bool json = false;
+  Arguments files;
+  for (const std::string& a : args) {
+    if (a == "--json") {
+      json = true;
+    } else if (a.size() > 1 && a[0] == '-') {
+      files.clear();
+      break;
+    } else {
+      files.push_back(a);
+    }
+  }
+  if (files.empty()) {
+    std::fprintf(stderr, "usage: kolvari detect [--json] FILE...\n");
+    return kExitUsage;
+  }
+
+  bool allRead = true;
+  bool first = true;
+  if (json) std::printf("[");
+  for (const std::string& path : files) {
+    uint32_t type = 0;
+    if (!detectFile(path, type)) {
+      allRead = false;
+      continue;
+    }
+    if (json) {
+      std::printf("%s\n  {\"file\": %s, \"code\": %" PRIu32 ", \"name\": \"%s\"}", first ? "" : ",",
+                  jsonString(path).c_str(), type, cvelContentTypeName(type));
+    } else {
+      std::printf("0x%08" PRIX32 " %-32s %s\n", type, cvelContentTypeName(type), path.c_str());
+    }
+    first = false;
+  }
+  if (json) std::printf("%s]\n", first ? "" : "\n");
+  return allRead ? kExitOk : kExitFailure;
+}
