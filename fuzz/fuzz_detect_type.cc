@@ -1,0 +1,58 @@
+// Content-type detection of arbitrary bytes, held in memory and read from a file: both must give the same
+// result and the same type, and the type must be one of the detector's codes.
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+
+#include "asn1/cvel_data_stream.h"
+#include "asn1/cvel_string.h"
+#include "fuzz_file.h"
+#include "fuzz_input.h"
+
+namespace {
+
+bool isKnownCode(uint32_t type) {
+  switch (type) {
+    case kCvelContentUnknown:
+    case kCvelContentPkcs7Data:
+    case kCvelContentPkcs7SignedData:
+    case kCvelContentPkcs7EnvelopedData:
+    case kCvelContentPkcs7SignedAndEnvelopedData:
+    case kCvelContentPkcs7DigestedData:
+    case kCvelContentPkcs7EncryptedData:
+    case kCvelContentEnvelopedSignedData:
+    case kCvelContentPemCertificate:
+    case kCvelContentPemCrl:
+    case kCvelContentText:
+    case kCvelContentZip:
+    case kCvelContentTiff:
+    case kCvelContentPdf:
+    case kCvelContentTimeStampToken:
+    case kCvelContentDetachedSignedData:
+      return true;
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  CvelString s;
+  if (!fuzzView(data, size, s)) return 0;
+  CvelDataStream memory(&s);
+  uint32_t fromMemory = 0;
+  const CvelResult memoryResult = memory.detectType(&fromMemory);
+
+  static FuzzFile file;
+  const char* path = file.write(data, size);
+  if (path == nullptr) return 0;
+  CvelDataStream stream;
+  if (stream.open(path, CvelDataStream::kRead) != kCvelOk) std::abort();
+  uint32_t fromFile = 0;
+  const CvelResult fileResult = stream.detectType(&fromFile);
+
+  if (memoryResult != kCvelOk || fileResult != kCvelOk) std::abort();
+  if (fromMemory != fromFile || !isKnownCode(fromMemory)) std::abort();
+  return 0;
+}
