@@ -1,17 +1,11 @@
 #include "asn1/cvel_a1_context.h"
 
-#include "asn1/cvel_der.h"
+#include "asn1/cvel_a1_header.h"
 #include "asn1/cvel_string.h"
 
 namespace {
 
-// Identifier octets are gathered while this bound is not reached: at most four of them.
-constexpr uint32_t kTagGatherBound = 0x1000000u;
-// Identifier values read as a one-byte element without length octets.
-constexpr uint32_t kTagSingleByte = 0xFF;
-constexpr uint32_t kTagNone = 0xFFFFFFFFu;
-// Long-form length octets accepted by the reader; a longer count is read as a short length.
-constexpr uint8_t kMaxLengthOctets = 4;
+constexpr CvelA1HeaderRules kMemoryRules = {.highTagNumbers = true, .endOfContentsPair = false};
 
 }  // namespace
 
@@ -47,42 +41,19 @@ int32_t CvelA1Context::next(const CvelString& s) {
   const uint32_t size = s.length();
   if (limit_ == 0 || limit_ > size) limit_ = size;
   if (position_ >= limit_) return kEnd;
-  const unsigned char* p = s.data();
-
-  // Identifier octets; every read below is bounded by the string, a header cut off by its end is an overrun.
-  uint64_t header = 1;
-  uint32_t t = p[position_];
-  if ((t & kTagHighNumberMask) == kTagHighNumberMask) {
-    uint8_t b = 0;
-    do {
-      if (position_ + header >= size) return kOverrun;
-      b = p[position_ + header];
-      t = t << 8 | b;
-      ++header;
-    } while ((b & 0x80) != 0 && t < kTagGatherBound);
+  CvelA1Header h;
+  switch (cvelA1DecodeHeader(s.data() + position_, size - position_, kMemoryRules, h)) {
+    case CvelA1HeaderStatus::kNoTag:
+      return kEnd;
+    case CvelA1HeaderStatus::kTruncated:
+    case CvelA1HeaderStatus::kBadEndOfContents:
+      return kOverrun;  // a header cut off by the end of the string
+    case CvelA1HeaderStatus::kOk:
+      break;
   }
-
-  uint64_t length = 0;
-  if (t == kTagSingleByte || t == kTagEndOfContents) {
-    length = 0;  // a lone byte; an end-of-contents pair reads as two such elements
-  } else if (t == kTagNone) {
-    return kEnd;
-  } else {
-    if (position_ + header >= size) return kOverrun;
-    uint8_t first = p[position_ + header];
-    ++header;
-    uint8_t count = first & 0x7F;
-    if (first > kLengthLongForm && count <= kMaxLengthOctets) {
-      if (position_ + header + count > size) return kOverrun;
-      for (uint8_t i = 0; i < count; ++i) length = length << 8 | p[position_ + header + i];
-      header += count;
-    } else if (first == kLengthIndefinite) {
-      // The rest of the whole string, not of the limit, is taken as the content.
-      length = static_cast<uint64_t>(size) - position_ - 2;
-    } else {
-      length = first;  // including 0x85 to 0xFF, read as a short length
-    }
-  }
+  const uint64_t header = h.headerLength;
+  // An indefinite length takes the rest of the whole string, not of the limit.
+  const uint64_t length = h.indefinite ? static_cast<uint64_t>(size) - position_ - 2 : h.length;
 
   uint64_t end = position_ + header + length;
   moreFollows_ = limit_ > end;
@@ -91,8 +62,8 @@ int32_t CvelA1Context::next(const CvelString& s) {
   contentLength_ = static_cast<uint32_t>(length);
   headerLength_ = static_cast<uint32_t>(header);
   position_ = end > kNoTag ? kNoTag : static_cast<uint32_t>(end);
-  tag_ = t;
-  return static_cast<int32_t>(t);
+  tag_ = h.tag;
+  return static_cast<int32_t>(h.tag);
 }
 
 int32_t CvelA1Context::descend(const CvelString& s) {

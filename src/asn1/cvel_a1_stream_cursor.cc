@@ -1,18 +1,15 @@
 #include "asn1/cvel_a1_stream_cursor.h"
 
+#include "asn1/cvel_a1_header.h"
 #include "asn1/cvel_a1_input.h"
-#include "asn1/cvel_der.h"
 #include "asn1/cvel_string.h"
 
 namespace {
 
-constexpr uint8_t kMaxLengthOctets = 4;
-constexpr uint32_t kTagSingleByte = 0xFF;
-
-bool readByte(CvelA1Input& in, uint8_t& b) {
-  uint32_t got = 0;
-  return in.read(&b, 1, &got) == kCvelOk && got == 1;
-}
+// The identifier is always one octet here, and end-of-contents is the pair 00 00.
+constexpr CvelA1HeaderRules kStreamRules = {.highTagNumbers = false, .endOfContentsPair = true};
+// One identifier octet, the first length octet and up to four more.
+constexpr uint32_t kStreamMaxHeader = 6;
 
 }  // namespace
 
@@ -23,33 +20,21 @@ CvelResult CvelA1StreamCursor::next(CvelA1Input& in) {
   tag_ = kNoTag;
   if (position_ >= limit_) return kCvelErrEndOfData;
 
-  uint8_t t = 0;
-  if (in.seek(position_, CvelA1Input::kFromStart) != kCvelOk || !readByte(in, t)) return kNothingRead;
-
-  uint64_t header = 1;
-  uint64_t length = 0;
-  if (t == kTagEndOfContents) {
-    uint8_t second = 0;
-    if (!readByte(in, second) || second != 0) return kCvelErrMalformed;
-    header = 2;
-  } else if (t != kTagSingleByte) {
-    // High tag numbers are not recognised here: the identifier is always one octet.
-    uint8_t first = 0;
-    if (!readByte(in, first)) return kCvelErrMalformed;
-    header = 2;
-    uint8_t count = first & 0x7F;
-    if (first > kLengthLongForm && count <= kMaxLengthOctets) {
-      uint8_t octets[kMaxLengthOctets];
-      uint32_t got = 0;
-      if (in.read(octets, count, &got) != kCvelOk || got != count) return kCvelErrMalformed;
-      for (uint8_t i = 0; i < count; ++i) length = length << 8 | octets[i];
-      header += count;
-    } else if (first == kLengthIndefinite) {
-      indefinite_ = true;
-      length = limit_ - position_ >= 2 ? limit_ - position_ - 2 : 0;
-    } else {
-      length = first;
-    }
+  // The header is read in one piece; bytes of it past the end of the source simply do not arrive.
+  unsigned char window[kStreamMaxHeader];
+  uint32_t got = 0;
+  if (in.seek(position_, CvelA1Input::kFromStart) != kCvelOk || in.read(window, sizeof window, &got) != kCvelOk ||
+      got == 0 || got > sizeof window) {
+    return kNothingRead;
+  }
+  CvelA1Header h;
+  if (cvelA1DecodeHeader(window, got, kStreamRules, h) != CvelA1HeaderStatus::kOk) return kCvelErrMalformed;
+  const uint64_t header = h.headerLength;
+  uint64_t length = h.length;
+  if (h.indefinite) {
+    // Here an indefinite length runs to the limit.
+    indefinite_ = true;
+    length = limit_ - position_ >= 2 ? limit_ - position_ - 2 : 0;
   }
 
   uint64_t end = position_ + header + length;
@@ -59,7 +44,7 @@ CvelResult CvelA1StreamCursor::next(CvelA1Input& in) {
   contentLength_ = static_cast<uint32_t>(length);
   headerLength_ = static_cast<uint32_t>(header);
   position_ = end > 0xFFFFFFFFu ? 0xFFFFFFFFu : static_cast<uint32_t>(end);
-  tag_ = t;
+  tag_ = h.tag;
   return kCvelOk;
 }
 
