@@ -145,8 +145,7 @@ void retypeByOid(CvelA1Input& in, const CvelA1StreamCursor& c, uint32_t& type) {
   CvelString content;
   if (c.getContent(in, content) != kCvelOk) return;
   const uint32_t arcLength = sizeof kPkcs7OidHead - kPkcs7ArcOffset;
-  if (content.length() <= arcLength || !content.data() ||
-      std::memcmp(content.data(), kPkcs7OidHead + kPkcs7ArcOffset, arcLength) != 0) {
+  if (content.length() <= arcLength || std::memcmp(content.data(), kPkcs7OidHead + kPkcs7ArcOffset, arcLength) != 0) {
     return;
   }
   const uint8_t kind = content.data()[content.length() - 1];

@@ -2,10 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 #include <tuple>
 
@@ -57,29 +53,6 @@ TEST(CvelDataStream, OpensOnlyFilesAndRefusesWorkWithoutOne) {
   EXPECT_EQ(stream.detectType(nullptr), kCvelErrBadParameter);
   EXPECT_EQ(stream.close(), kCvelOk);
   EXPECT_FALSE(stream.isReady());
-}
-
-TEST(CvelDataStream, FileWritesAppendAndReadBack) {
-  char path[] = "/tmp/kolvari-stream-XXXXXX";
-  int fd = mkstemp(path);
-  ASSERT_GE(fd, 0);
-  close(fd);
-  CvelDataStream stream;
-  uint32_t count = 0;
-  uint32_t size = 0;
-  ASSERT_EQ(stream.open(path, CvelDataStream::kWrite), kCvelOk);
-  ASSERT_EQ(stream.write("abc", 3, &count), kCvelOk);
-  EXPECT_EQ(count, 3u);
-  ASSERT_EQ(stream.size(&size), kCvelOk);  // buffered bytes count
-  EXPECT_EQ(size, 3u);
-  ASSERT_EQ(stream.open(path, CvelDataStream::kAppend), kCvelOk);  // closes the first
-  ASSERT_EQ(stream.write("de", 2, &count), kCvelOk);
-  ASSERT_EQ(stream.open(path, CvelDataStream::kRead), kCvelOk);
-  char got[8] = {};
-  ASSERT_EQ(stream.read(got, sizeof got, &count), kCvelOk);
-  EXPECT_EQ(std::string(got, count), "abcde");
-  stream.close();
-  std::remove(path);
 }
 
 }  // namespace
