@@ -50,14 +50,16 @@ bool isLegalUtf8(const uint8_t* s, unsigned length) {
     if (s[i] < 0x80 || s[i] > 0xBF) return false;
   }
   if (length >= 2) {
+    // The second byte is a continuation byte whatever the lead; the first published converter checked that
+    // only for leads without a narrower range, so it took ED 20 80 for U+B800.
     const uint8_t a = s[1];
-    if (a > 0xBF) return false;
+    if (a < 0x80 || a > 0xBF) return false;
     switch (lead) {
       case 0xE0: if (a < 0xA0) return false; break;  // overlong 3-byte form
       case 0xED: if (a > 0x9F) return false; break;  // surrogates
       case 0xF0: if (a < 0x90) return false; break;  // overlong 4-byte form
       case 0xF4: if (a > 0x8F) return false; break;  // beyond U+10FFFF
-      default: if (a < 0x80) return false;
+      default: break;
     }
   }
   if (lead >= 0x80 && lead < 0xC2) return false;  // a stray continuation byte or an overlong 2-byte form

@@ -50,6 +50,8 @@ TEST(TextEncoding, Utf8ToUtf32Results) {
       {"lead of five at the end", "41F8", kSourceExhausted, 1, 1},
       {"bad continuation", "E241", kSourceExhausted, 0, 0},
       {"bad continuation inside", "E24141", kSourceIllegal, 0, 0},
+      {"ASCII after ED", "61ED2080", kSourceIllegal, 1, 1},
+      {"ASCII after F4", "F4208080", kSourceIllegal, 0, 0},
   };
   for (const Utf8Case& c : cases) {
     const Bytes in = testutil::hex(c.hex);
