@@ -7,6 +7,7 @@
 #include "asn1/cvel_a1_size.h"
 #include "asn1/cvel_der.h"
 #include "asn1/cvel_string.h"
+#include "cms/cvel_p71.h"
 
 namespace {
 
@@ -25,23 +26,22 @@ uint64_t algorithmIdentifierSize(const ZarvBytes& oidContent) {
   return cvelTlvSize(cvelTlvSize(oidContent.size()) + sizeof(kDerNull));
 }
 
-// Detached encapsulated content info: SEQUENCE { content type }, with the content type taken as
-// zero-terminated text (only the bytes before a first 0x00 count).
+// Detached encapsulated content info: the Data content info without content, of the record's content type
+// taken as zero-terminated text (only the bytes before a first 0x00 count; hosts rely on that truncation).
 uint32_t buildDefaultContentInfo(P72Container& record) {
-  const unsigned char* type = kDerOidData;
-  size_t typeLength = sizeof(kDerOidData);
+  CvelP71 info;
   if (!record.contentType.empty()) {
-    type = record.contentType.data();
+    const unsigned char* type = record.contentType.data();
     const void* zero = std::memchr(type, 0, record.contentType.size());
-    typeLength = zero == nullptr ? record.contentType.size()
-                                 : static_cast<size_t>(static_cast<const unsigned char*>(zero) - type);
+    const size_t typeLength = zero == nullptr ? record.contentType.size()
+                                              : static_cast<size_t>(static_cast<const unsigned char*>(zero) - type);
+    if (typeLength > kMaxContainerLength || info.setContentType(type, static_cast<uint32_t>(typeLength)) != ZARV_OK) {
+      return ZARV_E_OUT_OF_MEMORY;
+    }
   }
-  ZarvBytes info(cvelTlvSize(typeLength));
-  CvelA1Writer w(info.data(), info.size());
-  w.header(kTagSequence, typeLength);
-  w.bytes(type, typeLength);
-  if (!w.complete()) return ZARV_E_NOT_STORED;
-  record.contentInfo.swap(info);
+  CvelString der;
+  if (info.encode(der, true) != ZARV_OK) return ZARV_E_NOT_STORED;
+  record.contentInfo.assign(der.data(), der.data() + der.length());
   return ZARV_OK;
 }
 

@@ -1,0 +1,225 @@
+#include "cms/cvel_p71.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "asn1/cvel_a1_input.h"
+#include "asn1/cvel_a1_size.h"
+#include "asn1/cvel_a1_stream_cursor.h"
+#include "asn1/cvel_der.h"
+
+namespace {
+
+// Largest content a CvelString holds: its length is 32 bits and its buffer carries a terminator.
+constexpr uint64_t kMaxImage = CvelString::kViewCapacity - 2;
+constexpr char kGetSizeTrace[] = "CvelP71::get_asn1_size( CvelA1Size &velSize, BOOL bDetached ) called\n";
+
+// A cursor over the content of the element `parent` has just read, ending where that element ends (for an
+// element of indefinite length: where the parent's range ends).
+CvelA1StreamCursor childOf(const CvelA1StreamCursor& parent) {
+  CvelA1StreamCursor child;
+  child.setLimit(parent.position());
+  child.setPosition(parent.contentOffset());
+  return child;
+}
+
+bool isEndOfContents(const CvelA1StreamCursor& c) { return c.tag() == kTagEndOfContents; }
+
+// Start of the element the cursor has just read.
+uint32_t elementStart(const CvelA1StreamCursor& c) { return c.contentOffset() - c.headerLength(); }
+
+bool isIdData(const CvelString& type) {
+  return type.length() == sizeof(kDerOidData) && std::memcmp(type.data(), kDerOidData, sizeof(kDerOidData)) == 0;
+}
+
+}  // namespace
+
+CvelP71::CvelP71() { contentType_.assign(kDerOidData, sizeof(kDerOidData)); }
+
+CvelResult CvelP71::assign(const CvelP71& other) {
+  if (this == &other) return kCvelOk;
+  CvelString type;
+  CvelString content;
+  if (type.assign(other.contentType_) != kCvelOk || content.assign(other.content_) != kCvelOk) {
+    return kCvelErrNoMemory;
+  }
+  contentKind_ = other.contentKind_;
+  contentMode_ = other.contentMode_;
+  detachedMarker_ = other.detachedMarker_;
+  contentType_.moveFrom(type);
+  content_.moveFrom(content);
+  contentLength_ = other.contentLength_;
+  contentPosition_ = other.contentPosition_;
+  return kCvelOk;
+}
+
+CvelResult CvelP71::setContent(const void* bytes, uint32_t n) {
+  CvelResult r = content_.assign(bytes, n);
+  if (r != kCvelOk) return r;
+  contentMode_ = kContentInMemory;
+  return kCvelOk;
+}
+
+CvelResult CvelP71::encode(CvelString& out, bool detached) const {
+  const uint64_t typeLength = contentType_.length();
+  if (contentMode_ == kNoContent || detached) {
+    const uint64_t total = cvelTlvSize(typeLength);
+    if (total > kMaxImage) return kCvelErrNoMemory;
+    CvelResult r = out.allocate(static_cast<uint32_t>(total));
+    if (r != kCvelOk) return r;
+    CvelA1Writer w(out);
+    w.header(kTagSequence, typeLength);
+    w.bytes(contentType_);
+    return w.complete() ? kCvelOk : kCvelErrMalformed;
+  }
+  if (contentMode_ != kContentInMemory) return kNotDone;  // content left in the input cannot be embedded
+
+  const uint8_t innerTag = (contentKind_ & kContentKindSequence) ? kTagSequence : kTagOctetString;
+  const uint64_t innerLength = cvelTlvSize(content_.length());
+  const uint64_t explicitLength = cvelTlvSize(innerLength);
+  const uint64_t sequenceLength = typeLength + explicitLength;
+  const uint64_t total = cvelTlvSize(sequenceLength);
+  if (total > kMaxImage) return kCvelErrNoMemory;
+  CvelResult r = out.allocate(static_cast<uint32_t>(total));
+  if (r != kCvelOk) return r;
+  CvelA1Writer w(out);
+  w.header(kTagSequence, sequenceLength);
+  w.bytes(contentType_);
+  w.header(kTagContext0, innerLength);
+  w.header(innerTag, content_.length());
+  w.bytes(content_);
+  return w.complete() ? kCvelOk : kCvelErrMalformed;
+}
+
+void CvelP71::getSize(CvelA1Size&, bool) const {
+  std::fputs(kGetSizeTrace, stdout);
+  std::fflush(stdout);
+  std::abort();
+}
+
+// ContentInfo ::= SEQUENCE { contentType OBJECT IDENTIFIER, content [0] EXPLICIT ANY OPTIONAL }
+CvelResult CvelP71::decode(CvelA1Input& in, CvelA1StreamCursor& cursor) {
+  if (cursor.tag() != kTagSequence || cursor.contentLength() == 0) return kCvelOk;
+  CvelA1StreamCursor c = childOf(cursor);
+  if (c.next(in) != kCvelOk || c.tag() != kTagOid) return kCvelOk;
+  CvelResult r = c.getElement(in, contentType_);
+  if (r != kCvelOk) return kCvelErrMalformed;
+
+  r = c.next(in);
+  // An end-of-contents pair closes a SEQUENCE of indefinite length just as the end of a definite one does.
+  if (r == kCvelErrEndOfData || (r == kCvelOk && isEndOfContents(c))) {
+    contentMode_ = kNoContent;
+    detachedMarker_ = 1;
+    if (cursor.indefinite() && r == kCvelOk) cursor.setPosition(elementStart(c));
+    return kCvelOk;
+  }
+  if (r != kCvelOk) return kCvelErrMalformed;
+  if (c.tag() != kTagContext0) return kNotDone;
+
+  uint32_t end = 0;
+  r = decodeContent(in, c, &end);
+  if (r != kCvelOk) return r;
+  detachedMarker_ = 0;
+  if (cursor.indefinite()) cursor.setPosition(end);
+  return kCvelOk;
+}
+
+// The [0] element: one OCTET STRING, SEQUENCE or constructed OCTET STRING. *end receives the position after
+// the [0] element, its end-of-contents included when it has indefinite length.
+CvelResult CvelP71::decodeContent(CvelA1Input& in, CvelA1StreamCursor& explicitContent, uint32_t* end) {
+  CvelA1StreamCursor inner = childOf(explicitContent);
+  if (inner.next(in) != kCvelOk) return kCvelErrMalformed;
+  uint32_t innerEnd = 0;
+  uint64_t length = 0;
+  switch (inner.tag()) {
+    case kTagOctetString:
+    case kTagSequence:
+      // An indefinite length here would stand for the rest of the input, not for the content.
+      if (inner.indefinite()) return kCvelErrMalformed;
+      length = inner.contentLength();
+      if (length > kMaxContentInMemory) {
+        content_.release();
+        contentMode_ = kContentTooLarge;
+      } else {
+        if (inner.getContent(in, content_) != kCvelOk || content_.length() != length) return kCvelErrMalformed;
+        contentMode_ = kContentInMemory;
+      }
+      innerEnd = inner.position();
+      break;
+    case kTagConstructedOctetString: {
+      CvelResult r = readChunks(in, inner, &innerEnd);
+      if (r != kCvelOk) return r;
+      length = content_.length();
+      contentMode_ = kContentInMemory;
+      break;
+    }
+    default:
+      return kNotDone;
+  }
+  // The flag that says how content is written back is set for content given as a SEQUENCE, and for any
+  // content type other than id-data: such content is the DER of a structure (a time-stamp token's
+  // TSTInfo, for one), and readers of those tokens require the flag set even though RFC 3161 carries the
+  // TSTInfo in an OCTET STRING. Data content keeps the OCTET STRING form, so it encodes back unchanged.
+  contentKind_ = (inner.tag() == kTagSequence || !isIdData(contentType_)) ? kContentKindSequence : 0;
+  contentLength_ = static_cast<int32_t>(length);
+  contentPosition_ = static_cast<int32_t>(inner.contentOffset());
+
+  if (!explicitContent.indefinite()) {
+    *end = explicitContent.position();
+    return kCvelOk;
+  }
+  inner.setPosition(innerEnd);
+  if (inner.next(in) != kCvelOk || !isEndOfContents(inner)) return kCvelErrMalformed;
+  *end = inner.position();
+  return kCvelOk;
+}
+
+// The chunks of a constructed OCTET STRING, up to the first element that is not an OCTET STRING. They are
+// summed first and then read into one buffer of the final size.
+CvelResult CvelP71::readChunks(CvelA1Input& in, const CvelA1StreamCursor& constructed, uint32_t* end) {
+  uint64_t total = 0;
+  CvelA1StreamCursor chunk = childOf(constructed);
+  CvelResult r = kCvelOk;
+  while ((r = chunk.next(in)) == kCvelOk && chunk.tag() == kTagOctetString) {
+    total += chunk.contentLength();
+    if (total > kMaxImage) return kCvelErrNoMemory;
+  }
+  if (r != kCvelOk && r != kCvelErrEndOfData) return kCvelErrMalformed;
+  if (constructed.indefinite()) {
+    if (r != kCvelOk || !isEndOfContents(chunk)) return kCvelErrMalformed;
+    *end = chunk.position();
+  } else {
+    *end = constructed.position();
+  }
+
+  CvelString content;
+  if (content.allocate(static_cast<uint32_t>(total)) != kCvelOk) return kCvelErrNoMemory;
+  uint32_t filled = 0;
+  chunk = childOf(constructed);
+  while (filled < total && chunk.next(in) == kCvelOk && chunk.tag() == kTagOctetString) {
+    const uint32_t n = chunk.contentLength();
+    uint32_t got = 0;
+    if (n != 0 && (in.seek(chunk.contentOffset(), CvelA1Input::kFromStart) != kCvelOk ||
+                   in.read(content.data() + filled, n, &got) != kCvelOk || got != n)) {
+      return kCvelErrMalformed;
+    }
+    filled += n;
+  }
+  if (filled != total) return kCvelErrMalformed;
+  content_.moveFrom(content);
+  return kCvelOk;
+}
+
+CvelResult CvelP71::readLargeContent(CvelA1Input& in, uint32_t offset, void* buffer, uint32_t count,
+                                     uint32_t* got) const {
+  if (buffer == nullptr || got == nullptr || contentMode_ != kContentTooLarge || contentPosition_ < 0) {
+    return kCvelErrBadParameter;
+  }
+  *got = 0;
+  const uint32_t length = static_cast<uint32_t>(contentLength_);
+  if (offset >= length) return kCvelOk;
+  if (count > length - offset) count = length - offset;
+  CvelResult r = in.seek(static_cast<int64_t>(contentPosition_) + offset, CvelA1Input::kFromStart);
+  return r != kCvelOk ? r : in.read(buffer, count, got);
+}
