@@ -9,8 +9,13 @@ namespace {
 
 int32_t myNumber() { return threadNumber(currentThreadEntry()); }
 
-// The test program's first thread sets the registry up and is its main thread.
-TEST(CvelThreadRegistry, MainThreadIsNumberZeroAndOthersAreUnknown) {
+// The thread that first uses the registry becomes its main thread: here always the test program's own.
+class CvelThreadRegistry : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_NE(currentThreadEntry(), nullptr); }
+};
+
+TEST_F(CvelThreadRegistry, MainThreadIsNumberZeroAndOthersAreUnknown) {
   EXPECT_EQ(myNumber(), 0);
   EXPECT_EQ(registerCurrentThread(4), kCvelErrBadParameter);  // already known, as the main thread
   int32_t other = 0;
@@ -19,7 +24,7 @@ TEST(CvelThreadRegistry, MainThreadIsNumberZeroAndOthersAreUnknown) {
   EXPECT_EQ(threadNumber(nullptr), -1);
 }
 
-TEST(CvelThreadRegistry, EndedOrInactiveEntriesHaveNoNumber) {
+TEST_F(CvelThreadRegistry, EndedOrInactiveEntriesHaveNoNumber) {
   CvelThreadEntry entry{};
   entry.number = 5;
   entry.active = 1;
@@ -31,7 +36,7 @@ TEST(CvelThreadRegistry, EndedOrInactiveEntriesHaveNoNumber) {
   EXPECT_EQ(threadNumber(&entry), -1);
 }
 
-TEST(CvelThreadRegistry, RegisteredThreadsShowTheirOwnNumbers) {
+TEST_F(CvelThreadRegistry, RegisteredThreadsShowTheirOwnNumbers) {
   constexpr int kThreads = 8;
   std::vector<int32_t> seen(kThreads, -2);
   std::vector<int32_t> after(kThreads, -2);
@@ -57,7 +62,7 @@ TEST(CvelThreadRegistry, RegisteredThreadsShowTheirOwnNumbers) {
   EXPECT_EQ(myNumber(), 0);
 }
 
-TEST(CvelThreadRegistry, RefusesNumbersBelowOneAndUnknownUnregistration) {
+TEST_F(CvelThreadRegistry, RefusesNumbersBelowOneAndUnknownUnregistration) {
   std::vector<CvelResult> results;
   std::thread([&results] {
     results = {registerCurrentThread(0), registerCurrentThread(-3), unregisterCurrentThread()};
