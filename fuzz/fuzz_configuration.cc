@@ -45,7 +45,8 @@ std::vector<std::string> candidateSections(const std::string& text) {
     for (char& c : name)
       if (c == '\t') c = ' ';
     const size_t first = name.find_first_not_of(' ');
-    if (first == std::string::npos) continue;
+    // A stored name never holds a zero byte, and the lookups would end the name there.
+    if (first == std::string::npos || name.find('\0') != std::string::npos) continue;
     names.push_back(name.substr(first, name.find_last_not_of(' ') - first + 1));
   }
   return names;
