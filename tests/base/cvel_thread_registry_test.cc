@@ -1,9 +1,16 @@
 #include "base/cvel_thread_registry.h"
 
+#include <dlfcn.h>
+
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <string>
 #include <thread>
 #include <vector>
+
+#include "base/cvel_system.h"
+#include "support/test_util.h"
 
 namespace {
 
@@ -12,8 +19,40 @@ int32_t myNumber() { return threadNumber(currentThreadEntry()); }
 // The thread that first uses the registry becomes its main thread: here always the test program's own.
 class CvelThreadRegistry : public ::testing::Test {
  protected:
-  void SetUp() override { ASSERT_NE(currentThreadEntry(), nullptr); }
+  void SetUp() override {
+    if (std::getenv("KOLVARI_SHARED_ROOT") != nullptr) GTEST_SKIP() << "only the shared-root test runs here";
+    ASSERT_NE(currentThreadEntry(), nullptr);
+  }
 };
+
+constexpr char kSharedRootTest[] = "CvelSharedThreadRoot.RegistryUsesTheRootTheProgramExports";
+
+// Runs in a child of the next test, so that the registry is set up with the module already loaded.
+TEST(CvelSharedThreadRoot, RegistryUsesTheRootTheProgramExports) {
+  if (std::getenv("KOLVARI_SHARED_ROOT") == nullptr) GTEST_SKIP() << "runs in a child of the next test";
+  void* module = loadLibrary(KOLVARI_SHARED_ROOT_PATH, RTLD_NOW | RTLD_GLOBAL);
+  ASSERT_NE(module, nullptr) << dlerror();
+  auto* root = static_cast<CvelThreadRoot*>(findSymbol(module, "__thrRoot"));
+  ASSERT_NE(root, nullptr);
+  // The program's root knows no main thread of ours, so the first thread is unknown here.
+  EXPECT_EQ(currentThreadEntry(), nullptr);
+  ASSERT_EQ(registerCurrentThread(3), kCvelOk);
+  ASSERT_NE(root->head, nullptr);
+  EXPECT_EQ(root->head->number, 3);
+  EXPECT_EQ(currentThreadEntry(), root->head);
+  EXPECT_EQ(myNumber(), 3);
+  ASSERT_EQ(unregisterCurrentThread(), kCvelOk);
+  EXPECT_EQ(root->head, nullptr);
+}
+
+TEST(CvelSharedThreadRoot, SharedRootInAChild) {
+  if (std::getenv("KOLVARI_SHARED_ROOT") != nullptr) GTEST_SKIP();
+  char self[4096] = {};
+  ASSERT_GT(::readlink("/proc/self/exe", self, sizeof self - 1), 0);
+  const std::string command = std::string("KOLVARI_SHARED_ROOT=1 '") + self + "' --gtest_filter=" +
+                              kSharedRootTest + " >/dev/null 2>&1";
+  EXPECT_EQ(testutil::run(command), 0);
+}
 
 TEST_F(CvelThreadRegistry, MainThreadIsNumberZeroAndOthersAreUnknown) {
   EXPECT_EQ(myNumber(), 0);
