@@ -4,9 +4,10 @@
 
 #include <ftw.h>
 #include <stdlib.h>
-#include <unistd.h>
 
 #include <cstdio>
+#include <fstream>
+#include <iterator>
 #include <string>
 
 class ScratchDir {
@@ -16,7 +17,8 @@ class ScratchDir {
     if (mkdtemp(pattern) != nullptr) path_ = pattern;
   }
   ~ScratchDir() {
-    if (!path_.empty()) nftw(path_.c_str(), removeOne, 8, FTW_DEPTH | FTW_PHYS);
+    if (!path_.empty()) nftw(path_.c_str(), [](const char* p, const struct stat*, int, FTW*) { return ::remove(p); }, 8,
+                             FTW_DEPTH | FTW_PHYS);
   }
   ScratchDir(const ScratchDir&) = delete;
   ScratchDir& operator=(const ScratchDir&) = delete;
@@ -24,20 +26,17 @@ class ScratchDir {
   bool ok() const { return !path_.empty(); }
   const std::string& path() const { return path_; }
   std::string file(const std::string& name) const { return path_ + "/" + name; }
-
-  // Writes text to name in the directory; returns the file's path.
+  // Writes text to the file name in the directory and returns its path.
   std::string write(const std::string& name, const std::string& text) const {
-    const std::string target = file(name);
-    if (FILE* f = std::fopen(target.c_str(), "wb")) {
-      std::fwrite(text.data(), 1, text.size(), f);
-      std::fclose(f);
-    }
-    return target;
+    std::ofstream(file(name), std::ios::binary) << text;
+    return file(name);
+  }
+  std::string read(const std::string& name) const {
+    std::ifstream in(file(name), std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
   }
 
  private:
-  static int removeOne(const char* path, const struct stat*, int, struct FTW*) { return ::remove(path); }
-
   std::string path_;
 };
 
