@@ -69,6 +69,7 @@ void CvelOCSPResponse::reset() {
   status_ = 0;
   certStatusTag_ = 0;
   revocationReason_ = 0;
+  revocationTime_.setState(CvelTime::kNeverSet);
 }
 
 CvelResult CvelOCSPResponse::parse(const void* bytes, uint32_t n) {

@@ -7,9 +7,11 @@
 #include <cstdio>
 #include <dirent.h>
 #include <map>
+#include <sstream>
 #include <string>
 #include <tuple>
 
+#include "support/openssl_text.h"
 #include "support/test_util.h"
 #include "x509/cvel_dname.h"
 
@@ -17,73 +19,37 @@ namespace {
 
 using namespace testutil;
 
-// A time as `openssl ocsp -resp_text` prints it: "Oct  1 06:00:00 2012 GMT".
 std::string opensslTime(const CvelString& element) {
-  static const char* const kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                        "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
   CvelTime t;
-  if (t.decode(element, nullptr) != kCvelOk || t.month() < 1 || t.month() > 12) return "(no time)";
-  char text[40];
-  std::snprintf(text, sizeof text, "%s %2d %02d:%02d:%02d %d GMT", kMonths[t.month() - 1], t.day(), t.hour(),
-                t.minute(), t.second(), t.year());
-  return text;
+  return t.decode(element, nullptr) == kCvelOk ? testutil::opensslTime(t) : "(no time)";
 }
 
-// The first value of every "Key: value" line of openssl's report.
+// The first value of every "Key: value" line of openssl's report, and the number of certificates it prints.
 std::map<std::string, std::string> opensslReport(const std::string& derPath) {
   std::string text;
-  EXPECT_EQ(run("openssl ocsp -respin " + derPath + " -resp_text -noverify 2>/dev/null", &text), 0) << derPath;
+  EXPECT_EQ(run("openssl ocsp -respin " + derPath + " -resp_text -noverify 2>/dev/null | sed -E "
+                "'s/^ *([A-Za-z ]+): (.*)$/\\1=\\2/; s/^-----BEGIN CERTIFICATE-----$/certificate=/'",
+                &text),
+            0);
   std::map<std::string, std::string> fields;
-  size_t start = 0;
-  while (start < text.size()) {
-    size_t end = text.find('\n', start);
-    if (end == std::string::npos) end = text.size();
-    std::string line = text.substr(start, end - start);
-    start = end + 1;
-    const size_t colon = line.find(": ");
-    const size_t first = line.find_first_not_of(' ');
-    if (colon == std::string::npos || first == std::string::npos || first > colon) continue;
-    fields.emplace(line.substr(first, colon - first), line.substr(colon + 2));
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    const size_t equals = line.find('=');
+    if (equals == std::string::npos) continue;
+    fields.emplace(line.substr(0, equals), line.substr(equals + 1));
+    if (line == "certificate=") fields["certificates"] += "+";
   }
-  // The certificates of the response, which openssl prints in PEM.
-  uint32_t certificates = 0;
-  for (size_t at = text.find("-----BEGIN CERTIFICATE-----"); at != std::string::npos;
-       at = text.find("-----BEGIN CERTIFICATE-----", at + 1)) {
-    ++certificates;
-  }
-  fields["certificates"] = std::to_string(certificates);
   return fields;
 }
 
-// The responder as openssl prints it: the key hash in hex, or the attribute values of the name joined as
-// "C = AU, ST = NSW, ..." (the attribute types are compared by count only).
-std::string responderText(const CvelOCSPResponse& r, const std::string& opensslText) {
-  if (!r.responderByName()) {
-    CvelA1Context c;
-    CvelString hash;
-    if (c.next(r.responderId()) != 0x04 || hash.setView(r.responderId(), &c) != kCvelOk) return "(no key hash)";
-    return toHex(hash);
-  }
+// The responder: the key hash in hex as openssl prints it, or the attribute values of the name.
+std::string responderText(const CvelOCSPResponse& r) {
+  CvelA1Context c;
+  CvelString hash;
   CvelDName name;
-  if (name.parse(r.responderId()) != kCvelOk) return "(no name)";
-  std::string joined;
-  size_t from = 0;
-  for (uint32_t i = 0; i < name.size(); ++i) {
-    CvelRDName* entry = nullptr;
-    name.get(i, entry);
-    CvelA1Context c;
-    CvelString value;
-    c.next(entry->value());
-    value.setView(entry->value(), &c);
-    // The attribute's short name is openssl's; take it from its text, so that only the values are ours.
-    const size_t equals = opensslText.find(" = ", from);
-    if (equals == std::string::npos) return "(more attributes than openssl prints)";
-    joined += (i ? ", " : "") + opensslText.substr(from, equals - from) + " = " +
-              std::string(reinterpret_cast<const char*>(value.data()), value.length());
-    from = opensslText.find(", ", equals);
-    from = from == std::string::npos ? opensslText.size() : from + 2;
-  }
-  return joined;
+  if (r.responderByName()) return name.parse(r.responderId()) == kCvelOk ? nameValues(name) : "(no name)";
+  if (c.next(r.responderId()) != 0x04 || hash.setView(r.responderId(), &c) != kCvelOk) return "(no key hash)";
+  return toHex(hash);
 }
 
 std::string statusText(uint32_t tag) {
@@ -107,8 +73,9 @@ void expectAgreesWithOpenssl(const std::string& derPath, CvelOCSPResponse& r) {
   EXPECT_EQ(opensslTime(r.producedAt()), report["Produced At"]) << derPath;
   EXPECT_EQ(opensslTime(r.thisUpdate()), report["This Update"]) << derPath;
   EXPECT_EQ(statusText(r.certStatusTag()), report["Cert Status"]) << derPath;
-  EXPECT_EQ(responderText(r, report["Responder Id"]), report["Responder Id"]) << derPath;
-  EXPECT_EQ(std::to_string(r.certificates().size()), report["certificates"]) << derPath;
+  const std::string& responder = report["Responder Id"];
+  EXPECT_EQ(responderText(r), r.responderByName() ? opensslNameValues(responder) : responder) << derPath;
+  EXPECT_EQ(std::string(r.certificates().size(), '+'), report["certificates"]) << derPath;
   if (r.certStatusTag() == CvelOCSPResponse::kStatusRevokedConstructed) {
     EXPECT_EQ(opensslTime(r.revocationTimeElement()), report["Revocation Time"]) << derPath;
     char reason[8];
@@ -155,21 +122,9 @@ TEST(CvelOCSPResponse, OpensslResponderStatusesTimesAndReason) {
     ASSERT_EQ(r.certificates().size(), 1u) << name;  // the responder's certificate
     EXPECT_EQ(toHex(r.certificates().get(0)->encoded()), toHex(readFile(dir + "/responder.der"))) << name;
   }
-  CvelOCSPResponse revoked;
-  const Bytes der = readFile(dir + "/revoked.ocsp");
-  ASSERT_EQ(revoked.parse(der.data(), static_cast<uint32_t>(der.size())), kCvelOk);
-  const CvelTime& t = revoked.revocationTime();
-  EXPECT_EQ(std::make_tuple(t.year(), t.month(), t.day(), t.hour(), t.minute(), t.second()),
-            std::make_tuple(2024, 1, 1, 12, 0, 0));
 }
 
-// Hand-made responses. Short-form elements: tag and content in hex, the length counted here.
-std::string tlv(const std::string& tag, const std::string& content) {
-  const Bytes bytes = hex(content);
-  EXPECT_LT(bytes.size(), 128u);
-  return tag + toHex(Bytes{static_cast<unsigned char>(bytes.size())}) + toHex(bytes);
-}
-
+// Hand-made responses.
 const std::string kTime = "180F" "32303234303130313132303030305A";       // GeneralizedTime 20240101120000Z
 const std::string kRevokedAt = "180F" "32303233303630313030303030305A";  // 20230601000000Z
 const std::string kSha256Rsa = tlv("30", "06092A864886F70D01010B 0500");
