@@ -7,7 +7,7 @@
 #include <ctime>
 
 #include "base/cvel_configuration.h"
-#include "base/cvel_file_utils.h"
+#include "base/cvel_file.h"
 #include "log/cvel_log_keys.h"
 
 namespace {
@@ -59,7 +59,7 @@ std::string CvelLogFile::backUpName(const std::string& path) {
   CvelFileTime accessed{};
   CvelFileTime modified{};
   struct tm when {};
-  bool haveTime = fileTimes(path.c_str(), changed, accessed, modified) == kCvelOk &&
+  bool haveTime = fileTimes(path.c_str(), &changed, &accessed, &modified) == kCvelOk &&
                   localTimeOf(static_cast<time_t>(modified.seconds), when);
   if (!haveTime && !localTimeOf(std::time(nullptr), when)) when = {};
   char stamp[64];

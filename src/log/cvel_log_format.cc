@@ -7,7 +7,7 @@
 #include <sstream>
 
 #include "base/cvel_configuration.h"
-#include "base/cvel_file_utils.h"
+#include "base/cvel_process.h"
 #include "base/cvel_thread_registry.h"
 #include "log/cvel_log_keys.h"
 #include "log/cvel_log_level.h"
@@ -163,8 +163,8 @@ std::string CvelLogFormat::compose(const char* file, const char* function, uint3
       case LogField::kDateTime:
       case LogField::kTime: {
         struct tm now {};
-        int milliseconds = 0;
-        if (localTimeNow(now, milliseconds) == 0) break;
+        int32_t milliseconds = 0;
+        if (!localTimeNow(now, milliseconds)) break;
         char stamp[64];
         if (field == LogField::kDateTime) {
           std::snprintf(stamp, sizeof stamp, blank_ ? kDateTimeBlank : kDateTimeBracket, now.tm_year + 1900,

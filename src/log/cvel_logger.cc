@@ -3,9 +3,11 @@
 #include <cctype>
 #include <cstdio>
 #include <iomanip>
+#include <new>
 #include <sstream>
 
-#include "base/cvel_file_utils.h"
+#include "base/cvel_process.h"
+#include "base/cvel_system.h"
 #include "base/cvel_thread_registry.h"
 #include "log/cvel_log_console.h"
 #include "log/cvel_log_file.h"
@@ -21,18 +23,18 @@ constexpr uint32_t kBytesPerGroup = 8;
 // The address by which the library asks the loader which file holds its code.
 void logCodeMarker() {}
 
-std::string pathFrom(int (*query)(char*, size_t)) {
+std::string pathFrom(int32_t (*query)(char*, uint32_t)) {
   char buffer[kPathBuffer] = {};
   if (query(buffer, sizeof buffer) < 0) return std::string();
   buffer[kPathBuffer - 1] = '\0';
   return buffer;
 }
 
-int libraryPath(char* out, size_t size) {
+int32_t libraryPath(char* out, uint32_t size) {
   return imagePath(reinterpret_cast<const void*>(&logCodeMarker), out, size);
 }
 
-int programPath(char* out, size_t size) { return executablePath(out, size); }
+int32_t programPath(char* out, uint32_t size) { return executablePath(out, size); }
 
 bool endsWith(const std::string& text, const std::string& tail) {
   return tail.size() <= text.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
@@ -86,7 +88,7 @@ void CvelLogger::start(const std::string& configPath) {
     fail(CvelLogStartUp::kNoConfigFile);
     return;
   }
-  parseResult_ = configuration_.parse(text.data(), static_cast<uint32_t>(text.size()), false);
+  parseResult_ = configuration_.parse(text.data(), text.size(), false);
   if (parseResult_ != kCvelOk) {
     fail(CvelLogStartUp::kParseFailed);
     return;
@@ -97,14 +99,14 @@ void CvelLogger::start(const std::string& configPath) {
 bool CvelLogger::readConfiguration(const std::string& configPath, std::vector<unsigned char>& text) {
   if (!configPath.empty()) {
     configPath_ = configPath;
-    return configuration_.readFile(configPath_, text) == kCvelOk;
+    return CvelConfiguration::readFile(configPath_.c_str(), text) == kCvelOk;
   }
   configPath_ = modulePath_ + kLogConfigSuffix;
-  if (configuration_.readFile(configPath_, text) == kCvelOk) return true;
+  if (CvelConfiguration::readFile(configPath_.c_str(), text) == kCvelOk) return true;
   // The program's file is shared with the host, so it is never the library's own.
   ownConfiguration_ = false;
   configPath_ = processPath_ + kLogConfigSuffix;
-  if (configuration_.readFile(configPath_, text) == kCvelOk) return true;
+  if (CvelConfiguration::readFile(configPath_.c_str(), text) == kCvelOk) return true;
   configPath_.clear();
   return false;
 }
@@ -136,8 +138,8 @@ bool CvelLogger::configure() {
   }
 
   // The formatter and the system-log sink read the two paths from here; values in the file are replaced.
-  configuration_.setText(kLogSectionCommon, kLogKeyLogModule, modulePath_);
-  configuration_.setText(kLogSectionCommon, kLogKeyLogProcess, processPath_);
+  configuration_.setText(kLogSectionCommon, kLogKeyLogModule, modulePath_.c_str());
+  configuration_.setText(kLogSectionCommon, kLogKeyLogProcess, processPath_.c_str());
 
   std::vector<std::string> loggers;
   if (configuration_.listKeys(kLogSectionLogger, loggers) != kCvelOk) return fail(CvelLogStartUp::kNoSinks);
@@ -151,7 +153,7 @@ bool CvelLogger::configure() {
     if (key == kLogKeySystem) sinks_.push_back(std::make_shared<CvelLogSystem>(&configuration_));
   }
 
-  std::shared_ptr<const CvelLogFormat> format = std::make_shared<CvelLogFormat>(&configuration_);
+  std::shared_ptr<const CvelLogFormat> format(new (std::nothrow) CvelLogFormat(&configuration_));
   if (format == nullptr) {
     sinks_.clear();
     return fail(CvelLogStartUp::kNoFormat);
