@@ -121,7 +121,7 @@ void CvelLogFormat::setUp(const CvelConfiguration& configuration) {
   host[kHostNameBuffer - 1] = '\0';
   hostPrefix_ = prefix("h[", haveHost && host[0] != '\0' ? std::string(host) : std::string(kLocalHost), blank_);
 
-  processId_ = static_cast<int32_t>(processId());
+  processId_ = ::processId();
 }
 
 std::string CvelLogFormat::compose(const char* file, const char* function, uint32_t line, uint32_t level,

@@ -82,7 +82,9 @@ TEST(CvelLogFile, OverwriteStartsAfreshOnce) {
     s.sink->log(0x1, "two\n");
     EXPECT_EQ(readText(s.path), c.expected) << c.fileSection;
     EXPECT_EQ(filesIn(s.dir), c.files) << c.fileSection;
-    if (c.files == 2) EXPECT_EQ(readText(s.path + "_20240501090307.log"), "old\n");
+    if (c.files == 2) {
+      EXPECT_EQ(readText(s.path + "_20240501090307.log"), "old\n");
+    }
     EXPECT_FALSE(s.sink->truncatePending());
   }
 }
