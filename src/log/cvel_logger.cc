@@ -174,6 +174,13 @@ bool CvelLogger::configure() {
   return true;
 }
 
+void CvelLogger::addSink(std::shared_ptr<CvelLogBase> sink) {
+  if (!enabled_ || !mutexReady_ || sink == nullptr) return;
+  mutexLock(&mutex_);
+  sinks_.push_back(std::move(sink));
+  mutexUnlock(&mutex_);
+}
+
 void CvelLogger::dispatch(const char* file, const char* function, uint32_t line, uint32_t level,
                           const char* message) {
   std::shared_ptr<const CvelLogFormat> format = cvelCurrentLogFormat();

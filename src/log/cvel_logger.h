@@ -53,6 +53,10 @@ class CvelLogger {
   // Applies the parsed configuration: ignore rules, levels, sinks, formatter. True when logging is on.
   bool configure();
 
+  // Appends a sink of the caller's own after those that the configuration made; it is called under the
+  // logger's mutex like them. Nothing is added to a logger that is off.
+  void addSink(std::shared_ptr<CvelLogBase> sink);
+
   // Whether a record of this level is wanted: the caller asks before composing anything.
   bool wants(uint32_t level) const { return enabled_ && (levelMask_ & level) != 0; }
 
