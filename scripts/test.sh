@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds everything and runs the whole suite twice: once as built for use, once under AddressSanitizer and
-# UndefinedBehaviorSanitizer, and the logger's threads test under ThreadSanitizer. Installs missing packages first (as root).
+# UndefinedBehaviorSanitizer; then the logger's threads test under ThreadSanitizer. Installs missing packages
+# first (as root).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 jobs=$(nproc)
