@@ -38,8 +38,6 @@ check_off() {
 check_off '[Common]\nLogLevel = ALL\n# fine\nName = caf\xe9\n' \
   "the configuration file is rejected (0xE100FFF3, a byte outside the allowed set) at line 4: Name = caf\\xE9"
 check_off '[Ignore]\nin/kolvari\n[Common]\nLogLevel = ALL\n[Logger]\nConsole\n' "ignored by a rule: [Ignore] key 'in/kolvari'"
-check_off '[Common]\nFormat = LogMsg\n[Logger]\nConsole\n' "no level"
-check_off '[Common]\nLogLevel = ALL\n' "no sinks"
 "$KOLVARI" log-check --config "$work/missing.cfgLog" > "$work/off.txt" && fail "a missing file passed"
 grep -qF "none: $work/missing.cfgLog cannot be read" "$work/off.txt" || fail "no word on a missing file"
 echo "kolvari logs beside its configuration file, and log-check reports on and off as expected"

@@ -13,9 +13,11 @@ namespace {
 
 using logtest::readText;
 
-// Gives the file the local time 2024-05-01 09:03:07 as its modification time.
+// The back-up name of a file modified at 09:03:07 local time on 1 May 2024 (see stampFirstOfMay).
+constexpr const char* kBackUpSuffix = "_20240501090307.log";
+
 void stampFirstOfMay(const std::string& path) {
-  struct tm when {};
+  struct tm when = {};
   when.tm_year = 2024 - 1900;
   when.tm_mon = 4;
   when.tm_mday = 1;
@@ -27,20 +29,18 @@ void stampFirstOfMay(const std::string& path) {
   ASSERT_EQ(utime(path.c_str(), &times), 0);
 }
 
-size_t filesIn(const logtest::TempDir& dir) {
-  size_t n = 0;
-  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(dir.path())) ++n;
-  return n;
-}
-
 struct FileSink {
   logtest::TempDir dir;
   std::string path = dir / "sig.log";
   CvelConfiguration configuration;
   std::unique_ptr<CvelLogFile> sink;
-  FileSink(const std::string& fileSection, bool truncate) {
-    logtest::parseInto(configuration, "[Logger]\nFile = " + path + "\n[File]\n" + fileSection);
+  FileSink(const std::string& fileSection, bool truncate, std::string file = "$") {
+    logtest::parseInto(configuration, "[Logger]\nFile = " + (file == "$" ? path : file) + "\n[File]\n" + fileSection);
     sink = std::make_unique<CvelLogFile>(&configuration, truncate);
+  }
+  size_t files() const {
+    auto entries = std::filesystem::directory_iterator(dir.path);
+    return static_cast<size_t>(std::distance(begin(entries), end(entries)));
   }
 };
 
@@ -56,16 +56,15 @@ TEST(CvelLogFile, MaxFileSizeUnits) {
 TEST(CvelLogFile, RollsOverPastItsLimitAndKeepsTheBackUp) {
   FileSink s("MaxFileSize = 1k\nBackUp\n", false);
   const std::string record = std::string(99, 'r') + "\n";
-  // 11 records: the size before the 11th is 1000, not past the limit, so the file reaches 1100 bytes.
+  // The size before the 11th record is 1000, not past the limit, so the file reaches 1100 bytes.
   for (int i = 0; i < 11; ++i) s.sink->log(0x8, record.c_str());
   ASSERT_EQ(readText(s.path).size(), 1100u);
   stampFirstOfMay(s.path);
   s.sink->log(0x8, "next\n");
-  EXPECT_EQ(readText(s.path), "next\n");
-  EXPECT_EQ(readText(s.path + "_20240501090307.log").size(), 1100u);
   s.sink->log(0x8, "more\n");
   EXPECT_EQ(readText(s.path), "next\nmore\n");
-  EXPECT_EQ(filesIn(s.dir), 2u);
+  EXPECT_EQ(readText(s.path + kBackUpSuffix).size(), 1100u);
+  EXPECT_EQ(s.files(), 2u);
 }
 
 TEST(CvelLogFile, OverwriteStartsAfreshOnce) {
@@ -81,42 +80,26 @@ TEST(CvelLogFile, OverwriteStartsAfreshOnce) {
     s.sink->log(0x1, "one\n");
     s.sink->log(0x1, "two\n");
     EXPECT_EQ(readText(s.path), c.expected) << c.fileSection;
-    EXPECT_EQ(filesIn(s.dir), c.files) << c.fileSection;
-    if (c.files == 2) {
-      EXPECT_EQ(readText(s.path + "_20240501090307.log"), "old\n");
-    }
-    EXPECT_FALSE(s.sink->truncatePending());
+    EXPECT_EQ(s.files(), c.files) << c.fileSection;
+    EXPECT_EQ(readText(s.path + kBackUpSuffix), c.files == 2 ? "old\n" : "") << c.fileSection;
   }
-}
-
-TEST(CvelLogFile, WithoutAPathNothingIsWritten) {
-  logtest::TempDir dir;
-  CvelConfiguration configuration;
-  logtest::parseInto(configuration, "[Logger]\nFile =\n[File]\nMaxFileSize = 1k\n");
-  CvelLogFile sink(&configuration, true);
-  sink.log(0x1, "lost\n");
-  EXPECT_TRUE(sink.path().empty());
-  EXPECT_EQ(sink.maxFileSize(), 0u);
-  CvelLogFile unconfigured(nullptr, false);
-  EXPECT_TRUE(unconfigured.path().empty());
+  // Without a path the sink ignores everything, its settings included.
+  FileSink none("MaxFileSize = 1k\n", true, "");
+  none.sink->log(0x1, "lost\n");
+  EXPECT_EQ(none.sink->maxFileSize(), 0u);
+  EXPECT_EQ(none.files(), 0u);
 }
 
 TEST(CvelLogConsole, OnlyTheExactStdoutSelectsStandardOutput) {
-  const struct { const char* section; bool standardError; } cases[] = {
-      {"[Logger]\nConsole = stdout\n", false}, {"[Logger]\nConsole = STDOUT\n", true},
-      {"[Logger]\nConsole = stderr\n", true},  {"[Logger]\nConsole\n", true},
-  };
-  for (const auto& c : cases) {
+  for (const std::string value : {"stdout", "STDOUT", "stderr", ""}) {
     CvelConfiguration configuration;
-    logtest::parseInto(configuration, c.section);
-    EXPECT_EQ(CvelLogConsole(&configuration).useStandardError(), c.standardError) << c.section;
+    logtest::parseInto(configuration, "[Logger]\nConsole = " + value + "\n");
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    CvelLogConsole(&configuration).log(0x10, "line\n");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), value == "stdout" ? "line\n" : "") << value;
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), value == "stdout" ? "" : "line\n") << value;
   }
-  CvelConfiguration configuration;
-  logtest::parseInto(configuration, "[Logger]\nConsole = stdout\n");
-  CvelLogConsole console(&configuration);
-  testing::internal::CaptureStdout();
-  console.log(0x10, "to standard output\n");
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "to standard output\n");
 }
 
 }  // namespace

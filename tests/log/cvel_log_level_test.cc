@@ -27,9 +27,4 @@ TEST(CvelLogLevel, TokensAndBothForms) {
   }
 }
 
-TEST(CvelLogLevel, SplitTrimsBlanksAroundCommas) {
-  EXPECT_EQ(cvelLogSplitList(" INFO , TRACE,,DATA "), (std::vector<std::string>{"INFO", "TRACE", "", "DATA"}));
-  EXPECT_EQ(cvelLogSplitList("LogMsg"), (std::vector<std::string>{"LogMsg"}));
-}
-
 }  // namespace

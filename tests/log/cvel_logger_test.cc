@@ -65,7 +65,7 @@ TEST(CvelLogger, ConfigurationDecidesWhetherAndWhatToLog) {
   const std::string sinks = "[Logger]\nFile = $LOG\n";
   const struct { std::string config; CvelLogStartUp startUp; uint32_t mask; } cases[] = {
       {"[Common]\nLogLevel = ERROR,ALL,INFO\n" + sinks, CvelLogStartUp::kOn, 0x1ff},
-      {"[Common]\nLogLevel = INFO,TRACE\n" + sinks, CvelLogStartUp::kOn, 0x088},
+      {"[Common]\nLogLevel = INFO , TRACE,,\n" + sinks, CvelLogStartUp::kOn, 0x088},
       {"[Common]\nLogLevel = info\n" + sinks, CvelLogStartUp::kOn, 0},  // on, but no level passes
       {"[Ignore]\nlibsigner.dylib\n[Common]\nLogLevel = ALL\n" + sinks, CvelLogStartUp::kIgnoredBySuffix, 0},
       // A key must be shorter than the path to match.
@@ -90,29 +90,25 @@ TEST(CvelLogger, ConfigurationDecidesWhetherAndWhatToLog) {
 
 TEST(CvelLogger, SinksInKeyOrderAndWhoMayStartTheFileAfresh) {
   const std::string config = "[Logger]\nSystem\nFile = $LOG\nConsole\n[File]\nOverwrite\n[Common]\nLogLevel = ALL\n";
-  HostedLogger hosted(config);
-  ASSERT_EQ(hosted.logger->sinks().size(), 3u);
-  EXPECT_NE(dynamic_cast<CvelLogConsole*>(hosted.logger->sinks()[0].get()), nullptr);
-  auto* file = dynamic_cast<CvelLogFile*>(hosted.logger->sinks()[1].get());
-  EXPECT_NE(dynamic_cast<CvelLogSystem*>(hosted.logger->sinks()[2].get()), nullptr);
-  // A library that took its host's file never truncates the shared log.
-  ASSERT_NE(file, nullptr);
-  EXPECT_FALSE(hosted.logger->ownConfiguration());
-  EXPECT_FALSE(file->truncatePending());
-
-  // The program itself, and a library with a file of its own, do.
-  HostedLogger program(config, "");
-  HostedLogger library(config, "libsigner.so", true);
-  EXPECT_TRUE(library.logger->ownConfiguration());
-  for (HostedLogger* h : {&program, &library}) {
-    ASSERT_EQ(h->logger->sinks().size(), 3u);
-    EXPECT_TRUE(dynamic_cast<CvelLogFile*>(h->logger->sinks()[1].get())->truncatePending());
+  // A library that took its host's file never truncates the shared log; the program itself, and a library
+  // with a file of its own, do.
+  const struct { const char* module; bool besideModule, own, truncate; } cases[] = {
+      {"/opt/x/libsigner.dylib", false, false, false}, {"", false, false, true}, {"libsigner.so", true, true, true}};
+  for (const auto& c : cases) {
+    HostedLogger h(config, c.module, c.besideModule);
+    const auto& sinks = h.logger->sinks();
+    ASSERT_EQ(sinks.size(), 3u) << c.module;
+    EXPECT_NE(dynamic_cast<CvelLogConsole*>(sinks[0].get()), nullptr);
+    EXPECT_NE(dynamic_cast<CvelLogSystem*>(sinks[2].get()), nullptr);
+    auto* file = dynamic_cast<CvelLogFile*>(sinks[1].get());
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(h.logger->ownConfiguration(), c.own) << c.module;
+    EXPECT_EQ(file->truncatePending(), c.truncate) << c.module;
   }
 }
 
 TEST(CvelLogger, MessagesAndDataReachTheFile) {
-  HostedLogger h("[Common]\nLogLevel = ALL\nFormat = LogLevel,LogMsg\nDataDir = " + std::string("$LOG.d") +
-                 "\n[Logger]\nFile = $LOG\n");
+  HostedLogger h("[Common]\nLogLevel = ALL\nFormat = LogLevel,LogMsg\nDataDir = $LOG.d\n[Logger]\nFile = $LOG\n");
   std::filesystem::create_directory(h.log + ".d");
   const unsigned char bytes[] = {0x41, 0x42, 0x0a};
   h.logger->logMessage("a.cc", "f", 1, kCvelLogError, "first");

@@ -1,9 +1,9 @@
-// Helpers of the logging tests: a scratch folder that always goes away, whole-file text, and configurations
-// parsed from text.
+// Helpers of the logging tests: a scratch folder that always goes away, whole-file text, configurations.
 #ifndef KOLVARI_TESTS_LOG_LOG_TEST_UTIL_H
 #define KOLVARI_TESTS_LOG_LOG_TEST_UTIL_H
 
-#include <cstdlib>
+#include <stdlib.h>
+
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -13,41 +13,30 @@
 
 namespace logtest {
 
-// A fresh folder under /tmp, removed with everything in it when the object goes (also when a test fails).
-class TempDir {
- public:
+// A fresh folder under /tmp, removed with its contents when the object goes, also when a test fails.
+struct TempDir {
+  std::string path;
   TempDir() {
     char pattern[] = "/tmp/kolvari-log-XXXXXX";
-    const char* made = mkdtemp(pattern);
-    path_ = made != nullptr ? made : "";
+    path = mkdtemp(pattern) != nullptr ? pattern : "/nonexistent";
   }
   ~TempDir() {
     std::error_code ignored;
-    if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
+    std::filesystem::remove_all(path, ignored);
   }
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
-  std::string operator/(const std::string& name) const { return path_ + "/" + name; }
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
+  std::string operator/(const std::string& name) const { return path + "/" + name; }
 };
 
-inline void writeText(const std::string& path, const std::string& text) {
-  std::ofstream(path, std::ios::binary) << text;
-}
+inline void writeText(const std::string& path, const std::string& text) { std::ofstream(path) << text; }
 
-// The whole file; empty when it cannot be read.
 inline std::string readText(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
   std::ostringstream text;
-  text << in.rdbuf();
+  text << std::ifstream(path).rdbuf();
   return text.str();
 }
 
-inline bool parseInto(CvelConfiguration& configuration, const std::string& text) {
-  return configuration.parse(text.data(), text.size()) == kCvelOk;
+inline void parseInto(CvelConfiguration& configuration, const std::string& text) {
+  configuration.parse(text.data(), text.size());
 }
 
 }  // namespace logtest
