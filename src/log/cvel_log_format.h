@@ -66,7 +66,7 @@ class CvelLogFormat {
 };
 
 // The process-wide formatter that every logger composes with: the one the last successful configuration
-// made. current() hands out a reference that stays valid while it is held.
+// made. cvelCurrentLogFormat hands out a reference that stays valid while it is held.
 std::shared_ptr<const CvelLogFormat> cvelCurrentLogFormat();
 void cvelSetCurrentLogFormat(std::shared_ptr<const CvelLogFormat> format);
 // Clears the process-wide formatter if it is still `format` (a logger going away takes its formatter along).

@@ -2,13 +2,11 @@
 
 #include <cctype>
 #include <cstdio>
-#include <iomanip>
 #include <new>
 #include <sstream>
 
 #include "base/cvel_process.h"
 #include "base/cvel_system.h"
-#include "base/cvel_thread_registry.h"
 #include "log/cvel_log_console.h"
 #include "log/cvel_log_file.h"
 #include "log/cvel_log_keys.h"
