@@ -65,8 +65,8 @@ class CvelLogFormat {
   int32_t processId_ = 0;
 };
 
-// The process-wide formatter that every logger composes with: the one the last successful configuration
-// made. cvelCurrentLogFormat hands out a reference that stays valid while it is held.
+// The process-wide formatter that every logger composes with: the one the latest configuration made (it is
+// made before the sinks are judged, so a logger left off by an empty [Logger] section still replaces it). cvelCurrentLogFormat hands out a reference that stays valid while it is held.
 std::shared_ptr<const CvelLogFormat> cvelCurrentLogFormat();
 void cvelSetCurrentLogFormat(std::shared_ptr<const CvelLogFormat> format);
 // Clears the process-wide formatter if it is still `format` (a logger going away takes its formatter along).
