@@ -88,11 +88,18 @@ const char* openMode(uint32_t mode, uint32_t flags) {
 
 }  // namespace
 
-void CvelFile::attach(FILE* stream, const std::string& path, bool deleteOnClose) {
+CvelResult CvelFile::attach(FILE* stream, const char* path, bool deleteOnClose) {
   close();
+  try {
+    path_ = path;
+  } catch (...) {
+    std::fclose(stream);
+    if (deleteOnClose) ::unlink(path);
+    return kCvelErrNoMemory;
+  }
   stream_ = stream;
-  path_ = path;
   deleteOnClose_ = deleteOnClose;
+  return kCvelOk;
 }
 
 CvelResult CvelFile::close() {
@@ -177,8 +184,7 @@ CvelResult openFile(const char* path, uint32_t mode, uint32_t flags, CvelFile& f
     setLastError(error, 0, 0, kCvelReportSystemText);
     return error == ENOENT ? kCvelErrNoSuchFile : kCvelErrMalformed;
   }
-  file.attach(stream, path, false);
-  return kCvelOk;
+  return file.attach(stream, path, false);
 }
 
 CvelResult makeTempName(std::string& out) {
@@ -221,6 +227,5 @@ CvelResult createTempFile(CvelFile& file, const char* prefix, bool removeNow) {
       return removed;
     }
   }
-  file.attach(stream, name, !removeNow);
-  return kCvelOk;
+  return file.attach(stream, name, !removeNow);
 }

@@ -33,8 +33,9 @@ class CvelFile : public CvelNonCopyObject {
   const std::string& path() const { return path_; }
   bool deleteOnClose() const { return deleteOnClose_; }
 
-  // Closes any stream held before and takes this one.
-  void attach(FILE* stream, const std::string& path, bool deleteOnClose);
+  // Closes any stream held before and takes this one. Should the name not be kept (no memory), the stream
+  // is closed, the file removed if marked for that, and kCvelErrNoMemory returned.
+  CvelResult attach(FILE* stream, const char* path, bool deleteOnClose);
   // Closes the stream and removes a file marked for deletion. kCvelErrMalformed when the close fails,
   // the removal's code when that fails; kCvelOk when nothing was open.
   CvelResult close();

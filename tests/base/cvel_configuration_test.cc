@@ -1,0 +1,126 @@
+#include "base/cvel_configuration.h"
+
+#include <gtest/gtest.h>
+
+#include "scratch_dir.h"
+
+namespace {
+
+CvelResult parseText(CvelConfiguration& config, const std::string& text, bool keep = false) {
+  return config.parse(text.data(), text.size(), keep);
+}
+
+// The value stored under section/key, or "<missing>".
+std::string valueOf(const CvelConfiguration& config, const char* section, const char* key) {
+  std::string out;
+  return config.getText(section, key, out) == kCvelOk ? out : "<missing>";
+}
+
+struct LineCase {
+  const char* text;
+  const char* section;
+  const char* key;
+  const char* expected;
+};
+
+TEST(CvelConfiguration, CommentQuoteAndSectionRules) {
+  const LineCase cases[] = {
+      {"[Common]\nLogLevel = ERROR,WARN\nFormat=\"Time,LogMsg\" # layout\n", "Common", "LogLevel", "ERROR,WARN"},
+      {"[Common]\nLogLevel = ERROR,WARN\nFormat=\"Time,LogMsg\" # layout\n", "Common", "Format", "Time,LogMsg"},
+      {"[S]\nKey=a#b\n", "S", "Key", "a"},
+      {"[S]\nKey=\"a#b\"\n", "S", "Key", "a#b"},
+      {"[S]\nKey = \"  spaced  \" tail\n", "S", "Key", "  spaced  "},
+      {"[S]\n\"a=b#c\" = v\n", "S", "a=b#c", "v"},
+      {"[S]\nKey===  v  \n", "S", "Key", "v"},
+      {"[S]\nFlag\n", "S", "Flag", ""},
+      {"[S]\nFlag # note\n", "S", "Flag", ""},
+      {"[S]\nKey=\n", "S", "Key", ""},
+      {"Key=above\n[S]\n", "S", "Key", "<missing>"},
+      {"[S]\nKey=\"open\n", "S", "Key", "<missing>"},
+      {"[S]\n = v\n", "S", "", "<missing>"},
+      {"[S]\n   # Key=v\n", "S", "", "<missing>"},
+      {"[S]\n[]\n", "S", "[]", ""},          // not a section: read as a key line
+      {"[S]\n[]\nKey=v\n", "S", "Key", "v"},  // and the section stays
+      {"[  Name  ] trailing\nKey=v\n", "Name", "Key", "v"},
+      {"[S]\nKey=1\nKey=2\n", "S", "Key", "2"},
+      {"[S]\r\n\tKey\t=\tv w\t\r\n", "S", "Key", "v w"},
+      {"[S]\rKey=v\r", "S", "Key", "v"},
+      {"[s]\nKey=v\n", "S", "Key", "<missing>"},
+  };
+  for (const auto& c : cases) {
+    CvelConfiguration config;
+    EXPECT_EQ(parseText(config, c.text), kCvelOk) << c.text;
+    EXPECT_EQ(valueOf(config, c.section, c.key), c.expected) << c.text;
+  }
+}
+
+TEST(CvelConfiguration, ForbiddenBytesRejectTheFileButKeepWhatWasStored) {
+  CvelConfiguration config;
+  EXPECT_EQ(parseText(config, "[S]\nA=1\nB=caf\xE9\nC=3\n"), kCvelErrForbiddenByte);
+  EXPECT_EQ(valueOf(config, "S", "A"), "1");
+  EXPECT_EQ(valueOf(config, "S", "C"), "<missing>");
+  // The German letters of Latin-1 are allowed, in names as well as values.
+  EXPECT_EQ(parseText(config, "[\xC4rger]\nGr\xFC\xDF=\xE4\xF6\xFC\xC4\xD6\xDC\xDF\n"), kCvelOk);
+  EXPECT_EQ(valueOf(config, "\xC4rger", "Gr\xFC\xDF"), "\xE4\xF6\xFC\xC4\xD6\xDC\xDF");
+  // Bytes 26 to 126 pass; 25 and 127 do not. A forbidden byte in a line that is ignored does no harm.
+  EXPECT_EQ(parseText(config, "[S]\nK=\x1A~\n"), kCvelOk);
+  EXPECT_EQ(parseText(config, "[S]\nK=\x19\n"), kCvelErrForbiddenByte);
+  EXPECT_EQ(parseText(config, "[S]\nK=\x7F\n"), kCvelErrForbiddenByte);
+  EXPECT_EQ(parseText(config, "K=\x7F\n[S]\n# \x7F\n"), kCvelOk);
+}
+
+TEST(CvelConfiguration, SizeLimitAndEmptyInput) {
+  CvelConfiguration config;
+  const std::string head = "[S]\nK=v\n#";
+  std::string text = head + std::string(CvelConfiguration::kMaxTextLength - head.size(), 'x');
+  EXPECT_EQ(parseText(config, text), kCvelOk);
+  EXPECT_EQ(valueOf(config, "S", "K"), "v");
+  text.push_back('x');
+  EXPECT_EQ(parseText(config, text), kCvelErrTooLong);
+  EXPECT_EQ(config.parse(nullptr, 5), kCvelErrBadParameter);
+  EXPECT_EQ(config.parse("x", 0), kCvelErrBadParameter);
+}
+
+TEST(CvelConfiguration, LookupsListingAndKeep) {
+  CvelConfiguration config;
+  ASSERT_EQ(parseText(config, "[S]\nb=1\nB=2\na=3\nLOGLEVEL=upper\nloglevel=lower\n"), kCvelOk);
+  std::vector<std::string> keys;
+  ASSERT_EQ(config.listKeys("S", keys), kCvelOk);
+  EXPECT_EQ(keys, (std::vector<std::string>{"B", "LOGLEVEL", "a", "b", "loglevel"}));
+  EXPECT_EQ(config.listKeys("T", keys), kCvelErrNotFound);
+  EXPECT_TRUE(keys.empty());
+
+  std::string out = "stale";
+  EXPECT_EQ(config.getText("S", "LogLevel", out), kCvelErrNotFound);
+  EXPECT_EQ(out, "");
+  ASSERT_EQ(config.getText("S", "LogLevel", out, true), kCvelOk);
+  EXPECT_EQ(out, "upper");  // the first match in byte order
+  EXPECT_EQ(config.getText(nullptr, "a", out), kCvelErrBadParameter);
+  EXPECT_TRUE(config.hasKey("S", "logLEVEL", true));
+  EXPECT_FALSE(config.hasKey("S", "logLEVEL"));
+  EXPECT_FALSE(config.hasKey("S", ""));
+
+  // Without keep a new text replaces everything; with keep it adds to it.
+  ASSERT_EQ(parseText(config, "[T]\nx=1\n", true), kCvelOk);
+  EXPECT_EQ(valueOf(config, "S", "a"), "3");
+  ASSERT_EQ(parseText(config, "[T]\ny=2\n"), kCvelOk);
+  EXPECT_EQ(valueOf(config, "S", "a"), "<missing>");
+  EXPECT_EQ(valueOf(config, "T", "x"), "<missing>");
+
+  ASSERT_EQ(config.setText("Common", "LogModule", "/opt/x/lib.so"), kCvelOk);
+  EXPECT_EQ(valueOf(config, "Common", "LogModule"), "/opt/x/lib.so");
+}
+
+TEST(CvelConfiguration, ReadFile) {
+  ScratchDir dir;
+  ASSERT_TRUE(dir.ok());
+  const std::string text("[S]\nK=v\n\0tail", 14);
+  std::vector<unsigned char> bytes;
+  ASSERT_EQ(CvelConfiguration::readFile(dir.write("c.cfgLog", text).c_str(), bytes), kCvelOk);
+  EXPECT_EQ(std::string(bytes.begin(), bytes.end()), text);
+  EXPECT_EQ(CvelConfiguration::readFile(dir.file("none").c_str(), bytes), kCvelErrMalformed);
+  EXPECT_TRUE(bytes.empty());
+  EXPECT_EQ(CvelConfiguration::readFile("", bytes), kCvelErrBadParameter);
+}
+
+}  // namespace
