@@ -14,6 +14,7 @@
 
 namespace {
 
+constexpr size_t kFileLimit = 16 << 20;  // the sink's "MaxFileSize = 16m" below
 constexpr const char* kMessage = "ZARV_EncodeSignerInfo: 1432 bytes encoded for signer 3";
 constexpr const char* kConfig =
     "[Common]\n"
@@ -73,11 +74,17 @@ BENCHMARK(BM_FileSink)->Threads(1)->Threads(2)->UseRealTime();
 
 void BM_FprintfHeldOpen(benchmark::State& state) {
   const std::string& line = sameLine();
-  FILE* out = std::fopen((scratch().dir + "/held.log").c_str(), "ab");
+  const std::string path = scratch().dir + "/held-" + std::to_string(state.thread_index()) + ".log";
+  FILE* out = std::fopen(path.c_str(), "ab");
+  size_t written = 0;
   for (auto _ : state) {
     std::fprintf(out, "%s", line.c_str());
     // Keep the file small: start it afresh now and then, as the sink does at its limit.
-    if (ftell(out) > (16 << 20)) out = std::freopen(nullptr, "wb", out);
+    written += line.size();
+    if (written > kFileLimit) {
+      out = std::freopen(nullptr, "wb", out);
+      written = 0;
+    }
   }
   std::fclose(out);
   state.SetItemsProcessed(state.iterations());
