@@ -30,8 +30,8 @@ void stampFirstOfMay(const std::string& path) {
 }
 
 struct FileSink {
-  logtest::TempDir dir;
-  std::string path = dir / "sig.log";
+  ScratchDir dir;
+  std::string path = dir.file("sig.log");
   CvelConfiguration configuration;
   std::unique_ptr<CvelLogFile> sink;
   FileSink(const std::string& fileSection, bool truncate, std::string file = "$") {
@@ -39,7 +39,7 @@ struct FileSink {
     sink = std::make_unique<CvelLogFile>(&configuration, truncate);
   }
   size_t files() const {
-    auto entries = std::filesystem::directory_iterator(dir.path);
+    auto entries = std::filesystem::directory_iterator(dir.path());
     return static_cast<size_t>(std::distance(begin(entries), end(entries)));
   }
 };

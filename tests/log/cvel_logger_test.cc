@@ -46,14 +46,14 @@ TEST(CvelLogger, HexDumpLayout) {
 // in the folder); the program is <dir>/app. The configuration lies beside the program, or with besideModule
 // beside the library.
 struct HostedLogger {
-  logtest::TempDir dir;
-  std::string program = dir / "app";
-  std::string log = dir / "sig.log";
+  ScratchDir dir;
+  std::string program = dir.file("app");
+  std::string log = dir.file("sig.log");
   std::unique_ptr<CvelLogger> logger;
   explicit HostedLogger(const std::string& config, std::string module = "/opt/x/libsigner.dylib",
                         bool besideModule = false) {
     if (module.empty()) module = program;
-    if (module[0] != '/') module = dir / module;
+    if (module[0] != '/') module = dir.file(module);
     std::string text = config;
     for (size_t at; (at = text.find("$LOG")) != std::string::npos;) text.replace(at, 4, log);
     logtest::writeText((besideModule ? module : program) + ".cfgLog", text);
@@ -127,20 +127,20 @@ TEST(CvelLogger, MessagesAndDataReachTheFile) {
 
 TEST(CvelLogger, StartsFromTheFileBesideTheProgram) {
   const std::string program = std::filesystem::canonical("/proc/self/exe");
-  logtest::TempDir dir;
+  ScratchDir dir;
   struct Remove {
     std::string path;
     ~Remove() { std::filesystem::remove(path); }
   } config{program + ".cfgLog"};
   logtest::writeText(config.path, "# beside the test program\n[Common]\nLogLevel = WARN\nFormat = LogLevel,LogMsg\n"
-                                  "[Logger]\nFile = " + (dir / "t.log") + "\n");
+                                  "[Logger]\nFile = " + dir.file("t.log") + "\n");
   CvelLogger logger;
   EXPECT_TRUE(logger.enabled());
   EXPECT_EQ(logger.configPath(), config.path);
   EXPECT_FALSE(logger.wants(kCvelLogInfo));
   CVEL_LOG(logger, kCvelLogWarning, "seen");
   CVEL_LOG(logger, kCvelLogInfo, "not wanted");
-  EXPECT_EQ(readText(dir / "t.log"), "[WARN]  seen\n");
+  EXPECT_EQ(readText(dir.file("t.log")), "[WARN]  seen\n");
 }
 
 }  // namespace

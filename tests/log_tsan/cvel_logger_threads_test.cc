@@ -31,8 +31,8 @@ std::string message(int worker, int record) {
 }
 
 TEST(CvelLoggerThreads, RecordsFromManyThreadsStayWholeAndInOrder) {
-  logtest::TempDir dir;
-  const std::string program = dir / "app", log = dir / "threads.log";
+  ScratchDir dir;
+  const std::string program = dir.file("app"), log = dir.file("threads.log");
   logtest::writeText(program + ".cfgLog", "[Common]\nLogLevel = INFO\nFormat = Thread,LogLevel,LogMsg\n"
                                           "[Logger]\nFile = " + log + "\n[File]\nOverwrite\n");
   // Overwrite: the first record, whichever thread writes it, starts the file afresh, exactly once.
