@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+class CvelLogger;
+
 using Arguments = std::vector<std::string>;
 
 // Exit statuses shared by the commands.
@@ -17,6 +19,10 @@ int runDer(const Arguments& args);
 int runCert(const Arguments& args);
 int runDetect(const Arguments& args);
 int runSign(const Arguments& args);
+int runLogCheck(const Arguments& args);
+
+// The tool's own logger: on when a configuration file lies beside the program ("<path of kolvari>.cfgLog").
+CvelLogger& toolLogger();
 
 // Reads a whole file; false when it cannot be read.
 bool readWholeFile(const std::string& path, std::vector<unsigned char>& out);

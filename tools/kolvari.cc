@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "commands.h"
+#include "log/cvel_logger.h"
 
 namespace {
 
@@ -19,6 +20,7 @@ constexpr Command kCommands[] = {
     {"der", runDer, "der FILE                    print the element tree of a DER file"},
     {"detect", runDetect, "detect [--json] FILE...     name the content type of each file (PKCS #7, PEM, PDF, ...)"},
     {"cert", runCert, "cert FILE [--json]          parse a certificate (DER, PEM or base64) and print its parts"},
+    {"log-check", runLogCheck, "log-check [--config FILE]   show what the logger makes of its configuration file"},
     {"sign", runSign, "sign --key KEY --cert CERT [options] FILE\n"
                       "                              sign FILE with the plug-in (kolvari sign --help)"},
 };
@@ -28,7 +30,23 @@ void printUsage(FILE* to) {
   for (const Command& c : kCommands) std::fprintf(to, "  %s\n", c.usage);
 }
 
+// Runs a command between two records of the tool's logger: the command line, and the exit status.
+int runLogged(const Command& c, int argc, char** argv, const Arguments& args) {
+  std::string commandLine = "kolvari";
+  for (int i = 1; i < argc; ++i) commandLine += std::string(" ") + argv[i];
+  CVEL_LOG(toolLogger(), kCvelLogInfo, commandLine.c_str());
+  int status = c.run(args);
+  CVEL_LOG(toolLogger(), status == kExitOk ? kCvelLogInfo : kCvelLogError,
+           (std::string(c.name) + ": exit status " + std::to_string(status)).c_str());
+  return status;
+}
+
 }  // namespace
+
+CvelLogger& toolLogger() {
+  static CvelLogger logger;
+  return logger;
+}
 
 bool readWholeFile(const std::string& path, std::vector<unsigned char>& out) {
   std::ifstream in(path, std::ios::binary);
@@ -44,7 +62,7 @@ int main(int argc, char** argv) {
   }
   Arguments args(argv + 2, argv + argc);
   for (const Command& c : kCommands) {
-    if (std::strcmp(argv[1], c.name) == 0) return c.run(args);
+    if (std::strcmp(argv[1], c.name) == 0) return runLogged(c, argc, argv, args);
   }
   std::fprintf(stderr, "kolvari: unknown command '%s'\n", argv[1]);
   printUsage(stderr);

@@ -1,0 +1,189 @@
+// kolvari log-check: shows what the logger makes of a configuration file: whether logging is on and why
+// not, the levels, the sinks in order, the line layout and one sample line per level.
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "base/cvel_base_result.h"
+#include "base/cvel_configuration.h"
+#include "base/cvel_process.h"
+#include "commands.h"
+#include "log/cvel_log_console.h"
+#include "log/cvel_log_file.h"
+#include "log/cvel_log_system.h"
+#include "log/cvel_logger.h"
+
+namespace {
+
+constexpr uint32_t kPathBuffer = 1024;
+constexpr const char* kSampleMessage = "sample message";
+
+const char* reasonText(CvelLogStartUp reason) {
+  switch (reason) {
+    case CvelLogStartUp::kOn: return "on";
+    case CvelLogStartUp::kNoModulePath: return "the loader does not say which file holds the library";
+    case CvelLogStartUp::kNoProcessPath: return "the loader does not say which file is the program";
+    case CvelLogStartUp::kNoConfigFile: return "no configuration file";
+    case CvelLogStartUp::kParseFailed: return "the configuration file is rejected";
+    case CvelLogStartUp::kIgnoredAll: return "ignored by a rule: [Ignore] holds ALL";
+    case CvelLogStartUp::kIgnoredBySuffix: return "ignored by a rule: [Ignore] key";
+    case CvelLogStartUp::kNoLevel: return "no level: [Common] LogLevel is missing or empty";
+    case CvelLogStartUp::kNoSinks: return "no sinks: [Logger] is missing or has no keys";
+    case CvelLogStartUp::kNoFormat: return "the line formatter could not be made";
+  }
+  return "?";
+}
+
+const char* parseVerdict(CvelResult r) {
+  if (r == kCvelErrForbiddenByte) return "a byte outside the allowed set";
+  if (r == kCvelErrTooLong) return "longer than 4194304 bytes";
+  if (r == kCvelErrBadParameter) return "the file is empty";
+  return "the reader failed";
+}
+
+// Parses ever longer runs of whole lines until the reader refuses one: that is the line it stopped at
+// (0 when even the whole text passes, as for the size limit).
+size_t stoppingLine(const std::vector<unsigned char>& text, std::string& lineText) {
+  size_t start = 0;
+  for (size_t line = 1; start < text.size(); ++line) {
+    size_t end = start;
+    while (end < text.size() && text[end] != '\n') ++end;
+    CvelConfiguration probe;
+    size_t through = end < text.size() ? end + 1 : end;
+    if (probe.parse(text.data(), through) != kCvelOk) {
+      // Shown with the refused bytes spelled out, so that the terminal shows where they are.
+      for (size_t i = start; i < end; ++i) {
+        char escaped[8];
+        bool plain = text[i] >= 0x20 && text[i] < 0x7f;
+        std::snprintf(escaped, sizeof escaped, plain ? "%c" : "\\x%02X", text[i]);
+        lineText += escaped;
+      }
+      return line;
+    }
+    start = through;
+  }
+  return 0;
+}
+
+void printFileSink(size_t index, const CvelLogFile& file) {
+  std::printf("  %zu. file: %s\n", index, file.path().empty() ? "(no path: ignores every record)" : file.path().c_str());
+  std::printf("     first record: %s; back-up: %s; size limit: ",
+              file.truncatePending() ? "starts the file afresh" : "appends",
+              file.backUp() ? "yes, as <file>_YYYYMMDDhhmmss.log" : "no");
+  if (file.maxFileSize() == 0) {
+    std::printf("none\n");
+  } else {
+    std::printf("%u bytes\n", file.maxFileSize());
+  }
+}
+
+void printSink(size_t index, const CvelLogBase* sink) {
+  if (const auto* console = dynamic_cast<const CvelLogConsole*>(sink)) {
+    std::printf("  %zu. console: %s\n", index, console->useStandardError() ? "standard error" : "standard output");
+  } else if (const auto* file = dynamic_cast<const CvelLogFile*>(sink)) {
+    printFileSink(index, *file);
+  } else if (const auto* system = dynamic_cast<const CvelLogSystem*>(sink)) {
+    std::printf("  %zu. system log: ident %s, facility %d (user); sends FATAL, ERROR, WARN and INFO only\n", index,
+                system->ident().empty() ? "(none: sends nothing)" : system->ident().c_str(), system->facility());
+  } else {
+    std::printf("  %zu. (a sink of the host's own)\n", index);
+  }
+}
+
+void printLayout(const CvelLogFormat* format) {
+  if (format == nullptr || format->fields().empty()) {
+    std::printf("layout:  none ([Common] Format missing or empty): every line is empty, nothing is written\n");
+    return;
+  }
+  std::printf("layout:  %s mode:", format->blank() ? "blank" : "bracket");
+  const char* separator = " ";
+  for (LogField field : format->fields()) {
+    std::printf("%s%s", separator, cvelLogFieldName(field));
+    separator = ", ";
+  }
+  std::printf("\n");
+}
+
+void printSamples(const CvelLogger& logger) {
+  const CvelLogFormat* format = logger.format();
+  if (format == nullptr || format->fields().empty() || logger.levelMask() == 0) return;
+  std::printf("sample lines:\n");
+  for (uint32_t i = 0; i < kCvelLogLevelCount; ++i) {
+    uint32_t level = cvelLogLevelAt(i);
+    if ((logger.levelMask() & level) == 0) continue;
+    std::string line = format->compose(__FILE__, __func__, __LINE__, level, kSampleMessage);
+    std::printf("%s", line.c_str());
+  }
+}
+
+int report(const CvelLogger& logger) {
+  std::printf("library: %s\nprogram: %s\n", logger.modulePath().c_str(), logger.processPath().c_str());
+  if (logger.startUp() == CvelLogStartUp::kNoConfigFile && !logger.configPath().empty()) {
+    std::printf("config:  none: %s cannot be read\n", logger.configPath().c_str());
+  } else if (logger.startUp() == CvelLogStartUp::kNoConfigFile) {
+    std::printf("config:  none: %s.cfgLog cannot be read", logger.modulePath().c_str());
+    if (logger.processPath() != logger.modulePath()) std::printf(", nor %s.cfgLog", logger.processPath().c_str());
+    std::printf("\n");
+  } else if (!logger.configPath().empty()) {
+    std::printf("config:  %s%s\n", logger.configPath().c_str(),
+                logger.ownConfiguration() ? " (the library's own)" : "");
+  }
+  if (logger.startUp() == CvelLogStartUp::kParseFailed) {
+    std::vector<unsigned char> text;
+    CvelConfiguration::readFile(logger.configPath().c_str(), text);
+    std::string lineText;
+    size_t line = stoppingLine(text, lineText);
+    std::printf("logging: off: %s (0x%08X, %s)", reasonText(logger.startUp()), logger.parseResult(),
+                parseVerdict(logger.parseResult()));
+    if (line > 0) std::printf(" at line %zu: %s", line, lineText.c_str());
+    std::printf("\n");
+    return kExitFailure;
+  }
+  if (logger.startUp() == CvelLogStartUp::kNoModulePath || logger.startUp() == CvelLogStartUp::kNoProcessPath ||
+      logger.startUp() == CvelLogStartUp::kNoConfigFile) {
+    std::printf("logging: off: %s\n", reasonText(logger.startUp()));
+    return kExitFailure;
+  }
+  if (!logger.enabled()) {
+    std::printf("logging: off: %s", reasonText(logger.startUp()));
+    if (logger.startUp() == CvelLogStartUp::kIgnoredBySuffix) std::printf(" '%s'", logger.ignoreKey().c_str());
+    std::printf("\n");
+  } else {
+    std::printf("logging: on%s\n", logger.sinks().empty() ? ", but no sinks: [Logger] lists no known key" : "");
+  }
+  // What start-up got as far as setting up, whether or not logging ended up on.
+  std::printf("levels:  0x%03x", logger.levelMask());
+  for (uint32_t i = 0; i < kCvelLogLevelCount; ++i) {
+    if ((logger.levelMask() & cvelLogLevelAt(i)) != 0) std::printf(" %s", cvelLogLevelToken(cvelLogLevelAt(i)));
+  }
+  std::printf("%s\n", logger.levelMask() == 0 ? " (no level passes)" : "");
+  std::printf("sinks:%s\n", logger.sinks().empty() ? " none" : "");
+  for (size_t i = 0; i < logger.sinks().size(); ++i) printSink(i + 1, logger.sinks()[i].get());
+  printLayout(logger.format());
+  if (logger.enabled()) printSamples(logger);
+  return logger.enabled() ? kExitOk : kExitFailure;
+}
+
+}  // namespace
+
+int runLogCheck(const Arguments& args) {
+  std::string config;
+  for (size_t i = 0; i < args.size(); ++i) {
+    if (args[i] == "--config" && i + 1 < args.size()) {
+      config = args[++i];
+    } else {
+      std::fprintf(stderr, "usage: kolvari log-check [--config FILE]\n");
+      return kExitUsage;
+    }
+  }
+  // Without --config, the logger this very program runs with.
+  if (config.empty()) return report(toolLogger());
+  char module[kPathBuffer] = {};
+  char program[kPathBuffer] = {};
+  // The tool carries the library inside it, so the library's file is the program's.
+  if (imagePath(reinterpret_cast<const void*>(&runLogCheck), module, sizeof module) < 0) module[0] = '\0';
+  if (executablePath(program, sizeof program) < 0) program[0] = '\0';
+  CvelLogger logger(module, program, config);
+  return report(logger);
+}
