@@ -37,13 +37,16 @@ uint32_t zarvBuildAttributes(const ZarvAttributeMap& map, CvelString& out) {
   return CvelA1Node::sequenceOf(std::move(attributes)).encode(out);
 }
 
+uint32_t zarvBuildSignerIdentifier(const CvelCertificate& certificate, CvelString& signerIdentifier) {
+  return CvelA1Node::constructed(kTagSequence,
+                                 {CvelA1Node::raw(certificate.issuer()), CvelA1Node::raw(certificate.serialNumber())})
+      .encode(signerIdentifier);
+}
+
 uint32_t zarvBuildSigningCertificateV2(const CvelCertificate& certificate, const ZarvBytes& certificateHash,
-                                       const CvelString& hashOid, CvelString& value, CvelString& signerIdentifier) {
+                                       const CvelString& hashOid, CvelString& value) {
   const CvelString& issuer = certificate.issuer();
   const CvelString& serial = certificate.serialNumber();
-  uint32_t r = CvelA1Node::constructed(kTagSequence, {CvelA1Node::raw(issuer), CvelA1Node::raw(serial)})
-                   .encode(signerIdentifier);
-  if (r != ZARV_OK) return r;
 
   CvelA1Node generalNames =
       CvelA1Node::constructed(kTagSequence, {CvelA1Node::constructed(kTagContext4, {CvelA1Node::raw(issuer)})});

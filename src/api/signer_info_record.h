@@ -42,9 +42,12 @@ uint32_t zarvAddAttribute(SignerInfoRecord& record, ZarvAttributeKind kind, cons
 // OID text that does not convert ends the build with the converter's result.
 uint32_t zarvBuildAttributes(const ZarvAttributeMap& map, CvelString& out);
 
+// The IssuerAndSerialNumber of a parsed certificate: SEQUENCE { issuer Name, serialNumber }.
+uint32_t zarvBuildSignerIdentifier(const CvelCertificate& certificate, CvelString& signerIdentifier);
+
 // The signing-certificate-v2 value for a parsed certificate, the host's hash of it and that hash's OID
-// (already DER); also the IssuerAndSerialNumber of the certificate.
+// (already DER).
 uint32_t zarvBuildSigningCertificateV2(const CvelCertificate& certificate, const ZarvBytes& certificateHash,
-                                       const CvelString& hashOid, CvelString& value, CvelString& signerIdentifier);
+                                       const CvelString& hashOid, CvelString& value);
 
 #endif  // KOLVARI_API_SIGNER_INFO_RECORD_H

@@ -110,17 +110,19 @@ uint32_t ZARV_SetSignerCertificate(SignerInfoRecord* h, const std::vector<unsign
     if (certificate == nullptr) return ZARV_E_OUT_OF_MEMORY;
     uint32_t r = certificate->parse(cert.data(), static_cast<uint32_t>(cert.size()));
     if (r != ZARV_OK) return r;
+    // The signer identifier is stored before the hash OID is converted, so a hash OID that does not
+    // convert still leaves the identifier of this certificate in the object.
+    CvelString signerIdentifier;
+    if (zarvBuildSignerIdentifier(*certificate, signerIdentifier) != ZARV_OK) return ZARV_E_OUT_OF_MEMORY;
+    h->signer->signerIdentifier().moveFrom(signerIdentifier);
     CvelString hashOid;
     r = fromDotted(certHashOid.c_str(), hashOid, 1);
     if (r != ZARV_OK) return r;
     CvelString value;
-    CvelString signerIdentifier;
-    if (zarvBuildSigningCertificateV2(*certificate, certHash, hashOid, value, signerIdentifier) != ZARV_OK)
-      return ZARV_E_OUT_OF_MEMORY;
+    if (zarvBuildSigningCertificateV2(*certificate, certHash, hashOid, value) != ZARV_OK) return ZARV_E_OUT_OF_MEMORY;
     r = zarvAddAttribute(*h, ZarvAttributeKind::kSigned, kSigningCertificateV2Oid, value.data(), value.length(),
                          kReplace);
     if (r != ZARV_OK) return r;
-    h->signer->signerIdentifier().moveFrom(signerIdentifier);
     h->signer->setSignerCertificate(std::move(certificate));
     return ZARV_OK;
   });

@@ -13,6 +13,8 @@ namespace {
 constexpr uint32_t kValueOctets = 4;
 // Five content octets with a leading zero still carry a 32-bit unsigned value.
 constexpr uint32_t kPaddedValueOctets = 5;
+// Held octets are written behind the tag and one length octet.
+constexpr uint32_t kHeldHeaderOctets = 2;
 
 uint32_t bigEndian(const unsigned char* p, uint32_t n) {
   uint32_t v = 0;
@@ -31,7 +33,7 @@ uint32_t CvelA1Integer::valueOctets() const {
 
 int64_t CvelA1Integer::encodedSize() const {
   if (bytes_.isEmpty()) return 2 + valueOctets();
-  if (bytes_.length() > kMaxEncodedContent) return -1;
+  // The DER size, also above 127 octets where encode writes one length octet less.
   return static_cast<int64_t>(cvelTlvSize(bytes_.length()));
 }
 
@@ -44,8 +46,32 @@ CvelResult CvelA1Integer::encode(CvelString& out) {
     if (r != kCvelOk) return r;
     return bytes_.assign(content, n);
   }
-  if (bytes_.length() > kMaxEncodedContent) return kCvelErrMalformed;
-  return wrap(bytes_, kTagInteger, out);
+  return encodeHeld(out);
+}
+
+CvelResult CvelA1Integer::encodeHeld(CvelString& out) const {
+  // Integer contents above 127 octets are not supported, by design: the length is written as one octet
+  // holding the low eight bits of the count, so a longer content yields an element whose length octet does
+  // not describe it and which is one or more octets shorter than encodedSize() says. The element is still
+  // exactly tag, length octet and the held octets; nothing is read or written past them.
+  const uint32_t n = bytes_.length();
+  if (n > CvelString::kViewCapacity - 1 - kHeldHeaderOctets) {
+    out.release();
+    return kCvelErrNoMemory;
+  }
+  CvelString result;
+  CvelResult r = result.allocate(kHeldHeaderOctets + n);
+  if (r != kCvelOk) {
+    out.release();
+    return r;
+  }
+  CvelA1Writer w(result);
+  w.byte(kTagInteger);
+  w.byte(static_cast<uint8_t>(n));
+  w.bytes(bytes_);
+  if (!w.complete()) return kCvelErrMalformed;
+  out.moveFrom(result);
+  return kCvelOk;
 }
 
 CvelResult CvelA1Integer::decode(const CvelString& s, const CvelA1Context* context) {

@@ -14,9 +14,6 @@ class CvelA1StreamCursor;
 
 class CvelA1Integer {
  public:
-  // Content octets accepted by encode: it writes a single length octet.
-  static constexpr uint32_t kMaxEncodedContent = 127;
-
   CvelA1Integer() = default;
   explicit CvelA1Integer(uint32_t value) : value_(value) {}
   CvelA1Integer(const CvelA1Integer&) = delete;
@@ -31,10 +28,11 @@ class CvelA1Integer {
   const CvelString& bytes() const { return bytes_; }
   CvelResult setBytes(const void* content, uint32_t n) { return bytes_.assign(content, n); }
 
-  // Size of the whole INTEGER element; -1 when it cannot be encoded.
+  // Size of the whole INTEGER element by the DER length rules; -1 when it cannot be encoded.
   int64_t encodedSize() const;
   // out receives the INTEGER element. A value is written in the fewest octets without a sign octet, so 128
-  // gives 02 01 80; afterwards bytes holds the content just written.
+  // gives 02 01 80; afterwards bytes holds the content just written. Held octets are written behind a
+  // single length octet, whatever their number (see encode).
   CvelResult encode(CvelString& out);
 
   // Reads the first element inside the context's current element (or the first element of s when context
@@ -50,6 +48,7 @@ class CvelA1Integer {
 
  private:
   uint32_t valueOctets() const;
+  CvelResult encodeHeld(CvelString& out) const;
 
   CvelString bytes_;
   uint32_t value_ = 0;

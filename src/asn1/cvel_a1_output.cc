@@ -55,10 +55,11 @@ bool CvelA1OutputFile::isOpen() const {
 }
 
 CvelResult write(CvelA1Output& sink, const CvelString& source, uint32_t offset, uint32_t count) {
+  // The range is kept inside source: an offset past its end is refused and a count past it is clipped.
   if (offset > source.length()) return kCvelErrBadParameter;
   uint32_t available = source.length() - offset;
   if (count == kToTheEnd || count > available) count = available;
-  static const unsigned char kNothing = 0;
-  const unsigned char* from = count == 0 ? &kNothing : source.data() + offset;
+  // An empty source has no data, so the sink sees a null pointer and answers as it does for one.
+  const unsigned char* from = source.data() == nullptr ? nullptr : source.data() + offset;
   return sink.write(from, count, nullptr);
 }

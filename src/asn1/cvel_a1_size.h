@@ -22,6 +22,10 @@ CvelResult encodeLength(uint64_t n, CvelString& out);
 CvelResult wrap(const CvelString& content, uint8_t tag, CvelString& out);
 CvelResult wrap(const void* bytes, uint32_t n, uint8_t tag, CvelString& out);
 
+// Significant bits of a BIT STRING content held with its leading (unused-bits) octet: 8 per octet after
+// the leading one, less one when the leading octet is not zero; 0 for a content of 0 or 1 octet.
+uint64_t cvelBitStringBits(const CvelString& content);
+
 // The size of a content being computed; negative when unknown or failed, and every sum with it stays so.
 class CvelA1Size : public CvelNonCopyObject {
  public:

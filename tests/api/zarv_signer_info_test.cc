@@ -108,4 +108,22 @@ TEST_F(SignerInfoTest, SignerInfoHasVersionZeroAndNoSignedAttributesBeforeTheDat
   EXPECT_EQ(signerInfo(), "308186" + version + digestAlgorithm + "A04B" + attributes + tail);  // 57 + 77 = 134
 }
 
+TEST_F(SignerInfoTest, TheSignerIdentifierIsStoredBeforeTheHashOidIsConverted) {
+  // An empty hash OID does not convert: the call fails, the signing-certificate attribute is not added,
+  // but the IssuerAndSerialNumber of the parsed certificate is already in the object.
+  EXPECT_NE(ZARV_SetSignerCertificate(h_, testutil::readFile(testutil::dataPath("signer/signer-ec.der")),
+                                      Bytes(32, 0x22), ""),
+            ZARV_OK);
+  ASSERT_EQ(ZARV_SetDataHash(h_, Bytes(32, 0x11), kSha256, 1), ZARV_OK);
+  EXPECT_EQ(dtbs(), "314B" + kContentTypeData + messageDigest('1'));
+  ASSERT_EQ(ZARV_SetP1Signature(h_, "1.2.840.10045.4.3.2", hex("DE AD BE EF")), ZARV_OK);
+  // Issuer CN=Kolvari Test CA (UTF8String): 5 + 17 = 22 in 30 16, 31 18, 30 1A; serial 0x1234: 02 02 12 34;
+  // IssuerAndSerialNumber 28 + 4 = 32 in 30 20.
+  const std::string signerIdentifier =
+      "3020" "301A" "3118" "3016" "0603550403" "0C0F" "4B6F6C766172692054657374204341" "02021234";
+  // version 3 + identifier 34 + digest algorithm 15 + [0] 77 + signature algorithm 12 + signature 6 = 147.
+  EXPECT_EQ(signerInfo(), "308193" "020100" + signerIdentifier + "300D" "0609608648016503040201" "0500" "A04B" +
+                              kContentTypeData + messageDigest('1') + "300A" "06082A8648CE3D040302" "0404DEADBEEF");
+}
+
 }  // namespace

@@ -28,14 +28,25 @@ TEST(CvelA1Integer, EncodesTheFewestOctetsWithoutASignOctet) {
     EXPECT_EQ(predicted, static_cast<int64_t>(out.length())) << value;
     EXPECT_EQ(toHex(i.bytes()), toHex(out).substr(4)) << value;  // the content just written is kept
   }
-  // Held octets are written behind a single length octet: 127 of them fit, 128 cannot be written.
-  CvelA1Integer big;
-  const testutil::Bytes octets(128, 0x81);
-  ASSERT_EQ(big.setBytes(octets.data(), 127), kCvelOk);
-  EXPECT_EQ(big.encodedSize(), 129);
-  ASSERT_EQ(big.setBytes(octets.data(), 128), kCvelOk);
-  EXPECT_EQ(big.encodedSize(), -1);
-  EXPECT_NE(big.encode(out), kCvelOk);
+}
+
+TEST(CvelA1Integer, HeldOctetsGoBehindOneLengthOctetWhileTheSizeFollowsDer) {
+  // Count of held octets, the length octet written, and the size by the DER rules (1 + length octets + n):
+  // above 127 octets the single octet is the count's low eight bits, deliberately, and the element is
+  // shorter than the size says.
+  const std::tuple<uint32_t, const char*, int64_t> cases[] = {
+      {5, "05", 7}, {127, "7F", 129}, {128, "80", 131}, {255, "FF", 258}, {300, "2C", 304}};
+  const testutil::Bytes octets(300, 0x81);
+  CvelString out;
+  for (const auto& [n, lengthOctet, size] : cases) {
+    CvelA1Integer big;
+    ASSERT_EQ(big.setBytes(octets.data(), n), kCvelOk);
+    EXPECT_EQ(big.encodedSize(), size) << n;
+    ASSERT_EQ(big.encode(out), kCvelOk) << n;
+    std::string content;
+    for (uint32_t i = 0; i < n; ++i) content += "81";
+    EXPECT_EQ(toHex(out), std::string("02") + lengthOctet + content) << n;
+  }
 }
 
 TEST(CvelA1Integer, DecodesUpToFourOctetsUnsigned) {

@@ -50,6 +50,19 @@ TEST(CvelA1Size, WrapWritesOnceAtTheFinalSize) {
   EXPECT_EQ(toHex(out), "03818000" + toHex(bytes));
 }
 
+TEST(CvelA1Size, BitStringBitsCountTheLeadingOctetAsOneBit) {
+  // Content with its leading octet: 8 bits per following octet, one less when the leading octet is not
+  // zero (whatever number of unused bits it states); no bits for 0 or 1 octet.
+  const std::pair<const char*, uint64_t> cases[] = {
+      {"", 0},       {"00", 0},      {"07", 0},          {"00 FF", 8},
+      {"07 80", 7},  {"01 FF", 7},   {"00 01 02 03", 24}, {"05 A0 00 00", 23}};
+  for (const auto& [content, bits] : cases) {
+    CvelString s;
+    testutil::assignHex(s, content);
+    EXPECT_EQ(cvelBitStringBits(s), bits) << content;
+  }
+}
+
 TEST(CvelA1OutputString, PassesTheAppendResultBack) {
   CvelString target;
   ASSERT_EQ(target.assign("0123"), kCvelOk);
@@ -67,6 +80,12 @@ TEST(CvelA1OutputString, PassesTheAppendResultBack) {
     ASSERT_EQ(write(sink, source, offset, count), kCvelOk);
   EXPECT_EQ(write(sink, source, 6, 1), kCvelErrBadParameter);
   EXPECT_EQ(std::string(target.c_str(), target.length()), "01ab23455");
+  // An empty source has no data: the sink is handed a null pointer and refuses it. An empty part at the
+  // end of a non-empty source is a real pointer, and zero bytes fit in place.
+  const CvelString empty;
+  EXPECT_EQ(write(sink, empty, 0, 0xFFFFFFFF), kCvelErrBadParameter);
+  EXPECT_EQ(write(sink, source, 5, 0xFFFFFFFF), kCvelAppendedInPlace);
+  EXPECT_EQ(target.length(), 9u);
 }
 
 }  // namespace

@@ -16,9 +16,11 @@ constexpr char kExtensions[] =
 
 TEST(CvelCertificateExtensions, RecordsKeepWhateverTheyHoldAndLookupsCount) {
   const struct { const char* der; CvelResult result; const char* records; } cases[] = {
-      // No record needs an OID or a value: an OID alone, a BOOLEAN first, nothing at all.
-      {"30 12 30 05 06 03 55 1D 13 30 07 01 01 FF 04 02 05 00 30 00", kCvelOk,
-       "2019/0603551D13/0/ 0//0/04020500 0//0/"},
+      // No record needs an OID or a value: an OID alone, an OID and a BOOLEAN, a BOOLEAN first, nothing at all.
+      // Where the value is missing, the element read last is taken as the value: the OID, the BOOLEAN, the
+      // record itself.
+      {"30 1C 30 05 06 03 55 1D 13 30 08 06 03 55 1D 13 01 01 FF 30 07 01 01 FF 04 02 05 00 30 00", kCvelOk,
+       "2019/0603551D13/0/0603551D13 2019/0603551D13/1/0101FF 0//0/04020500 0//0/3000"},
       {"30 15 30 08 06 03 55 1D 13 04 01 00 02 01 05 30 06 06 01 2A 04 01 00", kCvelOk,  // a non-SEQUENCE ends
        "2019/0603551D13/0/040100"},
       {"30 00", kCvelOk, ""}, {"30 03 02 01 05", kCvelOk, ""}, {"31 00", 0, ""}, {"30 05 30 03 06 01", 0, ""},

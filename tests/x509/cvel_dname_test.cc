@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "asn1/cvel_a1_context.h"
 #include "support/test_util.h"
 
 namespace {
@@ -18,9 +19,10 @@ TEST(CvelDName, ParseResults) {
       {"30 29 31 17 30 08 06 03 55 04 03 0C 01 41 02 01 00 30 08 06 03 55 04 03 0C 01 42 31 00"
        "   31 09 30 07 06 03 55 04 06 13 00 02 01 07", kCvelOk, 2},
       {"30 00", 0, 0}, {"31 00", 0, 0}, {"", 0, 0}, {"30 03 02 01 05", 0, 0}, {"30 04 31 02 31 00", 0, 0},
-      // An attribute without its OID, without its value, with a value past its SEQUENCE; a name past the input.
-      {"30 07 31 05 30 03 02 01 05", kCvelErrMalformed, 0}, {"30 09 31 07 30 05 06 03 55 04 03", kCvelErrMalformed, 0},
-      {"30 0B 31 09 30 07 06 03 55 04 03 0C 05", kCvelErrMalformed, 0}, {"30 20 31 09 30 07 06 03 55 04 03 0C", 0, 0},
+      // An attribute without its OID; without its value, or with a value past its SEQUENCE (both kept, with the
+      // type as value: see below); a name past the input.
+      {"30 07 31 05 30 03 02 01 05", kCvelErrMalformed, 0}, {"30 09 31 07 30 05 06 03 55 04 03", kCvelOk, 1},
+      {"30 0B 31 09 30 07 06 03 55 04 03 0C 05", kCvelOk, 1}, {"30 20 31 09 30 07 06 03 55 04 03 0C", 0, 0},
   };
   CvelDName name;
   for (const auto& c : cases) {
@@ -29,6 +31,24 @@ TEST(CvelDName, ParseResults) {
     EXPECT_EQ(name.parse(der), c.result) << c.der;  // the same object: every parse starts empty
     EXPECT_EQ(name.size(), c.size) << c.der;
     EXPECT_EQ(toHex(name.encoded()), c.result == kCvelOk ? toHex(der) : "") << c.der;
+  }
+}
+
+TEST(CvelRDName, AnAttributeWithoutAValueTakesTheElementLastRead) {
+  // The value is whatever element the reader holds after trying to read past the type: with nothing (or
+  // nothing whole) behind the type, that is the type element itself, and the copy succeeds.
+  const std::pair<const char*, const char*> cases[] = {
+      {"30 07 06 03 55 04 03 0C 00", "0C00"}, {"30 05 06 03 55 04 03", "0603550403"},
+      {"30 07 06 03 55 04 03 0C 05", "0603550403"}};
+  for (const auto& [der, value] : cases) {
+    CvelString s;
+    assignHex(s, der);
+    CvelA1Context element;
+    ASSERT_EQ(element.next(s), 0x30);
+    CvelRDName attribute;
+    EXPECT_EQ(attribute.parse(s, element), kCvelOk) << der;
+    EXPECT_EQ(toHex(attribute.type()), "0603550403") << der;
+    EXPECT_EQ(toHex(attribute.value()), value) << der;
   }
 }
 

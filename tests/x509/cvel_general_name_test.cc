@@ -16,6 +16,7 @@ TEST(CvelGeneralName, ParseByTag) {
   const struct { const char* der; CvelResult result; uint8_t tag; const char* valueAndTypeId; } cases[] = {
       {"81 03 61 40 62", kCvelOk, 0x81, "614062/"}, {"87 04 C0 00 02 01", kCvelOk, 0x87, "C0000201/"},
       {"A0 08 06 02 2A 03 A0 02 0C 00", kCvelOk, 0xA0, "0C00/06022A03"},  // otherName: the explicit value's content
+      {"A0 04 06 02 2A 03", kCvelOk, 0xA0, "2A03/06022A03"},  // no value: the type-id's content is taken instead
       {"A4 0F 30 0D 31 0B 30 09 06 03 55 04 03 0C 02 43 4E", kCvelOk, 0xA4, "300D310B300906035504030C02434E/"},
       {"A2 03 61 2E 62", kCvelOk, 0xA2, "612E62/"}, {"A8 03 2A 03 04", kCvelOk, 0xA8, "/06032A0304"},  // retagged
       {"88 03 2A 03 04", 0, kBad, "/"},  // the primitive registeredID is refused

@@ -1,0 +1,3 @@
+#include "log/cvel_log.h"
+#include "base/cvel_file.h"
+#include "kolvari/zarv.h"

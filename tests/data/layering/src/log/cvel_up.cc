@@ -1,0 +1,2 @@
+#include "base/cvel_file.h"
+#include "api/p72_container.h"
