@@ -46,6 +46,7 @@ class CvelP7SignerInfo : public CvelNonCopyObject {
   // Complete DER AlgorithmIdentifier.
   CvelString& digestAlgorithm() { return digestAlgorithm_; }
   CvelA1Integer& version() { return version_; }
+  const CvelA1Integer& version() const { return version_; }
   int32_t attributeFlag() const { return attributeFlag_; }
   void setAttributeFlag(int32_t flag) { attributeFlag_ = flag; }
   // The concatenated Attribute encodings, without an enclosing tag.
