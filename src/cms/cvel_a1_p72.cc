@@ -101,8 +101,9 @@ CvelResult CvelA1P72::decode(CvelA1Input& in, CvelA1StreamCursor& cursor) {
   if (explicitContent.tag() != kTagSequence) return kStopHere;
   CvelA1StreamCursor fields = cvelCmsChildOf(explicitContent);
 
-  CvelResult r = decodeSignedData(in, fields);
-  if (r != kCvelOk) return r;
+  bool complete = false;
+  CvelResult r = decodeSignedData(in, fields, complete);
+  if (r != kCvelOk || !complete) return r;
   if (!cvelCmsClose(in, explicitContent, fields) || !cvelCmsClose(in, info, explicitContent) ||
       !cvelCmsClose(in, cursor, info)) {
     return kCvelErrMalformed;
@@ -113,9 +114,8 @@ CvelResult CvelA1P72::decode(CvelA1Input& in, CvelA1StreamCursor& cursor) {
 // SignedData ::= SEQUENCE { version CMSVersion, digestAlgorithms SET OF DigestAlgorithmIdentifier,
 //   encapContentInfo EncapsulatedContentInfo, certificates [0] IMPLICIT CertificateSet OPTIONAL,
 //   crls [1] IMPLICIT RevocationInfoChoices OPTIONAL, signerInfos SET OF SignerInfo }
-// An early stop also returns kCvelOk: the caller then finds no end-of-contents where it expects one only
-// when it goes on, which it does not.
-CvelResult CvelA1P72::decodeSignedData(CvelA1Input& in, CvelA1StreamCursor& fields) {
+// An early stop also returns kCvelOk, with complete left false: the enclosing elements are then not closed.
+CvelResult CvelA1P72::decodeSignedData(CvelA1Input& in, CvelA1StreamCursor& fields, bool& complete) {
   if (fields.next(in) != kCvelOk) return kCvelErrMalformed;
   if (fields.tag() != kTagInteger) return kStopHere;
   if (version_.decode(in, fields) != kCvelOk) return kCvelErrMalformed;
@@ -150,6 +150,7 @@ CvelResult CvelA1P72::decodeSignedData(CvelA1Input& in, CvelA1StreamCursor& fiel
   // An empty SET gives the collection's plain 0, which is no failure here: a signedData that only carries
   // certificates has no signers.
   if (r != kCvelOk && !(noSigners && r == CvelP7SignerInfos::kEmpty)) return kCvelErrMalformed;
+  complete = true;
   return kCvelOk;
 }
 

@@ -54,7 +54,7 @@ class CvelA1P72 : public CvelNonCopyObject {
   const CvelP7SignerInfos& signerInfos() const { return signerInfos_; }
 
  private:
-  CvelResult decodeSignedData(CvelA1Input& in, CvelA1StreamCursor& fields);
+  CvelResult decodeSignedData(CvelA1Input& in, CvelA1StreamCursor& fields, bool& complete);
   CvelResult readDigestAlgorithms(CvelA1Input& in, CvelA1StreamCursor& set);
   CvelResult readCertificates(CvelA1Input& in, CvelA1StreamCursor& tagged);
   CvelResult readCrls(CvelA1Input& in, CvelA1StreamCursor& tagged);

@@ -101,6 +101,7 @@ TEST(CvelA1P72, WrongTagsStopQuietlyAndBrokenMembersFail) {
       {"not a SEQUENCE", "0403616263", kCvelOk, 0},
       {"enveloped data", "300B06092A864886F70D010703", kCvelOk, 0},
       {"version not an INTEGER", signedData("0401FF" + digests), kCvelOk, 0},
+      {"the same, all indefinite", "3080 06092A864886F70D010702 A080 3080 0401FF 0000 0000 0000", kCvelOk, 0},
       {"stops after the digest algorithms", signedData("020101" + digests + "0400"), kCvelOk, 11},
       {"no signer infos: stops", signedData("020101" + digests + detached + "0400"), kCvelOk, 11},
       {"SET runs out", signedData("020101" + digests + detached), kCvelErrMalformed, 11},
