@@ -1,9 +1,43 @@
 #include "cms/cvel_p7_signer_info.h"
 
+#include <functional>
+#include <new>
 #include <vector>
 
+#include "asn1/cvel_a1_context.h"
+#include "asn1/cvel_a1_input.h"
 #include "asn1/cvel_a1_node.h"
+#include "asn1/cvel_a1_stream_cursor.h"
 #include "asn1/cvel_der.h"
+#include "asn1/cvel_oid.h"
+#include "cms/cvel_cms_cursor.h"
+#include "cms/cvel_tsp_response.h"
+
+namespace {
+
+// Calls visit(kind, attributes, values) for each Attribute ::= SEQUENCE { attrType OBJECT IDENTIFIER,
+// attrValues SET OF AttributeValue } of a run of attributes, values being a cursor on the SET. The walk ends
+// quietly at the first element that is not such an attribute.
+void forEachAttribute(const CvelString& attributes,
+                      const std::function<void(int32_t, const CvelA1Context&)>& visit) {
+  CvelA1Context attribute;
+  while (attribute.next(attributes) == kTagSequence) {
+    CvelA1Context member;
+    member = attribute;
+    if (member.next(attributes) != kTagOid) return;
+    CvelString type;
+    if (type.setView(attributes, member.elementOffset(), member.elementLength()) != kCvelOk) return;
+    const int32_t kind = kindOf(type);
+    if (member.next(attributes) != kTagSet) return;
+    visit(kind, member);
+  }
+}
+
+}  // namespace
+
+CvelP7SignerInfo::CvelP7SignerInfo() : timeStamps_(new CvelTSPResponses()) {}
+
+CvelP7SignerInfo::~CvelP7SignerInfo() = default;
 
 CvelResult CvelP7SignerInfo::encode(CvelString& out) const {
   // The version object stays as it is: encode a value copy of it.
@@ -25,4 +59,150 @@ CvelResult CvelP7SignerInfo::encode(CvelString& out) const {
   fields.push_back(CvelA1Node::primitive(kTagOctetString, signatureValue_));
   if (!unsignedAttributes_.isEmpty()) fields.push_back(CvelA1Node::primitive(kTagContext1, unsignedAttributes_));
   return CvelA1Node::constructed(kTagSequence, std::move(fields)).encode(out);
+}
+
+CvelResult CvelP7SignerInfo::decode(CvelA1Input& in, CvelA1StreamCursor& cursor) {
+  if (cursor.tag() != kTagSequence || cursor.contentLength() == 0) return kCvelErrMalformed;
+  CvelA1StreamCursor fields = cvelCmsChildOf(cursor);
+  CvelResult r = readFields(in, fields);
+  if (r != kCvelOk) return r;
+  // fields stands on the first element not taken: the end-of-contents, when the reading went that far.
+  if (cursor.indefinite()) cursor.setPosition(fields.position());
+  return examineAttributes();
+}
+
+// SignerInfo ::= SEQUENCE { version CMSVersion, sid SignerIdentifier, digestAlgorithm
+//   DigestAlgorithmIdentifier, signedAttrs [0] IMPLICIT SignedAttributes OPTIONAL, signatureAlgorithm
+//   SignatureAlgorithmIdentifier, signature SignatureValue, unsignedAttrs [1] IMPLICIT UnsignedAttributes
+//   OPTIONAL }
+// The sid is taken in its IssuerAndSerialNumber form only. A field under another tag (or of indefinite
+// length) ends the reading without error: hosts rely on this leniency. On return, fields stands at the
+// start of the first element not taken.
+CvelResult CvelP7SignerInfo::readFields(CvelA1Input& in, CvelA1StreamCursor& fields) {
+  uint32_t untaken = fields.position();
+  // Reads the next field: true when it is there under the tag; a failure to read stops the reading.
+  CvelResult failure = kCvelOk;
+  auto at = [&](uint8_t tag) {
+    untaken = fields.position();
+    const CvelResult r = fields.next(in);
+    if (r != kCvelOk && r != kCvelErrEndOfData) failure = kCvelErrMalformed;
+    return r == kCvelOk && fields.tag() == tag && !fields.indefinite();
+  };
+  auto stop = [&]() {
+    fields.setPosition(untaken);
+    return failure;
+  };
+  auto element = [&](CvelString& out) { return fields.getElement(in, out) == kCvelOk; };
+  auto content = [&](CvelString& out) { return fields.getContent(in, out) == kCvelOk; };
+
+  if (fields.next(in) != kCvelOk) return kCvelErrMalformed;
+  fields.setPosition(untaken);
+  if (!at(kTagInteger)) return stop();
+  if (version_.decode(in, fields) != kCvelOk) return kCvelErrMalformed;
+  if (!at(kTagSequence)) return stop();
+  if (!element(signerIdentifier_)) return kCvelErrMalformed;
+  if (!at(kTagSequence)) return stop();
+  if (!element(digestAlgorithm_)) return kCvelErrMalformed;
+  const bool hasSignedAttributes = at(kTagContext0);
+  if (hasSignedAttributes) {
+    if (!content(signedAttributes_)) return kCvelErrMalformed;
+    if (!at(kTagSequence)) return stop();
+  } else if (failure != kCvelOk || fields.tag() != kTagSequence || fields.indefinite()) {
+    return stop();
+  }
+  if (!element(signatureAlgorithm_)) return kCvelErrMalformed;
+  if (!at(kTagOctetString)) return stop();
+  if (!content(signatureValue_)) return kCvelErrMalformed;
+  if (!at(kTagContext1)) return stop();
+  if (!content(unsignedAttributes_)) return kCvelErrMalformed;
+  untaken = fields.position();
+  return stop();
+}
+
+CvelResult CvelP7SignerInfo::examineAttributes() {
+  examineDigestAlgorithm();
+  // The revocation values are an unsigned attribute; its value is read into the revocation-values object.
+  revocationValuesResult_ = 0;
+  forEachAttribute(unsignedAttributes_, [this](int32_t kind, const CvelA1Context& values) {
+    if (kind != kOidRevocationValues) return;
+    CvelString value;
+    if (value.assign(unsignedAttributes_, &values) != kCvelOk) return;
+    revocationValuesResult_ = revocationValues_.decode(value);
+  });
+  if (timeStamps_->size() != 0) return kCvelOk;
+  collect(signedAttributes_, true);
+  collect(unsignedAttributes_, false);
+  return kCvelOk;
+}
+
+// AlgorithmIdentifier ::= SEQUENCE { algorithm OBJECT IDENTIFIER, parameters ANY OPTIONAL }
+void CvelP7SignerInfo::examineDigestAlgorithm() {
+  digestKind_ = kOidUnknown;
+  CvelA1Context c;
+  if (c.next(digestAlgorithm_) != kTagSequence || c.descend(digestAlgorithm_) != kTagOid) return;
+  CvelString oid;
+  if (oid.setView(digestAlgorithm_, c.elementOffset(), c.elementLength()) == kCvelOk) digestKind_ = kindOf(oid);
+}
+
+// Every value of a signature-time-stamp attribute that decodes as a token is kept; the others are dropped.
+void CvelP7SignerInfo::collect(const CvelString& attributes, bool signedAttributes) {
+  forEachAttribute(attributes, [&](int32_t kind, const CvelA1Context& set) {
+    if (kind != kOidSignatureTimeStampToken) return;
+    CvelA1Context value;
+    value = set;
+    while (value.next(attributes) >= 0) {
+      CvelTSPResponse* response = new (std::nothrow) CvelTSPResponse(signedAttributes);
+      if (response == nullptr) return;
+      if (value.getElement(attributes, response->token().encoded()) != kCvelOk ||
+          response->token().decode() != kCvelOk) {
+        delete response;
+        continue;
+      }
+      try {
+        timeStamps_->add(response);
+      } catch (const std::bad_alloc&) {
+        return;  // the list has destroyed the response
+      }
+    }
+  });
+}
+
+CvelResult CvelP7SignerInfos::encode(CvelString& out) const {
+  std::vector<CvelString> encodings(size());
+  std::vector<CvelA1Node> pieces;
+  for (uint32_t i = 0; i < size(); ++i) {
+    CvelP7SignerInfo* signer = nullptr;
+    if (get(i, signer) != kCvelOk) return kCvelErrMalformed;
+    if (signer == nullptr) continue;  // an empty slot writes nothing
+    if (signer->encode(encodings[i]) != kCvelOk) return kCvelErrMalformed;
+    pieces.push_back(CvelA1Node::raw(encodings[i]));
+  }
+  return CvelA1Node::sequenceOf(std::move(pieces)).encode(out) == kCvelOk ? kCvelOk : kCvelErrMalformed;
+}
+
+// SignerInfos ::= SET OF SignerInfo
+CvelResult CvelP7SignerInfos::decode(CvelA1Input& in, CvelA1StreamCursor& cursor) {
+  if (cursor.contentLength() == 0) return kEmpty;
+  CvelA1StreamCursor member = cvelCmsChildOf(cursor);
+  if (member.next(in) != kCvelOk || member.tag() != kTagSequence) return kEmpty;
+  CvelResult r = kCvelOk;
+  do {
+    CvelP7SignerInfo* signer = new (std::nothrow) CvelP7SignerInfo();
+    if (signer == nullptr) return kCvelErrNoMemory;
+    if (signer->decode(in, member) != kCvelOk) {
+      delete signer;
+      return kCvelErrMalformed;
+    }
+    try {
+      r = add(signer);
+    } catch (const std::bad_alloc&) {
+      return kCvelErrMalformed;  // the list has destroyed the signer info
+    }
+    if (member.indefinite() && (member.next(in) != kCvelOk || !cvelCmsIsEndOfContents(member))) {
+      return kCvelErrMalformed;
+    }
+  } while (member.next(in) == kCvelOk && member.tag() == kTagSequence);
+  // A SET of indefinite length ends with the end-of-contents just read.
+  if (cursor.indefinite() && member.tag() == kTagEndOfContents) cursor.setPosition(member.position());
+  return r;
 }

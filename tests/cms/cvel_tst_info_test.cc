@@ -1,0 +1,176 @@
+// Time-stamp tokens: real ones (asn1crypto's, and ones made by `openssl ts -reply` with and without the
+// optional fields) decode to what `openssl ts -reply -text` reports; hand-made token infos walk through the
+// rules for versions, times, accuracy, ordering and what may follow; the response list's lookup.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <map>
+#include <sstream>
+#include <string>
+
+#include "cms/cvel_tsp_response.h"
+#include "cms/cvel_tst_info.h"
+#include "support/openssl_text.h"
+#include "support/test_util.h"
+
+namespace {
+
+using testutil::Bytes;
+using testutil::hex;
+using testutil::tlv;
+using testutil::toHex;
+
+// "Key: value" lines of openssl's report.
+std::map<std::string, std::string> reportOf(const std::string& reply) {
+  std::string text;
+  EXPECT_EQ(testutil::run("openssl ts -reply -in " + reply + " -text 2>/dev/null", &text), 0);
+  std::map<std::string, std::string> fields;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    const size_t colon = line.find(": ");
+    if (colon != std::string::npos) fields[line.substr(0, colon)] = line.substr(colon + 2);
+  }
+  return fields;
+}
+
+// A number as openssl prints it: 0x and the hex of its octets, without a leading zero octet.
+std::string opensslHex(const Bytes& content) {
+  size_t skip = content.size() > 1 && content[0] == 0 ? 1 : 0;
+  return "0x" + toHex(Bytes(content.begin() + static_cast<long>(skip), content.end()));
+}
+std::string opensslHex(int32_t value) {
+  Bytes octets;
+  for (uint32_t v = static_cast<uint32_t>(value); v != 0 || octets.empty(); v >>= 8)
+    octets.insert(octets.begin(), static_cast<unsigned char>(v));
+  return opensslHex(octets);
+}
+
+std::string accuracyText(const CvelTSTInfo& t) {
+  if (!t.accuracyPresent()) return "unspecified";
+  auto part = [](int32_t v, const char* unit) { return (v < 0 ? "unspecified" : opensslHex(v)) + " " + unit; };
+  return part(t.seconds(), "seconds") + ", " + part(t.millis(), "millis") + ", " + part(t.micros(), "micros");
+}
+
+// "DirName:/C=DE/O=Kolvari Test/CN=Kolvari TSA" to "DE|Kolvari Test|Kolvari TSA|".
+std::string dirNameValues(const std::string& text) {
+  std::string values;
+  for (size_t at = text.find('='); at != std::string::npos; at = text.find('=', at + 1)) {
+    const size_t end = text.find('/', at);
+    values += text.substr(at + 1, end == std::string::npos ? std::string::npos : end - at - 1) + "|";
+  }
+  return values;
+}
+
+TEST(CvelTSTInfo, RealTokensAgreeWithOpenssl) {
+  // The reply file and where its token starts: TimeStampResp ::= SEQUENCE { status, timeStampToken }.
+  struct Row {
+    const char* reply;
+    uint32_t tokenOffset;
+  };
+  const Row rows[] = {{"asn1crypto/tsp_response", 9}, {"tsp/full.tsr", 0}, {"tsp/plain.tsr", 0}, {"tsp/millis.tsr", 0}};
+  for (const Row& row : rows) {
+    const std::string reply = testutil::dataPath(row.reply);
+    Bytes token = testutil::readFile(reply);
+    if (row.tokenOffset == 0) token = testutil::readFile(reply.substr(0, reply.size() - 1) + "t");  // NAME.tst
+    ASSERT_GT(token.size(), row.tokenOffset) << row.reply;
+    CvelTSTInfo t;
+    ASSERT_EQ(t.encoded().assign(token.data() + row.tokenOffset, static_cast<uint32_t>(token.size() - row.tokenOffset)),
+              kCvelOk);
+    ASSERT_EQ(t.decode(), kCvelOk) << row.reply;
+    std::map<std::string, std::string> report = reportOf(reply);
+    EXPECT_EQ(std::to_string(t.version()), report["Version"]) << row.reply;
+    // The serialNumber element is 02 len content.
+    EXPECT_EQ(opensslHex(Bytes(t.serialNumber().data() + 2, t.serialNumber().data() + t.serialNumber().length())),
+              report["Serial number"])
+        << row.reply;
+    EXPECT_EQ(testutil::opensslTime(t.genTime()), report["Time stamp"]) << row.reply;
+    EXPECT_EQ(accuracyText(t), report["Accuracy"]) << row.reply;
+    EXPECT_EQ(t.ordering() ? "yes" : "no", report["Ordering"]) << row.reply;
+    EXPECT_EQ(t.nonce().isEmpty() ? "unspecified" : opensslHex(testutil::toBytes(t.nonce())), report["Nonce"])
+        << row.reply;
+    EXPECT_EQ(t.tsa().encoded().isEmpty() ? "unspecified" : testutil::nameValues(t.tsa().directoryName()),
+              report["TSA"] == "unspecified" ? report["TSA"] : dirNameValues(report["TSA"]))
+        << row.reply;
+    EXPECT_EQ(t.signedData().signerInfos().size(), 1u) << row.reply;
+  }
+}
+
+// ContentInfo { signedData } around a token info, with the given content type, no certificates and an empty
+// SET of signer infos.
+std::string tokenAround(const std::string& tstInfo, const std::string& type = "060B2A864886F70D0109100104") {
+  const std::string info = tlv("30", type + tlv("A0", tlv("04", tstInfo)));
+  const std::string signedData = tlv("30", "020103" "310B300906052B0E03021A0500" + info + "3100");
+  return tlv("30", "06092A864886F70D010702" + tlv("A0", signedData));
+}
+
+TEST(CvelTSTInfo, FieldByFieldRules) {
+  // version, policy 1.2.3.4.1, messageImprint (sha1, 20 octets), serial 5; then genTime and the rest per row.
+  const std::string head = "020101" "06042A030401" "3021300906052B0E03021A0500" + tlv("04", std::string(40, 'A')) +
+                           "020105";
+  const std::string genTime = "180F" "32303234303130313132303030305A";  // 20240101120000Z
+  struct Row {
+    const char* name;
+    std::string tstInfo;
+    std::string type;
+    CvelResult result;
+    int32_t version, seconds, millis, micros;
+  };
+  const std::string tst = "060B2A864886F70D0109100104";
+  const Row rows[] = {
+      {"minimal", head + genTime, tst, kCvelOk, 1, -1, -1, -1},
+      {"id-data content", head + genTime, "06092A864886F70D010701", CvelTSTInfo::kNotDecoded, 0, -1, -1, -1},
+      {"version 2", "020102" + head.substr(6) + genTime, tst, CvelTSTInfo::kNotDecoded, 2, -1, -1, -1},
+      {"UTCTime", head + "170D" "3234303130313132303030305A", tst, kCvelOk, 1, -1, -1, -1},
+      {"millis only", head + genTime + "3003800107", tst, kCvelOk, 1, -1, 7, -1},
+      {"all three", head + genTime + "300A020102800201F4810164", tst, kCvelOk, 1, 2, 500, 100},
+      {"ordering of two octets", head + genTime + "0102FF00", tst, CvelTSTInfo::kNotDecoded, 1, -1, -1, -1},
+      {"unknown optional field", head + genTime + "0C0141", tst, CvelTSTInfo::kNotDecoded, 1, -1, -1, -1},
+      {"element after the extensions", head + genTime + "A100" "0500", tst, CvelTSTInfo::kNotDecoded, 1, -1, -1, -1},
+      {"fields out of order", head + genTime + "020107" "0101FF", tst, CvelTSTInfo::kNotDecoded, 1, -1, -1, -1},
+  };
+  for (const Row& row : rows) {
+    const Bytes token = hex(tokenAround(tlv("30", row.tstInfo), row.type));
+    CvelTSTInfo t;
+    ASSERT_EQ(t.encoded().assign(token.data(), static_cast<uint32_t>(token.size())), kCvelOk);
+    EXPECT_EQ(t.decode(), row.result) << row.name;
+    EXPECT_EQ(t.version(), row.version) << row.name;
+    EXPECT_EQ(t.seconds(), row.seconds) << row.name;
+    EXPECT_EQ(t.millis(), row.millis) << row.name;
+    EXPECT_EQ(t.micros(), row.micros) << row.name;
+  }
+
+  // Everything optional, in order: ordering, nonce, a DNS-name TSA, an empty extension list.
+  const Bytes token = hex(tokenAround(tlv("30", head + genTime + "0101FF" "020900F79EA48773749B0A" "A0058203747361" "A100")));
+  CvelTSTInfo t;
+  ASSERT_EQ(t.encoded().assign(token.data(), static_cast<uint32_t>(token.size())), kCvelOk);
+  ASSERT_EQ(t.decode(), kCvelOk);
+  EXPECT_TRUE(t.ordering());
+  EXPECT_EQ(toHex(t.nonce()), "00F79EA48773749B0A");
+  EXPECT_EQ(toHex(t.tsa().value()), "747361");
+  EXPECT_EQ(toHex(t.policy()), "06042A030401");
+  EXPECT_EQ(toHex(t.hashAlgorithm()), "300906052B0E03021A0500");
+  EXPECT_EQ(t.genTime().year(), 2024);
+}
+
+TEST(CvelTSPResponses, IndexOfFindsTheFirstEqualToken) {
+  auto response = [](const char* der) {
+    auto* r = new CvelTSPResponse();
+    testutil::assignHex(r->token().encoded(), der);
+    return r;
+  };
+  CvelTSPResponses list;
+  uint32_t index = 99;
+  CvelTSPResponse* probe = response("3000");
+  EXPECT_EQ(list.indexOf(probe, &index), kCvelErrBadParameter);  // empty list
+  list.add(response("3001"));
+  list.add(response("3000"));
+  list.add(response("3000"));
+  EXPECT_EQ(list.indexOf(nullptr, &index), kCvelErrBadParameter);
+  ASSERT_EQ(list.indexOf(probe, &index), kCvelOk);
+  EXPECT_EQ(index, 1u);
+  testutil::assignHex(probe->token().encoded(), "3002");
+  EXPECT_EQ(list.indexOf(probe, &index), kCvelErrBadParameter);
+  delete probe;
+}
+
+}  // namespace
