@@ -8,26 +8,13 @@
 #include "asn1/cvel_a1_size.h"
 #include "asn1/cvel_a1_stream_cursor.h"
 #include "asn1/cvel_der.h"
+#include "cms/cvel_cms_cursor.h"
 
 namespace {
 
 // Largest content a CvelString holds: its length is 32 bits and its buffer carries a terminator.
 constexpr uint64_t kMaxImage = CvelString::kViewCapacity - 2;
 constexpr char kGetSizeTrace[] = "CvelP71::get_asn1_size( CvelA1Size &velSize, BOOL bDetached ) called\n";
-
-// A cursor over the content of the element `parent` has just read, ending where that element ends (for an
-// element of indefinite length: where the parent's range ends).
-CvelA1StreamCursor childOf(const CvelA1StreamCursor& parent) {
-  CvelA1StreamCursor child;
-  child.setLimit(parent.position());
-  child.setPosition(parent.contentOffset());
-  return child;
-}
-
-bool isEndOfContents(const CvelA1StreamCursor& c) { return c.tag() == kTagEndOfContents; }
-
-// Start of the element the cursor has just read.
-uint32_t elementStart(const CvelA1StreamCursor& c) { return c.contentOffset() - c.headerLength(); }
 
 bool isIdData(const CvelString& type) {
   return type.length() == sizeof(kDerOidData) && std::memcmp(type.data(), kDerOidData, sizeof(kDerOidData)) == 0;
@@ -101,17 +88,17 @@ void CvelP71::getSize(CvelA1Size&, bool) const {
 // ContentInfo ::= SEQUENCE { contentType OBJECT IDENTIFIER, content [0] EXPLICIT ANY OPTIONAL }
 CvelResult CvelP71::decode(CvelA1Input& in, CvelA1StreamCursor& cursor) {
   if (cursor.tag() != kTagSequence || cursor.contentLength() == 0) return kCvelOk;
-  CvelA1StreamCursor c = childOf(cursor);
+  CvelA1StreamCursor c = cvelCmsChildOf(cursor);
   if (c.next(in) != kCvelOk || c.tag() != kTagOid) return kCvelOk;
   CvelResult r = c.getElement(in, contentType_);
   if (r != kCvelOk) return kCvelErrMalformed;
 
   r = c.next(in);
   // An end-of-contents pair closes a SEQUENCE of indefinite length just as the end of a definite one does.
-  if (r == kCvelErrEndOfData || (r == kCvelOk && isEndOfContents(c))) {
+  if (r == kCvelErrEndOfData || (r == kCvelOk && cvelCmsIsEndOfContents(c))) {
     contentMode_ = kNoContent;
     detachedMarker_ = 1;
-    if (cursor.indefinite() && r == kCvelOk) cursor.setPosition(elementStart(c));
+    if (cursor.indefinite() && r == kCvelOk) cursor.setPosition(cvelCmsElementStart(c));
     return kCvelOk;
   }
   if (r != kCvelOk) return kCvelErrMalformed;
@@ -128,7 +115,7 @@ CvelResult CvelP71::decode(CvelA1Input& in, CvelA1StreamCursor& cursor) {
 // The [0] element: one OCTET STRING, SEQUENCE or constructed OCTET STRING. *end receives the position after
 // the [0] element, its end-of-contents included when it has indefinite length.
 CvelResult CvelP71::decodeContent(CvelA1Input& in, CvelA1StreamCursor& explicitContent, uint32_t* end) {
-  CvelA1StreamCursor inner = childOf(explicitContent);
+  CvelA1StreamCursor inner = cvelCmsChildOf(explicitContent);
   if (inner.next(in) != kCvelOk) return kCvelErrMalformed;
   uint32_t innerEnd = 0;
   uint64_t length = 0;
@@ -170,7 +157,7 @@ CvelResult CvelP71::decodeContent(CvelA1Input& in, CvelA1StreamCursor& explicitC
     return kCvelOk;
   }
   inner.setPosition(innerEnd);
-  if (inner.next(in) != kCvelOk || !isEndOfContents(inner)) return kCvelErrMalformed;
+  if (inner.next(in) != kCvelOk || !cvelCmsIsEndOfContents(inner)) return kCvelErrMalformed;
   *end = inner.position();
   return kCvelOk;
 }
@@ -179,7 +166,7 @@ CvelResult CvelP71::decodeContent(CvelA1Input& in, CvelA1StreamCursor& explicitC
 // summed first and then read into one buffer of the final size.
 CvelResult CvelP71::readChunks(CvelA1Input& in, const CvelA1StreamCursor& constructed, uint32_t* end) {
   uint64_t total = 0;
-  CvelA1StreamCursor chunk = childOf(constructed);
+  CvelA1StreamCursor chunk = cvelCmsChildOf(constructed);
   CvelResult r = kCvelOk;
   while ((r = chunk.next(in)) == kCvelOk && chunk.tag() == kTagOctetString) {
     total += chunk.contentLength();
@@ -187,7 +174,7 @@ CvelResult CvelP71::readChunks(CvelA1Input& in, const CvelA1StreamCursor& constr
   }
   if (r != kCvelOk && r != kCvelErrEndOfData) return kCvelErrMalformed;
   if (constructed.indefinite()) {
-    if (r != kCvelOk || !isEndOfContents(chunk)) return kCvelErrMalformed;
+    if (r != kCvelOk || !cvelCmsIsEndOfContents(chunk)) return kCvelErrMalformed;
     *end = chunk.position();
   } else {
     *end = constructed.position();
@@ -196,7 +183,7 @@ CvelResult CvelP71::readChunks(CvelA1Input& in, const CvelA1StreamCursor& constr
   CvelString content;
   if (content.allocate(static_cast<uint32_t>(total)) != kCvelOk) return kCvelErrNoMemory;
   uint32_t filled = 0;
-  chunk = childOf(constructed);
+  chunk = cvelCmsChildOf(constructed);
   while (filled < total && chunk.next(in) == kCvelOk && chunk.tag() == kTagOctetString) {
     const uint32_t n = chunk.contentLength();
     uint32_t got = 0;
