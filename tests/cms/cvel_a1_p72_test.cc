@@ -20,14 +20,9 @@ using testutil::Bytes;
 using testutil::hex;
 using testutil::toHex;
 
-CvelString copyOf(const Bytes& bytes) {
-  CvelString s;
-  s.assign(bytes.data(), static_cast<uint32_t>(bytes.size()));
-  return s;
-}
-
 CvelResult decodeBytes(const Bytes& bytes, CvelA1P72& p72) {
-  const CvelString image = copyOf(bytes);
+  CvelString image;
+  image.assign(bytes.data(), static_cast<uint32_t>(bytes.size()));
   CvelA1InputString in(image, 0, image.length());
   CvelA1StreamCursor cursor;
   return p72.decode(in, cursor);
@@ -39,76 +34,68 @@ TEST(CvelA1P72, MessagesOfOtherSoftwareDecodeWithTheirCounts) {
   struct Row {
     const char* file;
     uint32_t certificates;
-    uint32_t signers;
-    bool attached;
-    bool roundTrip;
+    bool attached, roundTrip;
   };
   const Row rows[] = {
-      {"asn1crypto/cms-signed.der", 1, 1, true, true},
-      {"asn1crypto/cms-signed-indefinite-length.der", 1, 1, true, false},
-      {"asn1crypto/pkcs7-signed.der", 1, 1, true, true},
-      {"asn1crypto/smime-signature-generated-by-thunderbird.p7s", 1, 1, false, false},
-      {"asn1crypto/mozilla-generated-by-openssl.pkcs7.der", 2, 1, false, true},
+      {"asn1crypto/cms-signed.der", 1, true, true},
+      {"asn1crypto/cms-signed-indefinite-length.der", 1, true, false},
+      {"asn1crypto/pkcs7-signed.der", 1, true, true},
+      {"asn1crypto/smime-signature-generated-by-thunderbird.p7s", 1, false, false},
+      {"asn1crypto/mozilla-generated-by-openssl.pkcs7.der", 2, false, true},
   };
   for (const Row& row : rows) {
     const Bytes file = testutil::readFile(testutil::dataPath(row.file));
-    ASSERT_FALSE(file.empty()) << row.file;
     CvelA1P72 p72;
     ASSERT_EQ(decodeBytes(file, p72), kCvelOk) << row.file;
     EXPECT_EQ(p72.version().value(), 1u) << row.file;
     EXPECT_EQ(p72.certificates().size(), row.certificates) << row.file;
-    EXPECT_EQ(p72.signerInfos().size(), row.signers) << row.file;
-    EXPECT_EQ(p72.crls().size(), 0u) << row.file;
+    EXPECT_EQ(p72.signerInfos().size(), 1u) << row.file;
     EXPECT_EQ(p72.contentInfo().detachedMarker(), !row.attached) << row.file;
-    if (!row.roundTrip) continue;
-    CvelString out;
-    ASSERT_EQ(p72.encode(out, false), kCvelOk) << row.file;
-    EXPECT_TRUE(toHex(out) == toHex(file)) << row.file;  // (too long to print)
+    CvelString out;  // (too long to print)
+    EXPECT_TRUE(!row.roundTrip || (p72.encode(out, false) == kCvelOk && toHex(out) == toHex(file))) << row.file;
   }
 }
 
 TEST(CvelA1P72, IndefiniteLengthsNeedTheirEndOfContents) {
-  Bytes file = testutil::readFile(testutil::dataPath("asn1crypto/cms-signed-indefinite-length.der"));
+  const Bytes file = testutil::readFile(testutil::dataPath("asn1crypto/cms-signed-indefinite-length.der"));
   ASSERT_EQ(file.size(), 59507u);  // the element and one byte after it
-  CvelA1P72 p72;
-  ASSERT_EQ(decodeBytes(file, p72), kCvelOk);
-  EXPECT_EQ(p72.contentInfo().contentLength(), 57310);
+  CvelA1P72 whole;
+  ASSERT_EQ(decodeBytes(file, whole), kCvelOk);
+  EXPECT_EQ(whole.contentInfo().contentLength(), 57310);
   // 59500, 59502 and 59504 close the SignedData, the [0] and the ContentInfo (openssl asn1parse).
   for (size_t at : {59500u, 59502u, 59504u}) {
     Bytes broken = file;
     broken[at] = 0x05;  // a NULL where the end-of-contents belongs
-    CvelA1P72 again;
-    EXPECT_EQ(decodeBytes(broken, again), kCvelErrMalformed) << at;
+    CvelA1P72 p72;
+    EXPECT_EQ(decodeBytes(broken, p72), kCvelErrMalformed) << at;
   }
 }
 
 TEST(CvelA1P72, WrongTagsStopQuietlyAndBrokenMembersFail) {
+  // SEQUENCE { signedData, [0] { SEQUENCE { version, digests, content info, ... } } }.
+  auto signedData = [](const std::string& rest) {
+    const std::string inner = testutil::tlv("30", "020101" "310B300906052B0E03021A0500" + rest);
+    return testutil::tlv("30", "06092A864886F70D010702" + testutil::tlv("A0", inner));
+  };
+  const std::string detached = "300B06092A864886F70D010701";
   struct Row {
     const char* name;
     std::string hex;
     CvelResult result;
     uint32_t digestLength;
   };
-  // SEQUENCE { signedData, [0] { SEQUENCE { ... } } } around the given SignedData members.
-  auto signedData = [](const std::string& members) {
-    const std::string inner = testutil::tlv("30", members);
-    return testutil::tlv("30", "06092A864886F70D010702" + testutil::tlv("A0", inner));
-  };
-  const std::string digests = "310B300906052B0E03021A0500";
-  const std::string detached = "300B06092A864886F70D010701";
   const Row rows[] = {
       {"nothing to read", "", CvelA1P72::kUnreadable, 0},
       {"not a SEQUENCE", "0403616263", kCvelOk, 0},
       {"enveloped data", "300B06092A864886F70D010703", kCvelOk, 0},
-      {"version not an INTEGER", signedData("0401FF" + digests), kCvelOk, 0},
+      {"version not an INTEGER", "3016 06092A864886F70D010702 A009 3007 0401FF 3100 3100", kCvelOk, 0},
       {"the same, all indefinite", "3080 06092A864886F70D010702 A080 3080 0401FF 0000 0000 0000", kCvelOk, 0},
-      {"stops after the digest algorithms", signedData("020101" + digests + "0400"), kCvelOk, 11},
-      {"no signer infos: stops", signedData("020101" + digests + detached + "0400"), kCvelOk, 11},
-      {"SET runs out", signedData("020101" + digests + detached), kCvelErrMalformed, 11},
-      {"a certificate that does not parse", signedData("020101" + digests + detached + "A0033001FF3100"),
-       kCvelErrMalformed, 11},
-      {"empty signer infos", signedData("020101" + digests + detached + "3100"), kCvelOk, 11},
-      {"broken signer info", signedData("020101" + digests + detached + "31023000"), kCvelErrMalformed, 11},
+      {"stops after the digest algorithms", signedData("0400"), kCvelOk, 11},
+      {"no signer infos: stops", signedData(detached + "0400"), kCvelOk, 11},
+      {"SET runs out", signedData(detached), kCvelErrMalformed, 11},
+      {"a certificate that does not parse", signedData(detached + "A0033001FF3100"), kCvelErrMalformed, 11},
+      {"empty signer infos", signedData(detached + "3100"), kCvelOk, 11},
+      {"broken signer info", signedData(detached + "31023000"), kCvelErrMalformed, 11},
   };
   for (const Row& row : rows) {
     CvelA1P72 p72;
@@ -122,12 +109,13 @@ TEST(CvelA1P72, CrlsAreReadButNotWrittenBack) {
   // openssl writes the same degenerate signedData with and without the CRL; ours drops the CRL on encoding.
   const std::string dir = ::testing::TempDir();
   const std::string crl = testutil::dataPath("asn1crypto/eid2011.crl");
-  ASSERT_EQ(testutil::run("openssl crl2pkcs7 -inform DER -in " + crl + " -outform DER -out " + dir + "/with.p7"), 0);
-  ASSERT_EQ(testutil::run("openssl crl2pkcs7 -nocrl -outform DER -out " + dir + "/without.p7"), 0);
+  ASSERT_EQ(testutil::run("openssl crl2pkcs7 -inform DER -in " + crl + " -outform DER -out " + dir + "/with.p7 && "
+                          "openssl crl2pkcs7 -nocrl -outform DER -out " + dir + "/without.p7"),
+            0);
   CvelA1P72 p72;
   ASSERT_EQ(decodeBytes(testutil::readFile(dir + "/with.p7"), p72), kCvelOk);
-  ASSERT_EQ(p72.crls().size(), 1u);
   CvelCRL* read = nullptr;
+  ASSERT_EQ(p72.crls().size(), 1u);
   ASSERT_EQ(p72.crls().get(0, read), kCvelOk);
   EXPECT_EQ(toHex(read->encoded()), toHex(testutil::readFile(crl)));
   CvelString out;
@@ -139,12 +127,10 @@ TEST(CvelA1P72, LargeAttachedContentStaysInTheFile) {
   const std::string dir = ::testing::TempDir();
   const std::string data = dir + "/large.bin";
   const std::string signedFile = dir + "/large.p7";
-  ASSERT_EQ(testutil::run("head -c 2000000 /dev/urandom > " + data), 0);
-  ASSERT_EQ(testutil::run("openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -subj /CN=large "
-                          "-keyout " + dir + "/large.key -out " + dir + "/large.pem 2>/dev/null"),
-            0);
-  ASSERT_EQ(testutil::run("openssl cms -sign -binary -nodetach -outform DER -in " + data + " -signer " + dir +
-                          "/large.pem -inkey " + dir + "/large.key -out " + signedFile),
+  ASSERT_EQ(testutil::run("head -c 2000000 /dev/urandom > " + data + " && openssl req -x509 -newkey ec -pkeyopt "
+                          "ec_paramgen_curve:P-256 -nodes -subj /CN=large -keyout " + dir + "/large.key -out " + dir +
+                          "/large.pem 2>/dev/null && openssl cms -sign -binary -nodetach -outform DER -in " + data +
+                          " -signer " + dir + "/large.pem -inkey " + dir + "/large.key -out " + signedFile),
             0);
   CvelA1InputFile in(signedFile.c_str());
   CvelA1StreamCursor cursor;
@@ -153,7 +139,6 @@ TEST(CvelA1P72, LargeAttachedContentStaysInTheFile) {
   EXPECT_EQ(p72.contentInfo().contentMode(), CvelP71::kContentTooLarge);
   EXPECT_EQ(p72.contentInfo().content().length(), 0u);
   EXPECT_EQ(p72.contentInfo().contentLength(), 2000000);
-  EXPECT_EQ(p72.certificates().size(), 1u);
   EXPECT_EQ(p72.signerInfos().size(), 1u);
   EXPECT_EQ(cursor.position(), in.size());
 

@@ -66,22 +66,15 @@ TEST(CvelP7SignerInfo, WhatTheSignerInfoCallsBuildDecodesToTheSameFields) {
   Bytes encoded;
   ASSERT_EQ(ZARV_EncodeSignerInfo(h, &encoded), ZARV_OK);
 
-  CvelP7SignerInfo decoded;
-  ASSERT_EQ(decodeFirst(encoded, decoded), kCvelOk);
-  CvelP7SignerInfo& built = *h->signer;
-  EXPECT_EQ(decoded.version().value(), built.version().value());
-  EXPECT_EQ(toHex(decoded.signerIdentifier()), toHex(built.signerIdentifier()));
-  EXPECT_EQ(toHex(decoded.digestAlgorithm()), toHex(built.digestAlgorithm()));
-  EXPECT_EQ(toHex(decoded.signedAttributes()), toHex(built.signedAttributes()));
-  EXPECT_EQ(toHex(decoded.signedAttributes()), toHex(dtbs).substr(8));  // the DTBS is 31 82 xx xx { them }
-  EXPECT_EQ(toHex(decoded.signatureAlgorithm()), toHex(built.signatureAlgorithm()));
-  EXPECT_EQ(toHex(decoded.signatureValue()), toHex(Bytes(70, 0x5A)));
-  EXPECT_EQ(toHex(decoded.unsignedAttributes()), toHex(built.unsignedAttributes()));
   ASSERT_EQ(ZARV_ReleaseSignerInfo(h), ZARV_OK);
+
+  CvelP7SignerInfo decoded;
   CvelString again;
+  ASSERT_EQ(decodeFirst(encoded, decoded), kCvelOk);
+  EXPECT_EQ(toHex(decoded.signedAttributes()), toHex(dtbs).substr(8));  // the DTBS is 31 82 xx xx { them }
+  EXPECT_EQ(toHex(decoded.signatureValue()), toHex(Bytes(70, 0x5A)));
   ASSERT_EQ(decoded.encode(again), kCvelOk);
   EXPECT_EQ(toHex(again), toHex(encoded));
-
   EXPECT_EQ(decoded.digestKind(), kOidSha256);
   EXPECT_EQ(decoded.revocationValuesResult(), kCvelOk);
   ASSERT_EQ(decoded.revocationValues().crlValues().size(), 1u);
@@ -124,30 +117,22 @@ TEST(CvelP7SignerInfo, FieldsUnderOtherTagsEndTheReadingQuietly) {
     EXPECT_EQ(toHex(signer.signerIdentifier()), row.signerIdentifier) << row.name;
     EXPECT_EQ(toHex(signer.signatureValue()), row.signatureValue) << row.name;
   }
-  // A new object writes its version as 0 and an empty signature: SEQUENCE { 02 01 00, 04 00 }.
-  CvelP7SignerInfo fresh;
-  CvelString out;
-  ASSERT_EQ(fresh.encode(out), kCvelOk);
-  EXPECT_EQ(toHex(out), "3005020100" "0400");
 }
 
 TEST(CvelP7SignerInfos, EmptyOrMalformedSetsGiveZero) {
   struct Row {
-    const char* name;
     const char* hex;
     CvelResult result;
     uint32_t count;
   };
-  const Row rows[] = {
-      {"empty SET", "3100", CvelP7SignerInfos::kEmpty, 0},
-      {"first member not a SEQUENCE", "3103020101", CvelP7SignerInfos::kEmpty, 0},
-      {"one broken signer info", "31023000", kCvelErrMalformed, 0},
-      {"two, then something else", "310C 3003020101 3003020103 0500", kCvelOk, 2},
-  };
+  const Row rows[] = {{"3100", CvelP7SignerInfos::kEmpty, 0},  // empty; first not a SEQUENCE; a broken one
+                      {"3103020101", CvelP7SignerInfos::kEmpty, 0},
+                      {"31023000", kCvelErrMalformed, 0},
+                      {"310C 3003020101 3003020103 0500", kCvelOk, 2}};  // two, then something else
   for (const Row& row : rows) {
     CvelP7SignerInfos list;
-    EXPECT_EQ(decodeFirst(hex(row.hex), list), row.result) << row.name;
-    EXPECT_EQ(list.size(), row.count) << row.name;
+    EXPECT_EQ(decodeFirst(hex(row.hex), list), row.result) << row.hex;
+    EXPECT_EQ(list.size(), row.count) << row.hex;
   }
 }
 
