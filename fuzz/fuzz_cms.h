@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "cms/cvel_a1_p72.h"
 #include "cms/cvel_p7_signer_info.h"
 #include "cms/cvel_tsp_response.h"
 #include "cms/cvel_tst_info.h"
@@ -11,6 +12,26 @@
 // INTEGER contents of more than 127 octets are written with a one-octet length by design, so they do not
 // read back; objects holding such a version are left out of the round trips.
 inline constexpr uint32_t kFuzzMaxHeldInteger = 127;
+
+inline bool fuzzIntegersFit(const CvelA1P72& p72) {
+  CvelP7SignerInfo* signer = nullptr;
+  for (uint32_t i = 0; i < p72.signerInfos().size(); ++i) {
+    if (p72.signerInfos().get(i, signer) != kCvelOk || signer->version().bytes().length() > kFuzzMaxHeldInteger)
+      return false;
+  }
+  return p72.version().bytes().length() <= kFuzzMaxHeldInteger;
+}
+
+// Two managed arrays of the same length whose members compare the same one by one.
+template <typename T, typename List, typename Same>
+bool fuzzSameEach(const List& a, const List& b, Same same) {
+  T* x = nullptr;
+  T* y = nullptr;
+  for (uint32_t i = 0; i < a.size(); ++i) {
+    if (a.get(i, x) != kCvelOk || b.get(i, y) != kCvelOk || !same(*x, *y)) return false;
+  }
+  return a.size() == b.size();
+}
 
 inline bool fuzzSameTst(const CvelTSTInfo& a, const CvelTSTInfo& b) {
   return a.version() == b.version() && a.policy().equals(b.policy()) && a.messageImprint().equals(b.messageImprint()) &&
@@ -23,22 +44,14 @@ inline bool fuzzSameTst(const CvelTSTInfo& a, const CvelTSTInfo& b) {
 
 // The same field bytes, and the same time-stamp tokens found in them.
 inline bool fuzzSameSignerInfo(const CvelP7SignerInfo& a, const CvelP7SignerInfo& b) {
-  if (a.version().value() != b.version().value() || !a.version().bytes().equals(b.version().bytes()) ||
-      !a.signerIdentifier().equals(b.signerIdentifier()) || !a.digestAlgorithm().equals(b.digestAlgorithm()) ||
-      !a.signedAttributes().equals(b.signedAttributes()) || !a.signatureAlgorithm().equals(b.signatureAlgorithm()) ||
-      !a.signatureValue().equals(b.signatureValue()) || !a.unsignedAttributes().equals(b.unsignedAttributes()) ||
-      a.digestKind() != b.digestKind() || a.timeStamps().size() != b.timeStamps().size()) {
-    return false;
-  }
-  for (uint32_t i = 0; i < a.timeStamps().size(); ++i) {
-    CvelTSPResponse* x = nullptr;
-    CvelTSPResponse* y = nullptr;
-    if (a.timeStamps().get(i, x) != kCvelOk || b.timeStamps().get(i, y) != kCvelOk ||
-        !x->token().encoded().equals(y->token().encoded()) || !fuzzSameTst(x->token(), y->token())) {
-      return false;
-    }
-  }
-  return true;
+  return a.version().value() == b.version().value() && a.version().bytes().equals(b.version().bytes()) &&
+         a.signerIdentifier().equals(b.signerIdentifier()) && a.digestAlgorithm().equals(b.digestAlgorithm()) &&
+         a.signedAttributes().equals(b.signedAttributes()) && a.signatureAlgorithm().equals(b.signatureAlgorithm()) &&
+         a.signatureValue().equals(b.signatureValue()) && a.unsignedAttributes().equals(b.unsignedAttributes()) &&
+         a.digestKind() == b.digestKind() &&
+         fuzzSameEach<CvelTSPResponse>(a.timeStamps(), b.timeStamps(), [](const auto& x, const auto& y) {
+           return x.token().encoded().equals(y.token().encoded()) && fuzzSameTst(x.token(), y.token());
+         });
 }
 
 #endif  // KOLVARI_FUZZ_FUZZ_CMS_H

@@ -30,12 +30,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   if (result != kCvelOk) return 0;
   if (token.version() != CvelTSTInfo::kVersion) std::abort();
-  if (token.signedData().version().bytes().length() > kFuzzMaxHeldInteger) return 0;
-  for (uint32_t i = 0; i < token.signedData().signerInfos().size(); ++i) {
-    CvelP7SignerInfo* signer = nullptr;
-    if (token.signedData().signerInfos().get(i, signer) != kCvelOk) std::abort();
-    if (signer->version().bytes().length() > kFuzzMaxHeldInteger) return 0;
-  }
+  if (!fuzzIntegersFit(token.signedData())) return 0;
 
   CvelTSTInfo again;
   if (token.signedData().encode(again.encoded(), false) != kCvelOk || again.decode() != kCvelOk ||
