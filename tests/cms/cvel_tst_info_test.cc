@@ -69,7 +69,8 @@ TEST(CvelTSTInfo, RealTokensAgreeWithOpenssl) {
     const Bytes token = testutil::readFile(tokenOffset == 0 ? reply.substr(0, reply.size() - 1) + "t" : reply);
     ASSERT_GT(token.size(), tokenOffset) << name;
     CvelTSTInfo t;
-    ASSERT_EQ(t.encoded().assign(token.data() + tokenOffset, static_cast<uint32_t>(token.size() - tokenOffset)), kCvelOk);
+    ASSERT_EQ(t.encoded().assign(token.data() + tokenOffset, static_cast<uint32_t>(token.size() - tokenOffset)),
+              kCvelOk);
     ASSERT_EQ(t.decode(), kCvelOk) << name;
     std::map<std::string, std::string> report = reportOf(reply);
     EXPECT_EQ(std::to_string(t.version()), report["Version"]) << name;
