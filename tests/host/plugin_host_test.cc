@@ -80,18 +80,6 @@ TEST(PluginHost, EveryFunctionIsFoundByNameAndTheProviderAnswers) {
   EXPECT_EQ(encoders, std::list<std::string>{"PKCS#7.2"});
 }
 
-TEST(PluginHost, EmptyContainerEncodesToTheMinimalSignedData) {
-  // By hand, inside out: encapsulated ContentInfo 30 0B { id-data } 13 bytes; SignedData content version 3
-  // + digest SET 2 + 13 + signer SET 2 = 20 in 30 14; A0 16; signedData OID 11 + 24 = 35 in 30 23.
-  P72Container* h = nullptr;
-  ASSERT_EQ(fn<ZARV_CreateP72Container_t>("ZARV_CreateP72Container")(&h), kOk);
-  Bytes out = {0xEE, 0xEE};
-  EXPECT_EQ(fn<ZARV_EncodeP72_t>("ZARV_EncodeP72")(h, &out), kOk);
-  EXPECT_EQ(toHex(out), "3023" "06092A864886F70D010702" "A016" "3014" "020101" "3100" "300B"
-                        "06092A864886F70D010701" "3100");
-  EXPECT_EQ(fn<ZARV_ContainerOnly_t>("ZARV_CloseP72Container")(h), kOk);
-}
-
 TEST(PluginHost, NullHandlesAndOutPointersAreRefusedAndChangeNothing) {
   // The three provider entry points take references and have no null form.
   const Bytes some = {0x02, 0x01, 0x03};
