@@ -21,16 +21,6 @@ constexpr const char* kPluginPath = KOLVARI_PLUGIN_PATH;
 constexpr uint32_t kOk = 0x21000001u;
 constexpr uint32_t kBadParameter = 0xE100FFFCu;
 
-const char* const kFunctionNames[] = {
-    "ZARV_Init", "ZARV_GetEncoderProviderName", "ZARV_GetSupportedEncoderList", "ZARV_CreateP72Container",
-    "ZARV_SetVersion", "ZARV_SetContentTypeOID", "ZARV_SetContentInfo", "ZARV_AddDigestAlgorithm",
-    "ZARV_AddCertificate", "ZARV_AddCRL", "ZARV_AddSignerInfo", "ZARV_EncodeP72", "ZARV_ResetP72Container",
-    "ZARV_CloseP72Container", "ZARV_CreateSignerInfo", "ZARV_SetSigningTime", "ZARV_SetDataHash",
-    "ZARV_SetSignerCertificate", "ZARV_SetSignatureCreationEnvironment", "ZARV_SetContentType",
-    "ZARV_AddSignedAttribute", "ZARV_AddUnsignedAttribute", "ZARV_GetDTBS", "ZARV_SetP1Signature",
-    "ZARV_EncodeSignerInfo", "ZARV_ReleaseSignerInfo",
-};
-
 std::string loadError;
 
 // The plug-in, opened once for the whole run and kept open.
@@ -43,7 +33,8 @@ void* plugin() {
   return handle;
 }
 
-// A function of the plug-in by name; the test stops when it is missing.
+// A function of the plug-in by name; the test fails when it is missing. Between them the tests look up every
+// function of the interface this way.
 template <typename F>
 F fn(const char* name) {
   void* symbol = plugin() == nullptr ? nullptr : dlsym(plugin(), name);
@@ -67,9 +58,8 @@ std::string capture(const std::string& command, int& status) {
   return output;
 }
 
-TEST(PluginHost, EveryFunctionIsFoundByNameAndTheProviderAnswers) {
+TEST(PluginHost, TheProviderAnswers) {
   ASSERT_NE(plugin(), nullptr) << kPluginPath << ": " << loadError;
-  for (const char* name : kFunctionNames) EXPECT_NE(dlsym(plugin(), name), nullptr) << name;
 
   EXPECT_EQ(fn<ZARV_Init_t>("ZARV_Init")(), kOk);
   std::string name = "an earlier, longer text that must not survive";
