@@ -3,20 +3,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 
 #include "asn1/cvel_a1_input.h"
 #include "asn1/cvel_a1_stream_cursor.h"
 #include "cms/cvel_p71.h"
 #include "fuzz_input.h"
-
-namespace {
-
-bool same(const CvelString& a, const CvelString& b) {
-  return a.length() == b.length() && (a.length() == 0 || std::memcmp(a.data(), b.data(), a.length()) == 0);
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   CvelString image;
@@ -39,7 +30,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   CvelA1StreamCursor second;
   CvelP71 copy;
   if (second.next(again) != kCvelOk || copy.decode(again, second) != kCvelOk) std::abort();
-  if (!same(copy.contentType(), info.contentType()) || !same(copy.content(), info.content()) ||
+  if (!copy.contentType().equals(info.contentType()) || !copy.content().equals(info.content()) ||
       copy.contentKind() != info.contentKind() || second.position() != encoded.length()) {
     std::abort();
   }

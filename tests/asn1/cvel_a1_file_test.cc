@@ -4,8 +4,6 @@
 
 #include <unistd.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <tuple>
@@ -16,6 +14,7 @@
 #include "asn1/cvel_a1_output.h"
 #include "asn1/cvel_a1_stream_cursor.h"
 #include "asn1/cvel_string.h"
+#include "base/scratch_dir.h"
 #include "support/test_util.h"
 
 namespace {
@@ -68,23 +67,11 @@ std::vector<fs::path> derFiles() {
   return files;
 }
 
-class TempPath {
- public:
-  TempPath() {
-    int fd = mkstemp(path_);
-    if (fd >= 0) ::close(fd);
-  }
-  ~TempPath() { std::remove(path_); }
-  const char* get() const { return path_; }
-
- private:
-  char path_[32] = "/tmp/kolvari-a1file-XXXXXX";
-};
-
 TEST(CvelA1File, FilesGiveTheSameBytesAndElementsAsMemory) {
   const std::vector<fs::path> files = derFiles();
   ASSERT_GE(files.size(), 20u);
-  TempPath copy;
+  ScratchDir dir;
+  const std::string copy = dir.file("copy.der");
   for (const fs::path& path : files) {
     SCOPED_TRACE(path.string());
     CvelString der;
@@ -92,7 +79,7 @@ TEST(CvelA1File, FilesGiveTheSameBytesAndElementsAsMemory) {
     ASSERT_EQ(der.assign(bytes.data(), static_cast<uint32_t>(bytes.size())), kCvelOk);
     {
       // Written in two parts through the file sink, which counts what it has written.
-      CvelA1OutputFile sink(copy.get());
+      CvelA1OutputFile sink(copy.c_str());
       ASSERT_TRUE(sink.isOpen());
       ASSERT_EQ(write(sink, der, 0, 7), kCvelOk);
       ASSERT_EQ(write(sink, der, 7, 0xFFFFFFFF), kCvelOk);
@@ -100,10 +87,10 @@ TEST(CvelA1File, FilesGiveTheSameBytesAndElementsAsMemory) {
       ASSERT_EQ(sink.getSize(&size), kCvelOk);
       EXPECT_EQ(size, der.length());
     }
-    EXPECT_EQ(testutil::readFile(copy.get()), bytes);
+    EXPECT_EQ(testutil::readFile(copy.c_str()), bytes);
 
     CvelA1File file;
-    ASSERT_EQ(file.open(copy.get()), kCvelOk);
+    ASSERT_EQ(file.open(copy.c_str()), kCvelOk);
     EXPECT_EQ(file.input().size(), der.length());
     CvelA1InputString memory(der, 0, 0xFFFFFFFF);
     const std::vector<Step> fromMemory = walk(memory);

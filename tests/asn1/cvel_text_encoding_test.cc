@@ -67,35 +67,24 @@ TEST(TextEncoding, Utf8ToUtf32Results) {
 }
 
 TEST(TextEncoding, Utf32ToUtf8Results) {
-  // Beyond U+10FFFF: U+FFFD is written and the conversion goes on, reporting the source illegal.
-  const uint32_t tooLarge[] = {0x110000, 0x41};
-  uint8_t out[16] = {};
-  const uint32_t* s = tooLarge;
-  uint8_t* t = out;
-  EXPECT_EQ(convertUtf32ToUtf8(&s, tooLarge + 2, &t, out + sizeof out, kStrictConversion), kSourceIllegal);
-  EXPECT_EQ(testutil::toHex(Bytes(out, t)), "EFBFBD41");
-  EXPECT_THROW(toUtf8(std::wstring(1, static_cast<wchar_t>(0x110000))), std::runtime_error);
-
-  // A surrogate stops a strict conversion at itself; a lenient one writes it as three bytes.
-  const uint32_t surrogate[] = {0x41, 0xD800};
-  s = surrogate;
-  t = out;
-  EXPECT_EQ(convertUtf32ToUtf8(&s, surrogate + 2, &t, out + sizeof out, kStrictConversion), kSourceIllegal);
-  EXPECT_EQ(s, surrogate + 1);
-  EXPECT_EQ(t, out + 1);
-  s = surrogate;
-  t = out;
-  EXPECT_EQ(convertUtf32ToUtf8(&s, surrogate + 2, &t, out + sizeof out, kLenientConversion), kConversionOk);
-  EXPECT_EQ(testutil::toHex(Bytes(out, t)), "41EDA080");
-  EXPECT_THROW(toUtf8(std::wstring(1, static_cast<wchar_t>(0xD800))), std::runtime_error);
-
-  // A full target leaves the source at the character that did not fit.
-  const uint32_t euro[] = {0x41, 0x20AC};
-  s = euro;
-  t = out;
-  EXPECT_EQ(convertUtf32ToUtf8(&s, euro + 2, &t, out + 3, kStrictConversion), kTargetExhausted);
-  EXPECT_EQ(s, euro + 1);
-  EXPECT_EQ(t, out + 1);
+  // Beyond U+10FFFF: U+FFFD is written and the conversion goes on. A surrogate stops a strict conversion at
+  // itself; a lenient one writes it as three bytes. A full target leaves the source at what did not fit.
+  const struct { uint32_t in[2]; CvelConversionFlags flags; size_t room; CvelConversionResult result; size_t consumed;
+                 const char* out; } cases[] = {
+      {{0x110000, 0x41}, kStrictConversion, 16, kSourceIllegal, 2, "EFBFBD41"},
+      {{0x41, 0xD800}, kStrictConversion, 16, kSourceIllegal, 1, "41"},
+      {{0x41, 0xD800}, kLenientConversion, 16, kConversionOk, 2, "41EDA080"},
+      {{0x41, 0x20AC}, kStrictConversion, 3, kTargetExhausted, 1, "41"},
+  };
+  for (const auto& c : cases) {
+    uint8_t out[16] = {};
+    const uint32_t* s = c.in;
+    uint8_t* t = out;
+    EXPECT_EQ(convertUtf32ToUtf8(&s, c.in + 2, &t, out + c.room, c.flags), c.result) << c.out;
+    EXPECT_EQ(static_cast<size_t>(s - c.in), c.consumed) << c.out;
+    EXPECT_EQ(testutil::toHex(Bytes(out, t)), c.out);
+  }
+  for (wchar_t bad : {0x110000, 0xD800}) EXPECT_THROW(toUtf8(std::wstring(1, bad)), std::runtime_error);
 }
 
 }  // namespace

@@ -21,16 +21,6 @@ constexpr const char* kPluginPath = KOLVARI_PLUGIN_PATH;
 constexpr uint32_t kOk = 0x21000001u;
 constexpr uint32_t kBadParameter = 0xE100FFFCu;
 
-const char* const kFunctionNames[] = {
-    "ZARV_Init", "ZARV_GetEncoderProviderName", "ZARV_GetSupportedEncoderList", "ZARV_CreateP72Container",
-    "ZARV_SetVersion", "ZARV_SetContentTypeOID", "ZARV_SetContentInfo", "ZARV_AddDigestAlgorithm",
-    "ZARV_AddCertificate", "ZARV_AddCRL", "ZARV_AddSignerInfo", "ZARV_EncodeP72", "ZARV_ResetP72Container",
-    "ZARV_CloseP72Container", "ZARV_CreateSignerInfo", "ZARV_SetSigningTime", "ZARV_SetDataHash",
-    "ZARV_SetSignerCertificate", "ZARV_SetSignatureCreationEnvironment", "ZARV_SetContentType",
-    "ZARV_AddSignedAttribute", "ZARV_AddUnsignedAttribute", "ZARV_GetDTBS", "ZARV_SetP1Signature",
-    "ZARV_EncodeSignerInfo", "ZARV_ReleaseSignerInfo",
-};
-
 std::string loadError;
 
 // The plug-in, opened once for the whole run and kept open.
@@ -43,7 +33,8 @@ void* plugin() {
   return handle;
 }
 
-// A function of the plug-in by name; the test stops when it is missing.
+// A function of the plug-in by name; the test fails when it is missing. Between them the tests look up every
+// function of the interface this way.
 template <typename F>
 F fn(const char* name) {
   void* symbol = plugin() == nullptr ? nullptr : dlsym(plugin(), name);
@@ -67,9 +58,8 @@ std::string capture(const std::string& command, int& status) {
   return output;
 }
 
-TEST(PluginHost, EveryFunctionIsFoundByNameAndTheProviderAnswers) {
+TEST(PluginHost, TheProviderAnswers) {
   ASSERT_NE(plugin(), nullptr) << kPluginPath << ": " << loadError;
-  for (const char* name : kFunctionNames) EXPECT_NE(dlsym(plugin(), name), nullptr) << name;
 
   EXPECT_EQ(fn<ZARV_Init_t>("ZARV_Init")(), kOk);
   std::string name = "an earlier, longer text that must not survive";
@@ -78,18 +68,6 @@ TEST(PluginHost, EveryFunctionIsFoundByNameAndTheProviderAnswers) {
   std::list<std::string> encoders = {"stale", "entries"};
   EXPECT_EQ(fn<ZARV_GetSupportedEncoderList_t>("ZARV_GetSupportedEncoderList")(encoders), kOk);
   EXPECT_EQ(encoders, std::list<std::string>{"PKCS#7.2"});
-}
-
-TEST(PluginHost, EmptyContainerEncodesToTheMinimalSignedData) {
-  // By hand, inside out: encapsulated ContentInfo 30 0B { id-data } 13 bytes; SignedData content version 3
-  // + digest SET 2 + 13 + signer SET 2 = 20 in 30 14; A0 16; signedData OID 11 + 24 = 35 in 30 23.
-  P72Container* h = nullptr;
-  ASSERT_EQ(fn<ZARV_CreateP72Container_t>("ZARV_CreateP72Container")(&h), kOk);
-  Bytes out = {0xEE, 0xEE};
-  EXPECT_EQ(fn<ZARV_EncodeP72_t>("ZARV_EncodeP72")(h, &out), kOk);
-  EXPECT_EQ(toHex(out), "3023" "06092A864886F70D010702" "A016" "3014" "020101" "3100" "300B"
-                        "06092A864886F70D010701" "3100");
-  EXPECT_EQ(fn<ZARV_ContainerOnly_t>("ZARV_CloseP72Container")(h), kOk);
 }
 
 TEST(PluginHost, NullHandlesAndOutPointersAreRefusedAndChangeNothing) {

@@ -17,13 +17,8 @@ using logtest::readText;
 constexpr const char* kBackUpSuffix = "_20240501090307.log";
 
 void stampFirstOfMay(const std::string& path) {
-  struct tm when = {};
-  when.tm_year = 2024 - 1900;
-  when.tm_mon = 4;
-  when.tm_mday = 1;
-  when.tm_hour = 9;
-  when.tm_min = 3;
-  when.tm_sec = 7;
+  std::tm when{};
+  when.tm_year = 124, when.tm_mon = 4, when.tm_mday = 1, when.tm_hour = 9, when.tm_min = 3, when.tm_sec = 7;
   when.tm_isdst = -1;
   struct utimbuf times = {std::mktime(&when), std::mktime(&when)};
   ASSERT_EQ(utime(path.c_str(), &times), 0);

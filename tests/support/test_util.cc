@@ -10,27 +10,18 @@ namespace testutil {
 
 Bytes hex(const std::string& text) {
   Bytes out;
-  int high = -1;
-  for (char c : text) {
-    if (!std::isxdigit(static_cast<unsigned char>(c))) continue;
-    int v = std::isdigit(static_cast<unsigned char>(c)) ? c - '0' : (std::tolower(static_cast<unsigned char>(c)) - 'a' + 10);
-    if (high < 0) {
-      high = v;
-    } else {
-      out.push_back(static_cast<unsigned char>(high << 4 | v));
-      high = -1;
-    }
-  }
+  std::string digits;
+  for (char c : text)
+    if (std::isxdigit(static_cast<unsigned char>(c))) digits += c;
+  for (size_t i = 0; i + 1 < digits.size(); i += 2)
+    out.push_back(static_cast<unsigned char>(std::stoi(digits.substr(i, 2), nullptr, 16)));
   return out;
 }
 
 std::string toHex(const Bytes& bytes) {
   static const char kDigits[] = "0123456789ABCDEF";
   std::string s;
-  for (unsigned char b : bytes) {
-    s.push_back(kDigits[b >> 4]);
-    s.push_back(kDigits[b & 15]);
-  }
+  for (unsigned char b : bytes) s += {kDigits[b >> 4], kDigits[b & 15]};
   return s;
 }
 
@@ -58,10 +49,8 @@ int run(const std::string& command, std::string* output) {
   FILE* pipe = popen(command.c_str(), "r");
   if (pipe == nullptr) return -1;
   char buffer[4096];
-  size_t n;
-  while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) {
+  for (size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;)
     if (output != nullptr) output->append(buffer, n);
-  }
   int status = pclose(pipe);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
