@@ -296,14 +296,12 @@ V signedDataValue(const CvelA1P72& p) {
   v.set("type", V::text("signedData"));
   v.set("version", V::number(p.version().value()));
   V& digests = v.set("digestAlgorithms", V::array());
-  CvelString set;
-  if (set.assign(p.digestAlgorithms()) == kCvelOk) {
-    CvelA1Context c;
-    while (c.next(set) == kTagSequence) {
-      CvelString algorithm;
-      if (c.getElement(set, algorithm) != kCvelOk) break;
-      digests.push(algorithmValue(algorithm));
-    }
+  const CvelString& set = p.digestAlgorithms();
+  CvelA1Context c;
+  while (c.next(set) == kTagSequence) {
+    CvelString algorithm;
+    if (c.getElement(set, algorithm) != kCvelOk) break;
+    digests.push(algorithmValue(algorithm));
   }
   const CvelP71& content = p.contentInfo();
   v.set("encapContentType", oidValue(content.contentType()));
@@ -518,10 +516,12 @@ int runInspect(const Arguments& args) {
 
   uint32_t type = kCvelContentUnknown;
   unsigned char firstByte = 0;
+  uint32_t size = 0;
   {
     CvelDataStream stream;
     uint32_t got = 0;
-    if (stream.open(path.c_str(), CvelDataStream::kRead) != kCvelOk || stream.detectType(&type) != kCvelOk ||
+    if (stream.open(path.c_str(), CvelDataStream::kRead) != kCvelOk || stream.size(&size) != kCvelOk ||
+        stream.detectType(&type) != kCvelOk ||
         stream.seek(0, CvelDataStream::kFromStart) != kCvelOk || stream.read(&firstByte, 1, &got) != kCvelOk ||
         got != 1) {
       std::fprintf(stderr, "kolvari inspect: cannot read %s\n", path.c_str());
@@ -539,13 +539,14 @@ int runInspect(const Arguments& args) {
     CvelA1File file;
     decoded = file.open(path.c_str()) == kCvelOk && signedDataValue(file.input(), value);
   } else {
+    if (size > kMaxInMemory) {
+      std::fprintf(stderr, "kolvari inspect: %s is too large for its content type (detected as %s)\n",
+                   path.c_str(), cvelContentTypeName(type));
+      return kExitUsage;
+    }
     std::vector<unsigned char> bytes;
     if (!readWholeFile(path, bytes)) {
       std::fprintf(stderr, "kolvari inspect: cannot read %s\n", path.c_str());
-      return kExitFailure;
-    }
-    if (bytes.size() > kMaxInMemory) {
-      std::fprintf(stderr, "kolvari inspect: %s is too large for its content type\n", path.c_str());
       return kExitFailure;
     }
     CvelString der;
