@@ -169,6 +169,14 @@ void printText(const CvelCertificate& c) {
 
 }  // namespace
 
+void printCertificate(const CvelCertificate& certificate, bool json) {
+  if (json) {
+    printJson(certificate);
+  } else {
+    printText(certificate);
+  }
+}
+
 int runCert(const Arguments& args) {
   std::string path;
   bool json = false;
@@ -200,10 +208,6 @@ int runCert(const Arguments& args) {
     std::fprintf(stderr, "kolvari cert: %s is not a certificate the library can parse\n", path.c_str());
     return kExitUsage;
   }
-  if (json) {
-    printJson(certificate);
-  } else {
-    printText(certificate);
-  }
+  printCertificate(certificate, json);
   return kExitOk;
 }

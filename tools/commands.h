@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+class CvelCertificate;
 class CvelLogger;
 
 using Arguments = std::vector<std::string>;
@@ -20,9 +21,13 @@ int runCert(const Arguments& args);
 int runDetect(const Arguments& args);
 int runSign(const Arguments& args);
 int runLogCheck(const Arguments& args);
+int runInspect(const Arguments& args);
 
 // The tool's own logger: on when a configuration file lies beside the program ("<path of kolvari>.cfgLog").
 CvelLogger& toolLogger();
+
+// Prints a parsed certificate as `kolvari cert` does, as text or as one JSON object.
+void printCertificate(const CvelCertificate& certificate, bool json);
 
 // Reads a whole file; false when it cannot be read.
 bool readWholeFile(const std::string& path, std::vector<unsigned char>& out);

@@ -20,6 +20,7 @@ constexpr Command kCommands[] = {
     {"der", runDer, "der FILE                    print the element tree of a DER file"},
     {"detect", runDetect, "detect [--json] FILE...     name the content type of each file (PKCS #7, PEM, PDF, ...)"},
     {"cert", runCert, "cert FILE [--json]          parse a certificate (DER, PEM or base64) and print its parts"},
+    {"inspect", runInspect, "inspect FILE [--json]       decode a signature, time stamp, OCSP response, CRL or certificate"},
     {"log-check", runLogCheck, "log-check [--config FILE]   show what the logger makes of its configuration file"},
     {"sign", runSign, "sign --key KEY --cert CERT [options] FILE\n"
                       "                              sign FILE with the plug-in (kolvari sign --help)"},
