@@ -114,7 +114,9 @@ Bytes buildContainer(int count, const std::vector<Bytes>& crls) {
   P72Container* h = nullptr;
   if (roots.empty() || ZARV_CreateP72Container(&h) != ZARV_OK) return out;
   bool ok = ZARV_AddDigestAlgorithm(h, kSha256Oid) == ZARV_OK;
-  for (int i = 0; i < count; ++i) ok = ok && ZARV_AddCertificate(h, roots[static_cast<size_t>(i) % roots.size()]) == ZARV_OK;
+  for (int i = 0; i < count; ++i) {
+    ok = ok && ZARV_AddCertificate(h, roots[static_cast<size_t>(i) % roots.size()]) == ZARV_OK;
+  }
   for (const Bytes& crl : crls) ok = ok && ZARV_AddCRL(h, crl) == ZARV_OK;
   ok = ok && ZARV_EncodeP72(h, &out) == ZARV_OK;
   ZARV_CloseP72Container(h);
@@ -211,8 +213,7 @@ Found theirsOcsp(const Bytes& der) {
 Found oursTst(const Bytes& der) {
   CvelTSTInfo tst;
   Found f;
-  f.decoded = tst.encoded().assign(der.data(), static_cast<uint32_t>(der.size())) == kCvelOk &&
-              tst.decode() == kCvelOk;
+  f.decoded = tst.encoded().assign(der.data(), static_cast<uint32_t>(der.size())) == kCvelOk && tst.decode() == kCvelOk;
   f.certificates = tst.signedData().certificates().size();
   f.crls = tst.signedData().crls().size();
   f.signers = tst.signedData().signerInfos().size();
@@ -271,9 +272,11 @@ void registerPair(const Row& row) {
   for (const auto& side : {std::make_pair(kOurs, row.ours), std::make_pair(kTheirs, row.theirs)}) {
     const std::string full = row.name + "/" + side.first;
     std::function<Found()> decode = side.second;
-    benchmark::RegisterBenchmark(full.c_str(), [decode, inputBytes](benchmark::State& state) {
-      timeDecoder(state, inputBytes, decode);
-    })->Repetitions(kRepetitions)->ReportAggregatesOnly(true)->Unit(benchmark::kNanosecond);
+    benchmark::RegisterBenchmark(
+        full.c_str(), [decode, inputBytes](benchmark::State& state) { timeDecoder(state, inputBytes, decode); })
+        ->Repetitions(kRepetitions)
+        ->ReportAggregatesOnly(true)
+        ->Unit(benchmark::kNanosecond);
   }
 }
 
