@@ -4,7 +4,7 @@
 set -euo pipefail
 
 packages=(cmake make g++ libgtest-dev libbenchmark-dev libssl-dev openssl clang python3
-          python3-cryptography ca-certificates git zip ghostscript)
+          python3-cryptography ca-certificates git zip ghostscript pkg-config dpkg-dev file)
 
 missing=()
 for p in "${packages[@]}"; do

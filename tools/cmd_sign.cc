@@ -36,6 +36,17 @@ struct SignOptions {
   std::string input;
 };
 
+// A signing time as the library takes it: YYYYMMDDhhmmssZ, or YYMMDDhhmmssZ.
+bool isSigningTime(const std::string& t) {
+  constexpr size_t kLongForm = 15;
+  constexpr size_t kShortForm = 13;
+  if ((t.size() != kLongForm && t.size() != kShortForm) || t.back() != 'Z') return false;
+  for (size_t i = 0; i + 1 < t.size(); ++i) {
+    if (t[i] < '0' || t[i] > '9') return false;
+  }
+  return true;
+}
+
 bool parseOptions(const Arguments& args, SignOptions& o) {
   for (size_t i = 0; i < args.size(); ++i) {
     const std::string& a = args[i];
@@ -75,7 +86,7 @@ bool parseOptions(const Arguments& args, SignOptions& o) {
       return false;
     }
   }
-  return !o.key.empty() && !o.cert.empty() && !o.input.empty();
+  return !o.key.empty() && !o.cert.empty() && !o.input.empty() && (o.time.empty() || isSigningTime(o.time));
 }
 
 // Reports a failed library call; true when the call succeeded.

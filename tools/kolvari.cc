@@ -12,23 +12,108 @@ namespace {
 struct Command {
   const char* name;
   int (*run)(const Arguments&);
-  const char* usage;
+  const char* summary;  // one line in the list of commands
+  const char* help;     // `kolvari COMMAND --help`: synopsis, what it does, options, an example
 };
 
 constexpr Command kCommands[] = {
-    {"info", runInfo, "info [--plugin PATH]        load the plug-in and print its provider name and encoders"},
-    {"der", runDer, "der FILE                    print the element tree of a DER file"},
-    {"detect", runDetect, "detect [--json] FILE...     name the content type of each file (PKCS #7, PEM, PDF, ...)"},
-    {"cert", runCert, "cert FILE [--json]          parse a certificate (DER, PEM or base64) and print its parts"},
-    {"inspect", runInspect, "inspect FILE [--json]       decode a signature, time stamp, OCSP response, CRL or certificate"},
-    {"log-check", runLogCheck, "log-check [--config FILE]   show what the logger makes of its configuration file"},
-    {"sign", runSign, "sign --key KEY --cert CERT [options] FILE\n"
-                      "                              sign FILE with the plug-in (kolvari sign --help)"},
+    {"info", runInfo, "load the plug-in and print its provider name and encoders",
+     "usage: kolvari info [--plugin PATH]\n"
+     "\n"
+     "Loads the plug-in with dlopen, as a host does, and prints its path, its provider name and its encoders.\n"
+     "\n"
+     "  --plugin PATH   the plug-in to load (default: libkolvari-pkcs7.so beside the tool, else the installed\n"
+     "                  libkolvari-pkcs7.so.1)\n"
+     "\n"
+     "example:\n"
+     "  kolvari info --plugin /usr/lib/libkolvari-pkcs7.so.1\n"},
+    {"der", runDer, "print the element tree of a DER file",
+     "usage: kolvari der FILE\n"
+     "\n"
+     "Prints one line per element of a DER file: offset, depth, header length, length and tag, laid out like\n"
+     "`openssl asn1parse -inform DER -i`. A malformed file is shown up to the fault, then exit status 1.\n"
+     "\n"
+     "example:\n"
+     "  kolvari der document.p7s\n"},
+    {"detect", runDetect, "name the content type of each file (PKCS #7, PEM, PDF, ...)",
+     "usage: kolvari detect [--json] FILE...\n"
+     "\n"
+     "Names the content type of each file as the library's detector sees it: the code in hexadecimal, a short\n"
+     "name and the path. A file that cannot be read is named on standard error and the exit status is 1.\n"
+     "\n"
+     "  --json   one array with an object {\"file\", \"code\", \"name\"} per file\n"
+     "\n"
+     "example:\n"
+     "  kolvari detect document.p7s document.txt\n"},
+    {"cert", runCert, "parse a certificate (DER, PEM or base64) and print its parts",
+     "usage: kolvari cert FILE [--json]\n"
+     "\n"
+     "Parses a certificate in DER, PEM or bare base64 with the library and prints its parts. A file that is not\n"
+     "a certificate the library parses: exit status 2.\n"
+     "\n"
+     "  --json   one object with the DER of each part in hex, the times, the name attributes, the extensions\n"
+     "\n"
+     "example:\n"
+     "  kolvari cert --json signer.pem\n"},
+    {"inspect", runInspect, "decode a signature, time stamp, OCSP response, CRL or certificate",
+     "usage: kolvari inspect FILE [--json]\n"
+     "\n"
+     "Finds out what FILE holds (SignedData, time-stamp token or response, OCSP response, CRL, certificate)\n"
+     "and prints it decoded by the library as an indented tree. A file of another type: exit status 2.\n"
+     "\n"
+     "  --json   the same fields as one JSON object (schema in README.md)\n"
+     "\n"
+     "example:\n"
+     "  kolvari inspect document.p7s\n"},
+    {"log-check", runLogCheck, "show what the logger makes of its configuration file",
+     "usage: kolvari log-check [--config FILE]\n"
+     "\n"
+     "Shows whether logging would be on under a logging configuration file and why, its levels, sinks and\n"
+     "line layout, and one sample line per level. Exit status 0 when logging would be on, 1 when off.\n"
+     "\n"
+     "  --config FILE   the file to check (default: the tool's own, its path with .cfgLog appended)\n"
+     "\n"
+     "example:\n"
+     "  kolvari log-check --config kolvari.cfgLog\n"},
+    {"sign", runSign, "sign a file through the plug-in (OpenSSL hashes and signs)",
+     "usage: kolvari sign --key KEY --cert CERT [--chain CERTS]... [--crl CRL]... [--digest sha256|sha384|sha512]\n"
+     "                    [--time YYYYMMDDhhmmssZ] [--attached] [--pem] [--out FILE] [--plugin PATH] FILE\n"
+     "\n"
+     "The reference host: loads the plug-in, hashes FILE and the signer certificate with OpenSSL, has the\n"
+     "library build the signed attributes, signs them (RSA PKCS #1 v1.5 or ECDSA) and has the library encode\n"
+     "the SignerInfo and the SignedData.\n"
+     "\n"
+     "  --key KEY        the signer's private key (PEM or DER)\n"
+     "  --cert CERT      the signer certificate first; further certificates in the file are added too\n"
+     "  --chain CERTS    more certificates for the SignedData (repeatable)\n"
+     "  --crl CRL        a CRL for the SignedData (repeatable)\n"
+     "  --digest NAME    sha256 (default), sha384 or sha512\n"
+     "  --time TIME      the signing time, YYYYMMDDhhmmssZ (default: now)\n"
+     "  --attached       carry FILE inside the SignedData (default: detached)\n"
+     "  --pem            write PEM instead of DER\n"
+     "  --out FILE       where to write the signature (default: standard output)\n"
+     "  --plugin PATH    the plug-in to load\n"
+     "\n"
+     "example:\n"
+     "  kolvari sign --key signer.key --cert signer.pem --chain ca.pem --out document.p7s document.txt\n"
+     "  openssl cms -verify -binary -inform DER -in document.p7s -content document.txt -CAfile ca.pem\n"},
 };
 
+constexpr char kExitStatuses[] =
+    "exit status: 0 done; 1 the work failed (a file that cannot be read, malformed DER, a library error);\n"
+    "             2 a wrong command line, or input that is not what the command reads\n";
+
 void printUsage(FILE* to) {
-  std::fprintf(to, "usage: kolvari COMMAND [ARGS]\n\ncommands:\n");
-  for (const Command& c : kCommands) std::fprintf(to, "  %s\n", c.usage);
+  std::fprintf(to, "usage: kolvari COMMAND [ARGS]\n       kolvari COMMAND --help\n\ncommands:\n");
+  for (const Command& c : kCommands) std::fprintf(to, "  %-10s %s\n", c.name, c.summary);
+  std::fprintf(to, "\nexample:\n  kolvari inspect document.p7s\n\n%s", kExitStatuses);
+}
+
+bool asksForHelp(const Arguments& args) {
+  for (const std::string& a : args) {
+    if (a == "--help" || a == "-h") return true;
+  }
+  return false;
 }
 
 // Runs a command between two records of the tool's logger: the command line, and the exit status.
@@ -63,7 +148,12 @@ int main(int argc, char** argv) {
   }
   Arguments args(argv + 2, argv + argc);
   for (const Command& c : kCommands) {
-    if (std::strcmp(argv[1], c.name) == 0) return runLogged(c, argc, argv, args);
+    if (std::strcmp(argv[1], c.name) != 0) continue;
+    if (asksForHelp(args)) {
+      std::printf("%s\n%s", c.help, kExitStatuses);
+      return kExitOk;
+    }
+    return runLogged(c, argc, argv, args);
   }
   std::fprintf(stderr, "kolvari: unknown command '%s'\n", argv[1]);
   printUsage(stderr);

@@ -9,6 +9,9 @@
 namespace {
 
 constexpr char kPluginFile[] = "libkolvari-pkcs7.so";
+// An installed tool has no plug-in beside it: the dynamic loader then finds the library by its SONAME, through
+// the tool's run path or the system's library directories.
+constexpr char kPluginSoname[] = "libkolvari-pkcs7.so.1";
 
 template <typename Fn>
 bool lookUp(void* handle, const char* name, Fn& out, std::string& error) {
@@ -70,7 +73,8 @@ std::string defaultPluginPath() {
   if (n <= 0) return kPluginFile;
   std::string path(self, static_cast<size_t>(n));
   size_t slash = path.rfind('/');
-  return (slash == std::string::npos ? std::string() : path.substr(0, slash + 1)) + kPluginFile;
+  std::string beside = (slash == std::string::npos ? std::string() : path.substr(0, slash + 1)) + kPluginFile;
+  return access(beside.c_str(), F_OK) == 0 ? beside : kPluginSoname;
 }
 
 std::string describeResult(uint32_t code) {

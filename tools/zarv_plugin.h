@@ -46,7 +46,7 @@ struct ZarvPlugin {
   bool loadProvider(const std::string& path, std::string& error);
 };
 
-// The plug-in built beside this executable.
+// The plug-in built beside this executable; without one there, the installed plug-in by its SONAME.
 std::string defaultPluginPath();
 
 // Text of a result code for messages: "0x21000001 (success)", "0xE100FFFC (bad parameter)", ...

@@ -1,0 +1,129 @@
+#!/usr/bin/env bash
+# The installed tree as a host developer meets it. Installs a built tree into a staging prefix, checks the
+# files and the plug-in's SONAME, builds examples/ against the prefix with find_package(KolvariPkcs7) (plug-in
+# and static library), has `openssl cms -verify` accept what the example signs, compiles the example once more
+# with the flags `pkg-config` gives, runs the installed tool, and builds the Debian package with cpack and
+# checks what `dpkg-deb` lists in it. Nothing is rebuilt: the tree must have been built before.
+#   check.sh BUILD_DIR SOURCE_DIR
+set -euo pipefail
+build=$(cd "${1:?build directory}" && pwd)
+source=$(cd "${2:?source directory}" && pwd)
+jobs=2
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+fail() { echo "FAIL: $*" >&2; exit 1; }
+checks=0
+pass() { checks=$((checks + 1)); }
+
+for built in bin/kolvari bin/libkolvari-pkcs7.so lib/libkolvari-pkcs7.a; do
+  [ -e "$build/$built" ] || fail "$build/$built is missing: build the whole tree first"
+done
+
+# --- cmake --install into a staging prefix
+prefix=$work/stage/usr
+cmake --install "$build" --prefix "$prefix" >/dev/null
+libdir=$(sed -n 's/^libdir=\${prefix}\///p' "$prefix"/lib*/pkgconfig/kolvari-pkcs7.pc 2>/dev/null || true)
+[ -n "$libdir" ] || fail "no pkg-config file under $prefix/lib*/pkgconfig"
+expected=(
+  include/kolvari/zarv.h
+  bin/kolvari
+  "$libdir/libkolvari-pkcs7.so.1.0.0"
+  "$libdir/libkolvari-pkcs7.so.1"
+  "$libdir/libkolvari-pkcs7.so"
+  "$libdir/libkolvari-pkcs7.a"
+  "$libdir/cmake/KolvariPkcs7/KolvariPkcs7Config.cmake"
+  "$libdir/cmake/KolvariPkcs7/KolvariPkcs7ConfigVersion.cmake"
+  "$libdir/cmake/KolvariPkcs7/KolvariPkcs7Targets.cmake"
+  "$libdir/pkgconfig/kolvari-pkcs7.pc"
+  share/doc/kolvari-pkcs7/README.md
+)
+for f in "${expected[@]}"; do
+  [ -e "$prefix/$f" ] || fail "cmake --install did not put $f in place"
+  pass
+done
+[ "$(readlink "$prefix/$libdir/libkolvari-pkcs7.so.1")" = libkolvari-pkcs7.so.1.0.0 ] ||
+  fail "libkolvari-pkcs7.so.1 does not point at libkolvari-pkcs7.so.1.0.0"
+[ "$(readlink "$prefix/$libdir/libkolvari-pkcs7.so")" = libkolvari-pkcs7.so.1 ] ||
+  fail "libkolvari-pkcs7.so does not point at libkolvari-pkcs7.so.1"
+readelf -d "$prefix/$libdir/libkolvari-pkcs7.so.1.0.0" | grep -q 'SONAME.*\[libkolvari-pkcs7\.so\.1\]' ||
+  fail "the installed plug-in has no SONAME libkolvari-pkcs7.so.1"
+pass
+
+# --- the installed tool finds the installed plug-in (nothing lies beside it)
+"$prefix/bin/kolvari" info >"$work/info.txt" 2>&1 || { cat "$work/info.txt" >&2; fail "installed kolvari info"; }
+grep -q 'PKCS#7.2' "$work/info.txt" || fail "installed kolvari info does not name the encoder"
+pass
+
+# --- a CMake project outside the tree: find_package(KolvariPkcs7), the plug-in and the static library
+cmake -S "$source/examples" -B "$work/example" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_BUILD_TYPE=Release \
+  >"$work/example.log" 2>&1 || { cat "$work/example.log" >&2; fail "configuring examples/ against $prefix"; }
+cmake --build "$work/example" -j "$jobs" >>"$work/example.log" 2>&1 ||
+  { cat "$work/example.log" >&2; fail "building examples/ against $prefix"; }
+readelf -d "$work/example/sign_host" | grep -q 'NEEDED.*\[libkolvari-pkcs7\.so\.1\]' ||
+  fail "sign_host does not link the plug-in by its SONAME"
+if readelf -d "$work/example/sign_host_static" | grep -q 'libkolvari-pkcs7'; then
+  fail "sign_host_static needs the shared plug-in"
+fi
+pass
+
+# --- pkg-config: the flags it gives compile and link the same example
+export PKG_CONFIG_PATH=$prefix/$libdir/pkgconfig
+flags=$(pkg-config --cflags --libs kolvari-pkcs7) || fail "pkg-config knows no kolvari-pkcs7"
+include=$(pkg-config --variable=includedir kolvari-pkcs7)
+[ -f "$include/kolvari/zarv.h" ] || fail "pkg-config's includedir $include holds no kolvari/zarv.h"
+case " $flags " in *" -lkolvari-pkcs7 "*) ;; *) fail "pkg-config --libs lacks -lkolvari-pkcs7: $flags" ;; esac
+# shellcheck disable=SC2086  # the flags are words
+g++ -std=c++20 -o "$work/sign_host_pc" "$source/examples/sign_host.cc" $flags -lcrypto \
+  -Wl,-rpath,"$prefix/$libdir" || fail "building with pkg-config's flags: $flags"
+pass
+
+# --- each build of the example signs, and OpenSSL accepts the signature
+cd "$work"
+openssl req -x509 -newkey rsa:2048 -nodes -keyout ca.key -out ca.pem -days 30 -subj "/CN=Kolvari Package CA" \
+  -addext basicConstraints=critical,CA:TRUE -addext keyUsage=critical,keyCertSign 2>/dev/null
+printf 'basicConstraints=CA:FALSE\nkeyUsage=critical,digitalSignature,nonRepudiation\n' > signer.ext
+make_signer() {  # name, openssl key options
+  local name=$1; shift
+  openssl req -new -newkey "$@" -nodes -keyout "$name.key" -out "$name.csr" -subj "/CN=Kolvari Package $name" 2>/dev/null
+  openssl x509 -req -in "$name.csr" -CA ca.pem -CAkey ca.key -set_serial "0x$(openssl rand -hex 8)" -days 30 \
+    -extfile signer.ext -out "$name.pem" 2>/dev/null
+}
+make_signer rsa rsa:2048
+make_signer ec ec -pkeyopt ec_paramgen_curve:P-256
+printf 'a document signed by an example host\n' > document.txt
+for host in example/sign_host example/sign_host_static sign_host_pc; do
+  for signer in rsa ec; do
+    out=$(basename "$host")-$signer.p7s
+    "$work/$host" "$signer.key" "$signer.pem" document.txt "$out" >/dev/null || fail "$host with the $signer signer"
+    openssl cms -verify -binary -inform DER -in "$out" -content document.txt -CAfile ca.pem -out /dev/null \
+      2>verify.err || { cat verify.err >&2; fail "openssl cms -verify rejects $out"; }
+    pass
+  done
+done
+# The same check fails on a document that was not signed.
+printf 'another document\n' > other.txt
+if openssl cms -verify -binary -inform DER -in sign_host-rsa.p7s -content other.txt -CAfile ca.pem \
+  -out /dev/null 2>/dev/null; then
+  fail "openssl cms -verify accepts a signature over another document"
+fi
+pass
+
+# --- the Debian package, with the project's CPack settings. cpack would first build every target of the tree
+# (tests, fuzz replays) before installing it; here it packs the tree just installed from the same rules.
+cpack -G DEB --config "$build/CPackConfig.cmake" -B "$work/deb" \
+  -D CPACK_INSTALL_CMAKE_PROJECTS= -D "CPACK_INSTALLED_DIRECTORIES=$work/stage;." >"$work/cpack.log" 2>&1 ||
+  { cat "$work/cpack.log" >&2; fail "cpack -G DEB"; }
+deb=$(ls "$work"/deb/kolvari-pkcs7_*.deb 2>/dev/null | head -1)
+[ -n "$deb" ] || fail "cpack made no kolvari-pkcs7_*.deb"
+dpkg-deb -c "$deb" | awk '{print $6}' > contents.txt
+for f in "${expected[@]}"; do
+  grep -qx "\./usr/$f" contents.txt || fail "the .deb lacks /usr/$f"
+  pass
+done
+[ "$(dpkg-deb -f "$deb" Package)" = kolvari-pkcs7 ] || fail "package name"
+dpkg-deb -f "$deb" Depends | grep -q 'libssl3' || fail "the package does not depend on libssl3: $(dpkg-deb -f "$deb" Depends)"
+dpkg-deb -f "$deb" Maintainer | grep -q '@' || fail "the package names no maintainer"
+pass
+
+echo "package check: $checks checks passed ($(basename "$deb"))"
