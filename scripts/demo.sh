@@ -166,5 +166,6 @@ printf 'accepted by %d of %d verifiers: %s\n' "${#accepted[@]}" "${#names[@]}" "
 if [ "${#accepted[@]}" -lt "${#names[@]}" ]; then
   echo "note:       the signed attributes keep the library's order (by the dotted text of their types), not DER"
   echo "            SET OF order; a verifier that re-encodes the set before checking rejects the signature."
+  echo "            'kolvari sign --der-order' (KOLVARI_DER_ATTRIBUTE_ORDER=1 for any host) signs in DER order."
 fi
 [ "${results[0]}" = accepted ] || { echo "OpenSSL rejected the signature" >&2; exit 1; }

@@ -2,6 +2,7 @@
 // (keys, hashing, signing) and drives the library through the signing run: signed attributes, data to be
 // signed, signature, SignerInfo, container.
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -18,13 +19,35 @@ namespace {
 
 constexpr char kUsage[] =
     "usage: kolvari sign --key KEY --cert CERT [--chain CERTS]... [--crl CRL]... [--digest sha256|sha384|sha512]\n"
-    "                    [--time YYYYMMDDhhmmssZ] [--attached] [--pem] [--out FILE] [--plugin PATH] FILE\n";
+    "                    [--time YYYYMMDDhhmmssZ] [--attached] [--pem] [--out FILE] [--plugin PATH]\n"
+    "                    [--signer KEY,CERT]... [--signed-attr OID=HEXDER]... [--unsigned-attr OID=HEXDER]...\n"
+    "                    [--der-order] FILE\n";
 constexpr uint32_t kReplace = 1;
+// Extra attributes are added beside what is already there, never in place of it.
+constexpr uint32_t kAddValue = 0;
+// The library's opt-in for DER SET OF order of the signed attributes.
+constexpr char kDerOrderVariable[] = "KOLVARI_DER_ATTRIBUTE_ORDER";
 constexpr char kPemLabel[] = "PKCS7";
+
+// One signer: its key file and its certificate file (the signer certificate first).
+struct SignerFiles {
+  std::string key;
+  std::string cert;
+};
+
+// An extra attribute: dotted type and one complete DER value.
+struct ExtraAttribute {
+  std::string oid;
+  Bytes value;
+};
 
 struct SignOptions {
   std::string key;
   std::string cert;
+  std::vector<SignerFiles> moreSigners;
+  std::vector<ExtraAttribute> signedAttributes;
+  std::vector<ExtraAttribute> unsignedAttributes;
+  bool derOrder = false;
   std::vector<std::string> chain;
   std::vector<std::string> crls;
   std::string digest = "sha256";
@@ -35,6 +58,40 @@ struct SignOptions {
   std::string plugin;
   std::string input;
 };
+
+// "KEY,CERT": both parts non-empty, split at the first comma.
+bool parseSigner(const std::string& text, SignerFiles& out) {
+  const size_t comma = text.find(',');
+  if (comma == std::string::npos || comma == 0 || comma + 1 == text.size()) return false;
+  out.key = text.substr(0, comma);
+  out.cert = text.substr(comma + 1);
+  return true;
+}
+
+int hexDigit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+// "OID=HEXDER": a dotted type and an even, non-empty run of hex digits. Whether the value is one DER element
+// is left to the verifiers; the library takes the bytes as they are.
+bool parseAttribute(const std::string& text, ExtraAttribute& out) {
+  const size_t equals = text.find('=');
+  if (equals == std::string::npos || equals == 0) return false;
+  const std::string digits = text.substr(equals + 1);
+  if (digits.empty() || digits.size() % 2 != 0) return false;
+  out.oid = text.substr(0, equals);
+  out.value.clear();
+  for (size_t i = 0; i < digits.size(); i += 2) {
+    const int high = hexDigit(digits[i]);
+    const int low = hexDigit(digits[i + 1]);
+    if (high < 0 || low < 0) return false;
+    out.value.push_back(static_cast<unsigned char>(high * 16 + low));
+  }
+  return true;
+}
 
 // A signing time as the library takes it: YYYYMMDDhhmmssZ, or YYMMDDhhmmssZ.
 bool isSigningTime(const std::string& t) {
@@ -74,6 +131,16 @@ bool parseOptions(const Arguments& args, SignOptions& o) {
       if (!value(o.out)) return false;
     } else if (a == "--plugin") {
       if (!value(o.plugin)) return false;
+    } else if (a == "--signer") {
+      SignerFiles signer;
+      if (!value(v) || !parseSigner(v, signer)) return false;
+      o.moreSigners.push_back(signer);
+    } else if (a == "--signed-attr" || a == "--unsigned-attr") {
+      ExtraAttribute attribute;
+      if (!value(v) || !parseAttribute(v, attribute)) return false;
+      (a == "--signed-attr" ? o.signedAttributes : o.unsignedAttributes).push_back(attribute);
+    } else if (a == "--der-order") {
+      o.derOrder = true;
     } else if (a == "--attached") {
       o.attached = true;
     } else if (a == "--pem") {
@@ -146,18 +213,28 @@ bool buildSignerInfo(const ZarvPlugin& zarv, const SignOptions& o, const DigestC
       !called("ZARV_SetSignerCertificate",
               zarv.setSignerCertificate(signer.get(), certificate, certificateHash, digest.digestOid)) ||
       !called("ZARV_SetSigningTime", zarv.setSigningTime(signer.get(), time)) ||
-      !called("ZARV_SetContentType", zarv.setContentType(signer.get(), Bytes())) ||
-      !called("ZARV_GetDTBS", zarv.getDTBS(signer.get(), &dtbs))) {
+      !called("ZARV_SetContentType", zarv.setContentType(signer.get(), Bytes()))) {
     return false;
   }
+  for (const ExtraAttribute& a : o.signedAttributes) {
+    if (!called("ZARV_AddSignedAttribute", zarv.addSignedAttribute(signer.get(), a.oid, a.value, kAddValue))) {
+      return false;
+    }
+  }
+  if (!called("ZARV_GetDTBS", zarv.getDTBS(signer.get(), &dtbs))) return false;
   Bytes signature;
   std::string error;
   if (!signBytes(key, digest, dtbs, signature, error)) {
     std::fprintf(stderr, "kolvari sign: %s\n", error.c_str());
     return false;
   }
-  return called("ZARV_SetP1Signature", zarv.setP1Signature(signer.get(), signatureOid, signature)) &&
-         called("ZARV_EncodeSignerInfo", zarv.encodeSignerInfo(signer.get(), &signerInfo));
+  if (!called("ZARV_SetP1Signature", zarv.setP1Signature(signer.get(), signatureOid, signature))) return false;
+  for (const ExtraAttribute& a : o.unsignedAttributes) {
+    if (!called("ZARV_AddUnsignedAttribute", zarv.addUnsignedAttribute(signer.get(), a.oid, a.value, kAddValue))) {
+      return false;
+    }
+  }
+  return called("ZARV_EncodeSignerInfo", zarv.encodeSignerInfo(signer.get(), &signerInfo));
 }
 
 // ContentInfo { id-data, [0] { OCTET STRING content } } for attached signing.
@@ -171,7 +248,7 @@ bool attachedContentInfo(const Bytes& content, Bytes& out) {
 
 bool buildContainer(const ZarvPlugin& zarv, const SignOptions& o, const DigestChoice& digest,
                     const std::vector<Bytes>& certificates, const std::vector<Bytes>& crls, const Bytes& content,
-                    const Bytes& signerInfo, Bytes& out) {
+                    const std::vector<Bytes>& signerInfos, Bytes& out) {
   CvelString digestOid;
   if (fromDotted(digest.digestOid, digestOid, 0) != kCvelOk) return false;
   Bytes digestOctets(digestOid.data(), digestOid.data() + digestOid.length());
@@ -193,8 +270,20 @@ bool buildContainer(const ZarvPlugin& zarv, const SignOptions& o, const DigestCh
   for (const Bytes& c : crls) {
     if (!called("ZARV_AddCRL", zarv.addCRL(container.get(), c))) return false;
   }
-  return called("ZARV_AddSignerInfo", zarv.addSignerInfo(container.get(), signerInfo)) &&
-         called("ZARV_EncodeP72", zarv.encodeP72(container.get(), &out));
+  for (const Bytes& signerInfo : signerInfos) {
+    if (!called("ZARV_AddSignerInfo", zarv.addSignerInfo(container.get(), signerInfo))) return false;
+  }
+  return called("ZARV_EncodeP72", zarv.encodeP72(container.get(), &out));
+}
+
+// Appends the certificates of a file to the container's list; one already there is not added twice (two
+// signers may share a chain).
+void addCertificates(const std::vector<Bytes>& file, std::vector<Bytes>& certificates) {
+  for (const Bytes& c : file) {
+    bool known = false;
+    for (const Bytes& k : certificates) known = known || k == c;
+    if (!known) certificates.push_back(c);
+  }
 }
 
 bool writeOutput(const SignOptions& o, const Bytes& der) {
@@ -226,12 +315,29 @@ int runSign(const Arguments& args) {
     return kExitUsage;
   }
 
+  // --key/--cert sign first, then each --signer in the order given.
+  std::vector<SignerFiles> signerFiles{{o.key, o.cert}};
+  signerFiles.insert(signerFiles.end(), o.moreSigners.begin(), o.moreSigners.end());
   std::string error;
-  PrivateKey key = readPrivateKey(o.key, error);
+  std::vector<PrivateKey> keys;
+  std::vector<Bytes> signerCertificates;
   std::vector<Bytes> certificates;
   std::vector<Bytes> crls;
-  bool read = key != nullptr && readCertificates(o.cert, certificates, error);
-  for (size_t i = 0; read && i < o.chain.size(); ++i) read = readCertificates(o.chain[i], certificates, error);
+  bool read = true;
+  for (size_t i = 0; read && i < signerFiles.size(); ++i) {
+    keys.push_back(readPrivateKey(signerFiles[i].key, error));
+    std::vector<Bytes> file;
+    read = keys.back() != nullptr && readCertificates(signerFiles[i].cert, file, error);
+    if (read) {
+      signerCertificates.push_back(file.front());
+      addCertificates(file, certificates);
+    }
+  }
+  for (size_t i = 0; read && i < o.chain.size(); ++i) {
+    std::vector<Bytes> file;
+    read = readCertificates(o.chain[i], file, error);
+    if (read) addCertificates(file, certificates);
+  }
   for (size_t i = 0; read && i < o.crls.size(); ++i) read = readCrls(o.crls[i], crls, error);
   Bytes content;
   if (read && !readWholeFile(o.input, content)) {
@@ -243,19 +349,25 @@ int runSign(const Arguments& args) {
     return kExitFailure;
   }
 
+  // Set before the plug-in is loaded, so the library sees it when it builds the data to be signed.
+  if (o.derOrder && setenv(kDerOrderVariable, "1", 1) != 0) {
+    std::fprintf(stderr, "kolvari sign: cannot set %s\n", kDerOrderVariable);
+    return kExitFailure;
+  }
   ZarvPlugin zarv;
   if (!zarv.load(o.plugin.empty() ? defaultPluginPath() : o.plugin, error)) {
     std::fprintf(stderr, "kolvari sign: %s\n", error.c_str());
     return kExitFailure;
   }
   zarv.init();
-  Bytes signerInfo;
-  Bytes message;
-  // The signer certificate is the first one of --cert; the rest of that file and --chain follow it.
-  if (!buildSignerInfo(zarv, o, *digest, key.get(), certificates.front(), content, signerInfo) ||
-      !buildContainer(zarv, o, *digest, certificates, crls, content, signerInfo, message)) {
-    return kExitFailure;
+  std::vector<Bytes> signerInfos(signerFiles.size());
+  for (size_t i = 0; i < signerFiles.size(); ++i) {
+    if (!buildSignerInfo(zarv, o, *digest, keys[i].get(), signerCertificates[i], content, signerInfos[i])) {
+      return kExitFailure;
+    }
   }
+  Bytes message;
+  if (!buildContainer(zarv, o, *digest, certificates, crls, content, signerInfos, message)) return kExitFailure;
   if (!writeOutput(o, message)) {
     std::fprintf(stderr, "kolvari sign: cannot write the output\n");
     return kExitFailure;

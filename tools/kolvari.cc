@@ -77,7 +77,9 @@ constexpr Command kCommands[] = {
      "  kolvari log-check --config kolvari.cfgLog\n"},
     {"sign", runSign, "sign a file through the plug-in (OpenSSL hashes and signs)",
      "usage: kolvari sign --key KEY --cert CERT [--chain CERTS]... [--crl CRL]... [--digest sha256|sha384|sha512]\n"
-     "                    [--time YYYYMMDDhhmmssZ] [--attached] [--pem] [--out FILE] [--plugin PATH] FILE\n"
+     "                    [--time YYYYMMDDhhmmssZ] [--attached] [--pem] [--out FILE] [--plugin PATH]\n"
+     "                    [--signer KEY,CERT]... [--signed-attr OID=HEXDER]... [--unsigned-attr OID=HEXDER]...\n"
+     "                    [--der-order] FILE\n"
      "\n"
      "The reference host: loads the plug-in, hashes FILE and the signer certificate with OpenSSL, has the\n"
      "library build the signed attributes, signs them (RSA PKCS #1 v1.5 or ECDSA) and has the library encode\n"
@@ -93,6 +95,11 @@ constexpr Command kCommands[] = {
      "  --pem            write PEM instead of DER\n"
      "  --out FILE       where to write the signature (default: standard output)\n"
      "  --plugin PATH    the plug-in to load\n"
+     "  --signer KEY,CERT  one more signer in the same SignedData (repeatable)\n"
+     "  --signed-attr OID=HEXDER    an extra signed attribute, its value one DER element in hex (repeatable)\n"
+     "  --unsigned-attr OID=HEXDER  an extra unsigned attribute (repeatable)\n"
+     "  --der-order      signed attributes in DER SET OF order (sets KOLVARI_DER_ATTRIBUTE_ORDER=1), which\n"
+     "                   verifiers that re-encode the set (GnuTLS, BouncyCastle) need\n"
      "\n"
      "example:\n"
      "  kolvari sign --key signer.key --cert signer.pem --chain ca.pem --out document.p7s document.txt\n"

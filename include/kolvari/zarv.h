@@ -97,6 +97,14 @@ ZARV_API uint32_t ZARV_CloseP72Container(P72Container* h);
 // ---- SignerInfo and signed attributes ----
 // Attribute maps are ordered by the dotted text of the attribute type; each value becomes an Attribute of
 // its own. A replace flag of 1 supersedes earlier values of the same type; 0 adds another value.
+//
+// Signed-attribute order. By default the data to be signed and the SignerInfo's [0] set carry the signed
+// attributes in that dotted-text order, which is not DER SET OF order: OpenSSL accepts it, but verifiers that
+// re-encode the set before checking (BouncyCastle, GnuTLS and what is built on them) then reject the
+// signature. With the environment variable KOLVARI_DER_ATTRIBUTE_ORDER set to "1" (exactly; any other value
+// or none keeps the default), the signed attributes are sorted by their encodings instead (X.690 11.6). The
+// variable is read by each ZARV_GetDTBS call; ZARV_EncodeSignerInfo writes the set that call built, so both
+// always agree. Unsigned attributes keep the dotted-text order either way.
 
 // Creates a signer-info record. ZARV_E_OUT_OF_MEMORY if it cannot be obtained.
 ZARV_API uint32_t ZARV_CreateSignerInfo(SignerInfoRecord** handle);

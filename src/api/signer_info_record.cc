@@ -1,5 +1,8 @@
 #include "api/signer_info_record.h"
 
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
 #include <vector>
 
 #include "asn1/cvel_a1_node.h"
@@ -8,7 +11,39 @@
 
 namespace {
 constexpr uint32_t kReplace = 1;
+
+// X.690 11.6: SET OF components compare as octet strings, the shorter one padded with zero octets at its end.
+bool derSetOfLess(const CvelString& a, const CvelString& b) {
+  const uint32_t common = std::min(a.length(), b.length());
+  for (uint32_t i = 0; i < common; ++i) {
+    if (a.data()[i] != b.data()[i]) return a.data()[i] < b.data()[i];
+  }
+  // Past the common part only a non-zero octet of the longer one can make the difference.
+  const CvelString& longer = a.length() > b.length() ? a : b;
+  for (uint32_t i = common; i < longer.length(); ++i) {
+    if (longer.data()[i] != 0) return &longer == &b;
+  }
+  return false;
 }
+
+// The Attributes in DER order: each one is encoded on its own, then they are sorted by their encodings.
+uint32_t writeInDerOrder(const std::vector<CvelA1Node>& attributes, CvelString& out) {
+  std::vector<CvelString> encodings(attributes.size());
+  for (size_t i = 0; i < attributes.size(); ++i) {
+    uint32_t r = attributes[i].encode(encodings[i]);
+    if (r != kCvelOk) return r;
+  }
+  std::vector<const CvelString*> sorted;
+  sorted.reserve(encodings.size());
+  for (const CvelString& encoding : encodings) sorted.push_back(&encoding);
+  std::stable_sort(sorted.begin(), sorted.end(),
+                   [](const CvelString* a, const CvelString* b) { return derSetOfLess(*a, *b); });
+  std::vector<CvelA1Node> pieces;
+  pieces.reserve(sorted.size());
+  for (const CvelString* encoding : sorted) pieces.push_back(CvelA1Node::raw(*encoding));
+  return CvelA1Node::sequenceOf(std::move(pieces)).encode(out);
+}
+}  // namespace
 
 uint32_t zarvAddAttribute(SignerInfoRecord& record, ZarvAttributeKind kind, const std::string& oid,
                           const unsigned char* value, size_t length, uint32_t replace) {
@@ -19,7 +54,13 @@ uint32_t zarvAddAttribute(SignerInfoRecord& record, ZarvAttributeKind kind, cons
   return ZARV_OK;
 }
 
-uint32_t zarvBuildAttributes(const ZarvAttributeMap& map, CvelString& out) {
+ZarvAttributeOrder zarvSignedAttributeOrder() {
+  const char* value = std::getenv(kZarvDerOrderVariable);
+  if (value != nullptr && std::strcmp(value, kZarvDerOrderOn) == 0) return ZarvAttributeOrder::kDer;
+  return ZarvAttributeOrder::kDottedType;
+}
+
+uint32_t zarvBuildAttributes(const ZarvAttributeMap& map, ZarvAttributeOrder order, CvelString& out) {
   // Each type is converted once; the nodes borrow these strings until the build is written.
   std::vector<CvelString> types(map.size());
   std::vector<CvelA1Node> attributes;
@@ -34,6 +75,7 @@ uint32_t zarvBuildAttributes(const ZarvAttributeMap& map, CvelString& out) {
           {CvelA1Node::raw(type), CvelA1Node::constructed(kTagSet, {CvelA1Node::raw(value.data(), value.size())})}));
     }
   }
+  if (order == ZarvAttributeOrder::kDer) return writeInDerOrder(attributes, out);
   return CvelA1Node::sequenceOf(std::move(attributes)).encode(out);
 }
 

@@ -22,6 +22,14 @@ using ZarvAttributeMap = std::map<std::string, std::list<ZarvBytes>>;
 
 enum class ZarvAttributeKind { kSigned, kUnsigned };
 
+// The order of the Attributes in a built set: by the dotted text of the type (the map's order, the default),
+// or DER SET OF order (by their encodings), which verifiers that re-encode the set before checking expect.
+enum class ZarvAttributeOrder { kDottedType, kDer };
+
+// The environment variable that selects DER order for the signed attributes, and the one value that does.
+inline constexpr char kZarvDerOrderVariable[] = "KOLVARI_DER_ATTRIBUTE_ORDER";
+inline constexpr char kZarvDerOrderOn[] = "1";
+
 struct SignerInfoRecord {
   std::shared_ptr<CvelP7SignerInfo> signer;
   std::unique_ptr<ZarvAttributeMap> signedAttributes;
@@ -38,9 +46,13 @@ struct SignerInfoRecord {
 uint32_t zarvAddAttribute(SignerInfoRecord& record, ZarvAttributeKind kind, const std::string& oid,
                           const unsigned char* value, size_t length, uint32_t replace);
 
-// The concatenated Attributes of a map, one Attribute per value, in key order: SEQUENCE { OID, SET { value } }.
-// OID text that does not convert ends the build with the converter's result.
-uint32_t zarvBuildAttributes(const ZarvAttributeMap& map, CvelString& out);
+// The order the signed attributes take now: kDer when KOLVARI_DER_ATTRIBUTE_ORDER is "1", else kDottedType.
+// Read on every call, so a host may switch it between signers.
+ZarvAttributeOrder zarvSignedAttributeOrder();
+
+// The concatenated Attributes of a map, one Attribute per value: SEQUENCE { OID, SET { value } }, in key
+// order or in DER order. OID text that does not convert ends the build with the converter's result.
+uint32_t zarvBuildAttributes(const ZarvAttributeMap& map, ZarvAttributeOrder order, CvelString& out);
 
 // The IssuerAndSerialNumber of a parsed certificate: SEQUENCE { issuer Name, serialNumber }.
 uint32_t zarvBuildSignerIdentifier(const CvelCertificate& certificate, CvelString& signerIdentifier);

@@ -170,8 +170,9 @@ uint32_t ZARV_GetDTBS(SignerInfoRecord* h, std::vector<unsigned char>* out) {
       uint32_t r = setContentType(*h, {});
       if (r != ZARV_OK) return r;
     }
+    // The order is fixed here; the SignerInfo encodes these same bytes as its [0] set later.
     CvelString attributes;
-    uint32_t r = zarvBuildAttributes(*map, attributes);
+    uint32_t r = zarvBuildAttributes(*map, zarvSignedAttributeOrder(), attributes);
     if (r != ZARV_OK) return r;
     h->signer->signedAttributes().moveFrom(attributes);
     // What the host signs is the SET form of the attributes.
@@ -208,7 +209,8 @@ uint32_t ZARV_EncodeSignerInfo(SignerInfoRecord* h, std::vector<unsigned char>* 
     if (map == nullptr) return ZARV_E_NO_ATTRIBUTE_TABLE;
     if (!map->empty()) {
       CvelString attributes;
-      uint32_t r = zarvBuildAttributes(*map, attributes);
+      // Unsigned attributes are not covered by the signature and keep the dotted-type order.
+      uint32_t r = zarvBuildAttributes(*map, ZarvAttributeOrder::kDottedType, attributes);
       if (r != ZARV_OK) return r;
       h->signer->unsignedAttributes().moveFrom(attributes);
     }

@@ -3,6 +3,7 @@
 // put together by hand from the Attribute encodings below (lengths in the comments).
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,15 @@ const std::string kSigningTime13 = "301C" "06092A864886F70D010905" "310F" "180D"
 // environment ("host", "1.0"): items 12 + 6 = 18 and 12 + 5 = 17, SEQUENCE 39, SET 41, Attribute 11 + 43 = 54.
 const std::string kEnvironment = "3036" "06092B0601040182F47301" "3129" "3027" "3012" "060A2B0601040182F4730101"
                                  "0C04686F7374" "3011" "060A2B0601040182F4730102" "0C03312E30";
+
+// Sets the attribute-order variable for one test and removes it again.
+class ScopedOrderVariable {
+ public:
+  explicit ScopedOrderVariable(const char* value) { setenv("KOLVARI_DER_ATTRIBUTE_ORDER", value, 1); }
+  ~ScopedOrderVariable() { unsetenv("KOLVARI_DER_ATTRIBUTE_ORDER"); }
+  ScopedOrderVariable(const ScopedOrderVariable&) = delete;
+  ScopedOrderVariable& operator=(const ScopedOrderVariable&) = delete;
+};
 
 class SignerInfoTest : public ::testing::Test {
  protected:
@@ -124,6 +134,47 @@ TEST_F(SignerInfoTest, TheSignerIdentifierIsStoredBeforeTheHashOidIsConverted) {
   // version 3 + identifier 34 + digest algorithm 15 + [0] 77 + signature algorithm 12 + signature 6 = 147.
   EXPECT_EQ(signerInfo(), "308193" "020100" + signerIdentifier + "300D" "0609608648016503040201" "0500" "A04B" +
                               kContentTypeData + messageDigest('1') + "300A" "06082A8648CE3D040302" "0404DEADBEEF");
+}
+
+// The attributes of the DER-order data: two digests added 33 first, so that equal lengths are decided by content.
+void addDerOrderAttributes(SignerInfoRecord* h) {
+  ASSERT_EQ(ZARV_SetSigningTime(h, "20240101120000Z"), ZARV_OK);
+  ASSERT_EQ(ZARV_SetSignerCertificate(h, testutil::readFile(testutil::dataPath("signer/signer-ec.der")),
+                                      Bytes(32, 0x22), kSha256),
+            ZARV_OK);
+  ASSERT_EQ(ZARV_SetSignatureCreationEnvironment(h, "host", "1.0", 0), ZARV_OK);
+  ASSERT_EQ(ZARV_SetDataHash(h, Bytes(32, 0x33), kSha256, 0), ZARV_OK);
+  ASSERT_EQ(ZARV_SetDataHash(h, Bytes(32, 0x11), kSha256, 0), ZARV_OK);
+}
+
+TEST_F(SignerInfoTest, DerOrderOptInSortsTheSignedAttributesByTheirEncodings) {
+  addDerOrderAttributes(h_);
+  const std::string expected = ::testing::TempDir() + "/dtbs_der_order_expected.der";
+  ASSERT_EQ(testutil::run("openssl asn1parse -genconf " + testutil::dataPath("signer/dtbs_signer_ec_der_order.cnf") +
+                          " -out " + expected + " >/dev/null"),
+            0);
+  std::string sorted;
+  {
+    // Read when the data to be signed is built, not when the attributes are added.
+    ScopedOrderVariable order("1");
+    sorted = dtbs();
+  }
+  EXPECT_EQ(sorted, toHex(testutil::readFile(expected)));
+  // The SignerInfo carries the same set as [0] (A0 in place of 31), even once the variable is gone.
+  ASSERT_EQ(ZARV_SetP1Signature(h_, "1.2.840.10045.4.3.2", hex("DE AD BE EF")), ZARV_OK);
+  EXPECT_NE(signerInfo().find("A0" + sorted.substr(2)), std::string::npos);
+}
+
+TEST_F(SignerInfoTest, OnlyTheValueOneSelectsDerOrder) {
+  addDerOrderAttributes(h_);
+  const std::string dotted = dtbs();  // variable unset: dotted-text order, the signing certificate first
+  EXPECT_EQ(dotted.substr(8, 4), "306C");
+  for (const char* value : {"0", "", "yes", "11", " 1"}) {
+    ScopedOrderVariable order(value);
+    EXPECT_EQ(dtbs(), dotted) << "'" << value << "'";
+  }
+  ScopedOrderVariable order("1");
+  EXPECT_NE(dtbs(), dotted);
 }
 
 }  // namespace

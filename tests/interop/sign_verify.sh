@@ -118,4 +118,15 @@ openssl ca -config ca.cnf -gencrl -keyfile ca.key -cert ca.pem -out revoked.crl 
 if openssl cms -verify -binary -crl_check -inform DER -in revoked.der -content content.txt -CAfile ca.pem \
   -out /dev/null 2>/dev/null; then fail "a revoked signer was verified"; fi
 
+# Malformed values of the repeatable options are usage errors (exit 2), before any file is read.
+for bad in "--signer rsa.key" "--signer ,rsa.pem" "--signer rsa.key," "--signed-attr 1.2.3=050" \
+           "--signed-attr =0500" "--signed-attr 1.2.3" "--unsigned-attr 1.2.3=0G" "--unsigned-attr 1.2.3="; do
+  set +e
+  # shellcheck disable=SC2086  # the option and its value are two words
+  "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key rsa.key --cert rsa.pem $bad content.txt >/dev/null 2>&1
+  status=$?
+  set -e
+  [ "$status" -eq 2 ] || fail "kolvari sign $bad: exit status $status, want 2"
+done
+
 echo "verified $checks signer/digest/content combinations, detached and attached"

@@ -1,0 +1,224 @@
+#!/bin/bash
+# The interoperability matrix: signatures made by `kolvari sign` through the plug-in, each case once in the
+# default attribute order and once with --der-order, checked by five independent verifiers (OpenSSL, GnuTLS,
+# NSS, python3 asn1crypto + cryptography, BouncyCastle). Prints one row per signature and one column per
+# verifier, and fails when any cell differs from matrix.expected beside this script.
+#
+# A throw-away PKI is made with the openssl command: an RSA root, RSA / P-256 / P-384 signers under it, a
+# P-256 intermediate with an RSA signer under it, and a CRL from each CA.
+set -euo pipefail
+: "${KOLVARI:?path of the kolvari tool}"
+: "${KOLVARI_PLUGIN:?path of the plug-in}"
+here=$(cd "$(dirname "$0")" && pwd)
+expected="$here/matrix.expected"
+
+# The verifiers come from Debian packages (scripts/deps.sh installs them); without one the matrix is skipped.
+bc_classpath=/usr/share/java/bcprov.jar:/usr/share/java/bcpkix.jar:/usr/share/java/bcutil.jar
+missing=()
+for tool in openssl certtool cmsutil certutil javac java /usr/bin/python3; do
+  command -v "$tool" >/dev/null || missing+=("$tool")
+done
+for jar in ${bc_classpath//:/ }; do [ -f "$jar" ] || missing+=("$jar"); done
+/usr/bin/python3 -c 'import asn1crypto, cryptography' 2>/dev/null || missing+=(python3-asn1crypto)
+if [ ${#missing[@]} -ne 0 ]; then
+  echo "matrix skipped, missing: ${missing[*]} (scripts/deps.sh installs them)"
+  exit 77
+fi
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work"
+
+# ---- the test PKI ----
+cat > x509.cnf <<'EOF'
+[req]
+distinguished_name = dn
+[dn]
+[ca]
+basicConstraints = critical,CA:TRUE
+keyUsage = critical,keyCertSign,cRLSign
+subjectKeyIdentifier = hash
+authorityKeyIdentifier = keyid
+[leaf]
+basicConstraints = critical,CA:FALSE
+keyUsage = critical,digitalSignature,nonRepudiation
+extendedKeyUsage = emailProtection
+subjectKeyIdentifier = hash
+authorityKeyIdentifier = keyid
+EOF
+newkey() {  # newkey NAME rsa|P-256|P-384
+  if [ "$2" = rsa ]; then
+    openssl genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:2048 -out "$1.key" 2>/dev/null
+  else
+    openssl genpkey -algorithm EC -pkeyopt "ec_paramgen_curve:$2" -out "$1.key"
+  fi
+}
+issue() {  # issue NAME KEYTYPE SUBJECT ISSUER SERIAL ca|leaf
+  newkey "$1" "$2"
+  openssl req -new -key "$1.key" -subj "$3" -config x509.cnf -out "$1.csr"
+  openssl x509 -req -in "$1.csr" -CA "$4.pem" -CAkey "$4.key" -set_serial "$5" -days 30 \
+    -extfile x509.cnf -extensions "$6" -out "$1.pem" 2>/dev/null
+}
+crl() {  # crl CA: an empty CRL of that CA as CA.crl
+  mkdir -p "db-$1"
+  : > "db-$1/index.txt"
+  echo 01 > "db-$1/crlnumber"
+  cat > "db-$1/ca.cnf" <<EOF
+[ca]
+default_ca = this
+[this]
+database = $work/db-$1/index.txt
+crlnumber = $work/db-$1/crlnumber
+default_md = sha256
+default_crl_days = 30
+EOF
+  openssl ca -gencrl -config "db-$1/ca.cnf" -keyfile "$1.key" -cert "$1.pem" -out "$1.crl" 2>/dev/null
+}
+newkey root rsa
+openssl req -x509 -new -key root.key -subj "/CN=Kolvari Matrix Root" -days 30 -config x509.cnf -extensions ca \
+  -out root.pem
+issue rsa rsa "/C=DE/O=Kolvari/CN=Matrix RSA Signer" root 0x101 leaf
+issue p256 P-256 "/C=DE/O=Kolvari/CN=Matrix P-256 Signer" root 0x102 leaf
+issue p384 P-384 "/C=DE/O=Kolvari/CN=Matrix P-384 Signer" root 0x103 leaf
+issue sub P-256 "/C=DE/O=Kolvari/CN=Matrix Intermediate CA" root 0x104 ca
+issue chained rsa "/C=DE/O=Kolvari/CN=Matrix Chained Signer" sub 0x201 leaf
+crl root
+crl sub
+printf 'Kolvari interoperability matrix\nsecond line, and a byte of every kind: \001\377\n' > doc.txt
+
+# ---- the cases: name, then the options of kolvari sign (the file and --out are added) ----
+# Extra attributes: a private-arc signed attribute holding a UTF8String, and an unsigned one holding an
+# OCTET STRING; the signed one sorts last by its type's text but in the middle by its encoding.
+signed_attr=1.3.6.1.4.1.47731.2=0C106D617472697820617474726962757465
+unsigned_attr=1.3.6.1.4.1.47731.3=04080102030405060708
+cases=(
+  "rsa-sha256-detached|--key rsa.key --cert rsa.pem --digest sha256"
+  "rsa-sha384-attached|--key rsa.key --cert rsa.pem --digest sha384 --attached"
+  "rsa-sha512-detached|--key rsa.key --cert rsa.pem --digest sha512"
+  "p256-sha256-attached|--key p256.key --cert p256.pem --digest sha256 --attached"
+  "p256-sha384-detached|--key p256.key --cert p256.pem --digest sha384"
+  "p384-sha384-attached|--key p384.key --cert p384.pem --digest sha384 --attached"
+  "p384-sha512-detached|--key p384.key --cert p384.pem --digest sha512"
+  "two-signers-rsa-p256|--key rsa.key --cert rsa.pem --signer p256.key,p256.pem --digest sha256"
+  "two-signers-p384-rsa-attached|--key p384.key --cert p384.pem --signer rsa.key,rsa.pem --digest sha512 --attached"
+  "chain|--key chained.key --cert chained.pem --chain sub.pem --digest sha256"
+  "chain-crls-attached|--key chained.key --cert chained.pem --chain sub.pem --crl root.crl --crl sub.crl --digest sha384 --attached"
+  "crl-p256|--key p256.key --cert p256.pem --crl root.crl --digest sha256"
+  "signed-attr-rsa|--key rsa.key --cert rsa.pem --signed-attr $signed_attr --digest sha256"
+  "unsigned-attr-p384|--key p384.key --cert p384.pem --unsigned-attr $unsigned_attr --digest sha384 --attached"
+  "everything|--key chained.key --cert chained.pem --chain sub.pem --signer p256.key,p256.pem --crl root.crl --crl sub.crl --signed-attr $signed_attr --unsigned-attr $unsigned_attr --digest sha512"
+)
+
+rows=()       # "case order"
+files=()      # signature file of each row
+contents=()   # content file, or - when attached
+for entry in "${cases[@]}"; do
+  name=${entry%%|*}
+  read -r -a options <<< "${entry#*|}"
+  for order in dotted der; do
+    file="$name.$order.p7s"
+    extra=()
+    [ "$order" = der ] && extra=(--der-order)
+    "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" "${options[@]}" "${extra[@]}" --out "$file" doc.txt
+    rows+=("$name $order")
+    files+=("$file")
+    case " ${options[*]} " in *" --attached "*) contents+=(-) ;; *) contents+=(doc.txt) ;; esac
+  done
+done
+
+# Two controls that every verifier must reject: the content changed after signing, and one bit of a
+# signature value flipped (the last octet of a detached signature without unsigned attributes).
+printf 'not what was signed\n' > other.txt
+rows+=("control-other-content der")
+files+=(rsa-sha256-detached.der.p7s)
+contents+=(other.txt)
+cp rsa-sha256-detached.der.p7s control-bad-signature.p7s
+size=$(stat -c %s control-bad-signature.p7s)
+last=$(tail -c 1 control-bad-signature.p7s | od -An -tu1 | tr -d ' ')
+printf "\\$(printf '%03o' $((last ^ 1)))" | dd of=control-bad-signature.p7s bs=1 seek=$((size - 1)) conv=notrunc \
+  status=none
+rows+=("control-bad-signature der")
+files+=(control-bad-signature.p7s)
+contents+=(doc.txt)
+
+# ---- the verifiers: each succeeds when it accepts a signature, and prints why when it does not ----
+verify_openssl() {  # FILE CONTENT
+  local content=() out
+  [ "$2" = - ] || content=(-content "$2")
+  out=$(openssl cms -verify -binary -inform DER -in "$1" "${content[@]}" -CAfile root.pem -out /dev/null 2>&1) && return
+  echo "$out" | grep -m1 -i 'error\|fail'
+  return 1
+}
+verify_gnutls() {
+  local content=() out
+  [ "$2" = - ] || content=(--load-data "$2")
+  out=$(certtool --p7-verify --inder --infile "$1" "${content[@]}" --load-ca-certificate root.pem 2>&1) && return
+  echo "$out" | grep -m1 'Signature status\|error' | sed 's/^[[:space:]]*//'
+  return 1
+}
+mkdir nssdb
+certutil -N -d sql:nssdb --empty-password
+certutil -A -d sql:nssdb -n matrix-root -t C,C,C -i root.pem
+verify_nss() {
+  # cmsutil exits 0 even for a bad signature; the verdict is in the header line of each signer
+  # ("signer0.status=GoodSignature"), which -h 1 prints to the output.
+  local content=() out
+  [ "$2" = - ] || content=(-c "$2")
+  out=$(cmsutil -D -n -h 1 -i "$1" "${content[@]}" -d sql:nssdb 2>&1) || { echo "$out" | head -1; return 1; }
+  grep -q 'status=' <<< "$out" || { echo "no signer status"; return 1; }
+  grep -o 'status=[A-Za-z]*' <<< "$out" | grep -v 'status=GoodSignature$' && return 1
+  return 0
+}
+
+declare -A cell
+: > why.txt
+for i in "${!files[@]}"; do
+  for v in openssl gnutls nss; do
+    if reason=$("verify_$v" "${files[$i]}" "${contents[$i]}"); then
+      cell[$i,$v]=accepted
+    else
+      cell[$i,$v]=rejected
+      echo "  $v on ${rows[$i]}: ${reason:-rejected}" >> why.txt
+    fi
+  done
+done
+# asn1crypto and BouncyCastle each take every signature in one process.
+batch=()
+for i in "${!files[@]}"; do batch+=("${files[$i]}" "${contents[$i]}"); done
+/usr/bin/python3 "$here/matrix_check.py" root.pem "${batch[@]}" > python.out
+mkdir classes
+javac -nowarn -d classes -cp "$bc_classpath" "$here/MatrixVerify.java"
+java -cp "classes:$bc_classpath" MatrixVerify "${batch[@]}" > java.out
+verdicts() {  # OUTFILE COLUMN: one line per signature, in row order
+  local i=0 path verdict
+  while IFS=$'\t' read -r path verdict; do
+    cell[$i,$2]=${verdict%%:*}
+    [ "${verdict%%:*}" = accepted ] || echo "  $2 on ${rows[$i]}: $verdict" >> why.txt
+    i=$((i + 1))
+  done < "$1"
+}
+verdicts python.out asn1crypto
+verdicts java.out bouncycastle
+
+# ---- the table ----
+columns=(openssl gnutls nss asn1crypto bouncycastle)
+{
+  printf '%-31s %-7s' case order
+  printf ' %-12s' "${columns[@]}"
+  printf '\n'
+  for i in "${!files[@]}"; do
+    printf '%-31s %-7s' ${rows[$i]}
+    for v in "${columns[@]}"; do printf ' %-12s' "${cell[$i,$v]:-missing}"; done
+    printf '\n'
+  done
+} | sed 's/ *$//' > table.txt
+cat table.txt
+if [ -s why.txt ]; then
+  echo "reasons given:"
+  cat why.txt
+fi
+if ! diff -u "$expected" table.txt; then
+  echo "FAIL: the matrix differs from $expected (- expected, + measured)"
+  exit 1
+fi
+echo "matrix as expected: ${#files[@]} signatures, ${#columns[@]} verifiers"
