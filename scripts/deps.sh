@@ -5,6 +5,7 @@ set -euo pipefail
 
 packages=(cmake make g++ libgtest-dev libbenchmark-dev libssl-dev openssl clang python3
           python3-cryptography ca-certificates git zip ghostscript)
+packages+=(g++-multilib)  # the 32-bit build of scripts/test.sh
 
 missing=()
 for p in "${packages[@]}"; do
