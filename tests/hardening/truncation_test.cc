@@ -544,6 +544,35 @@ std::vector<size_t> cutLengths(const Bytes& b, const std::vector<Tlv>& elements)
   return {cuts.begin(), cuts.end()};
 }
 
+bool indefinite(const Bytes& b, const Tlv& e) { return e.lengthSize == 1 && b[e.lengthAt] == 0x80; }
+
+// The image with the content of element k cut to keep octets, the lengths of k and of every element around it
+// lowered to match, each written in as many octets as before: the outer elements stay whole and the decoders
+// meet the short element deep inside.
+Bytes cutInside(const Bytes& b, const std::vector<Tlv>& all, size_t k, size_t keep) {
+  const Tlv& e = all[k];
+  const size_t removed = (e.end - e.contentAt) - keep;
+  Bytes out(b);
+  const auto rewrite = [&out](const Tlv& t, size_t length) {
+    if (t.lengthSize == 1) {
+      out[t.lengthAt] = static_cast<uint8_t>(length);
+      return;
+    }
+    for (size_t i = 0; i + 1 < t.lengthSize; ++i) {
+      out[t.lengthAt + t.lengthSize - 1 - i] = static_cast<uint8_t>(length >> (8 * i));
+    }
+  };
+  rewrite(e, keep);
+  for (const Tlv& around : all) {
+    if (around.start < e.start && around.end >= e.end && !indefinite(b, around)) {
+      rewrite(around, around.end - around.contentAt - removed);
+    }
+  }
+  out.erase(out.begin() + static_cast<std::ptrdiff_t>(e.contentAt + keep),
+            out.begin() + static_cast<std::ptrdiff_t>(e.end));
+  return out;
+}
+
 const std::vector<Bytes> kHostileLengths = {{0x80}, {0x84, 0xFF, 0xFF, 0xFF, 0xFF}, {0x85}};
 
 struct Sweep {
@@ -655,6 +684,32 @@ TEST_P(TruncationSweep, HostileLengthOctetsReturnADocumentedCode) {
         damaged.insert(damaged.end(), b.begin() + static_cast<std::ptrdiff_t>(e.lengthAt + e.lengthSize), b.end());
         sweep.run(damaged.data(), damaged.size(),
                   "length at " + std::to_string(e.lengthAt) + " set to " + testutil::toHex(length));
+      }
+    }
+    cases += sweep.cases;
+    for (const std::string& fault : sweep.faults) ADD_FAILURE() << fault;
+  }
+  RecordProperty("cases", static_cast<int>(cases));
+}
+
+TEST_P(TruncationSweep, ElementsCutInsideWholeOuterElementsReturnADocumentedCode) {
+  size_t cases = 0;
+  for (const Sample& sample : familySamples()) {
+    if (sample.encoding == Encoding::kText) continue;
+    const Bytes b = loadSample(sample);
+    ASSERT_FALSE(b.empty()) << labelOf(sample);
+    const std::vector<Tlv> elements = elementsOf(b);
+    Sweep sweep{sample.kinds, labelOf(sample), {}, 0};
+    const size_t most = b.size() <= kEveryLengthUpTo ? kMaxMutatedElements : kMaxMutatedElementsOfLarge;
+    for (size_t k : spread(elements.size(), most)) {
+      const Tlv& e = elements[k];
+      const size_t length = e.end - e.contentAt;
+      if (indefinite(b, e) || length == 0) continue;
+      for (size_t keep : std::set<size_t>{0, 1, length / 2, length - 1}) {
+        if (keep >= length) continue;
+        const Bytes damaged = cutInside(b, elements, k, keep);
+        sweep.run(damaged.data(), damaged.size(),
+                  "element at " + std::to_string(e.start) + " cut to " + std::to_string(keep) + " octets");
       }
     }
     cases += sweep.cases;
