@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <ostream>
 #include <set>
 #include <string>
 #include <vector>
@@ -641,6 +642,8 @@ struct Family {
   const char* name;
   uint32_t kinds;
 };
+
+void PrintTo(const Family& family, std::ostream* os) { *os << family.name; }
 
 class TruncationSweep : public ::testing::TestWithParam<Family> {
  protected:
