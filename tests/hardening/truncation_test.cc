@@ -7,7 +7,6 @@
 // library's cursors; it also looks inside OCTET STRING and BIT STRING contents that hold DER.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <memory>
