@@ -43,6 +43,8 @@ inline constexpr uint32_t ZARV_E_NOT_STORED = 0xE100FFFFu;        // item not st
 // defaults the version to 1 first, so an empty container encodes.
 inline constexpr uint32_t ZARV_E_INCOMPLETE = 0xE100FFF2u;
 inline constexpr uint32_t ZARV_E_NO_ATTRIBUTE_TABLE = 0xE100FFF9u;  // no attribute table for this kind
+// A 32-bit host and a 64-bit host see the same codes.
+static_assert(sizeof(ZARV_OK) == 4, "result codes are unsigned 32-bit");
 
 // The provider's name and its one encoder.
 inline constexpr const char* ZARV_PROVIDER_NAME = "Kolvari PKCS7 Signature Encoder";

@@ -64,6 +64,12 @@ class CvelA1Context {
   uint32_t contentLength_ = 0;
   bool moreFollows_ = false;
   bool lenient_ = false;
+
+  // Offsets, lengths and tags are 32-bit on every target: a length needing more than four octets is refused
+  // in both builds alike.
+  static_assert(sizeof(start_) == 4 && sizeof(position_) == 4 && sizeof(limit_) == 4 && sizeof(tag_) == 4 &&
+                    sizeof(headerLength_) == 4 && sizeof(contentOffset_) == 4 && sizeof(contentLength_) == 4,
+                "cursor fields are 32-bit");
 };
 
 #endif  // KOLVARI_ASN1_CVEL_A1_CONTEXT_H

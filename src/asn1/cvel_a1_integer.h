@@ -52,6 +52,9 @@ class CvelA1Integer {
 
   CvelString bytes_;
   uint32_t value_ = 0;
+
+  // Values of up to four content octets are held in value_ on every target; longer ones in bytes_.
+  static_assert(sizeof(value_) == 4, "the held value is unsigned 32-bit");
 };
 
 #endif  // KOLVARI_ASN1_CVEL_A1_INTEGER_H

@@ -25,4 +25,9 @@ inline constexpr CvelResult kCvelAppendedInPlace = 0xFFFFFFFFu;
 // Several callers treat any value that is positive as a signed number as success.
 inline constexpr bool cvelSucceeded(CvelResult r) { return static_cast<int32_t>(r) > 0; }
 
+// Codes are unsigned 32-bit on every target; read as signed, success is positive and failures negative.
+static_assert(sizeof(CvelResult) == 4 && static_cast<CvelResult>(-1) > 0, "result codes are unsigned 32-bit");
+static_assert(cvelSucceeded(kCvelOk) && !cvelSucceeded(kCvelErrMalformed) && !cvelSucceeded(kCvelAppendedInPlace),
+              "success reads positive, failures negative");
+
 #endif  // KOLVARI_ASN1_CVEL_RESULT_H

@@ -91,6 +91,9 @@ class CvelString {
   uint32_t length_ = 0;
   unsigned char* data_ = nullptr;
   uint32_t capacity_ = 0;
+
+  // Length and capacity are 32-bit on every target, so that the view marker is the same value everywhere.
+  static_assert(sizeof(length_) == 4 && sizeof(capacity_) == 4, "string length and capacity are 32-bit");
 };
 
 #endif  // KOLVARI_ASN1_CVEL_STRING_H

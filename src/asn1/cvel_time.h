@@ -62,6 +62,9 @@ class CvelTime : public CvelNonCopyObject {
   int32_t year_ = 0;
   int32_t extra_[5] = {0, 0, 0, 0, 0};
   int32_t state_ = kNeverSet;
+
+  static_assert(sizeof(year_) == 4 && sizeof(extra_) == 5 * 4 && sizeof(state_) == 4,
+                "time fields are signed 32-bit");
 };
 
 // The system clock as UTC text: with bit 0 of form set YYMMDDhhmmssZ (13 bytes), else YYYYMMDDhhmmssZ (15).

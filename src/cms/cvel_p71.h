@@ -73,6 +73,7 @@ class CvelP71 : public CvelNonCopyObject {
   CvelString content_;
   int32_t contentLength_ = -1;
   int32_t contentPosition_ = -1;
+  static_assert(sizeof(contentLength_) == 4 && sizeof(contentPosition_) == 4, "content length and position are 32-bit");
 };
 
 #endif  // KOLVARI_CMS_CVEL_P71_H
