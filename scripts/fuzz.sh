@@ -68,8 +68,8 @@ run_target() {
        -artifact_prefix="$root/fuzz/crashes/$t/" "$work/$t" > "$work/$t.log" 2>&1; then
     result="finding saved in fuzz/crashes/$t/"
   fi
-  # Only inputs that add coverage to the seeds are kept.
-  "$build/bin/$t" -merge=1 "$root/fuzz/corpus/$t" "$work/$t" > "$work/$t.merge.log" 2>&1 || true
+  # Only inputs that reach code the seeds do not are kept (edges, not hit counts, so the seeds stay few).
+  "$build/bin/$t" -merge=1 -use_counters=0 "$root/fuzz/corpus/$t" "$work/$t" > "$work/$t.merge.log" 2>&1 || true
   local executions coverage
   executions=$(grep -oE 'stat::number_of_executed_units: [0-9]+' "$work/$t.log" | grep -oE '[0-9]+$' || echo 0)
   coverage=$(grep -oE 'cov: [0-9]+' "$work/$t.log" | tail -1 | grep -oE '[0-9]+' || echo 0)
