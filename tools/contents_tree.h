@@ -1,7 +1,7 @@
 // A small value tree that `kolvari inspect` fills once and prints either as an indented text tree or as JSON,
 // so that both forms always carry the same fields.
-#ifndef KOLVARI_TOOLS_INSPECT_TREE_H
-#define KOLVARI_TOOLS_INSPECT_TREE_H
+#ifndef KOLVARI_TOOLS_CONTENTS_TREE_H
+#define KOLVARI_TOOLS_CONTENTS_TREE_H
 
 #include <cstdint>
 #include <string>
@@ -37,4 +37,4 @@ class InspectValue {
   std::string scalarText(bool json) const;
 };
 
-#endif  // KOLVARI_TOOLS_INSPECT_TREE_H
+#endif  // KOLVARI_TOOLS_CONTENTS_TREE_H

@@ -18,7 +18,7 @@
 #include "cms/cvel_tsp_response.h"
 #include "cms/cvel_tst_info.h"
 #include "commands.h"
-#include "inspect_tree.h"
+#include "contents_tree.h"
 #include "x509/cvel_certificate.h"
 #include "x509/cvel_crl.h"
 #include "x509/cvel_ocsp_response.h"

@@ -1,4 +1,4 @@
-#include "inspect_tree.h"
+#include "contents_tree.h"
 
 #include <cstdio>
 
