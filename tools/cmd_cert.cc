@@ -180,17 +180,7 @@ void printCertificate(const CvelCertificate& certificate, bool json) {
 int runCert(const Arguments& args) {
   std::string path;
   bool json = false;
-  for (const std::string& a : args) {
-    if (a == "--json") {
-      json = true;
-    } else if (path.empty() && !a.empty() && a[0] != '-') {
-      path = a;
-    } else {
-      path.clear();
-      break;
-    }
-  }
-  if (path.empty()) {
+  if (!parseFileAndJson(args, path, json)) {
     std::fprintf(stderr, "usage: kolvari cert FILE [--json]\n");
     return kExitUsage;
   }

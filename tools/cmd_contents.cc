@@ -499,17 +499,7 @@ std::string render(const V& v, bool json) {
 int runInspect(const Arguments& args) {
   std::string path;
   bool json = false;
-  for (const std::string& a : args) {
-    if (a == "--json") {
-      json = true;
-    } else if (path.empty() && !a.empty() && a[0] != '-') {
-      path = a;
-    } else {
-      path.clear();
-      break;
-    }
-  }
-  if (path.empty()) {
+  if (!parseFileAndJson(args, path, json)) {
     std::fprintf(stderr, "usage: kolvari inspect FILE [--json]\n");
     return kExitUsage;
   }

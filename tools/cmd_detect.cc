@@ -11,23 +11,6 @@
 
 namespace {
 
-std::string jsonString(const std::string& text) {
-  std::string out = "\"";
-  for (unsigned char c : text) {
-    if (c == '"' || c == '\\') {
-      out.push_back('\\');
-      out.push_back(static_cast<char>(c));
-    } else if (c < 0x20) {
-      char escaped[8];
-      std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
-      out += escaped;
-    } else {
-      out.push_back(static_cast<char>(c));
-    }
-  }
-  return out + "\"";
-}
-
 // The content type of one file; false (after a message) when it cannot be read.
 bool detectFile(const std::string& path, uint32_t& type) {
   CvelDataStream stream;
@@ -69,7 +52,7 @@ int runDetect(const Arguments& args) {
     }
     if (json) {
       std::printf("%s\n  {\"file\": %s, \"code\": %" PRIu32 ", \"name\": \"%s\"}", first ? "" : ",",
-                  jsonString(path).c_str(), type, cvelContentTypeName(type));
+                  jsonQuoted(path, true).c_str(), type, cvelContentTypeName(type));
     } else {
       std::printf("0x%08" PRIX32 " %-32s %s\n", type, cvelContentTypeName(type), path.c_str());
     }

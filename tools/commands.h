@@ -32,4 +32,11 @@ void printCertificate(const CvelCertificate& certificate, bool json);
 // Reads a whole file; false when it cannot be read.
 bool readWholeFile(const std::string& path, std::vector<unsigned char>& out);
 
+// "FILE [--json]" in either order: the one file and whether --json was given; false for anything else.
+bool parseFileAndJson(const Arguments& args, std::string& path, bool& json);
+
+// text as a JSON string literal. Control bytes are escaped as \u00XX; so are bytes from 0x7F up unless
+// keepHighBytes (file names, passed through as the system gives them; decoded values need not be UTF-8).
+std::string jsonQuoted(const std::string& text, bool keepHighBytes);
+
 #endif  // KOLVARI_TOOLS_COMMANDS_H

@@ -2,24 +2,9 @@
 
 #include <cstdio>
 
-namespace {
+#include "commands.h"
 
-std::string jsonQuoted(const std::string& text) {
-  std::string out = "\"";
-  for (unsigned char c : text) {
-    if (c == '"' || c == '\\') {
-      out.push_back('\\');
-      out.push_back(static_cast<char>(c));
-    } else if (c < 0x20 || c >= 0x7F) {
-      char escaped[8];
-      std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
-      out += escaped;
-    } else {
-      out.push_back(static_cast<char>(c));
-    }
-  }
-  return out + "\"";
-}
+namespace {
 
 void pad(std::string& out, int indent) { out.append(static_cast<size_t>(indent) * 2, ' '); }
 
@@ -70,7 +55,7 @@ InspectValue& InspectValue::push(InspectValue value) {
 
 std::string InspectValue::scalarText(bool json) const {
   switch (kind_) {
-    case kText: return json ? jsonQuoted(text_) : text_;
+    case kText: return json ? jsonQuoted(text_, false) : text_;
     case kNumber: return std::to_string(number_);
     case kBool: return number_ != 0 ? "true" : "false";
     default: return json ? "null" : "-";
@@ -88,7 +73,7 @@ void InspectValue::printJson(std::string& out, int indent) const {
   for (size_t i = 0; i < count; ++i) {
     out += i == 0 ? "\n" : ",\n";
     pad(out, indent + 1);
-    if (isObject) out += jsonQuoted(members_[i].first) + ": ";
+    if (isObject) out += jsonQuoted(members_[i].first, false) + ": ";
     (isObject ? members_[i].second : items_[i]).printJson(out, indent + 1);
   }
   if (count != 0) {

@@ -148,6 +148,41 @@ bool readWholeFile(const std::string& path, std::vector<unsigned char>& out) {
   return !in.bad();
 }
 
+bool parseFileAndJson(const Arguments& args, std::string& path, bool& json) {
+  path.clear();
+  json = false;
+  for (const std::string& a : args) {
+    if (a == "--json") {
+      json = true;
+    } else if (path.empty() && !a.empty() && a[0] != '-') {
+      path = a;
+    } else {
+      path.clear();
+      return false;
+    }
+  }
+  return !path.empty();
+}
+
+std::string jsonQuoted(const std::string& text, bool keepHighBytes) {
+  constexpr unsigned char kFirstPrintable = 0x20;
+  constexpr unsigned char kDelete = 0x7F;
+  std::string out = "\"";
+  for (unsigned char c : text) {
+    if (c == '"' || c == '\\') {
+      out.push_back('\\');
+      out.push_back(static_cast<char>(c));
+    } else if (c < kFirstPrintable || (c >= kDelete && !keepHighBytes)) {
+      char escaped[8];
+      std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
+      out += escaped;
+    } else {
+      out.push_back(static_cast<char>(c));
+    }
+  }
+  return out + "\"";
+}
+
 int main(int argc, char** argv) {
   if (argc < 2 || std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0) {
     printUsage(argc < 2 ? stderr : stdout);
