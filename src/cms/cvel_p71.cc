@@ -49,23 +49,13 @@ CvelResult CvelP71::setContent(const void* bytes, uint32_t n) {
 }
 
 CvelResult CvelP71::encode(CvelString& out, bool detached) const {
-  const uint64_t typeLength = contentType_.length();
-  if (contentMode_ == kNoContent || detached) {
-    const uint64_t total = cvelTlvSize(typeLength);
-    if (total > kMaxImage) return kCvelErrNoMemory;
-    CvelResult r = out.allocate(static_cast<uint32_t>(total));
-    if (r != kCvelOk) return r;
-    CvelA1Writer w(out);
-    w.header(kTagSequence, typeLength);
-    w.bytes(contentType_);
-    return w.complete() ? kCvelOk : kCvelErrMalformed;
-  }
-  if (contentMode_ != kContentInMemory) return kNotDone;  // content left in the input cannot be embedded
+  const bool withContent = contentMode_ != kNoContent && !detached;
+  // Content left in the input (large-content mode) cannot be embedded.
+  if (withContent && contentMode_ != kContentInMemory) return kNotDone;
 
-  const uint8_t innerTag = (contentKind_ & kContentKindSequence) ? kTagSequence : kTagOctetString;
-  const uint64_t innerLength = cvelTlvSize(content_.length());
-  const uint64_t explicitLength = cvelTlvSize(innerLength);
-  const uint64_t sequenceLength = typeLength + explicitLength;
+  const uint64_t typeLength = contentType_.length();
+  const uint64_t innerLength = withContent ? cvelTlvSize(content_.length()) : 0;
+  const uint64_t sequenceLength = typeLength + (withContent ? cvelTlvSize(innerLength) : 0);
   const uint64_t total = cvelTlvSize(sequenceLength);
   if (total > kMaxImage) return kCvelErrNoMemory;
   CvelResult r = out.allocate(static_cast<uint32_t>(total));
@@ -73,9 +63,12 @@ CvelResult CvelP71::encode(CvelString& out, bool detached) const {
   CvelA1Writer w(out);
   w.header(kTagSequence, sequenceLength);
   w.bytes(contentType_);
-  w.header(kTagContext0, innerLength);
-  w.header(innerTag, content_.length());
-  w.bytes(content_);
+  if (withContent) {
+    const uint8_t innerTag = (contentKind_ & kContentKindSequence) ? kTagSequence : kTagOctetString;
+    w.header(kTagContext0, innerLength);
+    w.header(innerTag, content_.length());
+    w.bytes(content_);
+  }
   return w.complete() ? kCvelOk : kCvelErrMalformed;
 }
 
