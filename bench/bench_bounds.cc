@@ -65,30 +65,40 @@ Bytes deepNesting() {
   return out;
 }
 
-// ContentInfo { signedData, [0] { SEQUENCE { 1, SET {}, SEQUENCE { data }, [0] { 30 00 x 100,000 }, SET {} } } }
+// ContentInfo { signedData, [0] { SEQUENCE { 1, SET {}, SEQUENCE { data }, certificates, SET {} } } } around a
+// complete certificates element.
+Bytes signedDataAround(const Bytes& certificates) {
+  const Bytes before = {0x02, 0x01, 0x01, 0x31, 0x00, 0x30, 0x0B, 0x06, 0x09, 0x2A,
+                        0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x07, 0x01};  // version, digests, content info
+  const Bytes after = {0x31, 0x00};                                     // signer infos
+  const Bytes oid = {0x06, 0x09, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x07, 0x02};
+  const uint64_t fields = before.size() + certificates.size() + after.size();
+  const uint64_t explicitLength = headerSize(fields) + fields;
+  Bytes out;
+  putHeader(out, 0x30, oid.size() + headerSize(explicitLength) + explicitLength);
+  out.insert(out.end(), oid.begin(), oid.end());
+  putHeader(out, 0xA0, explicitLength);
+  putHeader(out, 0x30, fields);
+  out.insert(out.end(), before.begin(), before.end());
+  out.insert(out.end(), certificates.begin(), certificates.end());
+  out.insert(out.end(), after.begin(), after.end());
+  return out;
+}
+
+// The certificate list of 100,000 elements 30 00.
 Bytes manyCertificates() {
-  const Bytes version = {0x02, 0x01, 0x01};
-  const Bytes digests = {0x31, 0x00};
-  const Bytes content = {0x30, 0x0B, 0x06, 0x09, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x07, 0x01};
-  const Bytes signers = {0x31, 0x00};
   Bytes certificates;
   putHeader(certificates, 0xA0, 2u * kTinyElements);
   for (uint32_t k = 0; k < kTinyElements; ++k) certificates.insert(certificates.end(), {0x30, 0x00});
-  Bytes fields;
-  for (const Bytes* part : std::initializer_list<const Bytes*>{&version, &digests, &content, &certificates, &signers})
-    fields.insert(fields.end(), part->begin(), part->end());
-  Bytes signedData;
-  putHeader(signedData, 0x30, fields.size());
-  signedData.insert(signedData.end(), fields.begin(), fields.end());
-  const Bytes oid = {0x06, 0x09, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x07, 0x02};
-  Bytes explicitContent;
-  putHeader(explicitContent, 0xA0, signedData.size());
-  explicitContent.insert(explicitContent.end(), signedData.begin(), signedData.end());
-  Bytes out;
-  putHeader(out, 0x30, oid.size() + explicitContent.size());
-  out.insert(out.end(), oid.begin(), oid.end());
-  out.insert(out.end(), explicitContent.begin(), explicitContent.end());
-  return out;
+  return signedDataAround(certificates);
+}
+
+// The certificate list of a signedData holding count copies of one certificate.
+Bytes certificateList(const Bytes& certificate, uint32_t count) {
+  Bytes list;
+  putHeader(list, 0xA0, static_cast<uint64_t>(certificate.size()) * count);
+  for (uint32_t k = 0; k < count; ++k) list.insert(list.end(), certificate.begin(), certificate.end());
+  return signedDataAround(list);
 }
 
 // Where an element's content lies: [contentAt, end).
@@ -111,32 +121,6 @@ bool readSpan(const Bytes& b, size_t at, Span& s) {
   return true;
 }
 
-// The certificate list of a signedData holding count copies of one certificate.
-Bytes certificateList(const Bytes& certificate, uint32_t count) {
-  Bytes out = manyCertificates();
-  Bytes list;
-  putHeader(list, 0xA0, static_cast<uint64_t>(certificate.size()) * count);
-  for (uint32_t k = 0; k < count; ++k) list.insert(list.end(), certificate.begin(), certificate.end());
-  // Rebuilt around the new list: the tiny elements' signedData gives the other fields.
-  const Bytes version = {0x02, 0x01, 0x01};
-  const Bytes rest = {0x31, 0x00, 0x30, 0x0B, 0x06, 0x09, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x07, 0x01};
-  Bytes fields = version;
-  fields.insert(fields.end(), rest.begin(), rest.end());
-  fields.insert(fields.end(), list.begin(), list.end());
-  fields.insert(fields.end(), {0x31, 0x00});
-  Bytes signedData;
-  putHeader(signedData, 0x30, fields.size());
-  signedData.insert(signedData.end(), fields.begin(), fields.end());
-  const Bytes oid = {0x06, 0x09, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x07, 0x02};
-  Bytes explicitContent;
-  putHeader(explicitContent, 0xA0, signedData.size());
-  explicitContent.insert(explicitContent.end(), signedData.begin(), signedData.end());
-  out.clear();
-  putHeader(out, 0x30, oid.size() + explicitContent.size());
-  out.insert(out.end(), oid.begin(), oid.end());
-  out.insert(out.end(), explicitContent.begin(), explicitContent.end());
-  return out;
-}
 
 // RevocationValues { crlVals [0] { crl } }.
 Bytes revocationValuesOf(const Bytes& crl) {
