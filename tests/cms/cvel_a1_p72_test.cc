@@ -1,6 +1,6 @@
-// The signedData object: real messages of other software decode with the counts openssl reports and, where
-// they are DER without CRLs, encode back to their own bytes; the lenient and failing shapes; CRLs that are
-// read but not written; large content left in a file; the size query that stops the process.
+// The signedData object: real DER messages of other software encode back to their own bytes (their counts are
+// held against openssl by tests/interop/contents.sh); the lenient and failing shapes; CRLs that are read but
+// not written; the size query that stops the process. Large content left in the input: see cvel_p71_test.
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -28,31 +28,16 @@ CvelResult decodeBytes(const Bytes& bytes, CvelA1P72& p72) {
   return p72.decode(in, cursor);
 }
 
-TEST(CvelA1P72, MessagesOfOtherSoftwareDecodeWithTheirCounts) {
-  // Counts as `openssl pkcs7 -print_certs` and `openssl cms -cmsout -print` show them; roundTrip where the
-  // file is DER without CRLs, so that our encoding must give its very bytes.
-  struct Row {
-    const char* file;
-    uint32_t certificates;
-    bool attached, roundTrip;
-  };
-  const Row rows[] = {
-      {"asn1crypto/cms-signed.der", 1, true, true},
-      {"asn1crypto/cms-signed-indefinite-length.der", 1, true, false},
-      {"asn1crypto/pkcs7-signed.der", 1, true, true},
-      {"asn1crypto/smime-signature-generated-by-thunderbird.p7s", 1, false, false},
-      {"asn1crypto/mozilla-generated-by-openssl.pkcs7.der", 2, false, true},
-  };
-  for (const Row& row : rows) {
-    const Bytes file = testutil::readFile(testutil::dataPath(row.file));
+TEST(CvelA1P72, DerMessagesOfOtherSoftwareEncodeBackToTheirBytes) {
+  // DER without CRLs, so our encoding must give their very bytes.
+  for (const char* name : {"asn1crypto/cms-signed.der", "asn1crypto/pkcs7-signed.der",
+                           "asn1crypto/mozilla-generated-by-openssl.pkcs7.der"}) {
+    const Bytes file = testutil::readFile(testutil::dataPath(name));
     CvelA1P72 p72;
-    ASSERT_EQ(decodeBytes(file, p72), kCvelOk) << row.file;
-    EXPECT_EQ(p72.version().value(), 1u) << row.file;
-    EXPECT_EQ(p72.certificates().size(), row.certificates) << row.file;
-    EXPECT_EQ(p72.signerInfos().size(), 1u) << row.file;
-    EXPECT_EQ(p72.contentInfo().detachedMarker(), !row.attached) << row.file;
-    CvelString out;  // (too long to print)
-    EXPECT_TRUE(!row.roundTrip || (p72.encode(out, false) == kCvelOk && toHex(out) == toHex(file))) << row.file;
+    CvelString out;
+    ASSERT_EQ(decodeBytes(file, p72), kCvelOk) << name;
+    ASSERT_EQ(p72.encode(out, false), kCvelOk) << name;
+    EXPECT_EQ(toHex(out), toHex(file)) << name;
   }
 }
 
@@ -78,12 +63,7 @@ TEST(CvelA1P72, WrongTagsStopQuietlyAndBrokenMembersFail) {
     return testutil::tlv("30", "06092A864886F70D010702" + testutil::tlv("A0", inner));
   };
   const std::string detached = "300B06092A864886F70D010701";
-  struct Row {
-    const char* name;
-    std::string hex;
-    CvelResult result;
-    uint32_t digestLength;
-  };
+  struct Row { const char* name; std::string hex; CvelResult result; uint32_t digestLength; };
   const Row rows[] = {
       {"nothing to read", "", CvelA1P72::kUnreadable, 0},
       {"not a SEQUENCE", "0403616263", kCvelOk, 0},
@@ -121,35 +101,6 @@ TEST(CvelA1P72, CrlsAreReadButNotWrittenBack) {
   CvelString out;
   ASSERT_EQ(p72.encode(out, false), kCvelOk);
   EXPECT_EQ(toHex(out), toHex(testutil::readFile(dir + "/without.p7")));
-}
-
-TEST(CvelA1P72, LargeAttachedContentStaysInTheFile) {
-  const std::string dir = ::testing::TempDir();
-  const std::string data = dir + "/large.bin";
-  const std::string signedFile = dir + "/large.p7";
-  ASSERT_EQ(testutil::run("head -c 2000000 /dev/urandom > " + data + " && openssl req -x509 -newkey ec -pkeyopt "
-                          "ec_paramgen_curve:P-256 -nodes -subj /CN=large -keyout " + dir + "/large.key -out " + dir +
-                          "/large.pem 2>/dev/null && openssl cms -sign -binary -nodetach -outform DER -in " + data +
-                          " -signer " + dir + "/large.pem -inkey " + dir + "/large.key -out " + signedFile),
-            0);
-  CvelA1InputFile in(signedFile.c_str());
-  CvelA1StreamCursor cursor;
-  CvelA1P72 p72;
-  ASSERT_EQ(p72.decode(in, cursor), kCvelOk);
-  EXPECT_EQ(p72.contentInfo().contentMode(), CvelP71::kContentTooLarge);
-  EXPECT_EQ(p72.contentInfo().content().length(), 0u);
-  EXPECT_EQ(p72.contentInfo().contentLength(), 2000000);
-  EXPECT_EQ(p72.signerInfos().size(), 1u);
-  EXPECT_EQ(cursor.position(), in.size());
-
-  const Bytes original = testutil::readFile(data);
-  unsigned char tail[16] = {};
-  uint32_t got = 0;
-  ASSERT_EQ(p72.contentInfo().readLargeContent(in, 1999990, tail, sizeof tail, &got), kCvelOk);
-  ASSERT_EQ(got, 10u);
-  EXPECT_EQ(Bytes(tail, tail + 10), Bytes(original.end() - 10, original.end()));
-  CvelString out;
-  EXPECT_EQ(p72.encode(out, false), CvelP71::kNotDone);
 }
 
 TEST(CvelA1P72DeathTest, SizeQueryStopsInTheContentInfo) {

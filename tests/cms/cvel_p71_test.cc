@@ -1,5 +1,6 @@
 // The Data content info: its two encodings, decoding of content infos written by other software (definite,
-// indefinite, chunked, a time-stamp token's), large content left in the input, and the lenient results.
+// indefinite, chunked, a time-stamp token's; their encoding back is held in cvel_a1_p72_test), large content
+// left in the input, and the lenient results.
 // Expected bytes are worked out from the DER rules; the BER inputs were checked with `openssl asn1parse`.
 #include <gtest/gtest.h>
 
@@ -22,54 +23,39 @@ using testutil::toHex;
 
 constexpr const char* kIdDataInfo = "300B06092A864886F70D010701";
 
-// Decodes the element at offset of image with a fresh stream cursor; the cursor is returned for its position.
+// Decodes the element at offset of bytes with a fresh stream cursor, kept for its position.
 struct Decoded {
+  CvelString image;
   CvelP71 info;
   CvelA1StreamCursor cursor;
   CvelResult result = 0;
+  Decoded(const Bytes& bytes, uint32_t offset) {
+    image.assign(bytes.data(), static_cast<uint32_t>(bytes.size()));
+    CvelA1InputString in(image, 0, image.length());
+    cursor.setPosition(offset);
+    result = cursor.next(in) == kCvelOk ? info.decode(in, cursor) : 0xBAD;
+  }
 };
-
-void decodeAt(const CvelString& image, uint32_t offset, Decoded& d) {
-  CvelA1InputString in(image, 0, image.length());
-  d.cursor.setPosition(offset);
-  ASSERT_EQ(d.cursor.next(in), kCvelOk);
-  d.result = d.info.decode(in, d.cursor);
-}
-
-CvelString viewOf(const Bytes& bytes) {
-  CvelString s;
-  s.assign(bytes.data(), static_cast<uint32_t>(bytes.size()));
-  return s;
-}
 
 TEST(CvelP71, NewObjectEncodesAsDetachedIdDataInBothModes) {
   CvelP71 info;
-  CvelString out;
-  ASSERT_EQ(info.encode(out, false), kCvelOk);
-  EXPECT_EQ(toHex(out), kIdDataInfo);
-  ASSERT_EQ(info.encode(out, true), kCvelOk);
-  EXPECT_EQ(toHex(out), kIdDataInfo);
-
+  auto encoded = [&info](bool detached) {
+    CvelString out;
+    return info.encode(out, detached) == kCvelOk ? toHex(out) : "(failed)";
+  };
+  EXPECT_EQ(encoded(false), kIdDataInfo);
+  EXPECT_EQ(encoded(true), kIdDataInfo);
   // Content in memory: OCTET STRING by default, SEQUENCE when the kind says so; detached drops it.
   ASSERT_EQ(info.setContent("ab", 2), kCvelOk);
-  ASSERT_EQ(info.encode(out, false), kCvelOk);
-  EXPECT_EQ(toHex(out), "301106092A864886F70D010701A00404026162");
+  EXPECT_EQ(encoded(false), "301106092A864886F70D010701A00404026162");
   info.setContentKind(CvelP71::kContentKindSequence);
-  ASSERT_EQ(info.encode(out, false), kCvelOk);
-  EXPECT_EQ(toHex(out), "301106092A864886F70D010701A00430026162");
-  ASSERT_EQ(info.encode(out, true), kCvelOk);
-  EXPECT_EQ(toHex(out), kIdDataInfo);
+  EXPECT_EQ(encoded(false), "301106092A864886F70D010701A00430026162");
+  EXPECT_EQ(encoded(true), kIdDataInfo);
 }
 
-TEST(CvelP71, DecodesContentInfosOfOtherSoftwareAndEncodesThemBack) {
-  // offset of the encapsulated content info, its length, content type, content length, expected kind
-  struct Row {
-    const char* file;
-    uint32_t offset;
-    uint32_t elementLength;
-    int32_t contentLength;
-    uint8_t kind;
-  };
+TEST(CvelP71, DecodesContentInfosOfOtherSoftware) {
+  // offset and length of the encapsulated content info (openssl asn1parse), content length, expected kind
+  struct Row { const char* file; uint32_t offset, elementLength; int32_t contentLength; uint8_t kind; };
   const Row rows[] = {
       {"asn1crypto/cms-signed.der", 41, 67, 50, 0},
       {"asn1crypto/pkcs7-signed.der", 43, 66, 49, 0},
@@ -77,48 +63,32 @@ TEST(CvelP71, DecodesContentInfosOfOtherSoftwareAndEncodesThemBack) {
       {"asn1crypto/tsp_response", 48, 189, 167, CvelP71::kContentKindSequence},
   };
   for (const Row& row : rows) {
-    const Bytes file = testutil::readFile(testutil::dataPath(row.file));
-    ASSERT_FALSE(file.empty()) << row.file;
-    const CvelString image = viewOf(file);
-    Decoded d;
-    decodeAt(image, row.offset, d);
+    Decoded d(testutil::readFile(testutil::dataPath(row.file)), row.offset);
     ASSERT_EQ(d.result, kCvelOk) << row.file;
     EXPECT_EQ(d.info.contentMode(), CvelP71::kContentInMemory) << row.file;
     EXPECT_FALSE(d.info.detachedMarker()) << row.file;
     EXPECT_EQ(d.info.contentLength(), row.contentLength) << row.file;
     EXPECT_EQ(d.info.contentKind(), row.kind) << row.file;
     EXPECT_EQ(d.cursor.position(), row.offset + row.elementLength) << row.file;
-    if (row.kind == 0) {
-      CvelString out;
-      ASSERT_EQ(d.info.encode(out, false), kCvelOk);
-      EXPECT_EQ(toHex(out), toHex(Bytes(file.begin() + row.offset, file.begin() + row.offset + row.elementLength)));
-    }
   }
 }
 
 TEST(CvelP71, IndefiniteLengthsAndChunksLeaveTheCursorOnTheClosingEndOfContents) {
   // The corpus file: content info at 35 of indefinite length, its end-of-contents at 57366.
-  const Bytes file = testutil::readFile(testutil::dataPath("asn1crypto/cms-signed-indefinite-length.der"));
-  const CvelString image = viewOf(file);
-  Decoded d;
-  decodeAt(image, 35, d);
+  Decoded d(testutil::readFile(testutil::dataPath("asn1crypto/cms-signed-indefinite-length.der")), 35);
   ASSERT_EQ(d.result, kCvelOk);
   EXPECT_EQ(d.info.contentLength(), 57310);
   EXPECT_EQ(d.info.contentPosition(), 54);
   EXPECT_EQ(d.cursor.position(), 57366u);
 
   // Constructed OCTET STRING in two chunks, all of indefinite length, then a sibling SET.
-  const CvelString chunked = viewOf(hex("3080 06092A864886F70D010701 A080 2480 04026162 040163 0000 0000 0000 3100"));
-  Decoded c;
-  decodeAt(chunked, 0, c);
+  Decoded c(hex("3080 06092A864886F70D010701 A080 2480 04026162 040163 0000 0000 0000 3100"), 0);
   ASSERT_EQ(c.result, kCvelOk);
   EXPECT_EQ(toHex(c.info.content()), "616263");
   EXPECT_EQ(c.cursor.position(), 28u);
 
   // A detached content info of indefinite length ends at its own end-of-contents.
-  const CvelString detached = viewOf(hex("3080 06092A864886F70D010701 0000 3100"));
-  Decoded e;
-  decodeAt(detached, 0, e);
+  Decoded e(hex("3080 06092A864886F70D010701 0000 3100"), 0);
   ASSERT_EQ(e.result, kCvelOk);
   EXPECT_TRUE(e.info.detachedMarker());
   EXPECT_EQ(e.cursor.position(), 13u);
@@ -130,10 +100,8 @@ TEST(CvelP71, ContentOverAMebibyteStaysInTheInputAndCannotBeEmbedded) {
   const size_t header = big.size();
   big.resize(header + 2000000);
   for (size_t i = header; i < big.size(); ++i) big[i] = static_cast<unsigned char>(i * 7);
-  const CvelString image = viewOf(big);
-  CvelA1InputString in(image, 0, image.length());
-  Decoded d;
-  decodeAt(image, 0, d);
+  Decoded d(big, 0);
+  CvelA1InputString in(d.image, 0, d.image.length());
   ASSERT_EQ(d.result, kCvelOk);
   EXPECT_EQ(d.info.contentMode(), CvelP71::kContentTooLarge);
   EXPECT_EQ(d.info.content().length(), 0u);
@@ -153,31 +121,24 @@ TEST(CvelP71, ContentOverAMebibyteStaysInTheInputAndCannotBeEmbedded) {
 }
 
 TEST(CvelP71, LenientResultsForUnexpectedShapes) {
-  struct Row {
-    const char* name;
-    const char* hex;
-    CvelResult result;
-    uint8_t mode;
+  const struct { const char* name; const char* hex; CvelResult result; } rows[] = {
+      {"not a SEQUENCE", "0403616263", kCvelOk}, {"empty SEQUENCE", "3000", kCvelOk},
+      {"no OID first", "3003020101", kCvelOk},
+      {"something else than [0]", "300E06092A864886F70D0107010401AA", CvelP71::kNotDone},
+      {"content tag not allowed", "301006092A864886F70D010701A0030C0161", CvelP71::kNotDone},
+      {"content runs past [0]", "301006092A864886F70D010701A00304056162636465", kCvelErrMalformed},
   };
-  const Row rows[] = {
-      {"not a SEQUENCE", "0403616263", kCvelOk, CvelP71::kNoContent},
-      {"empty SEQUENCE", "3000", kCvelOk, CvelP71::kNoContent},
-      {"no OID first", "3003020101", kCvelOk, CvelP71::kNoContent},
-      {"something else than [0]", "300E06092A864886F70D0107010401AA", CvelP71::kNotDone, CvelP71::kNoContent},
-      {"content tag not allowed", "301006092A864886F70D010701A0030C0161", CvelP71::kNotDone, CvelP71::kNoContent},
-      {"content runs past [0]", "301006092A864886F70D010701A00304056162636465", kCvelErrMalformed,
-       CvelP71::kNoContent},
-  };
-  for (const Row& row : rows) {
+  for (const auto& row : rows) {
     const Bytes bytes = hex(row.hex);
-    const CvelString image = viewOf(bytes);
+    CvelString image;
+    image.assign(bytes.data(), static_cast<uint32_t>(bytes.size()));
     CvelA1InputString in(image, 0, image.length());
     CvelA1StreamCursor cursor;
     cursor.setLenient(true);  // the outer element may itself be cut short; the decoder stays bounded
     ASSERT_EQ(cursor.next(in), kCvelOk) << row.name;
     CvelP71 info;
     EXPECT_EQ(info.decode(in, cursor), row.result) << row.name;
-    EXPECT_EQ(info.contentMode(), row.mode) << row.name;
+    EXPECT_EQ(info.contentMode(), CvelP71::kNoContent) << row.name;
   }
 }
 

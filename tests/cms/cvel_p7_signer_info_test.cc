@@ -65,7 +65,6 @@ TEST(CvelP7SignerInfo, WhatTheSignerInfoCallsBuildDecodesToTheSameFields) {
   ASSERT_EQ(ZARV_AddUnsignedAttribute(h, kRevocationValues, revocationValues, 0), ZARV_OK);
   Bytes encoded;
   ASSERT_EQ(ZARV_EncodeSignerInfo(h, &encoded), ZARV_OK);
-
   ASSERT_EQ(ZARV_ReleaseSignerInfo(h), ZARV_OK);
 
   CvelP7SignerInfo decoded;
@@ -95,13 +94,7 @@ TEST(CvelP7SignerInfo, FieldsUnderOtherTagsEndTheReadingQuietly) {
   const std::string sid = "3003020107";
   const std::string sha1 = "300906052B0E03021A0500";
   const std::string ecdsa = "300A06082A8648CE3D040302";
-  struct Row {
-    const char* name;
-    std::string hex;
-    CvelResult result;
-    const char* signerIdentifier;
-    const char* signatureValue;
-  };
+  struct Row { const char* name; std::string hex; CvelResult result; const char *signerIdentifier, *signatureValue; };
   const Row rows[] = {
       {"not a SEQUENCE", "3100", kCvelErrMalformed, "", ""},
       {"empty SEQUENCE", "3000", kCvelErrMalformed, "", ""},
@@ -120,16 +113,11 @@ TEST(CvelP7SignerInfo, FieldsUnderOtherTagsEndTheReadingQuietly) {
 }
 
 TEST(CvelP7SignerInfos, EmptyOrMalformedSetsGiveZero) {
-  struct Row {
-    const char* hex;
-    CvelResult result;
-    uint32_t count;
-  };
-  const Row rows[] = {{"3100", CvelP7SignerInfos::kEmpty, 0},  // empty; first not a SEQUENCE; a broken one
-                      {"3103020101", CvelP7SignerInfos::kEmpty, 0},
-                      {"31023000", kCvelErrMalformed, 0},
-                      {"310C 3003020101 3003020103 0500", kCvelOk, 2}};  // two, then something else
-  for (const Row& row : rows) {
+  // Empty; first not a SEQUENCE; a broken one; two, then something else.
+  const struct { const char* hex; CvelResult result; uint32_t count; } rows[] = {
+      {"3100", CvelP7SignerInfos::kEmpty, 0}, {"3103020101", CvelP7SignerInfos::kEmpty, 0},
+      {"31023000", kCvelErrMalformed, 0}, {"310C 3003020101 3003020103 0500", kCvelOk, 2}};
+  for (const auto& row : rows) {
     CvelP7SignerInfos list;
     EXPECT_EQ(decodeFirst(hex(row.hex), list), row.result) << row.hex;
     EXPECT_EQ(list.size(), row.count) << row.hex;
