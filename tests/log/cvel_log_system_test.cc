@@ -9,11 +9,7 @@
 namespace {
 
 // What the sink hands to openlog and syslog, one entry per record; and how often it closes the log.
-struct Sent {
-  std::string ident;
-  int options, facility, priority;
-  std::string format;
-};
+struct Sent { std::string ident; int options, facility, priority; std::string format; };
 std::vector<Sent> sent;
 int closes = 0;
 
