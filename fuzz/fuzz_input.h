@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 
 #include "asn1/cvel_string.h"
 
@@ -36,11 +37,10 @@ class FuzzFile {
 
   // The path of a file that holds exactly the bytes; null when it cannot be written.
   const char* write(const uint8_t* data, size_t size) {
-    std::FILE* f = std::fopen(path_, "wb");
-    if (f == nullptr) return nullptr;
-    bool ok = size == 0 || std::fwrite(data, 1, size, f) == size;
-    ok = std::fclose(f) == 0 && ok;
-    return ok ? path_ : nullptr;
+    std::ofstream out(path_, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+    out.close();
+    return out ? path_ : nullptr;
   }
 
  private:

@@ -20,12 +20,8 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-constexpr uint8_t kSlotBit = 0x20;
-constexpr uint8_t kReplaceBit = 0x40;
-constexpr uint8_t kLastSignerInfoBit = 0x80;
-constexpr uint8_t kCallMask = 0x1F;
-constexpr uint8_t kTagSequence = 0x30;
-constexpr uint8_t kTagSet = 0x31;
+enum StepBits : uint8_t { kCallMask = 0x1F, kSlotBit = 0x20, kReplaceBit = 0x40, kLastSignerInfoBit = 0x80 };
+enum Tag : uint8_t { kTagSequence = 0x30, kTagSet = 0x31 };
 constexpr uint32_t kEndOfData = 0xE100FFF4u;  // the DER reader's end of data, passed through
 constexpr size_t kMaxSteps = 64;
 
