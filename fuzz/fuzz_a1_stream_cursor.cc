@@ -1,12 +1,8 @@
 // Walks arbitrary bytes with the stream cursor over a string source: next, descend, copies of content and
 // element, and INTEGER decoding. The first byte chooses leniency, the window of the source and a seek.
-#include <cstddef>
-#include <cstdint>
-
 #include "asn1/cvel_a1_input.h"
 #include "asn1/cvel_a1_integer.h"
 #include "asn1/cvel_a1_stream_cursor.h"
-#include "asn1/cvel_string.h"
 #include "fuzz_input.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

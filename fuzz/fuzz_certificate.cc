@@ -1,9 +1,7 @@
 // Certificate parse of arbitrary bytes (DER, PEM or base64), then the operations that read the slices, and a
 // copy and an assignment, which parse again.
-#include <cstddef>
-#include <cstdint>
-
 #include "x509/cvel_certificate.h"
+#include "fuzz_input.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size > (1u << 20)) return 0;  // larger inputs only slow the run down

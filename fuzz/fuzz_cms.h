@@ -1,17 +1,29 @@
-// Comparisons shared by the CMS fuzz targets: two objects read from different encodings hold the same fields.
+// What the CMS fuzz targets share: a decode through the stream cursor, and comparisons of two objects read
+// from different encodings.
 #ifndef KOLVARI_FUZZ_FUZZ_CMS_H
 #define KOLVARI_FUZZ_FUZZ_CMS_H
 
 #include <cstdint>
 
+#include "asn1/cvel_a1_input.h"
+#include "asn1/cvel_a1_stream_cursor.h"
 #include "cms/cvel_a1_p72.h"
 #include "cms/cvel_p7_signer_info.h"
 #include "cms/cvel_tsp_response.h"
 #include "cms/cvel_tst_info.h"
+#include "fuzz_input.h"
 
 // INTEGER contents of more than 127 octets are written with a one-octet length by design, so they do not
 // read back; objects holding such a version are left out of the round trips.
 inline constexpr uint32_t kFuzzMaxHeldInteger = 127;
+
+// The object read from image; the cursor ends behind it. With first, the cursor is put on the first element
+// beforehand (a signedData finds its own).
+template <typename T>
+bool fuzzDecode(const CvelString& image, T& object, CvelA1StreamCursor& cursor, bool first = true) {
+  CvelA1InputString in(image, 0, image.length());
+  return (!first || cursor.next(in) == kCvelOk) && object.decode(in, cursor) == kCvelOk;
+}
 
 inline bool fuzzIntegersFit(const CvelA1P72& p72) {
   CvelP7SignerInfo* signer = nullptr;

@@ -1,17 +1,10 @@
 // Content-type detection of arbitrary bytes, held in memory and read from a file: both must give the same
 // result and the same type, and the type must be one of the detector's codes.
 #include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
 #include <iterator>
 
 #include "asn1/cvel_data_stream.h"
-#include "asn1/cvel_string.h"
-#include "fuzz_file.h"
 #include "fuzz_input.h"
-
-namespace {
 
 // Every code the detector may give.
 constexpr uint32_t kCodes[] = {
@@ -21,24 +14,17 @@ constexpr uint32_t kCodes[] = {
     kCvelContentPemCrl, kCvelContentText, kCvelContentZip, kCvelContentTiff, kCvelContentPdf,
     kCvelContentTimeStampToken, kCvelContentDetachedSignedData};
 
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   CvelString s;
-  if (!fuzzView(data, size, s)) return 0;
-  CvelDataStream memory(&s);
-  uint32_t fromMemory = 0;
-  const CvelResult memoryResult = memory.detectType(&fromMemory);
-
   static FuzzFile file;
-  const char* path = file.write(data, size);
+  const char* path = fuzzView(data, size, s) ? file.write(data, size) : nullptr;
   if (path == nullptr) return 0;
+  CvelDataStream memory(&s);
   CvelDataStream stream;
-  if (stream.open(path, CvelDataStream::kRead) != kCvelOk) std::abort();
+  fuzzCheck(stream.open(path, CvelDataStream::kRead) == kCvelOk);
+  uint32_t fromMemory = 0;
   uint32_t fromFile = 0;
-  const CvelResult fileResult = stream.detectType(&fromFile);
-
-  if (memoryResult != kCvelOk || fileResult != kCvelOk) std::abort();
-  if (fromMemory != fromFile || std::find(std::begin(kCodes), std::end(kCodes), fromMemory) == std::end(kCodes)) std::abort();
+  fuzzCheck(memory.detectType(&fromMemory) == kCvelOk && stream.detectType(&fromFile) == kCvelOk);
+  fuzzCheck(fromMemory == fromFile && std::find(std::begin(kCodes), std::end(kCodes), fromMemory) != std::end(kCodes));
   return 0;
 }

@@ -1,8 +1,5 @@
 // Name decoding: a distinguished name, and the issuer and subject forms built on it; each decoded name is
 // compared with itself.
-#include <cstddef>
-#include <cstdint>
-
 #include "x509/cvel_certificate_names.h"
 #include "x509/cvel_dname.h"
 #include "fuzz_input.h"

@@ -1,8 +1,5 @@
 // Extension lists: an Extensions SEQUENCE, and the same bytes read as a bare run of records (the attribute
 // form), then the lookups.
-#include <cstddef>
-#include <cstdint>
-
 #include "asn1/cvel_oid.h"
 #include "x509/cvel_certificate_extension.h"
 #include "fuzz_input.h"
@@ -10,17 +7,16 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   CvelString der;
   if (!fuzzView(data, size, der)) return 0;
-  CvelCertificateExtensions list;
+  CvelCertificateExtensions list, run;
   list.decode(der);
   CvelCertificateExtension* found = nullptr;
   list.countById(kOidKeyUsage, &found, 1);
-  CvelCertificateExtensions run;
   CvelA1Context fresh;
   run.decodeRecords(der, fresh);
   for (uint32_t i = 0; i < run.size(); ++i) {
     CvelCertificateExtension* e = nullptr;
-    if (run.get(i, e) != kCvelOk) continue;
     uint32_t count = 0;
+    if (run.get(i, e) != kCvelOk) continue;
     list.countByOid(e->oid(), &count);
     list.findByOid(e->oid(), i, &found);
   }

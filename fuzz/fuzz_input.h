@@ -1,10 +1,16 @@
-// The fuzzer's bytes as a CvelString view, so that the decoders read the fuzzer's own buffer (an overread
-// shows at once under AddressSanitizer) and inputs too large to be useful are skipped.
+// What the fuzz targets share: the fuzzer's bytes as a CvelString view, so that the decoders read the fuzzer's
+// own buffer (an overread shows at once under AddressSanitizer); the same bytes as a file; and the check that
+// ends the run when a property does not hold, so that the fuzzer keeps the input.
 #ifndef KOLVARI_FUZZ_FUZZ_INPUT_H
 #define KOLVARI_FUZZ_FUZZ_INPUT_H
 
+#include <unistd.h>
+
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
 
 #include "asn1/cvel_string.h"
 
@@ -15,5 +21,30 @@ inline constexpr size_t kFuzzMaxInput = 0x10000;
 inline bool fuzzView(const uint8_t* data, size_t size, CvelString& view, size_t maxInput = kFuzzMaxInput) {
   return size <= maxInput && view.setView(data, size) == kCvelOk;
 }
+
+inline void fuzzCheck(bool holds) {
+  if (!holds) std::abort();
+}
+
+// One temporary file per process, rewritten for every input and removed when the process ends.
+class FuzzFile {
+ public:
+  FuzzFile() {
+    int fd = mkstemp(path_);
+    if (fd >= 0) close(fd);
+  }
+  ~FuzzFile() { std::remove(path_); }
+
+  // The path of a file that holds exactly the bytes; null when it cannot be written.
+  const char* write(const uint8_t* data, size_t size) {
+    std::ofstream out(path_, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+    out.close();
+    return out ? path_ : nullptr;
+  }
+
+ private:
+  char path_[32] = "/tmp/kolvari-fuzz-XXXXXX";
+};
 
 #endif  // KOLVARI_FUZZ_FUZZ_INPUT_H

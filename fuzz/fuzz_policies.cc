@@ -1,7 +1,4 @@
 // Certificate policies from an extension value (the OCTET STRING element).
-#include <cstddef>
-#include <cstdint>
-
 #include "x509/cvel_certificate_policy.h"
 #include "fuzz_input.h"
 

@@ -1,7 +1,4 @@
 // Qualified-certificate statements from an extension value (the OCTET STRING element).
-#include <cstddef>
-#include <cstdint>
-
 #include "asn1/cvel_oid.h"
 #include "x509/cvel_certificate_qc_statement.h"
 #include "fuzz_input.h"

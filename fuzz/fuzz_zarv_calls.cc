@@ -7,165 +7,132 @@
 // Input: a stream of steps. A step is one byte (call in the low five bits, slot in bit 5, replace flag in
 // bit 6, "use the last SignerInfo" in bit 7), then for calls with an argument a two-byte little-endian length
 // and that many bytes (cut to what is left).
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
+#include <algorithm>
+#include <iterator>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kolvari/zarv.h"
+#include "fuzz_input.h"
 
 namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-constexpr uint8_t kSlotBit = 0x20;
-constexpr uint8_t kReplaceBit = 0x40;
-constexpr uint8_t kLastSignerInfoBit = 0x80;
-constexpr uint8_t kCallMask = 0x1F;
-constexpr uint8_t kTagSequence = 0x30;
-constexpr uint8_t kTagSet = 0x31;
+enum StepBits : uint8_t { kCallMask = 0x1F, kSlotBit = 0x20, kReplaceBit = 0x40, kLastSignerInfoBit = 0x80 };
+enum Tag : uint8_t { kTagSequence = 0x30, kTagSet = 0x31 };
 constexpr uint32_t kEndOfData = 0xE100FFF4u;  // the DER reader's end of data, passed through
+constexpr size_t kMaxSteps = 64;
 
 // Dotted texts the calls get: well-formed, the converter's odd cases, and junk.
 const char* const kOidTexts[] = {"2.16.840.1.101.3.4.2.1", "1.2.840.113549.1.9.5", "1.2.840.10045.4.3.2",
                                  "1.2.128", "2.999.16384.1", "", "1", "abc", "1..2", "-1.2.3"};
-constexpr size_t kOidCount = sizeof(kOidTexts) / sizeof(kOidTexts[0]);
 
-enum Call : uint8_t {
-  kCreateContainer, kCloseContainer, kSetVersion, kSetContentTypeOid, kSetContentInfo, kAddDigestAlgorithm,
-  kAddCertificate, kAddCrl, kAddSignerInfo, kEncodeP72, kResetContainer, kCreateSignerInfo,
-  kReleaseSignerInfo, kSetSigningTime, kSetDataHash, kSetSignerCertificate, kSetEnvironment, kSetContentType,
-  kAddSignedAttribute, kAddUnsignedAttribute, kGetDtbs, kSetP1Signature, kEncodeSignerInfo, kCallCount
+struct Slot {
+  P72Container* c = nullptr;
+  SignerInfoRecord* s = nullptr;
 };
-constexpr bool takesArgument(uint8_t call) {
-  return call != kCreateContainer && call != kCloseContainer && call != kEncodeP72 && call != kResetContainer &&
-         call != kCreateSignerInfo && call != kReleaseSignerInfo && call != kGetDtbs && call != kEncodeSignerInfo;
-}
+
+struct Args {
+  const Bytes& bytes;  // the step's argument, or the last SignerInfo encoded
+  std::string text;
+  std::string oid;
+  uint32_t replace;
+  Bytes& out;
+};
+
+enum Target : uint8_t { kContainer, kSigner, kCreatesContainer, kCreatesSigner };
+
+struct Call {
+  Target target;
+  bool takesArgument;
+  uint8_t outputTag;  // what a successful call's output starts with; 0 for the calls without output
+  uint32_t (*run)(Slot& t, const Args& a);
+};
+
+const Call kCalls[] = {
+    {kCreatesContainer, false, 0, [](Slot& t, const Args&) { return t.c ? ZARV_OK : ZARV_CreateP72Container(&t.c); }},
+    {kContainer, false, 0, [](Slot& t, const Args&) { return ZARV_CloseP72Container(std::exchange(t.c, nullptr)); }},
+    {kContainer, true, 0, [](Slot& t, const Args& a) { return ZARV_SetVersion(t.c, a.bytes); }},
+    {kContainer, true, 0, [](Slot& t, const Args& a) { return ZARV_SetContentTypeOID(t.c, a.bytes); }},
+    {kContainer, true, 0, [](Slot& t, const Args& a) { return ZARV_SetContentInfo(t.c, a.bytes); }},
+    {kContainer, true, 0, [](Slot& t, const Args& a) { return ZARV_AddDigestAlgorithm(t.c, a.bytes); }},
+    {kContainer, true, 0, [](Slot& t, const Args& a) { return ZARV_AddCertificate(t.c, a.bytes); }},
+    {kContainer, true, 0, [](Slot& t, const Args& a) { return ZARV_AddCRL(t.c, a.bytes); }},
+    {kContainer, true, 0, [](Slot& t, const Args& a) { return ZARV_AddSignerInfo(t.c, a.bytes); }},
+    {kContainer, false, kTagSequence, [](Slot& t, const Args& a) { return ZARV_EncodeP72(t.c, &a.out); }},
+    {kContainer, false, 0, [](Slot& t, const Args&) { return ZARV_ResetP72Container(t.c); }},
+    {kCreatesSigner, false, 0, [](Slot& t, const Args&) { return t.s ? ZARV_OK : ZARV_CreateSignerInfo(&t.s); }},
+    {kSigner, false, 0, [](Slot& t, const Args&) { return ZARV_ReleaseSignerInfo(std::exchange(t.s, nullptr)); }},
+    {kSigner, true, 0, [](Slot& t, const Args& a) { return ZARV_SetSigningTime(t.s, a.text); }},
+    {kSigner, true, 0, [](Slot& t, const Args& a) { return ZARV_SetDataHash(t.s, a.bytes, a.oid, a.replace); }},
+    {kSigner, true, 0,
+     [](Slot& t, const Args& a) { return ZARV_SetSignerCertificate(t.s, a.bytes, Bytes(32, 0x22), a.oid); }},
+    {kSigner, true, 0,
+     [](Slot& t, const Args& a) { return ZARV_SetSignatureCreationEnvironment(t.s, a.text, a.oid, a.replace); }},
+    {kSigner, true, 0, [](Slot& t, const Args& a) { return ZARV_SetContentType(t.s, a.bytes); }},
+    {kSigner, true, 0, [](Slot& t, const Args& a) { return ZARV_AddSignedAttribute(t.s, a.oid, a.bytes, a.replace); }},
+    {kSigner, true, 0,
+     [](Slot& t, const Args& a) { return ZARV_AddUnsignedAttribute(t.s, a.oid, a.bytes, a.replace); }},
+    {kSigner, false, kTagSet, [](Slot& t, const Args& a) { return ZARV_GetDTBS(t.s, &a.out); }},
+    {kSigner, true, 0, [](Slot& t, const Args& a) { return ZARV_SetP1Signature(t.s, a.oid, a.bytes); }},
+    {kSigner, false, kTagSequence, [](Slot& t, const Args& a) { return ZARV_EncodeSignerInfo(t.s, &a.out); }},
+};
+constexpr size_t kCallCount = sizeof(kCalls) / sizeof(kCalls[0]);
+constexpr size_t kEncodeSignerInfo = kCallCount - 1;
 
 bool inTable(uint32_t r) {
   return r == ZARV_OK || r == ZARV_E_BAD_PARAMETER || r == ZARV_E_OUT_OF_MEMORY || r == ZARV_E_NOT_STORED ||
          r == ZARV_E_INCOMPLETE || r == ZARV_E_NO_ATTRIBUTE_TABLE || r == kEndOfData || r == 0;
 }
 
-class Run {
- public:
+struct Run {
+  Slot slots[2];
+  Bytes signerInfo;
+
   ~Run() {
-    for (P72Container*& c : containers_) {
-      if (c != nullptr) ZARV_CloseP72Container(c);
-    }
-    for (SignerInfoRecord*& s : signers_) {
-      if (s != nullptr) ZARV_ReleaseSignerInfo(s);
+    for (Slot& t : slots) {
+      if (t.c != nullptr) ZARV_CloseP72Container(t.c);
+      if (t.s != nullptr) ZARV_ReleaseSignerInfo(t.s);
     }
   }
 
   void step(uint8_t head, const Bytes& argument) {
-    const uint8_t call = head & kCallMask;
-    const int slot = (head & kSlotBit) != 0 ? 1 : 0;
-    const uint32_t replace = (head & kReplaceBit) != 0 ? 1 : 0;
-    const bool lastSignerInfo = (head & kLastSignerInfoBit) != 0;
-    const Bytes& bytes = lastSignerInfo ? signerInfo_ : argument;
-    const std::string text(argument.begin(), argument.end());
-    const std::string oid = kOidTexts[argument.empty() ? 0 : argument[0] % kOidCount];
-    P72Container*& c = containers_[slot];
-    SignerInfoRecord*& s = signers_[slot];
-    const bool emptyContainer = c == nullptr;
-    const bool emptySigner = s == nullptr;
+    const size_t index = head & kCallMask;
+    const Call& call = kCalls[index];
+    Slot& t = slots[(head & kSlotBit) != 0 ? 1 : 0];
     Bytes out;
-    uint32_t r = ZARV_OK;
-    bool onContainer = true;
-    switch (call) {
-      case kCreateContainer:
-        if (!emptyContainer) return;
-        r = ZARV_CreateP72Container(&c);
-        break;
-      case kCloseContainer:
-        r = ZARV_CloseP72Container(c);
-        c = nullptr;
-        break;
-      case kSetVersion: r = ZARV_SetVersion(c, bytes); break;
-      case kSetContentTypeOid: r = ZARV_SetContentTypeOID(c, bytes); break;
-      case kSetContentInfo: r = ZARV_SetContentInfo(c, bytes); break;
-      case kAddDigestAlgorithm: r = ZARV_AddDigestAlgorithm(c, bytes); break;
-      case kAddCertificate: r = ZARV_AddCertificate(c, bytes); break;
-      case kAddCrl: r = ZARV_AddCRL(c, bytes); break;
-      case kAddSignerInfo: r = ZARV_AddSignerInfo(c, bytes); break;
-      case kEncodeP72:
-        r = ZARV_EncodeP72(c, &out);
-        if (r == ZARV_OK && (out.empty() || out[0] != kTagSequence)) std::abort();
-        break;
-      case kResetContainer: r = ZARV_ResetP72Container(c); break;
-      default:
-        onContainer = false;
-        r = signerStep(call, s, replace, bytes, text, oid);
-        break;
-    }
-    if (!inTable(r)) std::abort();
+    const Args args{(head & kLastSignerInfoBit) != 0 ? signerInfo : argument,
+                    std::string(argument.begin(), argument.end()),
+                    kOidTexts[argument.empty() ? 0 : argument[0] % std::size(kOidTexts)],
+                    (head & kReplaceBit) != 0 ? 1u : 0u, out};
+    const bool onContainer = call.target == kContainer || call.target == kCreatesContainer;
+    const bool emptySlot = onContainer ? t.c == nullptr : t.s == nullptr;
+    const uint32_t r = call.run(t, args);
+    fuzzCheck(inTable(r));
     // A call on an empty slot must be refused as a null handle, whatever else it was given.
-    const bool emptySlot = onContainer ? emptyContainer : emptySigner;
-    const bool creates = call == kCreateContainer || call == kCreateSignerInfo;
-    if (emptySlot && !creates && r != ZARV_E_BAD_PARAMETER) std::abort();
+    fuzzCheck(!emptySlot || call.target >= kCreatesContainer || r == ZARV_E_BAD_PARAMETER);
+    fuzzCheck(r != ZARV_OK || call.outputTag == 0 || (!out.empty() && out[0] == call.outputTag));
+    if (r == ZARV_OK && index == kEncodeSignerInfo) signerInfo = out;
   }
-
- private:
-  uint32_t signerStep(uint8_t call, SignerInfoRecord*& s, uint32_t replace, const Bytes& bytes,
-                      const std::string& text, const std::string& oid) {
-    Bytes out;
-    uint32_t r = ZARV_OK;
-    switch (call) {
-      case kCreateSignerInfo:
-        if (s != nullptr) return ZARV_OK;
-        return ZARV_CreateSignerInfo(&s);
-      case kReleaseSignerInfo:
-        r = ZARV_ReleaseSignerInfo(s);
-        s = nullptr;
-        return r;
-      case kSetSigningTime: return ZARV_SetSigningTime(s, text);
-      case kSetDataHash: return ZARV_SetDataHash(s, bytes, oid, replace);
-      case kSetSignerCertificate: return ZARV_SetSignerCertificate(s, bytes, Bytes(32, 0x22), oid);
-      case kSetEnvironment: return ZARV_SetSignatureCreationEnvironment(s, text, oid, replace);
-      case kSetContentType: return ZARV_SetContentType(s, bytes);
-      case kAddSignedAttribute: return ZARV_AddSignedAttribute(s, oid, bytes, replace);
-      case kAddUnsignedAttribute: return ZARV_AddUnsignedAttribute(s, oid, bytes, replace);
-      case kGetDtbs:
-        r = ZARV_GetDTBS(s, &out);
-        if (r == ZARV_OK && (out.empty() || out[0] != kTagSet)) std::abort();
-        return r;
-      case kSetP1Signature: return ZARV_SetP1Signature(s, oid, bytes);
-      case kEncodeSignerInfo:
-        r = ZARV_EncodeSignerInfo(s, &out);
-        if (r == ZARV_OK) {
-          if (out.empty() || out[0] != kTagSequence) std::abort();
-          signerInfo_ = out;
-        }
-        return r;
-      default: return ZARV_OK;
-    }
-  }
-
-  P72Container* containers_[2] = {nullptr, nullptr};
-  SignerInfoRecord* signers_[2] = {nullptr, nullptr};
-  Bytes signerInfo_;
 };
-
-constexpr size_t kMaxSteps = 64;
-constexpr size_t kMaxInput = 0x10000;
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  if (size > kMaxInput) return 0;
+  if (size > kFuzzMaxInput) return 0;
   Run run;
   size_t at = 0;
   for (size_t steps = 0; steps < kMaxSteps && at < size; ++steps) {
     const uint8_t head = data[at++];
     if ((head & kCallMask) >= kCallCount) continue;
     Bytes argument;
-    if (takesArgument(head & kCallMask)) {
+    if (kCalls[head & kCallMask].takesArgument) {
       size_t length = 0;
       if (at < size) length = data[at++];
       if (at < size) length |= static_cast<size_t>(data[at++]) << 8;
-      if (length > size - at) length = size - at;
+      length = std::min(length, size - at);
       argument.assign(data + at, data + at + length);
       at += length;
     }

@@ -7,43 +7,32 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <string>
 #include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
-namespace {
-
-int replayFile(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) {
-    std::fprintf(stderr, "cannot read %s\n", path.c_str());
-    return 1;
-  }
-  std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
-  return 0;
-}
-
-}  // namespace
-
 int main(int argc, char** argv) {
-  int failures = 0;
-  size_t replayed = 0;
+  std::vector<std::filesystem::path> files;
   for (int i = 1; i < argc; ++i) {
-    std::filesystem::path arg(argv[i]);
     std::error_code ec;
-    if (std::filesystem::is_directory(arg, ec)) {
-      for (const auto& entry : std::filesystem::directory_iterator(arg)) {
-        if (!entry.is_regular_file()) continue;
-        failures += replayFile(entry.path());
-        ++replayed;
-      }
-    } else if (std::filesystem::exists(arg, ec)) {
-      failures += replayFile(arg);
-      ++replayed;
+    if (std::filesystem::is_directory(argv[i], ec)) {
+      for (const auto& entry : std::filesystem::directory_iterator(argv[i]))
+        if (entry.is_regular_file()) files.push_back(entry.path());
+    } else if (std::filesystem::exists(argv[i], ec)) {
+      files.push_back(argv[i]);
     }
   }
-  std::printf("replayed %zu inputs\n", replayed);
+  int failures = 0;
+  for (const std::filesystem::path& path : files) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+      std::fprintf(stderr, "cannot read %s\n", path.c_str());
+      ++failures;
+      continue;
+    }
+    std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
+  }
+  std::printf("replayed %zu inputs\n", files.size());
   return failures == 0 ? 0 : 1;
 }
