@@ -22,37 +22,38 @@ const std::string kSha256 = "2.16.840.1.101.3.4.2.1";
 // content type id-data: 11 + 2 + 11 = 24.
 const std::string kContentTypeData = "3018" "06092A864886F70D010903" "310B" "06092A864886F70D010701";
 // message digest 32 x 11 (or 33): 11 + 2 + 34 = 47.
-std::string messageDigest(char digit) {
-  return "302F" "06092A864886F70D010904" "3122" "0420" + std::string(64, digit);
-}
+std::string messageDigest(char digit) { return "302F" "06092A864886F70D010904" "3122" "0420" + std::string(64, digit); }
 // signing time "240101120000Z", GeneralizedTime tag for 13 characters: 11 + 2 + 15 = 28.
 const std::string kSigningTime13 = "301C" "06092A864886F70D010905" "310F" "180D" "3234303130313132303030305A";
 // environment ("host", "1.0"): items 12 + 6 = 18 and 12 + 5 = 17, SEQUENCE 39, SET 41, Attribute 11 + 43 = 54.
 const std::string kEnvironment = "3036" "06092B0601040182F47301" "3129" "3027" "3012" "060A2B0601040182F4730101"
                                  "0C04686F7374" "3011" "060A2B0601040182F4730102" "0C03312E30";
 
-// Sets the attribute-order variable for one test and removes it again.
-class ScopedOrderVariable {
- public:
-  explicit ScopedOrderVariable(const char* value) { setenv("KOLVARI_DER_ATTRIBUTE_ORDER", value, 1); }
-  ~ScopedOrderVariable() { unsetenv("KOLVARI_DER_ATTRIBUTE_ORDER"); }
-  ScopedOrderVariable(const ScopedOrderVariable&) = delete;
-  ScopedOrderVariable& operator=(const ScopedOrderVariable&) = delete;
-};
-
 class SignerInfoTest : public ::testing::Test {
  protected:
   void SetUp() override { ASSERT_EQ(ZARV_CreateSignerInfo(&h_), ZARV_OK); }
   void TearDown() override { EXPECT_EQ(ZARV_ReleaseSignerInfo(h_), ZARV_OK); }
-  std::string dtbs() {
+  std::string output(uint32_t (*call)(SignerInfoRecord*, Bytes*)) {
     Bytes out;
-    EXPECT_EQ(ZARV_GetDTBS(h_, &out), ZARV_OK);
+    EXPECT_EQ(call(h_, &out), ZARV_OK);
     return toHex(out);
   }
-  std::string signerInfo() {
-    Bytes out;
-    EXPECT_EQ(ZARV_EncodeSignerInfo(h_, &out), ZARV_OK);
-    return toHex(out);
+  std::string dtbs() { return output(ZARV_GetDTBS); }
+  std::string signerInfo() { return output(ZARV_EncodeSignerInfo); }
+  // The data to be signed with the attribute-order variable set to value while it is built.
+  std::string dtbsWithOrder(const char* value) {
+    setenv("KOLVARI_DER_ATTRIBUTE_ORDER", value, 1);
+    const std::string out = dtbs();
+    unsetenv("KOLVARI_DER_ATTRIBUTE_ORDER");
+    return out;
+  }
+  Bytes certificate() const { return testutil::readFile(testutil::dataPath("signer/signer-ec.der")); }
+  // The expected bytes openssl builds from a configuration under tests/data/signer.
+  static std::string genconf(const std::string& config) {
+    const std::string out = ::testing::TempDir() + "/" + config + ".der";
+    EXPECT_EQ(testutil::run("openssl asn1parse -genconf " + testutil::dataPath("signer/" + config) + " -out " + out +
+                            " >/dev/null"), 0);
+    return toHex(testutil::readFile(out));
   }
   SignerInfoRecord* h_ = nullptr;
 };
@@ -61,16 +62,10 @@ TEST_F(SignerInfoTest, DataToBeSignedMatchesAnIndependentEncoding) {
   // Signing-certificate-v2 (with NULL in its hash algorithm), content type by default, digest, 15-character
   // time: the types in dotted-text order, "...9.16.2.47" before "...9.3".
   ASSERT_EQ(ZARV_SetSigningTime(h_, "20240101120000Z"), ZARV_OK);
-  ASSERT_EQ(ZARV_SetSignerCertificate(h_, testutil::readFile(testutil::dataPath("signer/signer-ec.der")),
-                                      Bytes(32, 0x22), kSha256),
-            ZARV_OK);
+  ASSERT_EQ(ZARV_SetSignerCertificate(h_, certificate(), Bytes(32, 0x22), kSha256), ZARV_OK);
   ASSERT_EQ(ZARV_SetDataHash(h_, Bytes(32, 0x11), kSha256, 1), ZARV_OK);
-  const std::string expected = ::testing::TempDir() + "/dtbs_expected.der";
-  ASSERT_EQ(testutil::run("openssl asn1parse -genconf " + testutil::dataPath("signer/dtbs_signer_ec.cnf") + " -out " +
-                          expected + " >/dev/null"),
-            0);
   const std::string first = dtbs();
-  EXPECT_EQ(first, toHex(testutil::readFile(expected)));
+  EXPECT_EQ(first, genconf("dtbs_signer_ec.cnf"));
   // The content type added by default stays, so a second call gives the same bytes.
   EXPECT_EQ(dtbs(), first);
 }
@@ -121,9 +116,7 @@ TEST_F(SignerInfoTest, SignerInfoHasVersionZeroAndNoSignedAttributesBeforeTheDat
 TEST_F(SignerInfoTest, TheSignerIdentifierIsStoredBeforeTheHashOidIsConverted) {
   // An empty hash OID does not convert: the call fails, the signing-certificate attribute is not added,
   // but the IssuerAndSerialNumber of the parsed certificate is already in the object.
-  EXPECT_NE(ZARV_SetSignerCertificate(h_, testutil::readFile(testutil::dataPath("signer/signer-ec.der")),
-                                      Bytes(32, 0x22), ""),
-            ZARV_OK);
+  EXPECT_NE(ZARV_SetSignerCertificate(h_, certificate(), Bytes(32, 0x22), ""), ZARV_OK);
   ASSERT_EQ(ZARV_SetDataHash(h_, Bytes(32, 0x11), kSha256, 1), ZARV_OK);
   EXPECT_EQ(dtbs(), "314B" + kContentTypeData + messageDigest('1'));
   ASSERT_EQ(ZARV_SetP1Signature(h_, "1.2.840.10045.4.3.2", hex("DE AD BE EF")), ZARV_OK);
@@ -136,45 +129,21 @@ TEST_F(SignerInfoTest, TheSignerIdentifierIsStoredBeforeTheHashOidIsConverted) {
                               kContentTypeData + messageDigest('1') + "300A" "06082A8648CE3D040302" "0404DEADBEEF");
 }
 
-// The attributes of the DER-order data: two digests added 33 first, so that equal lengths are decided by content.
-void addDerOrderAttributes(SignerInfoRecord* h) {
-  ASSERT_EQ(ZARV_SetSigningTime(h, "20240101120000Z"), ZARV_OK);
-  ASSERT_EQ(ZARV_SetSignerCertificate(h, testutil::readFile(testutil::dataPath("signer/signer-ec.der")),
-                                      Bytes(32, 0x22), kSha256),
-            ZARV_OK);
-  ASSERT_EQ(ZARV_SetSignatureCreationEnvironment(h, "host", "1.0", 0), ZARV_OK);
-  ASSERT_EQ(ZARV_SetDataHash(h, Bytes(32, 0x33), kSha256, 0), ZARV_OK);
-  ASSERT_EQ(ZARV_SetDataHash(h, Bytes(32, 0x11), kSha256, 0), ZARV_OK);
-}
-
-TEST_F(SignerInfoTest, DerOrderOptInSortsTheSignedAttributesByTheirEncodings) {
-  addDerOrderAttributes(h_);
-  const std::string expected = ::testing::TempDir() + "/dtbs_der_order_expected.der";
-  ASSERT_EQ(testutil::run("openssl asn1parse -genconf " + testutil::dataPath("signer/dtbs_signer_ec_der_order.cnf") +
-                          " -out " + expected + " >/dev/null"),
-            0);
-  std::string sorted;
-  {
-    // Read when the data to be signed is built, not when the attributes are added.
-    ScopedOrderVariable order("1");
-    sorted = dtbs();
-  }
-  EXPECT_EQ(sorted, toHex(testutil::readFile(expected)));
+TEST_F(SignerInfoTest, OnlyTheValueOneSelectsDerOrderWhenTheDataToBeSignedIsBuilt) {
+  // Two digests added 33 first, so that equal lengths are decided by content.
+  ASSERT_EQ(ZARV_SetSigningTime(h_, "20240101120000Z"), ZARV_OK);
+  ASSERT_EQ(ZARV_SetSignerCertificate(h_, certificate(), Bytes(32, 0x22), kSha256), ZARV_OK);
+  ASSERT_EQ(ZARV_SetSignatureCreationEnvironment(h_, "host", "1.0", 0), ZARV_OK);
+  ASSERT_EQ(ZARV_SetDataHash(h_, Bytes(32, 0x33), kSha256, 0), ZARV_OK);
+  ASSERT_EQ(ZARV_SetDataHash(h_, Bytes(32, 0x11), kSha256, 0), ZARV_OK);
+  const std::string dotted = dtbs();  // variable unset: dotted-text order, the signing certificate first
+  EXPECT_EQ(dotted.substr(8, 4), "306C");
+  for (const char* value : {"0", "", "yes", "11", " 1"}) EXPECT_EQ(dtbsWithOrder(value), dotted) << "'" << value << "'";
+  const std::string sorted = dtbsWithOrder("1");
+  EXPECT_EQ(sorted, genconf("dtbs_signer_ec_der_order.cnf"));
   // The SignerInfo carries the same set as [0] (A0 in place of 31), even once the variable is gone.
   ASSERT_EQ(ZARV_SetP1Signature(h_, "1.2.840.10045.4.3.2", hex("DE AD BE EF")), ZARV_OK);
   EXPECT_NE(signerInfo().find("A0" + sorted.substr(2)), std::string::npos);
-}
-
-TEST_F(SignerInfoTest, OnlyTheValueOneSelectsDerOrder) {
-  addDerOrderAttributes(h_);
-  const std::string dotted = dtbs();  // variable unset: dotted-text order, the signing certificate first
-  EXPECT_EQ(dotted.substr(8, 4), "306C");
-  for (const char* value : {"0", "", "yes", "11", " 1"}) {
-    ScopedOrderVariable order(value);
-    EXPECT_EQ(dtbs(), dotted) << "'" << value << "'";
-  }
-  ScopedOrderVariable order("1");
-  EXPECT_NE(dtbs(), dotted);
 }
 
 }  // namespace

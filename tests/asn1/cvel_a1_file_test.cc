@@ -4,99 +4,38 @@
 
 #include <unistd.h>
 
-#include <filesystem>
 #include <string>
 #include <tuple>
-#include <vector>
 
-#include "asn1/cvel_a1_input.h"
 #include "asn1/cvel_a1_integer.h"
 #include "asn1/cvel_a1_output.h"
-#include "asn1/cvel_a1_stream_cursor.h"
 #include "asn1/cvel_string.h"
 #include "base/scratch_dir.h"
 #include "support/test_util.h"
 
 namespace {
 
-namespace fs = std::filesystem;
-
-// One step of a walk: result, tag, header and content position, flags, and the bytes of a primitive element.
-using Step = std::tuple<CvelResult, uint32_t, uint32_t, uint32_t, uint32_t, bool, bool, testutil::Bytes>;
-
-// Every element in document order: into constructed elements, on behind primitive ones.
-std::vector<Step> walk(CvelA1Input& in) {
-  std::vector<Step> steps;
-  CvelA1StreamCursor c;
-  CvelResult r = c.next(in);
-  while (r == kCvelOk && steps.size() < 1000000) {
-    CvelString element;
-    const bool constructed = (c.tag() & 0x20) != 0;
-    if (!constructed) {
-      EXPECT_EQ(c.getElement(in, element), kCvelOk);
-    }
-    steps.emplace_back(r, c.tag(), c.headerLength(), c.contentOffset(), c.contentLength(), c.moreFollows(),
-                       c.indefinite(), testutil::toBytes(element));
-    const uint32_t behind = c.position();
-    if (constructed && c.contentLength() != 0 && c.descend(in) == kCvelOk) continue;
-    c.setPosition(behind);
-    r = c.next(in);
-  }
-  steps.emplace_back(r, c.tag(), 0, 0, 0, false, false, testutil::Bytes());
-  return steps;
-}
-
-// Real DER files: everything under the folders that starts with a SEQUENCE.
-std::vector<fs::path> derFiles() {
-  std::vector<fs::path> folders = {KOLVARI_TEST_DATA};
-  for (const char* corpora : {KOLVARI_TEST_DATA "/../../../shared/corpora", "/work/shared/corpora"}) {
-    std::error_code ec;
-    if (fs::is_directory(corpora, ec)) {
-      folders.emplace_back(corpora);
-      break;
-    }
-  }
-  std::vector<fs::path> files;
-  for (const fs::path& folder : folders) {
-    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
-      if (!entry.is_regular_file()) continue;
-      const testutil::Bytes head = testutil::readFile(entry.path());
-      if (!head.empty() && head[0] == 0x30) files.push_back(entry.path());
-    }
-  }
-  return files;
-}
-
-TEST(CvelA1File, FilesGiveTheSameBytesAndElementsAsMemory) {
-  const std::vector<fs::path> files = derFiles();
-  ASSERT_GE(files.size(), 20u);
+// Stepping through a file and through the same bytes in memory is held to agree by fuzz_a1_file_cursor;
+// here the file sink and the file source meet real DER.
+TEST(CvelA1File, TheSinkWritesInPartsAndTheSourceReadsItBack) {
+  const testutil::Bytes bytes = testutil::readFile(testutil::dataPath("asn1crypto/test-ec-der.crt"));
+  CvelString der;
+  ASSERT_EQ(der.assign(bytes.data(), static_cast<uint32_t>(bytes.size())), kCvelOk);
   ScratchDir dir;
   const std::string copy = dir.file("copy.der");
-  for (const fs::path& path : files) {
-    SCOPED_TRACE(path.string());
-    CvelString der;
-    const testutil::Bytes bytes = testutil::readFile(path);
-    ASSERT_EQ(der.assign(bytes.data(), static_cast<uint32_t>(bytes.size())), kCvelOk);
-    {
-      // Written in two parts through the file sink, which counts what it has written.
-      CvelA1OutputFile sink(copy.c_str());
-      ASSERT_TRUE(sink.isOpen());
-      ASSERT_EQ(write(sink, der, 0, 7), kCvelOk);
-      ASSERT_EQ(write(sink, der, 7, 0xFFFFFFFF), kCvelOk);
-      uint32_t size = 0;
-      ASSERT_EQ(sink.getSize(&size), kCvelOk);
-      EXPECT_EQ(size, der.length());
-    }
-    EXPECT_EQ(testutil::readFile(copy.c_str()), bytes);
-
-    CvelA1File file;
-    ASSERT_EQ(file.open(copy.c_str()), kCvelOk);
-    EXPECT_EQ(file.input().size(), der.length());
-    CvelA1InputString memory(der, 0, 0xFFFFFFFF);
-    const std::vector<Step> fromMemory = walk(memory);
-    EXPECT_GT(fromMemory.size(), 2u);
-    EXPECT_TRUE(walk(file.input()) == fromMemory);
+  {
+    CvelA1OutputFile sink(copy.c_str());  // it counts what it has written
+    ASSERT_TRUE(sink.isOpen());
+    ASSERT_EQ(write(sink, der, 0, 7), kCvelOk);
+    ASSERT_EQ(write(sink, der, 7, 0xFFFFFFFF), kCvelOk);
+    uint32_t size = 0;
+    ASSERT_EQ(sink.getSize(&size), kCvelOk);
+    EXPECT_EQ(size, der.length());
   }
+  EXPECT_EQ(testutil::readFile(copy.c_str()), bytes);
+  CvelA1File file;
+  ASSERT_EQ(file.open(copy.c_str()), kCvelOk);
+  EXPECT_EQ(file.input().size(), der.length());
 }
 
 TEST(CvelA1File, MissingFilesGiveClosedSourcesAndSinks) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 #include "support/test_util.h"
 
@@ -39,12 +40,13 @@ TEST(CvelTime, ParsesBothFormsAsWritten) {
 
 TEST(CvelTime, DecodesUtcGeneralizedASequenceAroundOneOrBareText) {
   const std::pair<const char*, const char*> cases[] = {
-      {"17 0D 32 34 30 31 30 31 31 32 30 30 30 30 5A", "20240101120000Z"},           // UTCTime
-      {"18 0F 32 30 34 39 31 32 33 31 32 33 35 39 35 39 5A", "20491231235959Z"},     // GeneralizedTime
-      {"30 0F 17 0D 35 30 30 31 30 31 30 30 30 30 30 30 5A", "19500101000000Z"},     // SEQUENCE { UTCTime }
-      {"32 34 30 31 30 31 31 32 30 30 30 30 5A", "20240101120000Z"},                 // bare text
-      {"30 03 02 01 05", "state 2"},  // a SEQUENCE around no time: nothing is parsed
-      {"17 04 32 34 41 31", "state 1"}, {"04 02 01 02", "state 1"}, {"17 0D 32 34", "state 1"}};  // the last cut off
+      // UTCTime, GeneralizedTime, SEQUENCE { UTCTime }, bare text; a SEQUENCE around no time (nothing is
+      // parsed), a bad digit, another tag, a cut-off element.
+      {"17 0D 32 34 30 31 30 31 31 32 30 30 30 30 5A", "20240101120000Z"},
+      {"18 0F 32 30 34 39 31 32 33 31 32 33 35 39 35 39 5A", "20491231235959Z"},
+      {"30 0F 17 0D 35 30 30 31 30 31 30 30 30 30 30 30 5A", "19500101000000Z"},
+      {"32 34 30 31 30 31 31 32 30 30 30 30 5A", "20240101120000Z"}, {"30 03 02 01 05", "state 2"},
+      {"17 04 32 34 41 31", "state 1"}, {"04 02 01 02", "state 1"}, {"17 0D 32 34", "state 1"}};
   for (const auto& [der, fields] : cases) {
     CvelString s;
     testutil::assignHex(s, der);
@@ -55,12 +57,10 @@ TEST(CvelTime, DecodesUtcGeneralizedASequenceAroundOneOrBareText) {
 }
 
 TEST(CvelTime, CurrentTimeInBothForms) {
-  CvelString utc;
-  CvelString generalized;
+  CvelString utc, generalized;
   ASSERT_EQ(currentTime(utc, 3), kCvelOk);  // only bit 0 of the form counts
   ASSERT_EQ(currentTime(generalized, 0), kCvelOk);
-  EXPECT_EQ(utc.length(), 13u);
-  EXPECT_EQ(generalized.length(), 15u);
+  EXPECT_EQ(std::make_pair(utc.length(), generalized.length()), std::make_pair(13u, 15u));
 }
 
 }  // namespace

@@ -20,9 +20,7 @@ const std::string kPayload(120, 'x');
 // Collects lines one byte at a time, with no lock of its own: only the logger's mutex keeps them apart.
 class ByteSink : public CvelLogBase {
  public:
-  void write(const char* line) override {
-    for (const char* c = line; *c != '\0'; ++c) text += *c;
-  }
+  void write(const char* line) override { for (const char* c = line; *c != '\0'; ++c) text += *c; }
   std::string text;
 };
 
