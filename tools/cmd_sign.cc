@@ -1,9 +1,11 @@
 // kolvari sign: the reference host. It loads the plug-in with dlopen, plays the host's part with OpenSSL
-// (keys, hashing, signing) and drives the library through the signing run: signed attributes, data to be
-// signed, signature, SignerInfo, container.
+// (keys, hashing, signing) or a PKCS#11 token (signing), and drives the library through the signing run:
+// signed attributes, data to be signed, signature, SignerInfo, container. Given many files it loads the
+// plug-in, the keys and the certificates once and signs each file in turn.
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -11,19 +13,25 @@
 #include "commands.h"
 #include "host_crypto.h"
 #include "signing/host_signer.h"
+#include "signing/output_file.h"
+#include "signing/pkcs11_signer.h"
+#include "signing/pkcs11_uri.h"
 #include "signing/signature_builder.h"
 #include "zarv_plugin.h"
 
 namespace {
 
 constexpr char kUsage[] =
-    "usage: kolvari sign --key KEY --cert CERT [--chain CERTS]... [--crl CRL]... [--digest sha256|sha384|sha512]\n"
-    "                    [--time YYYYMMDDhhmmssZ] [--attached] [--pem] [--out FILE] [--plugin PATH]\n"
+    "usage: kolvari sign (--key KEY --cert CERT | --pkcs11 URI [--pkcs11-module PATH] [--cert CERT])\n"
+    "                    [--chain CERTS]... [--crl CRL]... [--digest sha256|sha384|sha512]\n"
+    "                    [--time YYYYMMDDhhmmssZ] [--attached] [--pem] [--plugin PATH]\n"
     "                    [--signer KEY,CERT]... [--signed-attr OID=HEXDER]... [--unsigned-attr OID=HEXDER]...\n"
-    "                    [--der-order] FILE\n";
+    "                    [--der-order] [--out FILE] FILE\n"
+    "       kolvari sign ... --out-dir DIR [--force] [--quiet] FILE...\n";
 // The library's opt-in for DER SET OF order of the signed attributes.
 constexpr char kDerOrderVariable[] = "KOLVARI_DER_ATTRIBUTE_ORDER";
 constexpr char kPemLabel[] = "PKCS7";
+constexpr char kSignatureSuffix[] = ".p7s";
 
 // One signer: its key file and its certificate file (the signer certificate first).
 struct SignerFiles {
@@ -46,7 +54,12 @@ struct SignOptions {
   bool pem = false;
   std::string out;
   std::string plugin;
-  std::string input;
+  std::string pkcs11;
+  std::string pkcs11Module;
+  std::string outDir;
+  bool force = false;
+  bool quiet = false;
+  std::vector<std::string> inputs;
 };
 
 // "KEY,CERT": both parts non-empty, split at the first comma.
@@ -121,6 +134,16 @@ bool parseOptions(const Arguments& args, SignOptions& o) {
       if (!value(o.out)) return false;
     } else if (a == "--plugin") {
       if (!value(o.plugin)) return false;
+    } else if (a == "--pkcs11") {
+      if (!value(o.pkcs11)) return false;
+    } else if (a == "--pkcs11-module") {
+      if (!value(o.pkcs11Module)) return false;
+    } else if (a == "--out-dir") {
+      if (!value(o.outDir)) return false;
+    } else if (a == "--force") {
+      o.force = true;
+    } else if (a == "--quiet") {
+      o.quiet = true;
     } else if (a == "--signer") {
       SignerFiles signer;
       if (!value(v) || !parseSigner(v, signer)) return false;
@@ -137,16 +160,28 @@ bool parseOptions(const Arguments& args, SignOptions& o) {
       o.pem = true;
     } else if (!a.empty() && a[0] == '-') {
       return false;
-    } else if (o.input.empty()) {
-      o.input = a;
     } else {
-      return false;
+      o.inputs.push_back(a);
     }
   }
-  return !o.key.empty() && !o.cert.empty() && !o.input.empty() && (o.time.empty() || isSigningTime(o.time));
+  // The first signer's key is a key file (with its certificate) or a key on a token, never both.
+  const bool oneKey = o.pkcs11.empty() ? !o.key.empty() && !o.cert.empty() : o.key.empty();
+  // Many files need a directory for their signatures; --out names the one output of one file.
+  const bool outputs = o.outDir.empty() ? o.inputs.size() == 1 : o.out.empty();
+  return oneKey && outputs && !o.inputs.empty() && (o.pkcs11Module.empty() || !o.pkcs11.empty()) &&
+         (o.time.empty() || isSigningTime(o.time));
 }
 
-bool writeOutput(const SignOptions& o, const Bytes& der) {
+// DIR/NAME.p7s for the input DIR2/NAME.
+std::string outputPath(const std::string& directory, const std::string& input) {
+  const size_t slash = input.rfind('/');
+  const std::string name = slash == std::string::npos ? input : input.substr(slash + 1);
+  return directory + "/" + name + kSignatureSuffix;
+}
+
+// The signature of input: into --out-dir (never over an existing file unless --force), into --out, or to
+// standard output.
+bool writeOutput(const SignOptions& o, const std::string& input, const Bytes& der, std::string& error) {
   std::string pem;
   const char* bytes = reinterpret_cast<const char*>(der.data());
   size_t size = der.size();
@@ -155,10 +190,96 @@ bool writeOutput(const SignOptions& o, const Bytes& der) {
     bytes = pem.data();
     size = pem.size();
   }
-  if (o.out.empty()) return std::fwrite(bytes, 1, size, stdout) == size && std::fflush(stdout) == 0;
-  std::ofstream file(o.out, std::ios::binary | std::ios::trunc);
-  file.write(bytes, static_cast<std::streamsize>(size));
-  return static_cast<bool>(file.flush());
+  if (!o.outDir.empty()) return writeWholeFile(outputPath(o.outDir, input), bytes, size, o.force, error);
+  // --out has always replaced its file.
+  if (!o.out.empty()) return writeWholeFile(o.out, bytes, size, true, error);
+  if (std::fwrite(bytes, 1, size, stdout) == size && std::fflush(stdout) == 0) return true;
+  error = "cannot write the output";
+  return false;
+}
+
+// What stays the same for every file of a run: the signers, their certificates and the container's
+// certificates and CRLs.
+struct SigningSetup {
+  std::vector<std::unique_ptr<HostSigner>> signers;
+  std::vector<Bytes> signerCertificates;
+  ContainerRequest container;
+};
+
+// The first signer from a token: its certificate from --cert, or else from the token.
+bool openTokenSigner(const SignOptions& o, SigningSetup& s, std::string& error) {
+  Pkcs11Uri uri;
+  if (!parsePkcs11Uri(o.pkcs11, uri, error)) return false;
+  std::unique_ptr<PKCS11Signer> signer = PKCS11Signer::open(o.pkcs11Module, uri, error);
+  if (signer == nullptr) return false;
+  std::vector<Bytes> file;
+  if (o.cert.empty()) {
+    file.emplace_back();
+    if (!signer->certificate(file.front(), error)) return false;
+  } else if (!readCertificates(o.cert, file, error)) {
+    return false;
+  }
+  s.signers.push_back(std::move(signer));
+  s.signerCertificates.push_back(file.front());
+  addCertificates(file, s.container.certificates);
+  return true;
+}
+
+bool loadSigners(const SignOptions& o, SigningSetup& s, std::string& error) {
+  // --key/--cert (or --pkcs11) sign first, then each --signer in the order given.
+  std::vector<SignerFiles> signerFiles;
+  if (o.pkcs11.empty()) signerFiles.push_back({o.key, o.cert});
+  signerFiles.insert(signerFiles.end(), o.moreSigners.begin(), o.moreSigners.end());
+  if (!o.pkcs11.empty() && !openTokenSigner(o, s, error)) return false;
+  for (const SignerFiles& files : signerFiles) {
+    PrivateKey key = readPrivateKey(files.key, error);
+    std::vector<Bytes> file;
+    if (key == nullptr || !readCertificates(files.cert, file, error)) return false;
+    s.signers.push_back(std::make_unique<KeyFileSigner>(std::move(key)));
+    s.signerCertificates.push_back(file.front());
+    addCertificates(file, s.container.certificates);
+  }
+  for (const std::string& chain : o.chain) {
+    std::vector<Bytes> file;
+    if (!readCertificates(chain, file, error)) return false;
+    addCertificates(file, s.container.certificates);
+  }
+  for (const std::string& crl : o.crls) {
+    if (!readCrls(crl, s.container.crls, error)) return false;
+  }
+  return true;
+}
+
+// Signs one file with every signer and writes its signature.
+bool signFile(const ZarvPlugin& zarv, const SignOptions& o, const DigestChoice* digest, SigningSetup& s,
+              const std::string& input, std::string& error) {
+  Bytes content;
+  if (!readWholeFile(input, content)) {
+    error = "cannot read " + input;
+    return false;
+  }
+  Bytes messageDigest;
+  if (!digestBytes(*digest, content, messageDigest)) {
+    error = "cannot hash: " + opensslError();
+    return false;
+  }
+  ContainerRequest container = s.container;
+  container.digest = digest;
+  container.signerInfos.resize(s.signers.size());
+  for (size_t i = 0; i < s.signers.size(); ++i) {
+    SignerInfoRequest request;
+    request.digest = digest;
+    request.signer = s.signers[i].get();
+    request.certificate = s.signerCertificates[i];
+    request.messageDigest = messageDigest;
+    request.time = o.time;
+    request.signedAttributes = o.signedAttributes;
+    request.unsignedAttributes = o.unsignedAttributes;
+    if (!buildSignerInfo(zarv, request, container.signerInfos[i], error)) return false;
+  }
+  if (o.attached) container.attachedContent = &content;
+  Bytes message;
+  return buildContainer(zarv, container, message, error) && writeOutput(o, input, message, error);
 }
 
 }  // namespace
@@ -175,42 +296,9 @@ int runSign(const Arguments& args) {
     return kExitUsage;
   }
 
-  // --key/--cert sign first, then each --signer in the order given.
-  std::vector<SignerFiles> signerFiles{{o.key, o.cert}};
-  signerFiles.insert(signerFiles.end(), o.moreSigners.begin(), o.moreSigners.end());
   std::string error;
-  std::vector<std::unique_ptr<HostSigner>> signers;
-  std::vector<Bytes> signerCertificates;
-  ContainerRequest container;
-  container.digest = digest;
-  bool read = true;
-  for (size_t i = 0; read && i < signerFiles.size(); ++i) {
-    PrivateKey key = readPrivateKey(signerFiles[i].key, error);
-    std::vector<Bytes> file;
-    read = key != nullptr && readCertificates(signerFiles[i].cert, file, error);
-    if (read) {
-      signers.push_back(std::make_unique<KeyFileSigner>(std::move(key)));
-      signerCertificates.push_back(file.front());
-      addCertificates(file, container.certificates);
-    }
-  }
-  for (size_t i = 0; read && i < o.chain.size(); ++i) {
-    std::vector<Bytes> file;
-    read = readCertificates(o.chain[i], file, error);
-    if (read) addCertificates(file, container.certificates);
-  }
-  for (size_t i = 0; read && i < o.crls.size(); ++i) read = readCrls(o.crls[i], container.crls, error);
-  Bytes content;
-  if (read && !readWholeFile(o.input, content)) {
-    error = "cannot read " + o.input;
-    read = false;
-  }
-  Bytes messageDigest;
-  if (read && !digestBytes(*digest, content, messageDigest)) {
-    error = "cannot hash: " + opensslError();
-    read = false;
-  }
-  if (!read) {
+  SigningSetup setup;
+  if (!loadSigners(o, setup, error)) {
     std::fprintf(stderr, "kolvari sign: %s\n", error.c_str());
     return kExitFailure;
   }
@@ -226,30 +314,20 @@ int runSign(const Arguments& args) {
     return kExitFailure;
   }
   zarv.init();
-  container.signerInfos.resize(signers.size());
-  for (size_t i = 0; i < signers.size(); ++i) {
-    SignerInfoRequest request;
-    request.digest = digest;
-    request.signer = signers[i].get();
-    request.certificate = signerCertificates[i];
-    request.messageDigest = messageDigest;
-    request.time = o.time;
-    request.signedAttributes = o.signedAttributes;
-    request.unsignedAttributes = o.unsignedAttributes;
-    if (!buildSignerInfo(zarv, request, container.signerInfos[i], error)) {
+  // The progress line is for a person watching a batch; a script reads only the messages and the status.
+  ProgressLine progress(o.inputs.size(), !o.outDir.empty() && !o.quiet && isatty(STDERR_FILENO) != 0);
+  size_t failed = 0;
+  for (const std::string& input : o.inputs) {
+    if (!signFile(zarv, o, digest, setup, input, error)) {
+      progress.clear();
       std::fprintf(stderr, "kolvari sign: %s\n", error.c_str());
-      return kExitFailure;
+      ++failed;
     }
+    progress.step();
   }
-  if (o.attached) container.attachedContent = &content;
-  Bytes message;
-  if (!buildContainer(zarv, container, message, error)) {
-    std::fprintf(stderr, "kolvari sign: %s\n", error.c_str());
-    return kExitFailure;
+  progress.finish();
+  if (failed > 0 && o.inputs.size() > 1) {
+    std::fprintf(stderr, "kolvari sign: %zu of %zu files not signed\n", failed, o.inputs.size());
   }
-  if (!writeOutput(o, message)) {
-    std::fprintf(stderr, "kolvari sign: cannot write the output\n");
-    return kExitFailure;
-  }
-  return kExitOk;
+  return failed == 0 ? kExitOk : kExitFailure;
 }

@@ -75,25 +75,37 @@ constexpr Command kCommands[] = {
      "\n"
      "example:\n"
      "  kolvari log-check --config kolvari.cfgLog\n"},
-    {"sign", runSign, "sign a file through the plug-in (OpenSSL hashes and signs)",
-     "usage: kolvari sign --key KEY --cert CERT [--chain CERTS]... [--crl CRL]... [--digest sha256|sha384|sha512]\n"
-     "                    [--time YYYYMMDDhhmmssZ] [--attached] [--pem] [--out FILE] [--plugin PATH]\n"
+    {"sign", runSign, "sign files through the plug-in (OpenSSL hashes, a key file or a PKCS#11 token signs)",
+     "usage: kolvari sign (--key KEY --cert CERT | --pkcs11 URI [--pkcs11-module PATH] [--cert CERT])\n"
+     "                    [--chain CERTS]... [--crl CRL]... [--digest sha256|sha384|sha512]\n"
+     "                    [--time YYYYMMDDhhmmssZ] [--attached] [--pem] [--plugin PATH]\n"
      "                    [--signer KEY,CERT]... [--signed-attr OID=HEXDER]... [--unsigned-attr OID=HEXDER]...\n"
-     "                    [--der-order] FILE\n"
+     "                    [--der-order] [--out FILE] FILE\n"
+     "       kolvari sign ... --out-dir DIR [--force] [--quiet] FILE...\n"
      "\n"
      "The reference host: loads the plug-in, hashes FILE and the signer certificate with OpenSSL, has the\n"
      "library build the signed attributes, signs them (RSA PKCS #1 v1.5 or ECDSA) and has the library encode\n"
-     "the SignerInfo and the SignedData.\n"
+     "the SignerInfo and the SignedData. Given many files with --out-dir, the plug-in, the keys and the\n"
+     "certificates are loaded once and each FILE gets DIR/FILE.p7s; a file that cannot be read or signed is\n"
+     "reported and skipped, and the exit status is 1 when any was.\n"
      "\n"
      "  --key KEY        the signer's private key (PEM or DER)\n"
      "  --cert CERT      the signer certificate first; further certificates in the file are added too\n"
+     "                   (with --pkcs11: default the token's certificate with the key's id)\n"
+     "  --pkcs11 URI     sign with a key on a PKCS#11 token, named by an RFC 7512 URI:\n"
+     "                   pkcs11:token=LABEL;object=KEYLABEL;id=%01?pin-value=PIN or ?pin-source=file:PATH;\n"
+     "                   without a PIN in the URI it is asked for on the terminal\n"
+     "  --pkcs11-module PATH  the PKCS#11 module (default: module-path= of the URI, else p11-kit-proxy.so)\n"
      "  --chain CERTS    more certificates for the SignedData (repeatable)\n"
      "  --crl CRL        a CRL for the SignedData (repeatable)\n"
      "  --digest NAME    sha256 (default), sha384 or sha512\n"
      "  --time TIME      the signing time, YYYYMMDDhhmmssZ (default: now)\n"
      "  --attached       carry FILE inside the SignedData (default: detached)\n"
      "  --pem            write PEM instead of DER\n"
-     "  --out FILE       where to write the signature (default: standard output)\n"
+     "  --out FILE       where to write the signature of the one FILE (default: standard output)\n"
+     "  --out-dir DIR    write one DIR/FILE.p7s per FILE, never over an existing file\n"
+     "  --force          with --out-dir, replace existing signatures\n"
+     "  --quiet          no progress line (it is shown only on a terminal anyway)\n"
      "  --plugin PATH    the plug-in to load\n"
      "  --signer KEY,CERT  one more signer in the same SignedData (repeatable)\n"
      "  --signed-attr OID=HEXDER    an extra signed attribute, its value one DER element in hex (repeatable)\n"
@@ -103,7 +115,8 @@ constexpr Command kCommands[] = {
      "\n"
      "example:\n"
      "  kolvari sign --key signer.key --cert signer.pem --chain ca.pem --out document.p7s document.txt\n"
-     "  openssl cms -verify -binary -inform DER -in document.p7s -content document.txt -CAfile ca.pem\n"},
+     "  openssl cms -verify -binary -inform DER -in document.p7s -content document.txt -CAfile ca.pem\n"
+     "  kolvari sign --pkcs11 'pkcs11:token=demo;object=signer?pin-source=file:pin.txt' --out-dir out *.txt\n"},
 };
 
 constexpr char kExitStatuses[] =

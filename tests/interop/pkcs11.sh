@@ -1,0 +1,136 @@
+#!/usr/bin/env bash
+# `kolvari sign --pkcs11` against a real token: SoftHSM2 in a temporary directory holds an RSA and an EC key
+# with their certificates; signatures made on it, one per file of a batch, verify with `openssl cms -verify`.
+# Each way a token run can go wrong gives its own message and leaves no signature file behind; the batch
+# skips what it cannot read, keeps existing signatures unless --force, and draws its progress line only on a
+# terminal.
+set -euo pipefail
+: "${KOLVARI:?path of the kolvari tool}"
+: "${KOLVARI_PLUGIN:?path of the plug-in}"
+
+module=/usr/lib/softhsm/libsofthsm2.so
+for tool in softhsm2-util pkcs11-tool script; do
+  command -v "$tool" >/dev/null || { echo "pkcs11: $tool is not installed (scripts/deps.sh)" >&2; exit 77; }
+done
+[ -e "$module" ] || { echo "pkcs11: $module is not installed (scripts/deps.sh)" >&2; exit 77; }
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work"
+fail() { echo "FAIL: $*" >&2; exit 1; }
+checks=0
+
+mkdir tokens
+printf 'directories.tokendir = %s/tokens\nobjectstore.backend = file\nlog.level = ERROR\n' "$work" > softhsm2.conf
+export SOFTHSM2_CONF=$work/softhsm2.conf
+for token in demo bare; do
+  softhsm2-util --init-token --free --label "$token" --pin 1234 --so-pin 87654321 >/dev/null
+done
+
+# A CA and two signers it issues; the keys go onto the token "demo" with their certificates (ids 01 and 02),
+# and one more EC key, without a certificate, onto the token "bare".
+openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout ca.key -out ca.pem -days 30 \
+  -subj "/CN=Kolvari Token CA" -addext basicConstraints=critical,CA:TRUE 2>/dev/null
+printf 'basicConstraints=CA:FALSE\nkeyUsage=critical,digitalSignature\n' > signer.ext
+serial=100
+put_on_token() {  # token, label, id, with certificate (yes/no), openssl key options
+  local token=$1 label=$2 id=$3 with_cert=$4; shift 4
+  openssl req -new -newkey "$@" -nodes -keyout "$label.key" -out "$label.csr" -subj "/CN=$label token signer" 2>/dev/null
+  openssl x509 -req -in "$label.csr" -CA ca.pem -CAkey ca.key -set_serial $((serial++)) -days 30 \
+    -extfile signer.ext -outform DER -out "$label.der" 2>/dev/null
+  softhsm2-util --import "$label.key" --token "$token" --label "$label" --id "$id" --pin 1234 >/dev/null
+  if [ "$with_cert" = yes ]; then
+    pkcs11-tool --module "$module" --token-label "$token" --login --pin 1234 --write-object "$label.der" \
+      --type cert --id "$id" --label "$label" >/dev/null 2>&1
+  fi
+}
+put_on_token demo rsa 01 yes rsa:2048
+put_on_token demo ec 02 yes ec -pkeyopt ec_paramgen_curve:P-256
+put_on_token bare lonely 03 no ec -pkeyopt ec_paramgen_curve:P-256
+echo 1234 > pin.txt
+for i in 1 2 3; do printf 'document %s\n' "$i" > "doc$i.txt"; done
+
+sign() { "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --pkcs11-module "$module" "$@"; }
+
+# Signing on the token: each signature verifies against the CA with the signer certificate from the token.
+while IFS='|' read -r uri options; do
+  rm -rf out
+  mkdir out
+  # shellcheck disable=SC2086  # options are words
+  sign --pkcs11 "$uri" $options --out-dir out doc1.txt doc2.txt doc3.txt 2>err.txt || fail "$uri: $(cat err.txt)"
+  for i in 1 2 3; do
+    openssl cms -verify -binary -inform DER -in "out/doc$i.txt.p7s" -content "doc$i.txt" -CAfile ca.pem \
+      -out /dev/null 2>verify.err || fail "$uri $options: doc$i does not verify: $(cat verify.err)"
+  done
+  checks=$((checks + 1))
+done <<'ROWS'
+pkcs11:token=demo;object=rsa?pin-value=1234|
+pkcs11:token=demo;object=rsa?pin-value=1234|--digest sha512
+pkcs11:token=demo;id=%02?pin-source=file:pin.txt|
+pkcs11:token=demo;object=ec;id=%02?pin-value=1234|--digest sha384 --attached
+pkcs11:token=bare;object=lonely?pin-value=1234|--cert lonely.der
+ROWS
+
+# Each failure: exit status 1, its message, and no signature left behind.
+while IFS='|' read -r expected uri options; do
+  rm -rf out
+  mkdir out
+  # shellcheck disable=SC2086
+  if sign --pkcs11 "$uri" $options --out-dir out doc1.txt 2>err.txt </dev/null; then status=0; else status=$?; fi
+  [ "$status" -eq 1 ] || fail "$uri $options: exit status $status, not 1"
+  grep -qF "$expected" err.txt || fail "$uri $options: '$(cat err.txt)', not '$expected'"
+  [ -z "$(ls -A out)" ] || fail "$uri $options: left $(ls -A out)"
+  checks=$((checks + 1))
+done <<'ROWS'
+C_Login: CKR_PIN_INCORRECT|pkcs11:token=demo;object=rsa?pin-value=9999|
+no private key on token demo matches|pkcs11:token=demo;object=missing?pin-value=1234|
+cannot load the PKCS#11 module /no/such/module.so|pkcs11:token=demo;object=rsa?pin-value=1234&module-path=/no/such/module.so|--pkcs11-module /no/such/module.so
+token bare holds no certificate for the key|pkcs11:token=bare;object=lonely?pin-value=1234|
+no token absent present|pkcs11:token=absent;object=rsa?pin-value=1234|
+token demo needs a PIN|pkcs11:token=demo;object=rsa|
+ROWS
+
+# A batch with an unreadable file: the others are signed, the failure is named, the status is 1; an existing
+# signature stays unless --force.
+rm -rf out
+mkdir out
+uri='pkcs11:token=demo;object=ec?pin-value=1234'
+if sign --pkcs11 "$uri" --out-dir out doc1.txt missing.txt doc2.txt 2>err.txt; then fail "a missing file gave status 0"; fi
+grep -q 'cannot read missing.txt' err.txt || fail "the missing file is not reported: $(cat err.txt)"
+[ -s out/doc1.txt.p7s ] && [ -s out/doc2.txt.p7s ] && [ ! -e out/missing.txt.p7s ] || fail "batch output: $(ls out)"
+before=$(cksum < out/doc1.txt.p7s)
+if sign --pkcs11 "$uri" --out-dir out doc1.txt 2>err.txt; then fail "an existing signature was replaced"; fi
+grep -q 'exists' err.txt && [ "$(cksum < out/doc1.txt.p7s)" = "$before" ] || fail "existing signature: $(cat err.txt)"
+sign --pkcs11 "$uri" --out-dir out --force doc1.txt 2>err.txt || fail "--force: $(cat err.txt)"
+[ "$(cksum < out/doc1.txt.p7s)" != "$before" ] || fail "--force left the old signature"
+[ -z "$(find out -name '.*')" ] || fail "temporary files left: $(find out -name '.*')"
+checks=$((checks + 3))
+
+# The progress line: drawn on a terminal (a pseudo-terminal from script), not with --quiet, not into a pipe.
+for i in $(seq 1 20); do echo "$i" > "many$i.txt"; done
+run_on_terminal() {  # extra options; prints what the terminal showed
+  rm -rf out
+  mkdir out
+  script -qec "'$KOLVARI' sign --plugin '$KOLVARI_PLUGIN' --pkcs11-module $module --pkcs11 '$uri' $* --out-dir out many*.txt" \
+    /dev/null </dev/null
+}
+shown=$(run_on_terminal)
+grep -qE '20/20 +[0-9]+ sig/s +[0-9]+s left' <<<"$shown" || fail "no progress line on a terminal: $shown"
+[ "$(ls out | wc -l)" -eq 20 ] || fail "the terminal batch wrote $(ls out | wc -l) signatures"
+shown=$(run_on_terminal --quiet)
+! grep -q 'sig/s' <<<"$shown" || fail "--quiet still shows progress: $shown"
+rm -rf out && mkdir out
+sign --pkcs11 "$uri" --out-dir out many*.txt 2>err.txt
+[ ! -s err.txt ] || fail "progress written into a pipe: $(cat err.txt)"
+checks=$((checks + 3))
+
+# Without a PIN in the URI it is asked for on the terminal, and what is typed is not echoed. The pause lets
+# the prompt turn echo off first (that flushes anything typed before).
+rm -rf out && mkdir out
+shown=$( (sleep 1; printf '1234\r') | script -qec "'$KOLVARI' sign --plugin '$KOLVARI_PLUGIN' --pkcs11-module $module \
+  --pkcs11 'pkcs11:token=demo;object=rsa' --quiet --out-dir out doc1.txt" /dev/null)
+grep -q 'PIN for token demo:' <<<"$shown" && [ -s out/doc1.txt.p7s ] || fail "the PIN prompt: $shown"
+! grep -q 1234 <<<"$shown" || fail "the PIN was echoed: $shown"
+checks=$((checks + 1))
+
+echo "pkcs11: $checks checks passed"

@@ -1,0 +1,36 @@
+// Writing signatures without ever leaving half a file behind, and the progress line of a batch.
+#ifndef KOLVARI_TOOLS_SIGNING_OUTPUT_FILE_H
+#define KOLVARI_TOOLS_SIGNING_OUTPUT_FILE_H
+
+#include <chrono>
+#include <cstddef>
+#include <string>
+
+// Writes size bytes to a temporary file beside path and renames it to path, so that a reader sees either
+// nothing or the whole file. Without replace an existing path is left alone and reported. False with a
+// one-line message.
+bool writeWholeFile(const std::string& path, const void* bytes, size_t size, bool replace, std::string& error);
+
+// "done/total  N sig/s  Ms left", redrawn in place on standard error (a terminal) at most a few times a second.
+class ProgressLine {
+ public:
+  ProgressLine(size_t total, bool shown);
+  // One more file finished (signed or failed).
+  void step();
+  // Clears the line so that a message can be printed on a line of its own.
+  void clear();
+  // Draws the final state and ends the line.
+  void finish();
+
+ private:
+  void draw();
+
+  using Clock = std::chrono::steady_clock;
+  size_t total_;
+  size_t done_ = 0;
+  bool shown_;
+  Clock::time_point start_;
+  Clock::time_point lastDrawn_;
+};
+
+#endif  // KOLVARI_TOOLS_SIGNING_OUTPUT_FILE_H
