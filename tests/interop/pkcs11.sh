@@ -88,6 +88,9 @@ cannot load the PKCS#11 module /no/such/module.so|pkcs11:token=demo;object=rsa?p
 token bare holds no certificate for the key|pkcs11:token=bare;object=lonely?pin-value=1234|
 no token absent present|pkcs11:token=absent;object=rsa?pin-value=1234|
 token demo needs a PIN|pkcs11:token=demo;object=rsa|
+bad %-escape in the PKCS#11 URI attribute id|pkcs11:token=demo;id=%0g?pin-value=1234|
+PKCS#11 URI attribute model is not supported|pkcs11:token=demo;model=x;object=rsa?pin-value=1234|
+PKCS#11 URI gives object twice|pkcs11:token=demo;object=rsa;object=ec?pin-value=1234|
 ROWS
 
 # A batch with an unreadable file: the others are signed, the failure is named, the status is 1; an existing
