@@ -1,0 +1,219 @@
+// Batch signing, side by side with its floor: `kolvari sign --out-dir` (the tool's own code, run in this
+// process) signs N small files with an EC P-256 or RSA-2048 key file through the plug-in: hash, signed
+// attributes, signature, SignerInfo, container and file write, with the plug-in, key and certificate loaded
+// once per batch. The floor is N bare EVP_DigestSign calls with the same key over input of the size of the
+// data to be signed. sig/s of the two rows of one key and N give the library's share of a signature.
+#include <benchmark/benchmark.h>
+
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+#include <openssl/x509.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "commands.h"
+#include "host_crypto.h"
+#include "signing/host_signer.h"
+#include "signing/signature_builder.h"
+#include "zarv_plugin.h"
+
+// The tool's file reader lives beside its main(); this is the same few lines for the linked commands.
+bool readWholeFile(const std::string& path, std::vector<unsigned char>& out) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) return false;
+  out.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  return !in.bad();
+}
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kMostFiles = 10000;
+constexpr size_t kFileSize = 512;
+constexpr long kCertificateDays = 30;
+constexpr int kRsaBits = 2048;
+const char kCurve[] = "P-256";
+
+struct KeyKind {
+  const char* name;
+  const char* file;  // under the work directory: NAME.key and NAME.pem
+};
+constexpr KeyKind kKeys[] = {{"EC-P256", "ec"}, {"RSA-2048", "rsa"}};
+
+// A self-signed certificate for key, DER.
+bool writeKeyAndCertificate(EVP_PKEY* key, const fs::path& keyPath, const fs::path& certPath) {
+  X509* x = X509_new();
+  X509_NAME* name = X509_NAME_new();
+  bool ok = x != nullptr && name != nullptr && X509_set_version(x, 2) == 1 &&
+            ASN1_INTEGER_set(X509_get_serialNumber(x), 1) == 1 &&
+            X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC,
+                                       reinterpret_cast<const unsigned char*>("Kolvari bench signer"), -1, -1,
+                                       0) == 1 &&
+            X509_set_subject_name(x, name) == 1 && X509_set_issuer_name(x, name) == 1 &&
+            X509_gmtime_adj(X509_getm_notBefore(x), 0) != nullptr &&
+            X509_time_adj_ex(X509_getm_notAfter(x), kCertificateDays, 0, nullptr) != nullptr &&
+            X509_set_pubkey(x, key) == 1 && X509_sign(x, key, EVP_sha256()) > 0;
+  FILE* k = ok ? std::fopen(keyPath.c_str(), "wb") : nullptr;
+  ok = k != nullptr && PEM_write_PrivateKey(k, key, nullptr, nullptr, 0, nullptr, nullptr) == 1;
+  if (k != nullptr) std::fclose(k);
+  FILE* c = ok ? std::fopen(certPath.c_str(), "wb") : nullptr;
+  ok = c != nullptr && PEM_write_X509(c, x) == 1;
+  if (c != nullptr) std::fclose(c);
+  X509_NAME_free(name);
+  X509_free(x);
+  return ok;
+}
+
+// The work directory: the keys, their certificates and kMostFiles small input files, made once.
+class Workspace {
+ public:
+  Workspace() {
+    char pattern[] = "/tmp/kolvari-bench-batch-XXXXXX";
+    if (mkdtemp(pattern) == nullptr) return;
+    root_ = pattern;
+    fs::create_directory(root_ / "in");
+    fs::create_directory(root_ / "out");
+    EVP_PKEY* ec = EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", kCurve);
+    EVP_PKEY* rsa = EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", static_cast<size_t>(kRsaBits));
+    ready_ = ec != nullptr && rsa != nullptr && writeKeyAndCertificate(ec, keyPath("ec"), certPath("ec")) &&
+             writeKeyAndCertificate(rsa, keyPath("rsa"), certPath("rsa"));
+    EVP_PKEY_free(ec);
+    EVP_PKEY_free(rsa);
+    const std::string text(kFileSize, 'k');
+    for (int i = 0; ready_ && i < kMostFiles; ++i) {
+      const fs::path file = root_ / "in" / ("doc" + std::to_string(i) + ".txt");
+      std::ofstream(file) << i << text;
+      inputs_.push_back(file.string());
+    }
+  }
+  ~Workspace() {
+    std::error_code ignored;
+    if (!root_.empty()) fs::remove_all(root_, ignored);
+  }
+  bool ready() const { return ready_; }
+  fs::path keyPath(const char* kind) const { return root_ / (std::string(kind) + ".key"); }
+  fs::path certPath(const char* kind) const { return root_ / (std::string(kind) + ".pem"); }
+  fs::path outDir() const { return root_ / "out"; }
+  const std::vector<std::string>& inputs() const { return inputs_; }
+
+ private:
+  fs::path root_;
+  bool ready_ = false;
+  std::vector<std::string> inputs_;
+};
+
+Workspace& workspace() {
+  static Workspace w;
+  return w;
+}
+
+// Passes signing on to a key file and remembers how long the data to be signed was.
+class MeasuringSigner : public HostSigner {
+ public:
+  explicit MeasuringSigner(PrivateKey key) : inner_(std::move(key)) {}
+  const char* signatureOid(const DigestChoice& digest) const override { return inner_.signatureOid(digest); }
+  bool sign(const DigestChoice& digest, const Bytes& data, Bytes& signature, std::string& error) override {
+    dtbsSize = data.size();
+    return inner_.sign(digest, data, signature, error);
+  }
+  size_t dtbsSize = 0;
+
+ private:
+  KeyFileSigner inner_;
+};
+
+// The size of the data to be signed the plug-in makes for one of the input files; 0 on failure.
+size_t dtbsSize(const KeyKind& kind) {
+  std::string error;
+  ZarvPlugin zarv;
+  PrivateKey key = readPrivateKey(workspace().keyPath(kind.file), error);
+  std::vector<Bytes> certificate;
+  if (!zarv.load(KOLVARI_PLUGIN_PATH, error) || key == nullptr ||
+      !readCertificates(workspace().certPath(kind.file), certificate, error)) {
+    return 0;
+  }
+  zarv.init();
+  MeasuringSigner signer(std::move(key));
+  SignerInfoRequest request;
+  request.digest = findDigest("sha256");
+  request.signer = &signer;
+  request.certificate = certificate.front();
+  Bytes content;
+  Bytes signerInfo;
+  if (!readWholeFile(workspace().inputs().front(), content) ||
+      !digestBytes(*request.digest, content, request.messageDigest) ||
+      !buildSignerInfo(zarv, request, signerInfo, error)) {
+    return 0;
+  }
+  return signer.dtbsSize;
+}
+
+void reportRate(benchmark::State& state, int files) {
+  state.counters["sig/s"] = benchmark::Counter(files, benchmark::Counter::kIsRate);
+}
+
+// `kolvari sign --key --cert --out-dir --force --quiet FILE...` over the first `files` inputs.
+void toolBatch(benchmark::State& state, const KeyKind& kind, int files) {
+  if (!workspace().ready()) {
+    state.SkipWithError("cannot make the keys and files");
+    return;
+  }
+  Arguments args{"--key", workspace().keyPath(kind.file).string(), "--cert", workspace().certPath(kind.file).string(),
+                 "--plugin", KOLVARI_PLUGIN_PATH, "--out-dir", workspace().outDir().string(), "--force", "--quiet"};
+  args.insert(args.end(), workspace().inputs().begin(), workspace().inputs().begin() + files);
+  for (auto _ : state) {
+    if (runSign(args) != kExitOk) state.SkipWithError("kolvari sign failed");
+  }
+  reportRate(state, files);
+}
+
+// `files` bare EVP_DigestSign calls (SHA-256) over input of the size of the data to be signed.
+void floorBatch(benchmark::State& state, const KeyKind& kind, int files) {
+  std::string error;
+  const size_t size = workspace().ready() ? dtbsSize(kind) : 0;
+  PrivateKey key = readPrivateKey(workspace().keyPath(kind.file), error);
+  EVP_MD_CTX* ctx = EVP_MD_CTX_new();
+  if (size == 0 || key == nullptr || ctx == nullptr) {
+    EVP_MD_CTX_free(ctx);
+    state.SkipWithError("cannot measure the data to be signed");
+    return;
+  }
+  const Bytes data(size, 0x31);
+  Bytes signature(static_cast<size_t>(EVP_PKEY_get_size(key.get())));
+  for (auto _ : state) {
+    for (int i = 0; i < files; ++i) {
+      size_t n = signature.size();
+      if (EVP_DigestSignInit(ctx, nullptr, EVP_sha256(), nullptr, key.get()) != 1 ||
+          EVP_DigestSign(ctx, signature.data(), &n, data.data(), data.size()) != 1) {
+        state.SkipWithError("EVP_DigestSign failed");
+        break;
+      }
+      benchmark::DoNotOptimize(signature.data());
+    }
+  }
+  EVP_MD_CTX_free(ctx);
+  state.counters["dtbs"] = static_cast<double>(size);
+  reportRate(state, files);
+}
+
+const bool kRegistered = [] {
+  for (const KeyKind& kind : kKeys) {
+    for (int files : {1000, kMostFiles}) {
+      const std::string name = std::string("batch_sign/") + kind.name + "/" + std::to_string(files);
+      benchmark::RegisterBenchmark((name + "/kolvari").c_str(), toolBatch, kind, files)
+          ->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
+      benchmark::RegisterBenchmark((name + "/floor").c_str(), floorBatch, kind, files)
+          ->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
+    }
+  }
+  return true;
+}();
+
+}  // namespace
