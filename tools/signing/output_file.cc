@@ -1,17 +1,18 @@
 #include "signing/output_file.h"
 
 #include <fcntl.h>
+#include <stdio.h>  // renameat2
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <vector>
 
 namespace {
 
-constexpr char kTemporarySuffix[] = ".XXXXXX";
+constexpr mode_t kCreateMode = 0666;  // less the umask, as any created file
+constexpr int kNameAttempts = 100;   // names left behind by an earlier process of the same id
 constexpr auto kRedrawInterval = std::chrono::milliseconds(100);
 
 bool writeAll(int fd, const unsigned char* bytes, size_t size) {
@@ -33,34 +34,32 @@ bool writeWholeFile(const std::string& path, const void* bytes, size_t size, boo
     error = path + " exists (--force replaces it)";
     return false;
   }
-  // Beside the target, so that the rename stays within one file system. The dot keeps it out of listings.
+  // Beside the target, so that the rename stays within one file system; the dot keeps it out of listings.
+  // O_EXCL makes the name ours alone, and the mode is what a plain create under the umask gives.
   const size_t slash = path.rfind('/');
   const std::string directory = slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
   const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
-  std::string temporary = directory + "." + name + kTemporarySuffix;
-  std::vector<char> pattern(temporary.begin(), temporary.end());
-  pattern.push_back('\0');
-  const int fd = mkstemp(pattern.data());
+  const std::string stem = directory + "." + name + "." + std::to_string(getpid()) + ".";
+  static unsigned counter = 0;
+  std::string temporary;
+  int fd = -1;
+  for (int attempt = 0; fd < 0 && attempt < kNameAttempts; ++attempt) {
+    temporary = stem + std::to_string(counter++);
+    fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kCreateMode);
+    if (fd < 0 && errno != EEXIST) break;
+  }
   if (fd < 0) {
     error = "cannot write " + path + ": " + std::strerror(errno);
     return false;
   }
-  temporary = pattern.data();
-  constexpr mode_t kReadable = 0644;  // what a plain create gives under the usual umask
-  const mode_t mask = umask(0);
-  umask(mask);
-  bool written = fchmod(fd, kReadable & ~mask) == 0 && writeAll(fd, static_cast<const unsigned char*>(bytes), size);
+  bool written = writeAll(fd, static_cast<const unsigned char*>(bytes), size);
   written = close(fd) == 0 && written;
-  // Without replace, link refuses a name that appeared since the check above; rename would overwrite it.
-  bool placed = false;
-  if (written && replace) {
-    placed = rename(temporary.c_str(), path.c_str()) == 0;
-  } else if (written) {
-    placed = link(temporary.c_str(), path.c_str()) == 0;
-  }
-  const int why = errno;
-  if (!placed || !replace) unlink(temporary.c_str());
+  // Without replace, a name that appeared since the check above is refused, never overwritten.
+  const bool placed =
+      written && renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, path.c_str(), replace ? 0 : RENAME_NOREPLACE) == 0;
   if (!placed) {
+    const int why = errno;
+    unlink(temporary.c_str());
     error = why == EEXIST ? path + " exists (--force replaces it)" : "cannot write " + path + ": " + std::strerror(why);
     return false;
   }
