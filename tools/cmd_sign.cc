@@ -2,6 +2,7 @@
 // (keys, hashing, signing) or a PKCS#11 token (signing), and drives the library through the signing run:
 // signed attributes, data to be signed, signature, SignerInfo, container. Given many files it loads the
 // plug-in, the keys and the certificates once and signs each file in turn.
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -191,11 +192,17 @@ bool writeOutput(const SignOptions& o, const std::string& input, const Bytes& de
     size = pem.size();
   }
   if (!o.outDir.empty()) return writeWholeFile(outputPath(o.outDir, input), bytes, size, o.force, error);
-  // --out has always replaced its file.
-  if (!o.out.empty()) return writeWholeFile(o.out, bytes, size, true, error);
-  if (std::fwrite(bytes, 1, size, stdout) == size && std::fflush(stdout) == 0) return true;
-  error = "cannot write the output";
-  return false;
+  // --out has always replaced its file's content. Only a plain file is replaced by a rename: through a
+  // symbolic link, a device or a pipe (--out /dev/stdout) the bytes are written as they always were, since a
+  // rename would put a file in place of the link or the device node.
+  struct stat target;
+  const bool special = !o.out.empty() && lstat(o.out.c_str(), &target) == 0 && !S_ISREG(target.st_mode);
+  if (!o.out.empty() && !special) return writeWholeFile(o.out, bytes, size, true, error);
+  FILE* to = special ? std::fopen(o.out.c_str(), "wb") : stdout;
+  bool written = to != nullptr && std::fwrite(bytes, 1, size, to) == size && std::fflush(to) == 0;
+  if (special && to != nullptr) written = std::fclose(to) == 0 && written;
+  if (!written) error = "cannot write the output";
+  return written;
 }
 
 // What stays the same for every file of a run: the signers, their certificates and the container's

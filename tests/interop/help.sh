@@ -56,6 +56,9 @@ sign|sign --key k.pem --cert c.pem
 sign|sign --key k.pem --cert c.pem empty.txt other.txt
 sign|sign --key k.pem --cert c.pem --no-such-option empty.txt
 sign|sign --key k.pem --cert c.pem --time 2024-05-01 empty.txt
+sign|sign --key k.pem --cert c.pem --pkcs11 pkcs11:object=k empty.txt
+sign|sign --pkcs11-module m.so --key k.pem --cert c.pem empty.txt
+sign|sign --key k.pem --cert c.pem --out x.p7s --out-dir out empty.txt
 ROWS
 if "$KOLVARI" sign --key k.pem --cert c.pem --digest md5 empty.txt >out.txt 2>err.txt; then status=0; else status=$?; fi
 [ "$status" -eq 2 ] || fail "kolvari sign --digest md5: exit status $status, not 2"

@@ -107,7 +107,13 @@ grep -q 'exists' err.txt && [ "$(cksum < out/doc1.txt.p7s)" = "$before" ] || fai
 sign --pkcs11 "$uri" --out-dir out --force doc1.txt 2>err.txt || fail "--force: $(cat err.txt)"
 [ "$(cksum < out/doc1.txt.p7s)" != "$before" ] || fail "--force left the old signature"
 [ -z "$(find out -name '.*')" ] || fail "temporary files left: $(find out -name '.*')"
-checks=$((checks + 3))
+# --out writes through a symbolic link (as into /dev/stdout) rather than putting a file in its place.
+touch target.p7s && ln -s target.p7s link.p7s
+sign --pkcs11 "$uri" --out link.p7s doc1.txt 2>err.txt || fail "--out through a link: $(cat err.txt)"
+[ -L link.p7s ] || fail "--out replaced the symbolic link"
+openssl cms -verify -binary -inform DER -in target.p7s -content doc1.txt -CAfile ca.pem -out /dev/null 2>verify.err ||
+  fail "--out through a link does not verify: $(cat verify.err)"
+checks=$((checks + 4))
 
 # The progress line: drawn on a terminal (a pseudo-terminal from script), not with --quiet, not into a pipe.
 for i in $(seq 1 20); do echo "$i" > "many$i.txt"; done
