@@ -55,8 +55,15 @@ bool writeWholeFile(const std::string& path, const void* bytes, size_t size, boo
   bool written = writeAll(fd, static_cast<const unsigned char*>(bytes), size);
   written = close(fd) == 0 && written;
   // Without replace, a name that appeared since the check above is refused, never overwritten.
-  const bool placed =
+  bool placed =
       written && renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, path.c_str(), replace ? 0 : RENAME_NOREPLACE) == 0;
+  // A file system without RENAME_NOREPLACE: link refuses an existing name just the same.
+  if (written && !placed && !replace && errno == EINVAL) {
+    placed = link(temporary.c_str(), path.c_str()) == 0;
+    const int why = errno;
+    unlink(temporary.c_str());
+    errno = why;
+  }
   if (!placed) {
     const int why = errno;
     unlink(temporary.c_str());
