@@ -4,15 +4,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <memory>
 #include <string>
 #include <vector>
 
-#include "asn1/cvel_a1_node.h"
-#include "asn1/cvel_der.h"
-#include "asn1/cvel_oid.h"
-#include "asn1/cvel_time.h"
 #include "commands.h"
 #include "host_crypto.h"
+#include "signing/host_signer.h"
+#include "signing/signature_builder.h"
 #include "zarv_plugin.h"
 
 namespace {
@@ -22,9 +21,6 @@ constexpr char kUsage[] =
     "                    [--time YYYYMMDDhhmmssZ] [--attached] [--pem] [--out FILE] [--plugin PATH]\n"
     "                    [--signer KEY,CERT]... [--signed-attr OID=HEXDER]... [--unsigned-attr OID=HEXDER]...\n"
     "                    [--der-order] FILE\n";
-constexpr uint32_t kReplace = 1;
-// Extra attributes are added beside what is already there, never in place of it.
-constexpr uint32_t kAddValue = 0;
 // The library's opt-in for DER SET OF order of the signed attributes.
 constexpr char kDerOrderVariable[] = "KOLVARI_DER_ATTRIBUTE_ORDER";
 constexpr char kPemLabel[] = "PKCS7";
@@ -33,12 +29,6 @@ constexpr char kPemLabel[] = "PKCS7";
 struct SignerFiles {
   std::string key;
   std::string cert;
-};
-
-// An extra attribute: dotted type and one complete DER value.
-struct ExtraAttribute {
-  std::string oid;
-  Bytes value;
 };
 
 struct SignOptions {
@@ -156,136 +146,6 @@ bool parseOptions(const Arguments& args, SignOptions& o) {
   return !o.key.empty() && !o.cert.empty() && !o.input.empty() && (o.time.empty() || isSigningTime(o.time));
 }
 
-// Reports a failed library call; true when the call succeeded.
-bool called(const char* function, uint32_t result) {
-  if (result == ZARV_OK) return true;
-  std::fprintf(stderr, "kolvari sign: %s returned %s\n", function, describeResult(result).c_str());
-  return false;
-}
-
-// Owns a signer-info or container handle for the length of a run, and gives it back to the plug-in.
-template <typename Record>
-class OwnedHandle {
- public:
-  using Release = uint32_t (*)(Record*);
-  explicit OwnedHandle(Release release) : release_(release) {}
-  OwnedHandle(const OwnedHandle&) = delete;
-  OwnedHandle& operator=(const OwnedHandle&) = delete;
-  ~OwnedHandle() {
-    if (handle_ != nullptr) release_(handle_);
-  }
-  Record** out() { return &handle_; }
-  Record* get() const { return handle_; }
-
- private:
-  Release release_;
-  Record* handle_ = nullptr;
-};
-
-// The encoded SignerInfo for content, made by the library around the host's signature.
-bool buildSignerInfo(const ZarvPlugin& zarv, const SignOptions& o, const DigestChoice& digest, EVP_PKEY* key,
-                     const Bytes& certificate, const Bytes& content, Bytes& signerInfo) {
-  Bytes messageDigest;
-  Bytes certificateHash;
-  if (!digestBytes(digest, content, messageDigest) || !digestBytes(digest, certificate, certificateHash)) {
-    std::fprintf(stderr, "kolvari sign: cannot hash: %s\n", opensslError().c_str());
-    return false;
-  }
-  const char* signatureOid = signatureOidFor(key, digest);
-  if (signatureOid == nullptr) {
-    std::fprintf(stderr, "kolvari sign: only RSA and EC keys are supported\n");
-    return false;
-  }
-  std::string time = o.time;
-  if (time.empty()) {
-    CvelString now;
-    if (currentTime(now, 0) != kCvelOk) {
-      std::fprintf(stderr, "kolvari sign: cannot read the clock\n");
-      return false;
-    }
-    time = now.c_str();
-  }
-
-  OwnedHandle<SignerInfoRecord> signer(zarv.releaseSignerInfo);
-  Bytes dtbs;
-  if (!called("ZARV_CreateSignerInfo", zarv.createSignerInfo(signer.out())) ||
-      !called("ZARV_SetDataHash", zarv.setDataHash(signer.get(), messageDigest, digest.digestOid, kReplace)) ||
-      !called("ZARV_SetSignerCertificate",
-              zarv.setSignerCertificate(signer.get(), certificate, certificateHash, digest.digestOid)) ||
-      !called("ZARV_SetSigningTime", zarv.setSigningTime(signer.get(), time)) ||
-      !called("ZARV_SetContentType", zarv.setContentType(signer.get(), Bytes()))) {
-    return false;
-  }
-  for (const ExtraAttribute& a : o.signedAttributes) {
-    if (!called("ZARV_AddSignedAttribute", zarv.addSignedAttribute(signer.get(), a.oid, a.value, kAddValue))) {
-      return false;
-    }
-  }
-  if (!called("ZARV_GetDTBS", zarv.getDTBS(signer.get(), &dtbs))) return false;
-  Bytes signature;
-  std::string error;
-  if (!signBytes(key, digest, dtbs, signature, error)) {
-    std::fprintf(stderr, "kolvari sign: %s\n", error.c_str());
-    return false;
-  }
-  if (!called("ZARV_SetP1Signature", zarv.setP1Signature(signer.get(), signatureOid, signature))) return false;
-  for (const ExtraAttribute& a : o.unsignedAttributes) {
-    if (!called("ZARV_AddUnsignedAttribute", zarv.addUnsignedAttribute(signer.get(), a.oid, a.value, kAddValue))) {
-      return false;
-    }
-  }
-  return called("ZARV_EncodeSignerInfo", zarv.encodeSignerInfo(signer.get(), &signerInfo));
-}
-
-// ContentInfo { id-data, [0] { OCTET STRING content } } for attached signing.
-bool attachedContentInfo(const Bytes& content, Bytes& out) {
-  CvelA1Node info = CvelA1Node::constructed(
-      kTagSequence,
-      {CvelA1Node::raw(kDerOidData, sizeof kDerOidData),
-       CvelA1Node::constructed(kTagContext0, {CvelA1Node::primitive(kTagOctetString, content.data(), content.size())})});
-  return info.appendTo(out) == kCvelOk;
-}
-
-bool buildContainer(const ZarvPlugin& zarv, const SignOptions& o, const DigestChoice& digest,
-                    const std::vector<Bytes>& certificates, const std::vector<Bytes>& crls, const Bytes& content,
-                    const std::vector<Bytes>& signerInfos, Bytes& out) {
-  CvelString digestOid;
-  if (fromDotted(digest.digestOid, digestOid, 0) != kCvelOk) return false;
-  Bytes digestOctets(digestOid.data(), digestOid.data() + digestOid.length());
-
-  OwnedHandle<P72Container> container(zarv.closeP72Container);
-  if (!called("ZARV_CreateP72Container", zarv.createP72Container(container.out()))) return false;
-  if (o.attached) {
-    Bytes info;
-    if (!attachedContentInfo(content, info)) {
-      std::fprintf(stderr, "kolvari sign: content too large\n");
-      return false;
-    }
-    if (!called("ZARV_SetContentInfo", zarv.setContentInfo(container.get(), info))) return false;
-  }
-  if (!called("ZARV_AddDigestAlgorithm", zarv.addDigestAlgorithm(container.get(), digestOctets))) return false;
-  for (const Bytes& c : certificates) {
-    if (!called("ZARV_AddCertificate", zarv.addCertificate(container.get(), c))) return false;
-  }
-  for (const Bytes& c : crls) {
-    if (!called("ZARV_AddCRL", zarv.addCRL(container.get(), c))) return false;
-  }
-  for (const Bytes& signerInfo : signerInfos) {
-    if (!called("ZARV_AddSignerInfo", zarv.addSignerInfo(container.get(), signerInfo))) return false;
-  }
-  return called("ZARV_EncodeP72", zarv.encodeP72(container.get(), &out));
-}
-
-// Appends the certificates of a file to the container's list; one already there is not added twice (two
-// signers may share a chain).
-void addCertificates(const std::vector<Bytes>& file, std::vector<Bytes>& certificates) {
-  for (const Bytes& c : file) {
-    bool known = false;
-    for (const Bytes& k : certificates) known = known || k == c;
-    if (!known) certificates.push_back(c);
-  }
-}
-
 bool writeOutput(const SignOptions& o, const Bytes& der) {
   std::string pem;
   const char* bytes = reinterpret_cast<const char*>(der.data());
@@ -319,29 +179,35 @@ int runSign(const Arguments& args) {
   std::vector<SignerFiles> signerFiles{{o.key, o.cert}};
   signerFiles.insert(signerFiles.end(), o.moreSigners.begin(), o.moreSigners.end());
   std::string error;
-  std::vector<PrivateKey> keys;
+  std::vector<std::unique_ptr<HostSigner>> signers;
   std::vector<Bytes> signerCertificates;
-  std::vector<Bytes> certificates;
-  std::vector<Bytes> crls;
+  ContainerRequest container;
+  container.digest = digest;
   bool read = true;
   for (size_t i = 0; read && i < signerFiles.size(); ++i) {
-    keys.push_back(readPrivateKey(signerFiles[i].key, error));
+    PrivateKey key = readPrivateKey(signerFiles[i].key, error);
     std::vector<Bytes> file;
-    read = keys.back() != nullptr && readCertificates(signerFiles[i].cert, file, error);
+    read = key != nullptr && readCertificates(signerFiles[i].cert, file, error);
     if (read) {
+      signers.push_back(std::make_unique<KeyFileSigner>(std::move(key)));
       signerCertificates.push_back(file.front());
-      addCertificates(file, certificates);
+      addCertificates(file, container.certificates);
     }
   }
   for (size_t i = 0; read && i < o.chain.size(); ++i) {
     std::vector<Bytes> file;
     read = readCertificates(o.chain[i], file, error);
-    if (read) addCertificates(file, certificates);
+    if (read) addCertificates(file, container.certificates);
   }
-  for (size_t i = 0; read && i < o.crls.size(); ++i) read = readCrls(o.crls[i], crls, error);
+  for (size_t i = 0; read && i < o.crls.size(); ++i) read = readCrls(o.crls[i], container.crls, error);
   Bytes content;
   if (read && !readWholeFile(o.input, content)) {
     error = "cannot read " + o.input;
+    read = false;
+  }
+  Bytes messageDigest;
+  if (read && !digestBytes(*digest, content, messageDigest)) {
+    error = "cannot hash: " + opensslError();
     read = false;
   }
   if (!read) {
@@ -360,14 +226,27 @@ int runSign(const Arguments& args) {
     return kExitFailure;
   }
   zarv.init();
-  std::vector<Bytes> signerInfos(signerFiles.size());
-  for (size_t i = 0; i < signerFiles.size(); ++i) {
-    if (!buildSignerInfo(zarv, o, *digest, keys[i].get(), signerCertificates[i], content, signerInfos[i])) {
+  container.signerInfos.resize(signers.size());
+  for (size_t i = 0; i < signers.size(); ++i) {
+    SignerInfoRequest request;
+    request.digest = digest;
+    request.signer = signers[i].get();
+    request.certificate = signerCertificates[i];
+    request.messageDigest = messageDigest;
+    request.time = o.time;
+    request.signedAttributes = o.signedAttributes;
+    request.unsignedAttributes = o.unsignedAttributes;
+    if (!buildSignerInfo(zarv, request, container.signerInfos[i], error)) {
+      std::fprintf(stderr, "kolvari sign: %s\n", error.c_str());
       return kExitFailure;
     }
   }
+  if (o.attached) container.attachedContent = &content;
   Bytes message;
-  if (!buildContainer(zarv, o, *digest, certificates, crls, content, signerInfos, message)) return kExitFailure;
+  if (!buildContainer(zarv, container, message, error)) {
+    std::fprintf(stderr, "kolvari sign: %s\n", error.c_str());
+    return kExitFailure;
+  }
   if (!writeOutput(o, message)) {
     std::fprintf(stderr, "kolvari sign: cannot write the output\n");
     return kExitFailure;

@@ -1,0 +1,153 @@
+#include "signing/signature_builder.h"
+
+#include "asn1/cvel_a1_node.h"
+#include "asn1/cvel_der.h"
+#include "asn1/cvel_oid.h"
+#include "asn1/cvel_time.h"
+
+namespace {
+
+constexpr uint32_t kReplace = 1;
+// Extra attributes are added beside what is already there, never in place of it.
+constexpr uint32_t kAddValue = 0;
+
+// Turns a library result into a message; true when the call succeeded.
+bool called(const char* function, uint32_t result, std::string& error) {
+  if (result == ZARV_OK) return true;
+  error = std::string(function) + " returned " + describeResult(result);
+  return false;
+}
+
+// Owns a signer-info or container handle for the length of a run, and gives it back to the plug-in.
+template <typename Record>
+class OwnedHandle {
+ public:
+  using Release = uint32_t (*)(Record*);
+  explicit OwnedHandle(Release release) : release_(release) {}
+  OwnedHandle(const OwnedHandle&) = delete;
+  OwnedHandle& operator=(const OwnedHandle&) = delete;
+  ~OwnedHandle() {
+    if (handle_ != nullptr) release_(handle_);
+  }
+  Record** out() { return &handle_; }
+  Record* get() const { return handle_; }
+
+ private:
+  Release release_;
+  Record* handle_ = nullptr;
+};
+
+bool addAttributes(const ZarvPlugin& zarv, SignerInfoRecord* signer, const std::vector<ExtraAttribute>& attributes,
+                   bool isSigned, std::string& error) {
+  for (const ExtraAttribute& a : attributes) {
+    const uint32_t result = isSigned ? zarv.addSignedAttribute(signer, a.oid, a.value, kAddValue)
+                                     : zarv.addUnsignedAttribute(signer, a.oid, a.value, kAddValue);
+    if (!called(isSigned ? "ZARV_AddSignedAttribute" : "ZARV_AddUnsignedAttribute", result, error)) return false;
+  }
+  return true;
+}
+
+bool setSignedAttributes(const ZarvPlugin& zarv, SignerInfoRecord* signer, const SignerInfoRequest& r,
+                         std::string& error) {
+  Bytes certificateHash;
+  if (!digestBytes(*r.digest, r.certificate, certificateHash)) {
+    error = "cannot hash: " + opensslError();
+    return false;
+  }
+  if (!called("ZARV_SetDataHash", zarv.setDataHash(signer, r.messageDigest, r.digest->digestOid, kReplace), error) ||
+      !called("ZARV_SetSignerCertificate",
+              zarv.setSignerCertificate(signer, r.certificate, certificateHash, r.digest->digestOid), error)) {
+    return false;
+  }
+  if (r.withSigningTime) {
+    std::string time = r.time;
+    if (time.empty()) {
+      CvelString now;
+      if (currentTime(now, 0) != kCvelOk) {
+        error = "cannot read the clock";
+        return false;
+      }
+      time = now.c_str();
+    }
+    if (!called("ZARV_SetSigningTime", zarv.setSigningTime(signer, time), error)) return false;
+  }
+  return called("ZARV_SetContentType", zarv.setContentType(signer, Bytes()), error) &&
+         addAttributes(zarv, signer, r.signedAttributes, true, error);
+}
+
+// ContentInfo { id-data, [0] { OCTET STRING content } } for attached signing.
+bool attachedContentInfo(const Bytes& content, Bytes& out) {
+  CvelA1Node info = CvelA1Node::constructed(
+      kTagSequence,
+      {CvelA1Node::raw(kDerOidData, sizeof kDerOidData),
+       CvelA1Node::constructed(kTagContext0, {CvelA1Node::primitive(kTagOctetString, content.data(), content.size())})});
+  return info.appendTo(out) == kCvelOk;
+}
+
+}  // namespace
+
+bool buildSignerInfo(const ZarvPlugin& zarv, const SignerInfoRequest& r, Bytes& signerInfo, std::string& error) {
+  const char* signatureOid = r.signer->signatureOid(*r.digest);
+  if (signatureOid == nullptr) {
+    error = "only RSA and EC keys are supported";
+    return false;
+  }
+  OwnedHandle<SignerInfoRecord> signer(zarv.releaseSignerInfo);
+  Bytes dtbs;
+  Bytes signature;
+  if (!called("ZARV_CreateSignerInfo", zarv.createSignerInfo(signer.out()), error) ||
+      !setSignedAttributes(zarv, signer.get(), r, error) ||
+      !called("ZARV_GetDTBS", zarv.getDTBS(signer.get(), &dtbs), error) ||
+      !r.signer->sign(*r.digest, dtbs, signature, error) ||
+      !called("ZARV_SetP1Signature", zarv.setP1Signature(signer.get(), signatureOid, signature), error) ||
+      !addAttributes(zarv, signer.get(), r.unsignedAttributes, false, error)) {
+    return false;
+  }
+  if (r.afterSignature) {
+    std::vector<ExtraAttribute> more;
+    if (!r.afterSignature(signature, r.certificate, more, error) ||
+        !addAttributes(zarv, signer.get(), more, false, error)) {
+      return false;
+    }
+  }
+  return called("ZARV_EncodeSignerInfo", zarv.encodeSignerInfo(signer.get(), &signerInfo), error);
+}
+
+bool buildContainer(const ZarvPlugin& zarv, const ContainerRequest& r, Bytes& out, std::string& error) {
+  CvelString digestOid;
+  if (fromDotted(r.digest->digestOid, digestOid, 0) != kCvelOk) {
+    error = std::string("cannot encode the digest OID ") + r.digest->digestOid;
+    return false;
+  }
+  const Bytes digestOctets(digestOid.data(), digestOid.data() + digestOid.length());
+
+  OwnedHandle<P72Container> container(zarv.closeP72Container);
+  if (!called("ZARV_CreateP72Container", zarv.createP72Container(container.out()), error)) return false;
+  if (r.attachedContent != nullptr) {
+    Bytes info;
+    if (!attachedContentInfo(*r.attachedContent, info)) {
+      error = "content too large";
+      return false;
+    }
+    if (!called("ZARV_SetContentInfo", zarv.setContentInfo(container.get(), info), error)) return false;
+  }
+  if (!called("ZARV_AddDigestAlgorithm", zarv.addDigestAlgorithm(container.get(), digestOctets), error)) return false;
+  for (const Bytes& c : r.certificates) {
+    if (!called("ZARV_AddCertificate", zarv.addCertificate(container.get(), c), error)) return false;
+  }
+  for (const Bytes& c : r.crls) {
+    if (!called("ZARV_AddCRL", zarv.addCRL(container.get(), c), error)) return false;
+  }
+  for (const Bytes& s : r.signerInfos) {
+    if (!called("ZARV_AddSignerInfo", zarv.addSignerInfo(container.get(), s), error)) return false;
+  }
+  return called("ZARV_EncodeP72", zarv.encodeP72(container.get(), &out), error);
+}
+
+void addCertificates(const std::vector<Bytes>& certificates, std::vector<Bytes>& list) {
+  for (const Bytes& c : certificates) {
+    bool known = false;
+    for (const Bytes& k : list) known = known || k == c;
+    if (!known) list.push_back(c);
+  }
+}
