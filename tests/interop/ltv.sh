@@ -237,10 +237,11 @@ tsa-http-error|good|--tsa $base/tsa/http500|kolvari sign: time-stamp authority: 
 tsa-timeout|good|--tsa $base/tsa/slow --tsa-timeout 1|kolvari sign: time-stamp authority: no answer from $base/tsa/slow within 1 s
 tsa-wrong-nonce|good|--tsa $base/tsa/wrong-nonce|kolvari sign: the time-stamp token's nonce is not the one sent
 tsa-wrong-imprint|good|--tsa $base/tsa/wrong-imprint|kolvari sign: the time-stamp token's message imprint is not the hash of the signature value
+tsa-no-certificate|good|--tsa $base/tsa/no-certificate|kolvari sign: the time-stamp token carries no certificate although the request asked for one
 tsa-not-found|good|--tsa $base/nothing|answered with HTTP status 404
 revoked-by-ocsp|revoked|--fetch-revocation|kolvari sign: the OCSP response from $base/ocsp says the signer certificate is revoked
 revoked-by-crl|revoked|--revocation-crl pki/ca.crl.pem|kolvari sign: the CRL pki/ca.crl.pem says the signer certificate is revoked
 ocsp-for-another|good|--ocsp-response pki/revoked.ocsp|kolvari sign: the OCSP response pki/revoked.ocsp does not cover the signer certificate
 no-services|plain|--fetch-revocation|kolvari sign: the signer certificate names no OCSP responder and no CRL distribution point
 EOF
-echo "ltv: $(ls ./*.p7s | wc -l) signatures checked by OpenSSL, asn1crypto and BouncyCastle; failure cases passed"
+echo "ltv: $(find . -maxdepth 1 -name '*.p7s' | wc -l) signatures checked by OpenSSL, asn1crypto and BouncyCastle; failure cases passed"

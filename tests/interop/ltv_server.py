@@ -6,6 +6,7 @@
 #   POST /tsa            a normal answer            POST /tsa/http500       HTTP status 500
 #   POST /tsa/slow       answers after 5 s          POST /tsa/wrong-nonce   a token for another nonce
 #   POST /tsa/wrong-imprint  a token over another hash
+#   POST /tsa/no-certificate a token without the authority's certificate
 #   POST /ocsp           a normal answer            POST /ocsp/down         HTTP status 503
 #   GET  /ca.crl         the CA's CRL (DER)
 # Usage: ltv_server.py DIR PORTFILE. DIR holds ts.cnf, index.txt, ca.pem, ocsp.pem, ocsp.key, ca.crl.
@@ -42,6 +43,8 @@ def altered_query(request, what):
     query = tsp.TimeStampReq.load(request)
     if what == "wrong-nonce":
         query["nonce"] = query["nonce"].native + 1
+    elif what == "no-certificate":
+        query["cert_req"] = False
     else:
         hashed = bytearray(query["message_imprint"]["hashed_message"].native)
         hashed[0] ^= 0xFF
@@ -80,7 +83,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
         if path == "/tsa/slow":
             time.sleep(SLOW_SECONDS)
             path = "/tsa"
-        if path in ("/tsa/wrong-nonce", "/tsa/wrong-imprint"):
+        if path in ("/tsa/wrong-nonce", "/tsa/wrong-imprint", "/tsa/no-certificate"):
             request = altered_query(request, path.rsplit("/", 1)[1])
             path = "/tsa"
         if path == "/tsa":

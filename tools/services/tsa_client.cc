@@ -106,6 +106,11 @@ bool checkTimeStampResponse(const Bytes& response, const DigestChoice& digest, c
     error = "the time-stamp token's nonce is not the one sent";
     return false;
   }
+  // certReq was true: the authority must put its certificate into the token.
+  if (info.signedData().certificates().size() == 0) {
+    error = "the time-stamp token carries no certificate although the request asked for one";
+    return false;
+  }
   token = bytesOf(parts[1]);
   return true;
 }
