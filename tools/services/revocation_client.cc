@@ -161,8 +161,8 @@ bool fetchEvidence(const RevocationOptions& options, const Bytes& signerCertific
     Bytes basic;
     std::string why;
     if (!ocspRequest(subject, exchange.body)) {
-      failed("cannot make an OCSP request");
-      continue;
+      failed("no OCSP request without the issuer certificate (give it with --chain)");
+      break;
     }
     if (!httpExchange(exchange, response, why)) {
       failed("OCSP responder: " + why);
