@@ -13,6 +13,7 @@
 
 #include "commands.h"
 #include "host_crypto.h"
+#include "services/sign_services.h"
 #include "signing/host_signer.h"
 #include "signing/output_file.h"
 #include "signing/pkcs11_signer.h"
@@ -46,6 +47,7 @@ struct SignOptions {
   std::vector<SignerFiles> moreSigners;
   std::vector<ExtraAttribute> signedAttributes;
   std::vector<ExtraAttribute> unsignedAttributes;
+  SignServices services;
   bool derOrder = false;
   std::vector<std::string> chain;
   std::vector<std::string> crls;
@@ -117,6 +119,9 @@ bool parseOptions(const Arguments& args, SignOptions& o) {
       return true;
     };
     std::string v;
+    const int service = parseSignServiceOption(args, i, o.services);
+    if (service < 0) return false;
+    if (service > 0) continue;
     if (a == "--key") {
       if (!value(o.key)) return false;
     } else if (a == "--cert") {
@@ -282,6 +287,7 @@ bool signFile(const ZarvPlugin& zarv, const SignOptions& o, const DigestChoice* 
     request.time = o.time;
     request.signedAttributes = o.signedAttributes;
     request.unsignedAttributes = o.unsignedAttributes;
+    request.afterSignature = signServicesHook(o.services, container.certificates);
     if (!buildSignerInfo(zarv, request, container.signerInfos[i], error)) return false;
   }
   if (o.attached) container.attachedContent = &content;
@@ -294,7 +300,7 @@ bool signFile(const ZarvPlugin& zarv, const SignOptions& o, const DigestChoice* 
 int runSign(const Arguments& args) {
   SignOptions o;
   if (!parseOptions(args, o)) {
-    std::fprintf(stderr, "%s", kUsage);
+    std::fprintf(stderr, "%s%s", kUsage, kSignServicesUsage);
     return kExitUsage;
   }
   const DigestChoice* digest = findDigest(o.digest);
