@@ -215,6 +215,7 @@ bool writeOutput(const SignOptions& o, const std::string& input, const Bytes& de
 struct SigningSetup {
   std::vector<std::unique_ptr<HostSigner>> signers;
   std::vector<Bytes> signerCertificates;
+  std::vector<Bytes> certificateHashes;  // made by the first file's run, for all the others
   ContainerRequest container;
 };
 
@@ -275,14 +276,24 @@ bool signFile(const ZarvPlugin& zarv, const SignOptions& o, const DigestChoice* 
     error = "cannot hash: " + opensslError();
     return false;
   }
-  ContainerRequest container = s.container;
+  // The container's certificates and CRLs are the same for every file: only its content and signer infos change.
+  ContainerRequest& container = s.container;
   container.digest = digest;
-  container.signerInfos.resize(s.signers.size());
+  container.signerInfos.assign(s.signers.size(), Bytes());
+  for (size_t i = s.certificateHashes.size(); i < s.signers.size(); ++i) {
+    s.certificateHashes.emplace_back();
+    if (!digestBytes(*digest, s.signerCertificates[i], s.certificateHashes.back())) {
+      s.certificateHashes.pop_back();
+      error = "cannot hash: " + opensslError();
+      return false;
+    }
+  }
   for (size_t i = 0; i < s.signers.size(); ++i) {
     SignerInfoRequest request;
     request.digest = digest;
     request.signer = s.signers[i].get();
     request.certificate = s.signerCertificates[i];
+    request.certificateHash = s.certificateHashes[i];
     request.messageDigest = messageDigest;
     request.time = o.time;
     request.signedAttributes = o.signedAttributes;
@@ -290,9 +301,11 @@ bool signFile(const ZarvPlugin& zarv, const SignOptions& o, const DigestChoice* 
     request.afterSignature = signServicesHook(o.services, container.certificates);
     if (!buildSignerInfo(zarv, request, container.signerInfos[i], error)) return false;
   }
-  if (o.attached) container.attachedContent = &content;
   Bytes message;
-  return buildContainer(zarv, container, message, error) && writeOutput(o, input, message, error);
+  container.attachedContent = o.attached ? &content : nullptr;
+  const bool built = buildContainer(zarv, container, message, error);
+  container.attachedContent = nullptr;  // content does not outlive this call
+  return built && writeOutput(o, input, message, error);
 }
 
 }  // namespace

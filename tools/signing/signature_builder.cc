@@ -49,8 +49,8 @@ bool addAttributes(const ZarvPlugin& zarv, SignerInfoRecord* signer, const std::
 
 bool setSignedAttributes(const ZarvPlugin& zarv, SignerInfoRecord* signer, const SignerInfoRequest& r,
                          std::string& error) {
-  Bytes certificateHash;
-  if (!digestBytes(*r.digest, r.certificate, certificateHash)) {
+  Bytes certificateHash = r.certificateHash;
+  if (certificateHash.empty() && !digestBytes(*r.digest, r.certificate, certificateHash)) {
     error = "cannot hash: " + opensslError();
     return false;
   }

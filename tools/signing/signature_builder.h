@@ -26,6 +26,7 @@ struct SignerInfoRequest {
   const DigestChoice* digest = nullptr;
   HostSigner* signer = nullptr;
   Bytes certificate;    // the signer certificate, DER
+  Bytes certificateHash;  // its digest when the host has it already (a batch hashes it once); empty: hashed here
   Bytes messageDigest;  // the host's digest of the content
   // YYYYMMDDhhmmssZ or YYMMDDhhmmssZ; empty: the clock's time. Without withSigningTime no signing-time
   // attribute is written at all (the time then lives elsewhere, as in a PDF's /M).
