@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Signs PDFs from several producers with `kolvari sign-pdf`, once and twice, and holds the results against
 # poppler's pdfsig and qpdf: every signature valid, the last one covering the whole file, qpdf --check clean,
-# the input a prefix of the output, and one changed byte inside the signed range a digest mismatch. Encrypted
-# and broken inputs are refused without an output file.
+# the input a prefix of the output, and one changed byte inside the signed range a digest mismatch.
+# `kolvari inspect` lists the signatures of a twice-signed file. Encrypted and broken inputs are refused
+# without an output file.
 set -euo pipefail
 : "${KOLVARI:?path of the kolvari tool}"
 : "${KOLVARI_PLUGIN:?path of the plug-in}"
@@ -123,6 +124,18 @@ for producer in "${producers[@]}"; do
   is_prefix "$producer-1.pdf" "$producer-2.pdf"
   check_signed "$producer-2.pdf" 2
   grep -q 'Signature Field Name: Signature2' sig.txt || fail "$producer-2.pdf: second field not Signature2"
+
+  # kolvari inspect lists both: fields, signers, byte ranges (only the last covers the file) and the CMS.
+  "$KOLVARI" inspect --json "$producer-2.pdf" >inspect.json || fail "$producer-2.pdf: inspect exits with $?"
+  python3 - inspect.json <<'PY' || fail "$producer-2.pdf: inspect lists $(cat inspect.json)"
+import json, sys
+signatures = json.load(open(sys.argv[1]))["signatures"]
+assert [s["field"] for s in signatures] == ["Signature1", "Signature2"]
+assert [s["signer"] for s in signatures] == ["rsa PDF signer", "ec PDF signer"]
+assert [s["coversWholeFile"] for s in signatures] == [False, True]
+assert all(s["cms"]["type"] == "signedData" and s["subFilter"] == "/ETSI.CAdES.detached" for s in signatures)
+PY
+  checks=$((checks + 1))
 
   # One byte changed inside the signed range (the first page's text, before every signature).
   cp "$producer-2.pdf" damaged.pdf

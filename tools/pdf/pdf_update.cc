@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <limits>
 #include <map>
 #include <set>
 
@@ -17,7 +18,8 @@ constexpr size_t kTailWindow = 1024;       // startxref sits within the last kil
 constexpr int kWidgetFlags = 132;          // Print (4) | Locked (128)
 constexpr int kSigFlags = 3;               // SignaturesExist | AppendOnly
 constexpr size_t kByteRangeDigits = 10;    // each /ByteRange number is written in a fixed-width slot
-constexpr unsigned long long kFourGiB = 1ULL << 32;
+// The largest input: with the update a file stays well below what kByteRangeDigits and four-byte offsets hold.
+constexpr size_t kMaxInput = 1000000000;
 constexpr char kEncrypted[] = "the PDF is encrypted; sign it before encrypting it, or decrypt it first";
 
 bool isPdfSpace(unsigned char c) { return c == ' ' || c == '\n' || c == '\r' || c == '\t' || c == '\f' || c == 0; }
@@ -138,6 +140,12 @@ bool readInput(QPDF& pdf, const Bytes& input, const PdfSignatureFields& fields, 
   QPDFObjectHandle size = r.trailer.getKey("/Size");
   const long long declared = size.isInteger() ? size.getIntValue() : 0;
   const long long known = static_cast<long long>(pdf.getObjectCount()) + 1;
+  // Room for the update's new objects and its cross-reference stream above the largest number in use.
+  constexpr long long kNewObjects = 4;
+  if (declared < 0 || std::max(declared, known) > std::numeric_limits<int>::max() - kNewObjects) {
+    error = "the trailer's /Size is out of range";
+    return false;
+  }
   r.nextNumber = static_cast<int>(std::max(declared, known));
   return true;
 }
@@ -271,12 +279,13 @@ void appendXrefStream(Bytes& out, int number, std::map<int, size_t> offsets, std
   const size_t start = out.size();
   offsets[number] = start;
   generations[number] = 0;
-  const int offsetWidth = start < kFourGiB ? 4 : 8;
+  // Offsets fit four bytes: inputs are limited to kMaxInput.
+  constexpr int kOffsetWidth = 4;
   constexpr int kGenerationWidth = 2;
   std::string data;
   for (const auto& [n, offset] : offsets) {
     data.push_back(1);  // type 1: an object at a byte offset
-    for (int i = offsetWidth - 1; i >= 0; --i) data.push_back(static_cast<char>((offset >> (8 * i)) & 0xFF));
+    for (int i = kOffsetWidth - 1; i >= 0; --i) data.push_back(static_cast<char>((offset >> (8 * i)) & 0xFF));
     const int gen = generations[n];
     data.push_back(static_cast<char>((gen >> 8) & 0xFF));
     data.push_back(static_cast<char>(gen & 0xFF));
@@ -286,7 +295,7 @@ void appendXrefStream(Bytes& out, int number, std::map<int, size_t> offsets, std
     index += (index.empty() ? "" : " ") + std::to_string(first) + " " + std::to_string(count);
   }
   std::string x = std::to_string(number) + " 0 obj\n<< /Type /XRef" + entries + " /W [1 " +
-                  std::to_string(offsetWidth) + " " + std::to_string(kGenerationWidth) + "] /Index [" + index +
+                  std::to_string(kOffsetWidth) + " " + std::to_string(kGenerationWidth) + "] /Index [" + index +
                   "] /Length " + std::to_string(data.size()) + " >>\nstream\n" + data + "\nendstream\nendobj\n";
   x += "startxref\n" + std::to_string(start) + "\n%%EOF\n";
   appendText(out, x);
@@ -328,6 +337,10 @@ bool findLastCrossReference(const Bytes& data, size_t& offset, bool& isTable) {
 
 bool preparePdfUpdate(const Bytes& input, const PdfSignatureFields& fields, size_t contentsCapacity,
                       PdfPreparedUpdate& out, std::string& error) {
+  if (input.size() > kMaxInput) {
+    error = "the PDF is larger than " + std::to_string(kMaxInput) + " bytes";
+    return false;
+  }
   size_t previous = 0;
   bool isTable = false;
   if (!findLastCrossReference(input, previous, isTable)) {
@@ -352,8 +365,8 @@ bool preparePdfUpdate(const Bytes& input, const PdfSignatureFields& fields, size
     }
 
     int next = r.nextNumber;
-    signatureNumber = next++;
-    const int signature = signatureNumber;
+    const int signature = next++;
+    signatureNumber = signature;
     const int widget = next++;
     const int appearance = fields.visible ? next++ : 0;
     // Handles that stand for the new objects, so that qpdf writes references to them in rewritten objects.
