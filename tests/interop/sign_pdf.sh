@@ -38,34 +38,51 @@ xref_form() {
 print("table" if d[at:].lstrip().startswith(b"xref") else "stream")' "$1"
 }
 
-# The producers. A hand-written classic PDF (xref table, offsets counted here), qpdf's object streams and
-# cross-reference stream made from it, ghostscript, and reportlab when it is installed.
+# The producers. A hand-written classic PDF (xref table, offsets counted here) and one with a form field,
+# qpdf's object streams and cross-reference stream made from the first, ghostscript, and reportlab when it is installed.
 python3 - <<'PY'
-objects = [
-    b"<< /Type /Catalog /Pages 2 0 R >>",
+def write(path, objects):
+    out = bytearray(b"%PDF-1.4\n%\xe2\xe3\xcf\xd3\n")
+    offsets = []
+    for number, body in enumerate(objects, 1):
+        offsets.append(len(out))
+        out += b"%d 0 obj\n%s\nendobj\n" % (number, body)
+    xref = len(out)
+    out += b"xref\n0 %d\n0000000000 65535 f \n" % (len(objects) + 1)
+    out += b"".join(b"%010d 00000 n \n" % o for o in offsets)
+    out += b"trailer\n<< /Size %d /Root 1 0 R >>\nstartxref\n%d\n%%%%EOF\n" % (len(objects) + 1, xref)
+    open(path, "wb").write(out)
+
+text = b"BT /F1 24 Tf 72 760 Td (A hand-written classic PDF) Tj ET"
+page = (b"<< /Type /Page /Parent 2 0 R /MediaBox [0 0 595 842] /Contents 4 0 R"
+        b" /Resources << /Font << /F1 5 0 R >> >>%s >>")
+common = [
+    b"<< /Type /Catalog /Pages 2 0 R%s >>",
     b"<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
-    b"<< /Type /Page /Parent 2 0 R /MediaBox [0 0 595 842] /Contents 4 0 R"
-    b" /Resources << /Font << /F1 5 0 R >> >> >>",
-    None,
+    page,
+    b"<< /Length %d >>\nstream\n%s\nendstream" % (len(text), text),
     b"<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica >>",
 ]
-text = b"BT /F1 24 Tf 72 760 Td (A hand-written classic PDF) Tj ET"
-objects[3] = b"<< /Length %d >>\nstream\n%s\nendstream" % (len(text), text)
-out = bytearray(b"%PDF-1.4\n%\xe2\xe3\xcf\xd3\n")
-offsets = []
-for number, body in enumerate(objects, 1):
-    offsets.append(len(out))
-    out += b"%d 0 obj\n%s\nendobj\n" % (number, body)
-xref = len(out)
-out += b"xref\n0 %d\n0000000000 65535 f \n" % (len(objects) + 1)
-out += b"".join(b"%010d 00000 n \n" % o for o in offsets)
-out += b"trailer\n<< /Size %d /Root 1 0 R >>\nstartxref\n%d\n%%%%EOF\n" % (len(objects) + 1, xref)
-open("classic.pdf", "wb").write(out)
+classic = list(common)
+classic[0] %= b""
+classic[2] %= b""
+write("classic.pdf", classic)
+# A form with a text field already: /AcroForm, its /Fields and the page's /Annots all indirect.
+form = list(common)
+form[0] %= b" /AcroForm 6 0 R"
+form[2] %= b" /Annots 8 0 R"
+form += [
+    b"<< /Fields 7 0 R /DA (/Helv 0 Tf 0 g) >>",
+    b"[9 0 R]",
+    b"[9 0 R]",
+    b"<< /Type /Annot /Subtype /Widget /FT /Tx /T (Comment) /V (kept) /Rect [72 600 300 630] /P 3 0 R >>",
+]
+write("form.pdf", form)
 PY
 qpdf --object-streams=generate classic.pdf objstm.pdf
 printf '%%!PS\n/Helvetica findfont 20 scalefont setfont 72 700 moveto (Made by ghostscript) show showpage\n' > gs.ps
 ps2pdf gs.ps gs.pdf
-producers=(classic objstm gs)
+producers=(classic form objstm gs)
 # Debian's python3-reportlab belongs to the system's python3, which need not be the first on PATH.
 reportlab_python=
 for python in python3 /usr/bin/python3; do
@@ -117,6 +134,15 @@ for producer in "${producers[@]}"; do
   [ "$(xref_form "$producer-1.pdf")" = "$(xref_form "$in")" ] || fail "$producer-1.pdf: the update changed the xref form"
   checks=$((checks + 1))
 
+  # An existing form keeps its field: the rewritten /Fields and /Annots hold the text field and the new one.
+  if [ "$producer" = form ]; then
+    for array in 7 8; do
+      qpdf --show-object=$array "$producer-1.pdf" | grep -Eq '^\[ 9 0 R [0-9]+ 0 R \]$' ||
+        fail "form-1.pdf: object $array is $(qpdf --show-object=$array "$producer-1.pdf")"
+    done
+    checks=$((checks + 1))
+  fi
+
   # A second signature, EC and visible, keeps the first one valid.
   "$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --key ec.key --cert ec.pem --chain ca.pem --digest sha384 \
     --visible 1,50,50,220,50 --document-order "$producer-1.pdf" "$producer-2.pdf" ||
@@ -137,9 +163,11 @@ assert all(s["cms"]["type"] == "signedData" and s["subFilter"] == "/ETSI.CAdES.d
 PY
   checks=$((checks + 1))
 
-  # One byte changed inside the signed range (the first page's text, before every signature).
+  # One byte changed inside both signed ranges: a letter of the first signature's /Reason, which leaves the
+  # file's structure as it was.
   cp "$producer-2.pdf" damaged.pdf
-  flip damaged.pdf 20
+  reason=$(grep -boa '/Reason (Approved)' damaged.pdf | head -1 | cut -d: -f1)
+  flip damaged.pdf $((reason + 9))
   pdfsig -nocert damaged.pdf >sig.txt 2>&1 || true
   [ "$(grep -c 'Digest Mismatch' sig.txt)" -eq 2 ] || fail "$producer: a changed byte is not a digest mismatch: $(cat sig.txt)"
   checks=$((checks + 1))
