@@ -123,7 +123,7 @@ int inspectPdf(const std::string& path, bool json, const CmsDecoder& decodeCms) 
   std::string error;
   if (!listPdfSignatures(file, entries, error)) {
     std::fprintf(stderr, "kolvari inspect: %s: cannot read the PDF: %s\n", path.c_str(), error.c_str());
-    return kExitFailure;
+    return kExitUsage;
   }
   InspectValue value = InspectValue::object();
   value.set("type", InspectValue::text("PDF"));
