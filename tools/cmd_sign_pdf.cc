@@ -41,15 +41,20 @@ struct SignPdfOptions {
   std::string output;
 };
 
-// "PAGE,X,Y,W,H": a page from 1 and a box of positive size.
+// "PAGE,X,Y,W,H": a page from 1 and a box of positive size, all within the largest page PDF allows.
 bool parseVisible(const std::string& text, PdfVisibleBox& box) {
+  constexpr double kMaxUserUnits = 14400;
   int page = 0;
   double x = 0, y = 0, w = 0, h = 0;
   int used = 0;
   if (std::sscanf(text.c_str(), "%d,%lf,%lf,%lf,%lf%n", &page, &x, &y, &w, &h, &used) != 5 ||
-      static_cast<size_t>(used) != text.size() || page < 1 || !(w > 0) || !(h > 0)) {
+      static_cast<size_t>(used) != text.size() || page < 1) {
     return false;
   }
+  for (double v : {x, y, w, h}) {
+    if (!(v >= -kMaxUserUnits && v <= kMaxUserUnits)) return false;
+  }
+  if (!(w > 0) || !(h > 0)) return false;
   box = {page, x, y, w, h};
   return true;
 }

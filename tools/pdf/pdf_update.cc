@@ -67,16 +67,15 @@ void rewrite(UpdateObjects& objects, QPDFObjectHandle object) {
   objects[object.getObjGen().getObj()] = {object.getObjGen().getGen(), object.unparseResolved()};
 }
 
-// The names of the form's fields at the top level, and of their kids, so that a new name is not taken twice.
-void collectFieldNames(QPDFObjectHandle fields, std::set<std::string>& names, int depth) {
-  constexpr int kMaxDepth = 32;
-  if (!fields.isArray() || depth > kMaxDepth) return;
+// The names of the form's top-level fields, so that the new field, also at the top level, takes a free one.
+std::set<std::string> topLevelFieldNames(QPDFObjectHandle fields) {
+  std::set<std::string> names;
+  if (!fields.isArray()) return names;
   for (QPDFObjectHandle field : fields.getArrayAsVector()) {
-    if (!field.isDictionary()) continue;
-    QPDFObjectHandle name = field.getKey("/T");
-    if (name.isString() && depth == 0) names.insert(name.getUTF8Value());
-    collectFieldNames(field.getKey("/Kids"), names, depth + 1);
+    QPDFObjectHandle name = field.isDictionary() ? field.getKey("/T") : QPDFObjectHandle::newNull();
+    if (name.isString()) names.insert(name.getUTF8Value());
   }
+  return names;
 }
 
 std::string freeFieldName(const std::set<std::string>& taken) {
@@ -126,6 +125,9 @@ bool readInput(QPDF& pdf, const Bytes& input, const PdfSignatureFields& fields, 
     error = "the PDF has no document catalog";
     return false;
   }
+  // Read before the page list: qpdf may make new objects while it reads the page tree (a copy of a page that
+  // is listed twice), and those are not in the file.
+  const long long known = static_cast<long long>(pdf.getObjectCount()) + 1;
   const std::vector<QPDFObjectHandle>& pages = pdf.getAllPages();
   const int page = fields.visible ? fields.box.page : 1;
   if (page < 1 || static_cast<size_t>(page) > pages.size()) {
@@ -133,20 +135,20 @@ bool readInput(QPDF& pdf, const Bytes& input, const PdfSignatureFields& fields, 
     return false;
   }
   r.page = pages[static_cast<size_t>(page - 1)];
-  if (!r.page.isIndirect()) {
-    error = "the page is not an indirect object";
+  if (!r.page.isIndirect() || r.page.getObjGen().getObj() >= known) {
+    error = "page " + std::to_string(page) + " is not an object of the file";
     return false;
   }
   QPDFObjectHandle size = r.trailer.getKey("/Size");
   const long long declared = size.isInteger() ? size.getIntValue() : 0;
-  const long long known = static_cast<long long>(pdf.getObjectCount()) + 1;
   // Room for the update's new objects and its cross-reference stream above the largest number in use.
   constexpr long long kNewObjects = 4;
-  if (declared < 0 || std::max(declared, known) > std::numeric_limits<int>::max() - kNewObjects) {
+  const long long next = std::max(declared, static_cast<long long>(pdf.getObjectCount()) + 1);
+  if (declared < 0 || next > std::numeric_limits<int>::max() - kNewObjects) {
     error = "the trailer's /Size is out of range";
     return false;
   }
-  r.nextNumber = static_cast<int>(std::max(declared, known));
+  r.nextNumber = static_cast<int>(next);
   return true;
 }
 
@@ -356,8 +358,7 @@ bool preparePdfUpdate(const Bytes& input, const PdfSignatureFields& fields, size
     Reading r;
     if (!readInput(pdf, input, fields, r, error)) return false;
 
-    std::set<std::string> taken;
-    collectFieldNames(r.root.getKey("/AcroForm").getKey("/Fields"), taken, 0);
+    const std::set<std::string> taken = topLevelFieldNames(r.root.getKey("/AcroForm").getKey("/Fields"));
     out.fieldName = fields.fieldName.empty() ? freeFieldName(taken) : fields.fieldName;
     if (taken.count(out.fieldName) != 0) {
       error = "the PDF already has a field named " + out.fieldName;
