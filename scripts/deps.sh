@@ -8,6 +8,7 @@ packages=(cmake make g++ libgtest-dev libbenchmark-dev libssl-dev openssl clang 
 # The verifiers of the interoperability matrix (tests/interop/matrix.sh).
 packages+=(gnutls-bin libnss3-tools python3-asn1crypto default-jdk-headless libbcprov-java libbcpkix-java libbcutil-java)
 packages+=(g++-multilib)  # the 32-bit build of scripts/test.sh
+packages+=(libcurl4-openssl-dev)  # the tool's HTTP client (time stamps, OCSP, CRLs)
 packages+=(libqpdf-dev qpdf poppler-utils python3-reportlab)  # kolvari sign-pdf and tests/interop/sign_pdf.sh
 
 missing=()

@@ -20,6 +20,7 @@
 #include "commands.h"
 #include "contents_tree.h"
 #include "pdf/pdf_signatures.h"
+#include "services/der_view.h"
 #include "x509/cvel_certificate.h"
 #include "x509/cvel_crl.h"
 #include "x509/cvel_ocsp_response.h"
@@ -27,6 +28,7 @@
 namespace {
 
 constexpr int32_t kTagInteger = 0x02;
+constexpr int32_t kTagOctetString = 0x04;
 constexpr int32_t kTagOid = 0x06;
 constexpr int32_t kTagEnumerated = 0x0A;
 constexpr int32_t kTagSequence = 0x30;
@@ -36,6 +38,7 @@ constexpr uint8_t kFirstByteSequence = 0x30;
 // Files read whole (everything but a DER SignedData) must stay below this.
 constexpr size_t kMaxInMemory = 64u * 1024 * 1024;
 constexpr const char* kOidTstInfo = "1.2.840.113549.1.9.16.1.4";
+constexpr const char* kOidCertificateValues = "1.2.840.113549.1.9.16.2.23";
 
 using V = InspectValue;
 
@@ -261,14 +264,75 @@ V certificatesValue(const CvelCertificateList& list) {
   return out;
 }
 
+bool ocspValue(const CvelString& der, V& out);
+bool crlValue(const CvelString& der, V& out);
+
+// Each CRL with its issuer and each OCSP response with its status, decoded as a file of its own would be;
+// a value that does not decode shows as null.
 V revocationValue(const CvelP7SignerInfo& s) {
   if (s.revocationValuesResult() == 0) return V();
   V v = V::object();
   const CvelEtsRevocationValues& r = s.revocationValues();
-  v.set("crls", V::number(r.crlValues().size()));
-  v.set("ocspResponses", V::number(r.ocspValues().size()));
+  V& crls = v.set("crls", V::array());
+  for (uint32_t i = 0; i < r.crlValues().size(); ++i) {
+    CvelEtsRevocationValues::CvelEtsTriple* triple = nullptr;
+    V crl;
+    if (r.crlValues().get(i, triple) == kCvelOk && triple != nullptr && !crlValue(triple->element(), crl)) crl = V();
+    crls.push(std::move(crl));
+  }
+  V& responses = v.set("ocspResponses", V::array());
+  for (uint32_t i = 0; i < r.ocspValues().size(); ++i) {
+    CvelOCSPResponse* response = nullptr;
+    V ocsp;
+    if (r.ocspValues().get(i, response) == kCvelOk && response != nullptr && !ocspValue(response->encoded(), ocsp)) {
+      ocsp = V();
+    }
+    responses.push(std::move(ocsp));
+  }
   v.set("others", V::number(r.otherValues().size()));
   return v;
+}
+
+// Whether the token's imprint is the hash of the signature value, by the token's own hash algorithm; null
+// when that algorithm is not known here.
+V imprintMatches(const CvelTSTInfo& t, const CvelString& signatureValue) {
+  const EVP_MD* md = digestOfAlgorithm(t.hashAlgorithm());
+  Bytes expected;
+  CvelString hashed;
+  if (md == nullptr || !digestWith(md, signatureValue.data(), signatureValue.length(), expected)) return V();
+  return V::boolean(contentOf(t.hashedMessage(), kTagOctetString, hashed) &&
+                    hashed.equals(expected.data(), static_cast<uint32_t>(expected.size())));
+}
+
+// CertificateValues ::= SEQUENCE OF Certificate, from the certificate-values attributes among attributes.
+V certificateValues(const CvelString& attributes) {
+  V list = V::array();
+  CvelA1Context c;
+  while (c.next(attributes) == kTagSequence) {
+    CvelString attribute;
+    std::vector<CvelString> parts;
+    std::vector<CvelString> values;
+    if (c.getElement(attributes, attribute) != kCvelOk || !childrenOf(attribute, kTagSequence, parts) ||
+        parts.size() != 2 || dottedText(parts[0]) != kOidCertificateValues ||
+        !childrenOf(parts[1], kTagSet, values)) {
+      continue;
+    }
+    for (const CvelString& value : values) {
+      std::vector<CvelString> certificates;
+      if (!childrenOf(value, kTagSequence, certificates)) continue;
+      for (const CvelString& der : certificates) {
+        CvelCertificate certificate;
+        if (certificate.parse(der.data(), der.length()) != kCvelOk) {
+          list.push(V());
+          continue;
+        }
+        V& entry = list.push(V::object());
+        entry.set("subject", V::text(nameText(certificate.subject())));
+        entry.set("serialNumber", V::text(contentOf(certificate.serialNumber(), kTagInteger).toHex()));
+      }
+    }
+  }
+  return list;
 }
 
 V signerValue(const CvelP7SignerInfo& s) {
@@ -287,7 +351,9 @@ V signerValue(const CvelP7SignerInfo& s) {
     V& token = tokens.push(V::object());
     token.set("signed", V::boolean(response->fromSignedAttributes()));
     fillToken(token, response->token());
+    token.set("imprintMatches", imprintMatches(response->token(), s.signatureValue()));
   }
+  v.set("certificateValues", certificateValues(s.unsignedAttributes()));
   v.set("revocationValues", revocationValue(s));
   return v;
 }
@@ -375,7 +441,7 @@ bool ocspValue(const CvelString& der, V& out) {
   if (r.responderByName()) {
     out.set("responderName", V::text(nameText(r.responderId())));
   } else {
-    CvelString hash = contentOf(r.responderId(), 0x04);
+    CvelString hash = contentOf(r.responderId(), kTagOctetString);
     out.set("responderKeyHash", V::text(hash.toHex()));
   }
   const bool revoked = r.certStatusTag() == CvelOCSPResponse::kStatusRevoked ||

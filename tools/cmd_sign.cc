@@ -10,6 +10,7 @@
 
 #include "commands.h"
 #include "host_crypto.h"
+#include "services/sign_services.h"
 #include "signing/host_signer.h"
 #include "signing/signature_builder.h"
 #include "zarv_plugin.h"
@@ -37,6 +38,7 @@ struct SignOptions {
   std::vector<SignerFiles> moreSigners;
   std::vector<ExtraAttribute> signedAttributes;
   std::vector<ExtraAttribute> unsignedAttributes;
+  SignServices services;
   bool derOrder = false;
   std::vector<std::string> chain;
   std::vector<std::string> crls;
@@ -103,6 +105,9 @@ bool parseOptions(const Arguments& args, SignOptions& o) {
       return true;
     };
     std::string v;
+    const int service = parseSignServiceOption(args, i, o.services);
+    if (service < 0) return false;
+    if (service > 0) continue;
     if (a == "--key") {
       if (!value(o.key)) return false;
     } else if (a == "--cert") {
@@ -166,7 +171,7 @@ bool writeOutput(const SignOptions& o, const Bytes& der) {
 int runSign(const Arguments& args) {
   SignOptions o;
   if (!parseOptions(args, o)) {
-    std::fprintf(stderr, "%s", kUsage);
+    std::fprintf(stderr, "%s%s", kUsage, kSignServicesUsage);
     return kExitUsage;
   }
   const DigestChoice* digest = findDigest(o.digest);
@@ -236,6 +241,7 @@ int runSign(const Arguments& args) {
     request.time = o.time;
     request.signedAttributes = o.signedAttributes;
     request.unsignedAttributes = o.unsignedAttributes;
+    request.afterSignature = signServicesHook(o.services, container.certificates);
     if (!buildSignerInfo(zarv, request, container.signerInfos[i], error)) {
       std::fprintf(stderr, "kolvari sign: %s\n", error.c_str());
       return kExitFailure;
