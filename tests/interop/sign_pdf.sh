@@ -12,7 +12,8 @@ for tool in pdfsig qpdf ps2pdf; do
 done
 
 work=$(mktemp -d)
-trap '[ -n "${KEEP_WORK:-}" ] || rm -rf "$work"' EXIT
+# KEEP_WORK=1 leaves the signed files in the work folder for a look (the path is printed at the end).
+trap '[ -n "${KEEP_WORK:-}" ] && echo "work folder: $work" || rm -rf "$work"' EXIT
 cd "$work"
 fail() { echo "FAIL: $*" >&2; exit 1; }
 checks=0
