@@ -19,6 +19,7 @@
 #include "cms/cvel_tst_info.h"
 #include "commands.h"
 #include "contents_tree.h"
+#include "pdf/pdf_signatures.h"
 #include "services/der_view.h"
 #include "x509/cvel_certificate.h"
 #include "x509/cvel_crl.h"
@@ -585,6 +586,15 @@ int runInspect(const Arguments& args) {
     }
   }
 
+  if (type == kCvelContentPdf) {
+    return inspectPdf(path, json, [](const Bytes& der, V& out) {
+      CvelCertificate unused;
+      bool isCertificate = false;
+      CvelString cms;
+      return cms.assign(der.data(), static_cast<uint32_t>(der.size())) == kCvelOk &&
+             memoryValue(cms, out, unused, isCertificate) && !isCertificate;
+    });
+  }
   V value;
   CvelCertificate certificate;
   bool isCertificate = false;

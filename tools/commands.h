@@ -20,6 +20,7 @@ int runDer(const Arguments& args);
 int runCert(const Arguments& args);
 int runDetect(const Arguments& args);
 int runSign(const Arguments& args);
+int runSignPdf(const Arguments& args);
 int runLogCheck(const Arguments& args);
 int runInspect(const Arguments& args);
 

@@ -132,6 +132,37 @@ constexpr Command kCommands[] = {
      "  kolvari sign --key signer.key --cert signer.pem --chain ca.pem --out document.p7s document.txt\n"
      "  openssl cms -verify -binary -inform DER -in document.p7s -content document.txt -CAfile ca.pem\n"
      "  kolvari sign --pkcs11 'pkcs11:token=demo;object=signer?pin-source=file:pin.txt' --out-dir out *.txt\n"},
+    {"sign-pdf", runSignPdf, "sign a PDF (PAdES baseline, one incremental update)",
+     "usage: kolvari sign-pdf --key KEY --cert CERT [--chain CERTS]... [--digest sha256|sha384|sha512]\n"
+     "                        [--reason TEXT] [--location TEXT] [--contact TEXT] [--name TEXT] [--field NAME]\n"
+     "                        [--visible PAGE,X,Y,W,H] [--document-order] [--plugin PATH] IN.pdf OUT.pdf\n"
+     "\n"
+     "Writes OUT.pdf as the bytes of IN.pdf followed by one incremental update: a signature dictionary\n"
+     "(/SubFilter /ETSI.CAdES.detached, /M the signing time), a signature field with its widget on the page and\n"
+     "in /AcroForm (/SigFlags 3; existing fields kept), and a cross-reference section of the same form as the\n"
+     "file's last one. The digest of the /ByteRange (the whole file but /Contents) goes to the plug-in as the\n"
+     "message digest; the detached CMS it builds (signing-certificate-v2, no signing-time attribute) is written\n"
+     "into /Contents in hex. Earlier signatures stay valid. Encrypted PDFs and PDFs whose cross-reference data\n"
+     "cannot be read are refused, and OUT.pdf is not written.\n"
+     "\n"
+     "  --key KEY          the signer's private key (PEM or DER)\n"
+     "  --cert CERT        the signer certificate first; further certificates in the file are added too\n"
+     "  --chain CERTS      more certificates for the SignedData (repeatable)\n"
+     "  --digest NAME      sha256 (default), sha384 or sha512\n"
+     "  --reason TEXT      /Reason of the signature dictionary\n"
+     "  --location TEXT    /Location\n"
+     "  --contact TEXT     /ContactInfo\n"
+     "  --name TEXT        /Name, and the name a visible signature shows (default: the certificate's CN)\n"
+     "  --field NAME       the signature field's name (default: the first free SignatureN)\n"
+     "  --visible PAGE,X,Y,W,H  a visible widget on page PAGE (from 1) at X,Y of size W x H points, showing the\n"
+     "                     signer's name and the time (default: an invisible widget on the first page)\n"
+     "  --document-order   signed attributes in the order they were added; by default they are in DER SET OF\n"
+     "                     order (KOLVARI_DER_ATTRIBUTE_ORDER=1), as validators that re-encode them expect\n"
+     "  --plugin PATH      the plug-in to load\n"
+     "\n"
+     "example:\n"
+     "  kolvari sign-pdf --key signer.key --cert signer.pem --chain ca.pem --reason Approved in.pdf signed.pdf\n"
+     "  pdfsig signed.pdf\n"},
 };
 
 constexpr char kExitStatuses[] =

@@ -11,7 +11,7 @@ cd "$work"
 fail() { echo "FAIL: $*" >&2; exit 1; }
 checks=0
 
-commands=(info der detect cert inspect log-check sign)
+commands=(info der detect cert inspect log-check sign sign-pdf)
 
 "$KOLVARI" --help >out.txt 2>err.txt || fail "kolvari --help exits with $?"
 for c in "${commands[@]}"; do
@@ -59,6 +59,8 @@ sign|sign --key k.pem --cert c.pem --time 2024-05-01 empty.txt
 sign|sign --key k.pem --cert c.pem --pkcs11 pkcs11:object=k empty.txt
 sign|sign --pkcs11-module m.so --key k.pem --cert c.pem empty.txt
 sign|sign --key k.pem --cert c.pem --out x.p7s --out-dir out empty.txt
+sign-pdf|sign-pdf --key k.pem --cert c.pem empty.txt
+sign-pdf|sign-pdf --key k.pem --cert c.pem --visible 1,10,10,0,20 empty.txt out.pdf
 ROWS
 if "$KOLVARI" sign --key k.pem --cert c.pem --digest md5 empty.txt >out.txt 2>err.txt; then status=0; else status=$?; fi
 [ "$status" -eq 2 ] || fail "kolvari sign --digest md5: exit status $status, not 2"
@@ -76,6 +78,7 @@ detect missing.bin
 cert missing.pem
 inspect missing.p7s
 sign --key missing.key --cert missing.pem empty.txt
+sign-pdf --key missing.key --cert missing.pem empty.txt out.pdf
 ROWS
 
 echo "help: $checks checks passed"

@@ -1,0 +1,191 @@
+#!/usr/bin/env bash
+# Signs PDFs from several producers with `kolvari sign-pdf`, once and twice, and holds the results against
+# poppler's pdfsig and qpdf: every signature valid, the last one covering the whole file, qpdf --check clean,
+# the input a prefix of the output, and one changed byte inside the signed range a digest mismatch.
+# `kolvari inspect` lists the signatures of a twice-signed file. Encrypted and broken inputs are refused
+# without an output file.
+set -euo pipefail
+: "${KOLVARI:?path of the kolvari tool}"
+: "${KOLVARI_PLUGIN:?path of the plug-in}"
+for tool in pdfsig qpdf ps2pdf; do
+  command -v "$tool" >/dev/null || { echo "SKIP: $tool is not installed" >&2; exit 77; }
+done
+
+work=$(mktemp -d)
+# KEEP_WORK=1 leaves the signed files in the work folder for a look (the path is printed at the end).
+trap '[ -n "${KEEP_WORK:-}" ] && echo "work folder: $work" || rm -rf "$work"' EXIT
+cd "$work"
+fail() { echo "FAIL: $*" >&2; exit 1; }
+checks=0
+
+# A test CA and two signers: RSA and EC P-256.
+openssl req -x509 -newkey rsa:2048 -nodes -keyout ca.key -out ca.pem -days 30 -subj "/CN=Kolvari PDF CA" \
+  -addext basicConstraints=critical,CA:TRUE -addext keyUsage=critical,keyCertSign,cRLSign 2>/dev/null
+printf 'basicConstraints=CA:FALSE\nkeyUsage=critical,digitalSignature,nonRepudiation\n' > signer.ext
+serial=100
+make_signer() {  # name, openssl key options
+  local name=$1; shift
+  openssl req -new -newkey "$@" -nodes -keyout "$name.key" -out "$name.csr" \
+    -subj "/O=Kolvari Interop/CN=$name PDF signer" 2>/dev/null
+  openssl x509 -req -in "$name.csr" -CA ca.pem -CAkey ca.key -set_serial $((serial++)) -days 30 \
+    -extfile signer.ext -out "$name.pem" 2>/dev/null
+}
+make_signer rsa rsa:2048
+make_signer ec ec -pkeyopt ec_paramgen_curve:P-256
+
+# "table" or "stream": the form of the cross-reference section the file's last startxref points at.
+xref_form() {
+  python3 -c 'import sys, re; d = open(sys.argv[1], "rb").read(); at = int(re.findall(rb"startxref\s+(\d+)", d)[-1])
+print("table" if d[at:].lstrip().startswith(b"xref") else "stream")' "$1"
+}
+
+# The producers. A hand-written classic PDF (xref table, offsets counted here) and one with a form field,
+# qpdf's object streams and cross-reference stream made from the first, ghostscript, and reportlab when it is installed.
+python3 - <<'PY'
+def write(path, objects):
+    out = bytearray(b"%PDF-1.4\n%\xe2\xe3\xcf\xd3\n")
+    offsets = []
+    for number, body in enumerate(objects, 1):
+        offsets.append(len(out))
+        out += b"%d 0 obj\n%s\nendobj\n" % (number, body)
+    xref = len(out)
+    out += b"xref\n0 %d\n0000000000 65535 f \n" % (len(objects) + 1)
+    out += b"".join(b"%010d 00000 n \n" % o for o in offsets)
+    out += b"trailer\n<< /Size %d /Root 1 0 R >>\nstartxref\n%d\n%%%%EOF\n" % (len(objects) + 1, xref)
+    open(path, "wb").write(out)
+
+text = b"BT /F1 24 Tf 72 760 Td (A hand-written classic PDF) Tj ET"
+page = (b"<< /Type /Page /Parent 2 0 R /MediaBox [0 0 595 842] /Contents 4 0 R"
+        b" /Resources << /Font << /F1 5 0 R >> >>%s >>")
+common = [
+    b"<< /Type /Catalog /Pages 2 0 R%s >>",
+    b"<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
+    page,
+    b"<< /Length %d >>\nstream\n%s\nendstream" % (len(text), text),
+    b"<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica >>",
+]
+classic = list(common)
+classic[0] %= b""
+classic[2] %= b""
+write("classic.pdf", classic)
+# A form with a text field already: /AcroForm, its /Fields and the page's /Annots all indirect.
+form = list(common)
+form[0] %= b" /AcroForm 6 0 R"
+form[2] %= b" /Annots 8 0 R"
+form += [
+    b"<< /Fields 7 0 R /DA (/Helv 0 Tf 0 g) >>",
+    b"[9 0 R]",
+    b"[9 0 R]",
+    b"<< /Type /Annot /Subtype /Widget /FT /Tx /T (Comment) /V (kept) /Rect [72 600 300 630] /P 3 0 R >>",
+]
+write("form.pdf", form)
+PY
+qpdf --object-streams=generate classic.pdf objstm.pdf
+printf '%%!PS\n/Helvetica findfont 20 scalefont setfont 72 700 moveto (Made by ghostscript) show showpage\n' > gs.ps
+ps2pdf gs.ps gs.pdf
+producers=(classic form objstm gs)
+# Debian's python3-reportlab belongs to the system's python3, which need not be the first on PATH.
+reportlab_python=
+for python in python3 /usr/bin/python3; do
+  if "$python" -c 'import reportlab' 2>/dev/null; then reportlab_python=$python; break; fi
+done
+if [ -n "$reportlab_python" ]; then
+  "$reportlab_python" - <<'PY'
+from reportlab.pdfgen import canvas
+c = canvas.Canvas("reportlab.pdf")
+c.drawString(72, 760, "Made by reportlab, two pages")
+c.showPage()
+c.drawString(72, 760, "Page two")
+c.showPage()
+c.save()
+PY
+  producers+=(reportlab)
+fi
+[ "$(xref_form objstm.pdf)" = stream ] || fail "objstm.pdf has a cross-reference table, not a stream"
+
+# Flips one byte of a file in place.
+flip() {
+  python3 -c 'import sys; p, at = sys.argv[1], int(sys.argv[2]); d = bytearray(open(p, "rb").read()); d[at] ^= 1; open(p, "wb").write(d)' "$1" "$2"
+}
+
+# pdfsig's verdict on every signature: each valid, the last covering the whole document.
+check_signed() {  # file, expected number of signatures
+  local file=$1 count=$2
+  pdfsig -nocert "$file" >sig.txt 2>&1 || fail "$file: pdfsig exits with $?: $(cat sig.txt)"
+  [ "$(grep -c 'Signature is Valid' sig.txt)" -eq "$count" ] || fail "$file: not $count valid signature(s): $(cat sig.txt)"
+  [ "$(grep -c '^Signature #' sig.txt)" -eq "$count" ] || fail "$file: not $count signature(s): $(cat sig.txt)"
+  grep 'document signed' sig.txt | tail -1 | grep -q 'Total document signed' ||
+    fail "$file: the last signature does not cover the whole document: $(cat sig.txt)"
+  qpdf --check "$file" >check.txt 2>&1 || fail "$file: qpdf --check: $(cat check.txt)"
+  checks=$((checks + 1))
+}
+
+is_prefix() {  # shorter, longer
+  cmp -s "$1" <(head -c "$(stat -c %s "$1")" "$2") || fail "$1 is not a prefix of $2"
+}
+
+for producer in "${producers[@]}"; do
+  in=$producer.pdf
+  "$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --key rsa.key --cert rsa.pem --chain ca.pem \
+    --reason "Approved" --location "Berlin" --name "RSA Signer" "$in" "$producer-1.pdf" ||
+    fail "$in: sign-pdf exits with $?"
+  is_prefix "$in" "$producer-1.pdf"
+  check_signed "$producer-1.pdf" 1
+  # The update keeps the form of the file's last cross-reference section.
+  [ "$(xref_form "$producer-1.pdf")" = "$(xref_form "$in")" ] || fail "$producer-1.pdf: the update changed the xref form"
+  checks=$((checks + 1))
+
+  # An existing form keeps its field: the rewritten /Fields and /Annots hold the text field and the new one.
+  if [ "$producer" = form ]; then
+    for array in 7 8; do
+      qpdf --show-object=$array "$producer-1.pdf" | grep -Eq '^\[ 9 0 R [0-9]+ 0 R \]$' ||
+        fail "form-1.pdf: object $array is $(qpdf --show-object=$array "$producer-1.pdf")"
+    done
+    checks=$((checks + 1))
+  fi
+
+  # A second signature, EC and visible, keeps the first one valid.
+  "$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --key ec.key --cert ec.pem --chain ca.pem --digest sha384 \
+    --visible 1,50,50,220,50 --document-order "$producer-1.pdf" "$producer-2.pdf" ||
+    fail "$producer-1.pdf: the second sign-pdf exits with $?"
+  is_prefix "$producer-1.pdf" "$producer-2.pdf"
+  check_signed "$producer-2.pdf" 2
+  grep -q 'Signature Field Name: Signature2' sig.txt || fail "$producer-2.pdf: second field not Signature2"
+
+  # kolvari inspect lists both: fields, signers, byte ranges (only the last covers the file) and the CMS.
+  "$KOLVARI" inspect --json "$producer-2.pdf" >inspect.json || fail "$producer-2.pdf: inspect exits with $?"
+  python3 - inspect.json <<'PY' || fail "$producer-2.pdf: inspect lists $(cat inspect.json)"
+import json, sys
+signatures = json.load(open(sys.argv[1]))["signatures"]
+assert [s["field"] for s in signatures] == ["Signature1", "Signature2"]
+assert [s["signer"] for s in signatures] == ["rsa PDF signer", "ec PDF signer"]
+assert [s["coversWholeFile"] for s in signatures] == [False, True]
+assert all(s["cms"]["type"] == "signedData" and s["subFilter"] == "/ETSI.CAdES.detached" for s in signatures)
+PY
+  checks=$((checks + 1))
+
+  # One byte changed inside both signed ranges: a letter of the first signature's /Reason, which leaves the
+  # file's structure as it was.
+  cp "$producer-2.pdf" damaged.pdf
+  reason=$(grep -boa '/Reason (Approved)' damaged.pdf | head -1 | cut -d: -f1)
+  flip damaged.pdf $((reason + 9))
+  pdfsig -nocert damaged.pdf >sig.txt 2>&1 || true
+  [ "$(grep -c 'Digest Mismatch' sig.txt)" -eq 2 ] || fail "$producer: a changed byte is not a digest mismatch: $(cat sig.txt)"
+  checks=$((checks + 1))
+done
+
+# Refused inputs: encrypted, and a file whose cross-reference data is broken. No output file either way.
+qpdf --encrypt user owner 256 -- classic.pdf encrypted.pdf
+head -c 500 classic.pdf > broken.pdf  # the cross-reference table cut off
+sed 's/startxref/startxref\n99999/' classic.pdf > badxref.pdf
+for refused in encrypted broken badxref; do
+  if "$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --key rsa.key --cert rsa.pem "$refused.pdf" out.pdf \
+    >out.txt 2>err.txt; then status=0; else status=$?; fi
+  [ "$status" -eq 1 ] || fail "$refused.pdf: exit status $status, not 1"
+  [ ! -e out.pdf ] || fail "$refused.pdf: an output file was written"
+  grep -q "kolvari sign-pdf: $refused.pdf: " err.txt || fail "$refused.pdf: no message: $(cat err.txt)"
+  [ "$refused" != encrypted ] || grep -q 'encrypted' err.txt || fail "encrypted.pdf: the message does not say so"
+  checks=$((checks + 1))
+done
+
+echo "sign_pdf: $checks checks passed"

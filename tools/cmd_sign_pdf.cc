@@ -1,0 +1,234 @@
+// kolvari sign-pdf: signs a PDF as a PAdES baseline signature. The PDF part (reading the input, the
+// incremental update, the byte range) lives in tools/pdf; the CMS is built by the plug-in as in `kolvari sign`,
+// detached over the byte range, with no signing-time attribute (the time is the signature dictionary's /M).
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include <openssl/x509.h>
+
+#include "commands.h"
+#include "host_crypto.h"
+#include "pdf/pdf_update.h"
+#include "signing/host_signer.h"
+#include "signing/signature_builder.h"
+#include "zarv_plugin.h"
+
+namespace {
+
+constexpr char kUsage[] =
+    "usage: kolvari sign-pdf --key KEY --cert CERT [--chain CERTS]... [--digest sha256|sha384|sha512]\n"
+    "                        [--reason TEXT] [--location TEXT] [--contact TEXT] [--name TEXT] [--field NAME]\n"
+    "                        [--visible PAGE,X,Y,W,H] [--document-order] [--plugin PATH] IN.pdf OUT.pdf\n";
+// The library's opt-in for DER SET OF order of the signed attributes; on by default here.
+constexpr char kDerOrderVariable[] = "KOLVARI_DER_ATTRIBUTE_ORDER";
+// Room in /Contents beyond the certificates: the signature value (up to RSA 8192), the signed attributes and
+// the SignedData's own structure.
+constexpr size_t kContentsOverhead = 4096;
+
+struct SignPdfOptions {
+  std::string key;
+  std::string cert;
+  std::vector<std::string> chain;
+  std::string digest = "sha256";
+  PdfSignatureFields fields;
+  bool derOrder = true;
+  std::string plugin;
+  std::string input;
+  std::string output;
+};
+
+// "PAGE,X,Y,W,H": a page from 1 and a box of positive size, all within the largest page PDF allows.
+bool parseVisible(const std::string& text, PdfVisibleBox& box) {
+  constexpr double kMaxUserUnits = 14400;
+  int page = 0;
+  double x = 0, y = 0, w = 0, h = 0;
+  int used = 0;
+  if (std::sscanf(text.c_str(), "%d,%lf,%lf,%lf,%lf%n", &page, &x, &y, &w, &h, &used) != 5 ||
+      static_cast<size_t>(used) != text.size() || page < 1) {
+    return false;
+  }
+  for (double v : {x, y, w, h}) {
+    if (!(v >= -kMaxUserUnits && v <= kMaxUserUnits)) return false;
+  }
+  if (!(w > 0) || !(h > 0)) return false;
+  box = {page, x, y, w, h};
+  return true;
+}
+
+bool parseOptions(const Arguments& args, SignPdfOptions& o) {
+  std::vector<std::string> files;
+  for (size_t i = 0; i < args.size(); ++i) {
+    const std::string& a = args[i];
+    auto value = [&](std::string& into) {
+      if (i + 1 >= args.size()) return false;
+      into = args[++i];
+      return true;
+    };
+    std::string v;
+    bool ok = true;
+    if (a == "--key") {
+      ok = value(o.key);
+    } else if (a == "--cert") {
+      ok = value(o.cert);
+    } else if (a == "--chain") {
+      ok = value(v);
+      o.chain.push_back(v);
+    } else if (a == "--digest") {
+      ok = value(o.digest);
+    } else if (a == "--reason") {
+      ok = value(o.fields.reason);
+    } else if (a == "--location") {
+      ok = value(o.fields.location);
+    } else if (a == "--contact") {
+      ok = value(o.fields.contactInfo);
+    } else if (a == "--name") {
+      ok = value(o.fields.name);
+    } else if (a == "--field") {
+      ok = value(o.fields.fieldName) && !o.fields.fieldName.empty();
+    } else if (a == "--visible") {
+      ok = value(v) && parseVisible(v, o.fields.box);
+      o.fields.visible = true;
+    } else if (a == "--document-order") {
+      o.derOrder = false;
+    } else if (a == "--plugin") {
+      ok = value(o.plugin);
+    } else if (!a.empty() && a[0] == '-') {
+      ok = false;
+    } else {
+      files.push_back(a);
+    }
+    if (!ok) return false;
+  }
+  if (files.size() != 2 || o.key.empty() || o.cert.empty()) return false;
+  o.input = files[0];
+  o.output = files[1];
+  return true;
+}
+
+// The certificate subject's common name, else its whole subject line.
+std::string signerName(const Bytes& certificate) {
+  const unsigned char* p = certificate.data();
+  X509* x509 = d2i_X509(nullptr, &p, static_cast<long>(certificate.size()));
+  if (x509 == nullptr) return "unknown signer";
+  char text[256] = {};
+  X509_NAME* subject = X509_get_subject_name(x509);
+  if (X509_NAME_get_text_by_NID(subject, NID_commonName, text, sizeof text) < 0) {
+    X509_NAME_oneline(subject, text, sizeof text);
+  }
+  X509_free(x509);
+  return text;
+}
+
+// The signing time as /M and as the appearance shows it.
+bool nowTexts(std::string& pdfTime, std::string& shown) {
+  const std::time_t now = std::time(nullptr);
+  std::tm utc{};
+  if (gmtime_r(&now, &utc) == nullptr) return false;
+  char text[64];
+  if (std::strftime(text, sizeof text, "D:%Y%m%d%H%M%S+00'00'", &utc) == 0) return false;
+  pdfTime = text;
+  if (std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S UTC", &utc) == 0) return false;
+  shown = text;
+  return true;
+}
+
+// One signing run over a PDF: the signer and the hook after the signature come from the caller, so that a key
+// file, a token and a time-stamp authority all go through the same steps. extraRoom is added to the /Contents
+// placeholder for what the hook adds (a time-stamp token).
+struct PdfSigningRun {
+  const DigestChoice* digest = nullptr;
+  HostSigner* signer = nullptr;
+  Bytes signerCertificate;
+  std::vector<Bytes> certificates;  // for the SignedData, the signer's first
+  AfterSignature afterSignature;
+  size_t extraRoom = 0;
+};
+
+bool signPdf(const ZarvPlugin& zarv, const PdfSigningRun& run, const Bytes& input, PdfSignatureFields fields,
+             Bytes& output, std::string& error) {
+  size_t capacity = kContentsOverhead + run.extraRoom;
+  for (const Bytes& c : run.certificates) capacity += c.size();
+  if (!nowTexts(fields.pdfTime, fields.shownTime)) {
+    error = "cannot read the clock";
+    return false;
+  }
+  fields.shownSigner = fields.name.empty() ? signerName(run.signerCertificate) : fields.name;
+  PdfPreparedUpdate update;
+  if (!preparePdfUpdate(input, fields, capacity, update, error)) return false;
+
+  SignerInfoRequest request;
+  request.digest = run.digest;
+  request.signer = run.signer;
+  request.certificate = run.signerCertificate;
+  request.withSigningTime = false;
+  request.afterSignature = run.afterSignature;
+  if (!digestBytes(*run.digest, pdfSignedBytes(update), request.messageDigest)) {
+    error = "cannot hash: " + opensslError();
+    return false;
+  }
+  ContainerRequest container;
+  container.digest = run.digest;
+  container.certificates = run.certificates;
+  container.signerInfos.resize(1);
+  Bytes cms;
+  if (!buildSignerInfo(zarv, request, container.signerInfos[0], error) ||
+      !buildContainer(zarv, container, cms, error) || !fillPdfContents(update, cms, error)) {
+    return false;
+  }
+  output = std::move(update.document);
+  return true;
+}
+
+bool writeFile(const std::string& path, const Bytes& bytes) {
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  return static_cast<bool>(file.flush());
+}
+
+int failed(const std::string& error) {
+  std::fprintf(stderr, "kolvari sign-pdf: %s\n", error.c_str());
+  return kExitFailure;
+}
+
+}  // namespace
+
+int runSignPdf(const Arguments& args) {
+  SignPdfOptions o;
+  if (!parseOptions(args, o)) {
+    std::fprintf(stderr, "%s", kUsage);
+    return kExitUsage;
+  }
+  PdfSigningRun run;
+  run.digest = findDigest(o.digest);
+  if (run.digest == nullptr) {
+    std::fprintf(stderr, "kolvari sign-pdf: unknown digest '%s' (sha256, sha384 or sha512)\n", o.digest.c_str());
+    return kExitUsage;
+  }
+  std::string error;
+  PrivateKey key = readPrivateKey(o.key, error);
+  if (key == nullptr || !readCertificates(o.cert, run.certificates, error)) return failed(error);
+  run.signerCertificate = run.certificates.front();
+  for (const std::string& path : o.chain) {
+    std::vector<Bytes> file;
+    if (!readCertificates(path, file, error)) return failed(error);
+    addCertificates(file, run.certificates);
+  }
+  Bytes input;
+  if (!readWholeFile(o.input, input)) return failed("cannot read " + o.input);
+
+  // Set before the plug-in is loaded, so the library sees it when it builds the data to be signed.
+  if (o.derOrder && setenv(kDerOrderVariable, "1", 1) != 0) return failed(std::string("cannot set ") + kDerOrderVariable);
+  ZarvPlugin zarv;
+  if (!zarv.load(o.plugin.empty() ? defaultPluginPath() : o.plugin, error)) return failed(error);
+  zarv.init();
+  KeyFileSigner signer(std::move(key));
+  run.signer = &signer;
+  Bytes output;
+  if (!signPdf(zarv, run, input, o.fields, output, error)) return failed(o.input + ": " + error);
+  if (!writeFile(o.output, output)) return failed("cannot write " + o.output);
+  return kExitOk;
+}

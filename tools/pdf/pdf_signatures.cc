@@ -1,0 +1,160 @@
+#include "pdf/pdf_signatures.h"
+
+#include <cstdio>
+#include <exception>
+
+#include <openssl/pkcs7.h>
+#include <openssl/x509.h>
+#include <qpdf/QPDF.hh>
+#include <qpdf/QPDFObjectHandle.hh>
+
+#include "commands.h"
+
+namespace {
+
+constexpr unsigned char kTagSequence = 0x30;
+constexpr size_t kByteRangeNumbers = 4;
+constexpr int kMaxFieldDepth = 32;
+
+// The length of the DER element at the start of bytes (header included), or 0 when bytes do not begin with a
+// whole SEQUENCE. The rest of /Contents is the placeholder's zero padding.
+size_t sequenceLength(const std::string& bytes) {
+  constexpr unsigned char kLongForm = 0x80;
+  constexpr size_t kMaxLengthBytes = 4;
+  if (bytes.size() < 2 || static_cast<unsigned char>(bytes[0]) != kTagSequence) return 0;
+  const unsigned char first = static_cast<unsigned char>(bytes[1]);
+  size_t header = 2;
+  size_t length = first;
+  if (first >= kLongForm) {
+    const size_t count = first & ~kLongForm;
+    if (count == 0 || count > kMaxLengthBytes || bytes.size() < 2 + count) return 0;
+    length = 0;
+    for (size_t i = 0; i < count; ++i) length = (length << 8) | static_cast<unsigned char>(bytes[2 + i]);
+    header += count;
+  }
+  return length <= bytes.size() - header ? header + length : 0;
+}
+
+std::string textOf(QPDFObjectHandle dictionary, const char* key) {
+  QPDFObjectHandle v = dictionary.getKey(key);
+  if (v.isString()) return v.getUTF8Value();
+  return v.isName() ? v.getName() : std::string();
+}
+
+PdfSignatureEntry entryOf(const std::string& fieldName, QPDFObjectHandle signature, size_t fileSize) {
+  PdfSignatureEntry e;
+  e.fieldName = fieldName;
+  e.name = textOf(signature, "/Name");
+  e.time = textOf(signature, "/M");
+  e.subFilter = textOf(signature, "/SubFilter");
+  QPDFObjectHandle range = signature.getKey("/ByteRange");
+  if (range.isArray()) {
+    for (QPDFObjectHandle n : range.getArrayAsVector()) e.byteRange.push_back(n.isInteger() ? n.getIntValue() : -1);
+  }
+  const std::vector<long long>& r = e.byteRange;
+  e.coversWholeFile = r.size() == kByteRangeNumbers && r[0] == 0 && r[1] >= 0 && r[2] > r[1] && r[3] >= 0 &&
+                      static_cast<unsigned long long>(r[2]) + static_cast<unsigned long long>(r[3]) == fileSize;
+  QPDFObjectHandle contents = signature.getKey("/Contents");
+  if (contents.isString()) {
+    const std::string bytes = contents.getStringValue();
+    e.cms.assign(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(sequenceLength(bytes)));
+  }
+  return e;
+}
+
+// Walks the field tree with a depth bound: a terminal signature field with a value gives one entry. The
+// full name joins the partial names with dots.
+void collect(QPDFObjectHandle fields, const std::string& prefix, int depth, size_t fileSize,
+             std::vector<PdfSignatureEntry>& out) {
+  if (!fields.isArray() || depth > kMaxFieldDepth) return;
+  for (QPDFObjectHandle field : fields.getArrayAsVector()) {
+    if (!field.isDictionary()) continue;
+    const std::string partial = textOf(field, "/T");
+    const std::string name = prefix.empty() ? partial : prefix + "." + partial;
+    QPDFObjectHandle value = field.getKey("/V");
+    if (field.getKey("/FT").isNameAndEquals("/Sig") && value.isDictionary()) {
+      out.push_back(entryOf(name, value, fileSize));
+    }
+    collect(field.getKey("/Kids"), name, depth + 1, fileSize, out);
+  }
+}
+
+// The signer's common name as the CMS's own certificates give it, else empty.
+std::string signerOf(const Bytes& cms) {
+  const unsigned char* p = cms.data();
+  PKCS7* p7 = d2i_PKCS7(nullptr, &p, static_cast<long>(cms.size()));
+  if (p7 == nullptr) return "";
+  std::string name;
+  STACK_OF(X509)* signers = PKCS7_get0_signers(p7, nullptr, 0);
+  if (signers != nullptr && sk_X509_num(signers) > 0) {
+    char text[256] = {};
+    if (X509_NAME_get_text_by_NID(X509_get_subject_name(sk_X509_value(signers, 0)), NID_commonName, text,
+                                  sizeof text) >= 0) {
+      name = text;
+    }
+  }
+  sk_X509_free(signers);
+  PKCS7_free(p7);
+  return name;
+}
+
+}  // namespace
+
+bool listPdfSignatures(const Bytes& file, std::vector<PdfSignatureEntry>& out, std::string& error) {
+  try {
+    QPDF pdf;
+    pdf.setSuppressWarnings(true);
+    pdf.processMemoryFile("input", reinterpret_cast<const char*>(file.data()), file.size());
+    collect(pdf.getRoot().getKey("/AcroForm").getKey("/Fields"), "", 0, file.size(), out);
+  } catch (const std::exception& e) {
+    error = e.what();
+    return false;
+  }
+  return true;
+}
+
+int inspectPdf(const std::string& path, bool json, const CmsDecoder& decodeCms) {
+  Bytes file;
+  if (!readWholeFile(path, file)) {
+    std::fprintf(stderr, "kolvari inspect: cannot read %s\n", path.c_str());
+    return kExitFailure;
+  }
+  std::vector<PdfSignatureEntry> entries;
+  std::string error;
+  if (!listPdfSignatures(file, entries, error)) {
+    std::fprintf(stderr, "kolvari inspect: %s: cannot read the PDF: %s\n", path.c_str(), error.c_str());
+    return kExitUsage;
+  }
+  InspectValue value = InspectValue::object();
+  value.set("type", InspectValue::text("PDF"));
+  InspectValue& list = value.set("signatures", InspectValue::array());
+  bool allDecoded = true;
+  for (const PdfSignatureEntry& e : entries) {
+    InspectValue& s = list.push(InspectValue::object());
+    s.set("field", InspectValue::text(e.fieldName));
+    const std::string signer = signerOf(e.cms);
+    s.set("signer", signer.empty() ? InspectValue() : InspectValue::text(signer));
+    if (!e.name.empty()) s.set("name", InspectValue::text(e.name));
+    s.set("time", InspectValue::text(e.time));
+    s.set("subFilter", InspectValue::text(e.subFilter));
+    InspectValue& range = s.set("byteRange", InspectValue::array());
+    for (long long n : e.byteRange) range.push(InspectValue::number(n));
+    s.set("coversWholeFile", InspectValue::boolean(e.coversWholeFile));
+    InspectValue cms;
+    if (!decodeCms(e.cms, cms)) {
+      allDecoded = false;
+      cms = InspectValue();
+    }
+    s.set("cms", cms);
+  }
+  std::string text;
+  if (json) {
+    value.printJson(text, 0);
+    text += "\n";
+  } else {
+    value.printText(text, 0);
+  }
+  std::fputs(text.c_str(), stdout);
+  // A signature whose CMS the library cannot decode is shown as null and fails the run.
+  return allDecoded ? kExitOk : kExitFailure;
+}

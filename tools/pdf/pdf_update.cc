@@ -1,0 +1,447 @@
+#include "pdf/pdf_update.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <limits>
+#include <map>
+#include <set>
+
+#include <qpdf/QPDF.hh>
+#include <qpdf/QPDFExc.hh>
+#include <qpdf/QPDFObjectHandle.hh>
+
+namespace {
+
+constexpr char kStartXref[] = "startxref";
+constexpr size_t kTailWindow = 1024;       // startxref sits within the last kilobyte of a PDF
+constexpr int kWidgetFlags = 132;          // Print (4) | Locked (128)
+constexpr int kSigFlags = 3;               // SignaturesExist | AppendOnly
+constexpr size_t kByteRangeDigits = 10;    // each /ByteRange number is written in a fixed-width slot
+// The largest input: with the update a file stays well below what kByteRangeDigits and four-byte offsets hold.
+constexpr size_t kMaxInput = 1000000000;
+constexpr char kEncrypted[] = "the PDF is encrypted; sign it before encrypting it, or decrypt it first";
+
+bool isPdfSpace(unsigned char c) { return c == ' ' || c == '\n' || c == '\r' || c == '\t' || c == '\f' || c == 0; }
+
+std::string numberText(double value) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.2f", value);
+  return text;
+}
+
+// A text string for a dictionary value, in PDFDocEncoding or UTF-16BE as the text needs.
+std::string textString(const std::string& utf8) { return QPDFObjectHandle::newUnicodeString(utf8).unparse(); }
+
+// A literal string for a content stream shown in Helvetica with WinAnsiEncoding: printable ASCII kept, the
+// delimiters escaped, anything else shown as '?'.
+std::string contentString(const std::string& text) {
+  constexpr unsigned char kFirstPrintable = 0x20;
+  constexpr unsigned char kLastPrintable = 0x7E;
+  std::string out = "(";
+  for (unsigned char c : text) {
+    if (c == '(' || c == ')' || c == '\\') {
+      out.push_back('\\');
+      out.push_back(static_cast<char>(c));
+    } else if (c >= kFirstPrintable && c <= kLastPrintable) {
+      out.push_back(static_cast<char>(c));
+    } else {
+      out.push_back('?');
+    }
+  }
+  return out + ")";
+}
+
+std::string reference(const QPDFObjGen& og) {
+  return std::to_string(og.getObj()) + " " + std::to_string(og.getGen()) + " R";
+}
+
+// The objects of the update: new ones and rewritten ones, by number, each with its generation and body.
+struct UpdateObject {
+  int generation = 0;
+  std::string body;  // everything between "N G obj\n" and "\nendobj\n"
+};
+using UpdateObjects = std::map<int, UpdateObject>;
+
+void rewrite(UpdateObjects& objects, QPDFObjectHandle object) {
+  objects[object.getObjGen().getObj()] = {object.getObjGen().getGen(), object.unparseResolved()};
+}
+
+// The names of the form's top-level fields, so that the new field, also at the top level, takes a free one.
+std::set<std::string> topLevelFieldNames(QPDFObjectHandle fields) {
+  std::set<std::string> names;
+  if (!fields.isArray()) return names;
+  for (QPDFObjectHandle field : fields.getArrayAsVector()) {
+    QPDFObjectHandle name = field.isDictionary() ? field.getKey("/T") : QPDFObjectHandle::newNull();
+    if (name.isString()) names.insert(name.getUTF8Value());
+  }
+  return names;
+}
+
+std::string freeFieldName(const std::set<std::string>& taken) {
+  for (int n = 1;; ++n) {
+    std::string name = "Signature" + std::to_string(n);
+    if (taken.count(name) == 0) return name;
+  }
+}
+
+// The appearance of a visible widget: a pale box with a border and two lines of text.
+std::string appearanceContent(const PdfSignatureFields& f) {
+  constexpr double kMaxFontSize = 10;
+  constexpr double kMargin = 4;
+  const double w = f.box.width;
+  const double h = f.box.height;
+  const double size = std::max(1.0, std::min(kMaxFontSize, (h - 2 * kMargin) / 2.5));
+  std::string s;
+  s += "q 0.93 0.95 1 rg 0 0 " + numberText(w) + " " + numberText(h) + " re f Q\n";
+  s += "q 0.1 0.2 0.5 RG 1 w 0.5 0.5 " + numberText(w - 1) + " " + numberText(h - 1) + " re S Q\n";
+  s += "BT 0 0 0 rg /F1 " + numberText(size) + " Tf " + numberText(kMargin) + " " +
+       numberText(h - kMargin - size) + " Td\n";
+  s += contentString("Digitally signed by " + f.shownSigner) + " Tj\n";
+  s += "0 " + numberText(-1.3 * size) + " Td " + contentString("Date: " + f.shownTime) + " Tj\nET\n";
+  return s;
+}
+
+struct Reading {
+  QPDFObjectHandle trailer;
+  QPDFObjectHandle root;
+  QPDFObjectHandle page;
+  int nextNumber = 0;
+};
+
+bool readInput(QPDF& pdf, const Bytes& input, const PdfSignatureFields& fields, Reading& r, std::string& error) {
+  pdf.setSuppressWarnings(true);
+  // The update names objects by the numbers the file's own cross-reference data gives them, so a file that
+  // only reads after qpdf rebuilt that data is refused rather than guessed at.
+  pdf.setAttemptRecovery(false);
+  pdf.processMemoryFile("input", reinterpret_cast<const char*>(input.data()), input.size());
+  if (pdf.isEncrypted()) {
+    error = kEncrypted;
+    return false;
+  }
+  r.trailer = pdf.getTrailer();
+  r.root = pdf.getRoot();
+  if (!r.root.isDictionary() || !r.root.isIndirect()) {
+    error = "the PDF has no document catalog";
+    return false;
+  }
+  // Read before the page list: qpdf may make new objects while it reads the page tree (a copy of a page that
+  // is listed twice), and those are not in the file.
+  const long long known = static_cast<long long>(pdf.getObjectCount()) + 1;
+  const std::vector<QPDFObjectHandle>& pages = pdf.getAllPages();
+  const int page = fields.visible ? fields.box.page : 1;
+  if (page < 1 || static_cast<size_t>(page) > pages.size()) {
+    error = "the PDF has " + std::to_string(pages.size()) + " page(s); there is no page " + std::to_string(page);
+    return false;
+  }
+  r.page = pages[static_cast<size_t>(page - 1)];
+  if (!r.page.isIndirect() || r.page.getObjGen().getObj() >= known) {
+    error = "page " + std::to_string(page) + " is not an object of the file";
+    return false;
+  }
+  QPDFObjectHandle size = r.trailer.getKey("/Size");
+  const long long declared = size.isInteger() ? size.getIntValue() : 0;
+  // Room for the update's new objects and its cross-reference stream above the largest number in use.
+  constexpr long long kNewObjects = 4;
+  const long long next = std::max(declared, static_cast<long long>(pdf.getObjectCount()) + 1);
+  if (declared < 0 || next > std::numeric_limits<int>::max() - kNewObjects) {
+    error = "the trailer's /Size is out of range";
+    return false;
+  }
+  r.nextNumber = static_cast<int>(next);
+  return true;
+}
+
+// Adds the widget to the page's /Annots, rewriting the page or the array the page points at.
+void addToAnnots(const Reading& r, QPDFObjectHandle widgetRef, UpdateObjects& objects) {
+  QPDFObjectHandle page = r.page;
+  QPDFObjectHandle annots = page.getKey("/Annots");
+  if (annots.isArray() && annots.isIndirect()) {
+    annots.appendItem(widgetRef);
+    rewrite(objects, annots);
+    return;
+  }
+  QPDFObjectHandle list = QPDFObjectHandle::newArray();
+  if (annots.isArray()) {
+    for (QPDFObjectHandle a : annots.getArrayAsVector()) list.appendItem(a);
+  }
+  list.appendItem(widgetRef);
+  page.replaceKey("/Annots", list);
+  rewrite(objects, page);
+}
+
+// Adds the field to /AcroForm /Fields and sets /SigFlags 3; an existing form keeps its fields and entries.
+void addToForm(const Reading& r, QPDFObjectHandle fieldRef, UpdateObjects& objects) {
+  QPDFObjectHandle root = r.root;
+  QPDFObjectHandle form = root.getKey("/AcroForm");
+  const bool formIndirect = form.isDictionary() && form.isIndirect();
+  if (!form.isDictionary()) form = QPDFObjectHandle::newDictionary();
+  QPDFObjectHandle fields = form.getKey("/Fields");
+  if (fields.isArray() && fields.isIndirect()) {
+    fields.appendItem(fieldRef);
+    rewrite(objects, fields);
+  } else {
+    QPDFObjectHandle list = QPDFObjectHandle::newArray();
+    if (fields.isArray()) {
+      for (QPDFObjectHandle f : fields.getArrayAsVector()) list.appendItem(f);
+    }
+    list.appendItem(fieldRef);
+    form.replaceKey("/Fields", list);
+  }
+  form.replaceKey("/SigFlags", QPDFObjectHandle::newInteger(kSigFlags));
+  if (formIndirect) {
+    rewrite(objects, form);
+  } else {
+    root.replaceKey("/AcroForm", form);
+    rewrite(objects, root);
+  }
+}
+
+std::string signatureDictionary(const PdfSignatureFields& f, size_t contentsCapacity) {
+  std::string d = "<< /Type /Sig /Filter /Adobe.PPKLite /SubFilter /ETSI.CAdES.detached";
+  d += " /M " + textString(f.pdfTime);
+  if (!f.name.empty()) d += " /Name " + textString(f.name);
+  if (!f.reason.empty()) d += " /Reason " + textString(f.reason);
+  if (!f.location.empty()) d += " /Location " + textString(f.location);
+  if (!f.contactInfo.empty()) d += " /ContactInfo " + textString(f.contactInfo);
+  // Filled in once the update's length is known: three fixed-width slots.
+  const std::string slot(kByteRangeDigits, '0');
+  d += "\n/ByteRange [0 " + slot + " " + slot + " " + slot + "]";
+  d += "\n/Contents <" + std::string(2 * contentsCapacity, '0') + "> >>";
+  return d;
+}
+
+std::string widgetDictionary(const PdfSignatureFields& f, const std::string& fieldName, const QPDFObjGen& page,
+                             const QPDFObjGen& signature, int appearance) {
+  std::string rect = "[0 0 0 0]";
+  if (f.visible) {
+    rect = "[" + numberText(f.box.x) + " " + numberText(f.box.y) + " " + numberText(f.box.x + f.box.width) + " " +
+           numberText(f.box.y + f.box.height) + "]";
+  }
+  std::string d = "<< /Type /Annot /Subtype /Widget /FT /Sig /T " + textString(fieldName) + " /V " +
+                  reference(signature) + " /F " + std::to_string(kWidgetFlags) + " /Rect " + rect + " /P " +
+                  reference(page);
+  if (appearance > 0) d += " /AP << /N " + std::to_string(appearance) + " 0 R >>";
+  return d + " >>";
+}
+
+std::string appearanceStream(const PdfSignatureFields& f) {
+  const std::string content = appearanceContent(f);
+  return "<< /Type /XObject /Subtype /Form /BBox [0 0 " + numberText(f.box.width) + " " +
+         numberText(f.box.height) +
+         "] /Resources << /Font << /F1 << /Type /Font /Subtype /Type1 /BaseFont /Helvetica"
+         " /Encoding /WinAnsiEncoding >> >> >> /Length " +
+         std::to_string(content.size()) + " >>\nstream\n" + content + "endstream";
+}
+
+// The trailer entries an update carries over: /Root, /Info and /ID.
+std::string carriedTrailerEntries(QPDFObjectHandle trailer) {
+  std::string t;
+  for (const char* key : {"/Root", "/Info", "/ID"}) {
+    QPDFObjectHandle v = trailer.getKey(key);
+    if (v.isNull()) continue;
+    t += std::string(" ") + key + " " + (v.isIndirect() ? reference(v.getObjGen()) : v.unparse());
+  }
+  return t;
+}
+
+// Consecutive object numbers grouped as (first, count) runs for the subsection headers and /Index.
+std::vector<std::pair<int, int>> runsOf(const std::map<int, size_t>& offsets) {
+  std::vector<std::pair<int, int>> runs;
+  for (const auto& [number, offset] : offsets) {
+    if (!runs.empty() && runs.back().first + runs.back().second == number) {
+      ++runs.back().second;
+    } else {
+      runs.emplace_back(number, 1);
+    }
+  }
+  return runs;
+}
+
+void appendText(Bytes& out, const std::string& text) { out.insert(out.end(), text.begin(), text.end()); }
+
+void appendTable(Bytes& out, const std::map<int, size_t>& offsets, const std::map<int, int>& generations,
+                 const std::string& trailer) {
+  const size_t start = out.size();
+  std::string x = "xref\n";
+  for (const auto& [first, count] : runsOf(offsets)) {
+    x += std::to_string(first) + " " + std::to_string(count) + "\n";
+    for (int n = first; n < first + count; ++n) {
+      char entry[32];
+      std::snprintf(entry, sizeof entry, "%010zu %05d n\r\n", offsets.at(n), generations.at(n));
+      x += entry;
+    }
+  }
+  x += "trailer\n" + trailer + "\nstartxref\n" + std::to_string(start) + "\n%%EOF\n";
+  appendText(out, x);
+}
+
+void appendXrefStream(Bytes& out, int number, std::map<int, size_t> offsets, std::map<int, int> generations,
+                      const std::string& entries) {
+  const size_t start = out.size();
+  offsets[number] = start;
+  generations[number] = 0;
+  // Offsets fit four bytes: inputs are limited to kMaxInput.
+  constexpr int kOffsetWidth = 4;
+  constexpr int kGenerationWidth = 2;
+  std::string data;
+  for (const auto& [n, offset] : offsets) {
+    data.push_back(1);  // type 1: an object at a byte offset
+    for (int i = kOffsetWidth - 1; i >= 0; --i) data.push_back(static_cast<char>((offset >> (8 * i)) & 0xFF));
+    const int gen = generations[n];
+    data.push_back(static_cast<char>((gen >> 8) & 0xFF));
+    data.push_back(static_cast<char>(gen & 0xFF));
+  }
+  std::string index;
+  for (const auto& [first, count] : runsOf(offsets)) {
+    index += (index.empty() ? "" : " ") + std::to_string(first) + " " + std::to_string(count);
+  }
+  std::string x = std::to_string(number) + " 0 obj\n<< /Type /XRef" + entries + " /W [1 " +
+                  std::to_string(kOffsetWidth) + " " + std::to_string(kGenerationWidth) + "] /Index [" + index +
+                  "] /Length " + std::to_string(data.size()) + " >>\nstream\n" + data + "\nendstream\nendobj\n";
+  x += "startxref\n" + std::to_string(start) + "\n%%EOF\n";
+  appendText(out, x);
+}
+
+size_t findText(const Bytes& data, const std::string& text, size_t from) {
+  auto at = std::search(data.begin() + static_cast<std::ptrdiff_t>(from), data.end(), text.begin(), text.end());
+  return at == data.end() ? std::string::npos : static_cast<size_t>(at - data.begin());
+}
+
+}  // namespace
+
+bool findLastCrossReference(const Bytes& data, size_t& offset, bool& isTable) {
+  const size_t from = data.size() > kTailWindow ? data.size() - kTailWindow : 0;
+  const std::string keyword = kStartXref;
+  size_t at = std::string::npos;
+  for (size_t next = findText(data, keyword, from); next != std::string::npos;
+       next = findText(data, keyword, next + 1)) {
+    at = next;
+  }
+  if (at == std::string::npos) return false;
+  size_t i = at + keyword.size();
+  while (i < data.size() && isPdfSpace(data[i])) ++i;
+  constexpr size_t kMaxDigits = 19;
+  size_t digits = 0;
+  unsigned long long value = 0;
+  for (; i < data.size() && data[i] >= '0' && data[i] <= '9'; ++i) {
+    if (++digits > kMaxDigits) return false;
+    value = value * 10 + static_cast<unsigned>(data[i] - '0');
+  }
+  if (digits == 0 || value >= data.size()) return false;
+  offset = static_cast<size_t>(value);
+  size_t start = offset;
+  while (start < data.size() && isPdfSpace(data[start])) ++start;
+  const std::string xref = "xref";
+  isTable = data.size() - start >= xref.size() && std::equal(xref.begin(), xref.end(), data.begin() + start);
+  return true;
+}
+
+bool preparePdfUpdate(const Bytes& input, const PdfSignatureFields& fields, size_t contentsCapacity,
+                      PdfPreparedUpdate& out, std::string& error) {
+  if (input.size() > kMaxInput) {
+    error = "the PDF is larger than " + std::to_string(kMaxInput) + " bytes";
+    return false;
+  }
+  size_t previous = 0;
+  bool isTable = false;
+  if (!findLastCrossReference(input, previous, isTable)) {
+    error = "not a PDF that can be read: no startxref at its end that points into the file";
+    return false;
+  }
+  UpdateObjects objects;
+  std::string trailerEntries;
+  int size = 0;
+  int signatureNumber = 0;
+  try {
+    QPDF pdf;
+    Reading r;
+    if (!readInput(pdf, input, fields, r, error)) return false;
+
+    const std::set<std::string> taken = topLevelFieldNames(r.root.getKey("/AcroForm").getKey("/Fields"));
+    out.fieldName = fields.fieldName.empty() ? freeFieldName(taken) : fields.fieldName;
+    if (taken.count(out.fieldName) != 0) {
+      error = "the PDF already has a field named " + out.fieldName;
+      return false;
+    }
+
+    int next = r.nextNumber;
+    const int signature = next++;
+    signatureNumber = signature;
+    const int widget = next++;
+    const int appearance = fields.visible ? next++ : 0;
+    // Handles that stand for the new objects, so that qpdf writes references to them in rewritten objects.
+    QPDFObjectHandle widgetRef = pdf.getObject(widget, 0);
+    addToAnnots(r, widgetRef, objects);
+    addToForm(r, widgetRef, objects);
+    objects[signature] = {0, signatureDictionary(fields, contentsCapacity)};
+    objects[widget] = {0, widgetDictionary(fields, out.fieldName, r.page.getObjGen(), QPDFObjGen(signature, 0),
+                                           appearance)};
+    if (appearance > 0) objects[appearance] = {0, appearanceStream(fields)};
+    size = next;
+    trailerEntries = carriedTrailerEntries(r.trailer);
+  } catch (const QPDFExc& e) {
+    error = e.getErrorCode() == qpdf_e_password ? kEncrypted : std::string("cannot read the PDF: ") + e.what();
+    return false;
+  } catch (const std::exception& e) {
+    error = std::string("cannot read the PDF: ") + e.what();
+    return false;
+  }
+
+  out.document = input;
+  if (!out.document.empty() && out.document.back() != '\n' && out.document.back() != '\r') {
+    out.document.push_back('\n');
+  }
+  std::map<int, size_t> offsets;
+  std::map<int, int> generations;
+  for (const auto& [number, object] : objects) {
+    offsets[number] = out.document.size();
+    generations[number] = object.generation;
+    appendText(out.document, std::to_string(number) + " " + std::to_string(object.generation) + " obj\n" +
+                                 object.body + "\nendobj\n");
+  }
+  const std::string prev = " /Prev " + std::to_string(previous);
+  if (isTable) {
+    appendTable(out.document, offsets, generations, "<< /Size " + std::to_string(size) + trailerEntries + prev + " >>");
+  } else {
+    appendXrefStream(out.document, size, offsets, generations,
+                     " /Size " + std::to_string(size + 1) + trailerEntries + prev);
+  }
+
+  // The placeholder and the byte range, now that every offset is known.
+  const std::string contentsKey = "/Contents <";
+  const std::string byteRangeKey = "/ByteRange [0 ";
+  const size_t byteRange = findText(out.document, byteRangeKey, offsets.at(signatureNumber)) + byteRangeKey.size();
+  out.contentsStart = findText(out.document, contentsKey, offsets.at(signatureNumber)) + contentsKey.size() - 1;
+  out.contentsEnd = out.contentsStart + 2 * contentsCapacity + 2;
+  const size_t ranges[] = {out.contentsStart, out.contentsEnd, out.document.size() - out.contentsEnd};
+  for (size_t i = 0; i < 3; ++i) {
+    char slot[kByteRangeDigits + 1];
+    std::snprintf(slot, sizeof slot, "%*zu", static_cast<int>(kByteRangeDigits), ranges[i]);
+    std::copy(slot, slot + kByteRangeDigits, out.document.begin() + static_cast<std::ptrdiff_t>(byteRange + i * (kByteRangeDigits + 1)));
+  }
+  return true;
+}
+
+Bytes pdfSignedBytes(const PdfPreparedUpdate& update) {
+  Bytes signedBytes(update.document.begin(), update.document.begin() + static_cast<std::ptrdiff_t>(update.contentsStart));
+  signedBytes.insert(signedBytes.end(), update.document.begin() + static_cast<std::ptrdiff_t>(update.contentsEnd),
+                     update.document.end());
+  return signedBytes;
+}
+
+bool fillPdfContents(PdfPreparedUpdate& update, const Bytes& cms, std::string& error) {
+  const size_t capacity = (update.contentsEnd - update.contentsStart - 2) / 2;
+  if (cms.size() > capacity) {
+    error = "the signature (" + std::to_string(cms.size()) + " bytes) does not fit the " + std::to_string(capacity) +
+            " bytes set aside for it";
+    return false;
+  }
+  constexpr char kHex[] = "0123456789ABCDEF";
+  size_t at = update.contentsStart + 1;
+  for (unsigned char b : cms) {
+    update.document[at++] = static_cast<unsigned char>(kHex[b >> 4]);
+    update.document[at++] = static_cast<unsigned char>(kHex[b & 0x0F]);
+  }
+  return true;
+}

@@ -1,0 +1,59 @@
+// A signature added to a PDF as one incremental update: the input's bytes stay as they are, and after them
+// come a signature dictionary, a signature field with its widget, the page and form objects that now point at
+// the field, and a cross-reference section of the same form as the file's last one. libqpdf reads the input's
+// object graph; the update's bytes are written here.
+#ifndef KOLVARI_TOOLS_PDF_PDF_UPDATE_H
+#define KOLVARI_TOOLS_PDF_PDF_UPDATE_H
+
+#include <cstddef>
+#include <string>
+
+#include "host_crypto.h"
+
+// Where the widget shows on its page, in default user space units; PAGE counts from 1.
+struct PdfVisibleBox {
+  int page = 1;
+  double x = 0;
+  double y = 0;
+  double width = 0;
+  double height = 0;
+};
+
+// What the signature dictionary and the field say. Empty texts are left out of the dictionary.
+struct PdfSignatureFields {
+  std::string fieldName;  // empty: the first free "SignatureN"
+  std::string reason;
+  std::string location;
+  std::string contactInfo;
+  std::string name;
+  std::string pdfTime;     // /M, D:YYYYMMDDHHmmSS+00'00'
+  bool visible = false;    // without it the widget has /Rect [0 0 0 0] on the first page
+  PdfVisibleBox box;
+  std::string shownSigner;  // the appearance's lines, for a visible widget
+  std::string shownTime;
+};
+
+// The input with the update appended and the /Contents placeholder still zeros.
+struct PdfPreparedUpdate {
+  Bytes document;
+  size_t contentsStart = 0;  // the offset of '<'
+  size_t contentsEnd = 0;    // the offset just after '>'
+  std::string fieldName;     // the name the field was given
+};
+
+// Reads input with libqpdf and appends the update, with room for a CMS of up to contentsCapacity bytes.
+// Encrypted files and files whose cross-reference data cannot be read as they are get false and a message.
+bool preparePdfUpdate(const Bytes& input, const PdfSignatureFields& fields, size_t contentsCapacity,
+                      PdfPreparedUpdate& out, std::string& error);
+
+// The bytes the /ByteRange covers: all of the document but the /Contents value.
+Bytes pdfSignedBytes(const PdfPreparedUpdate& update);
+
+// Writes cms in hex into the placeholder; false when it does not fit.
+bool fillPdfContents(PdfPreparedUpdate& update, const Bytes& cms, std::string& error);
+
+// Where a cross-reference section starts, as the last startxref of data says, and whether it is a
+// table ("xref" keyword) rather than a stream. False when data has no readable startxref.
+bool findLastCrossReference(const Bytes& data, size_t& offset, bool& isTable);
+
+#endif  // KOLVARI_TOOLS_PDF_PDF_UPDATE_H
