@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <fstream>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -13,14 +13,20 @@
 #include "commands.h"
 #include "host_crypto.h"
 #include "pdf/pdf_update.h"
+#include "services/sign_services.h"
 #include "signing/host_signer.h"
+#include "signing/output_file.h"
+#include "signing/pkcs11_signer.h"
+#include "signing/pkcs11_uri.h"
 #include "signing/signature_builder.h"
 #include "zarv_plugin.h"
 
 namespace {
 
 constexpr char kUsage[] =
-    "usage: kolvari sign-pdf --key KEY --cert CERT [--chain CERTS]... [--digest sha256|sha384|sha512]\n"
+    "usage: kolvari sign-pdf (--key KEY --cert CERT | --pkcs11 URI [--pkcs11-module PATH] [--cert CERT])\n"
+    "                        [--chain CERTS]... [--digest sha256|sha384|sha512]\n"
+    "                        [--tsa URL [--tsa-digest sha256|sha384|sha512] [--tsa-timeout SECONDS]]\n"
     "                        [--reason TEXT] [--location TEXT] [--contact TEXT] [--name TEXT] [--field NAME]\n"
     "                        [--visible PAGE,X,Y,W,H] [--document-order] [--plugin PATH] IN.pdf OUT.pdf\n";
 // The library's opt-in for DER SET OF order of the signed attributes; on by default here.
@@ -28,10 +34,15 @@ constexpr char kDerOrderVariable[] = "KOLVARI_DER_ATTRIBUTE_ORDER";
 // Room in /Contents beyond the certificates: the signature value (up to RSA 8192), the signed attributes and
 // the SignedData's own structure.
 constexpr size_t kContentsOverhead = 4096;
+// Room for a time-stamp token: its TSTInfo, the authority's signature and its certificate chain.
+constexpr size_t kTimeStampRoom = 16384;
 
 struct SignPdfOptions {
   std::string key;
   std::string cert;
+  std::string pkcs11;
+  std::string pkcs11Module;
+  SignServices services;  // only the time stamp: long-term data would not fit a placeholder sized in advance
   std::vector<std::string> chain;
   std::string digest = "sha256";
   PdfSignatureFields fields;
@@ -70,10 +81,19 @@ bool parseOptions(const Arguments& args, SignPdfOptions& o) {
     };
     std::string v;
     bool ok = true;
+    const int service = parseSignServiceOption(args, i, o.services);
+    if (service != 0) {
+      if (service < 0 || o.services.revocation.requested()) return false;
+      continue;
+    }
     if (a == "--key") {
       ok = value(o.key);
     } else if (a == "--cert") {
       ok = value(o.cert);
+    } else if (a == "--pkcs11") {
+      ok = value(o.pkcs11);
+    } else if (a == "--pkcs11-module") {
+      ok = value(o.pkcs11Module);
     } else if (a == "--chain") {
       ok = value(v);
       o.chain.push_back(v);
@@ -103,10 +123,12 @@ bool parseOptions(const Arguments& args, SignPdfOptions& o) {
     }
     if (!ok) return false;
   }
-  if (files.size() != 2 || o.key.empty() || o.cert.empty()) return false;
+  if (files.size() != 2) return false;
   o.input = files[0];
   o.output = files[1];
-  return true;
+  // A key file with its certificate, or a token (whose certificate --cert may name instead).
+  if (o.pkcs11.empty()) return !o.key.empty() && !o.cert.empty() && o.pkcs11Module.empty();
+  return o.key.empty();
 }
 
 // The certificate subject's common name, else its whole subject line.
@@ -183,10 +205,27 @@ bool signPdf(const ZarvPlugin& zarv, const PdfSigningRun& run, const Bytes& inpu
   return true;
 }
 
-bool writeFile(const std::string& path, const Bytes& bytes) {
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-  return static_cast<bool>(file.flush());
+// The signer: a key file with its certificates, or a token's key with its certificate (or --cert's).
+bool openSigner(const SignPdfOptions& o, std::unique_ptr<HostSigner>& signer, std::vector<Bytes>& certificates,
+                std::string& error) {
+  if (o.pkcs11.empty()) {
+    PrivateKey key = readPrivateKey(o.key, error);
+    if (key == nullptr || !readCertificates(o.cert, certificates, error)) return false;
+    signer = std::make_unique<KeyFileSigner>(std::move(key));
+    return true;
+  }
+  Pkcs11Uri uri;
+  if (!parsePkcs11Uri(o.pkcs11, uri, error)) return false;
+  std::unique_ptr<PKCS11Signer> token = PKCS11Signer::open(o.pkcs11Module, uri, error);
+  if (token == nullptr) return false;
+  if (o.cert.empty()) {
+    certificates.emplace_back();
+    if (!token->certificate(certificates.front(), error)) return false;
+  } else if (!readCertificates(o.cert, certificates, error)) {
+    return false;
+  }
+  signer = std::move(token);
+  return true;
 }
 
 int failed(const std::string& error) {
@@ -209,8 +248,8 @@ int runSignPdf(const Arguments& args) {
     return kExitUsage;
   }
   std::string error;
-  PrivateKey key = readPrivateKey(o.key, error);
-  if (key == nullptr || !readCertificates(o.cert, run.certificates, error)) return failed(error);
+  std::unique_ptr<HostSigner> signer;
+  if (!openSigner(o, signer, run.certificates, error)) return failed(error);
   run.signerCertificate = run.certificates.front();
   for (const std::string& path : o.chain) {
     std::vector<Bytes> file;
@@ -225,10 +264,12 @@ int runSignPdf(const Arguments& args) {
   ZarvPlugin zarv;
   if (!zarv.load(o.plugin.empty() ? defaultPluginPath() : o.plugin, error)) return failed(error);
   zarv.init();
-  KeyFileSigner signer(std::move(key));
-  run.signer = &signer;
+  run.signer = signer.get();
+  run.afterSignature = signServicesHook(o.services, run.certificates);
+  if (!o.services.tsa.url.empty()) run.extraRoom = kTimeStampRoom;
   Bytes output;
   if (!signPdf(zarv, run, input, o.fields, output, error)) return failed(o.input + ": " + error);
-  if (!writeFile(o.output, output)) return failed("cannot write " + o.output);
+  // Through a temporary file and a rename: a failed write leaves no half-written OUT.
+  if (!writeWholeFile(o.output, output.data(), output.size(), true, error)) return failed(error);
   return kExitOk;
 }

@@ -133,7 +133,9 @@ constexpr Command kCommands[] = {
      "  openssl cms -verify -binary -inform DER -in document.p7s -content document.txt -CAfile ca.pem\n"
      "  kolvari sign --pkcs11 'pkcs11:token=demo;object=signer?pin-source=file:pin.txt' --out-dir out *.txt\n"},
     {"sign-pdf", runSignPdf, "sign a PDF (PAdES baseline, one incremental update)",
-     "usage: kolvari sign-pdf --key KEY --cert CERT [--chain CERTS]... [--digest sha256|sha384|sha512]\n"
+     "usage: kolvari sign-pdf (--key KEY --cert CERT | --pkcs11 URI [--pkcs11-module PATH] [--cert CERT])\n"
+     "                        [--chain CERTS]... [--digest sha256|sha384|sha512]\n"
+     "                        [--tsa URL [--tsa-digest sha256|sha384|sha512] [--tsa-timeout SECONDS]]\n"
      "                        [--reason TEXT] [--location TEXT] [--contact TEXT] [--name TEXT] [--field NAME]\n"
      "                        [--visible PAGE,X,Y,W,H] [--document-order] [--plugin PATH] IN.pdf OUT.pdf\n"
      "\n"
@@ -147,6 +149,10 @@ constexpr Command kCommands[] = {
      "\n"
      "  --key KEY          the signer's private key (PEM or DER)\n"
      "  --cert CERT        the signer certificate first; further certificates in the file are added too\n"
+     "  --pkcs11 URI       sign with a key on a PKCS#11 token, as in kolvari sign (the certificate from the\n"
+     "                     token unless --cert names one); --pkcs11-module PATH the module to load\n"
+     "  --tsa URL          add a time-stamp token over the signature value (PAdES B-T), as in kolvari sign;\n"
+     "                     /Contents leaves room for it. --tsa-digest and --tsa-timeout as there\n"
      "  --chain CERTS      more certificates for the SignedData (repeatable)\n"
      "  --digest NAME      sha256 (default), sha384 or sha512\n"
      "  --reason TEXT      /Reason of the signature dictionary\n"

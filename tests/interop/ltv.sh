@@ -244,4 +244,16 @@ revoked-by-crl|revoked|--revocation-crl pki/ca.crl.pem|kolvari sign: the CRL pki
 ocsp-for-another|good|--ocsp-response pki/revoked.ocsp|kolvari sign: the OCSP response pki/revoked.ocsp does not cover the signer certificate
 no-services|plain|--fetch-revocation|kolvari sign: the signer certificate names no OCSP responder and no CRL distribution point
 EOF
+# A PDF with a time-stamped signature (PAdES B-T): poppler finds it valid, and the token covers its value.
+if command -v pdfsig > /dev/null; then
+  /usr/bin/python3 "$here/minimal_pdf.py" doc.pdf
+  "$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --key pki/good.key --cert pki/good.pem --chain pki/ca.pem \
+    --tsa "$base/tsa" doc.pdf signed.pdf 2> err.txt || fail "sign-pdf --tsa: $(cat err.txt)"
+  pdfsig -nocert signed.pdf > sig.txt 2>&1 && grep -q 'Signature is Valid' sig.txt || fail "sign-pdf --tsa: $(cat sig.txt)"
+  "$KOLVARI" inspect --json signed.pdf > pdf.json || fail "sign-pdf --tsa: kolvari inspect"
+  /usr/bin/python3 -c 'import json, sys
+tokens = json.load(open(sys.argv[1]))["signatures"][0]["cms"]["signerInfos"][0]["timeStampTokens"]
+assert len(tokens) == 1 and tokens[0]["imprintMatches"] is True, tokens' pdf.json || fail "sign-pdf --tsa: $(cat pdf.json)"
+fi
+
 echo "ltv: $(find . -maxdepth 1 -name '*.p7s' | wc -l) signatures checked by OpenSSL, asn1crypto and BouncyCastle; failure cases passed"

@@ -9,6 +9,7 @@ set -euo pipefail
 : "${KOLVARI_PLUGIN:?path of the plug-in}"
 
 module=/usr/lib/softhsm/libsofthsm2.so
+here=$(cd "$(dirname "$0")" && pwd)
 for tool in softhsm2-util pkcs11-tool script; do
   command -v "$tool" >/dev/null || { echo "pkcs11: $tool is not installed (scripts/deps.sh)" >&2; exit 77; }
 done
@@ -141,5 +142,14 @@ shown=$( (sleep 1; printf '1234\r') | script -qec "'$KOLVARI' sign --plugin '$KO
 grep -q 'PIN for token demo:' <<<"$shown" && [ -s out/doc1.txt.p7s ] || fail "the PIN prompt: $shown"
 ! grep -q 1234 <<<"$shown" || fail "the PIN was echoed: $shown"
 checks=$((checks + 1))
+
+# A PDF signed on the token: poppler finds the signature valid.
+if command -v pdfsig > /dev/null; then
+  /usr/bin/python3 "$here/minimal_pdf.py" doc.pdf
+  "$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --pkcs11-module "$module" \
+    --pkcs11 'pkcs11:token=demo;object=ec?pin-value=1234' doc.pdf signed.pdf 2>err.txt || fail "sign-pdf: $(cat err.txt)"
+  pdfsig -nocert signed.pdf > sig.txt 2>&1 && grep -q 'Signature is Valid' sig.txt || fail "sign-pdf: $(cat sig.txt)"
+  checks=$((checks + 1))
+fi
 
 echo "pkcs11: $checks checks passed"
