@@ -95,8 +95,14 @@ uint32_t encodeP72Container(P72Container& record, std::vector<unsigned char>& ou
   // the largest, so this one check covers every inner element too.
   if (total > kMaxContainerLength || total > out.max_size()) return ZARV_E_OUT_OF_MEMORY;
 
-  // What the vector held before is wiped first, so no earlier bytes survive in its storage.
-  std::fill(out.begin(), out.end(), 0);
+  // No earlier bytes survive in the vector's storage. Storage the vector gives up when it grows is wiped
+  // first; storage it keeps is wiped past the new size, and below it overwritten by the image (or, should
+  // the write stop short, wiped after it), so that a reused vector's bytes are touched once, not twice.
+  if (total > out.capacity()) {
+    std::fill(out.begin(), out.end(), 0);
+  } else if (out.size() > total) {
+    std::fill(out.begin() + static_cast<std::ptrdiff_t>(total), out.end(), 0);
+  }
   out.resize(static_cast<size_t>(total));
   CvelA1Writer w(out.data(), out.size());
   w.header(kTagSequence, contentInfoLength);
@@ -115,5 +121,7 @@ uint32_t encodeP72Container(P72Container& record, std::vector<unsigned char>& ou
   if (withCertificates) writePieces(w, kTagContext0, record.certificates, certificatesLength);
   if (withCrls) writePieces(w, kTagContext1, record.crls, crlsLength);
   writePieces(w, kTagSet, record.signerInfos, signerInfosLength);
-  return w.complete() ? ZARV_OK : ZARV_E_NOT_STORED;
+  if (w.complete()) return ZARV_OK;
+  std::fill(out.end() - static_cast<std::ptrdiff_t>(w.left()), out.end(), 0);
+  return ZARV_E_NOT_STORED;
 }

@@ -79,26 +79,65 @@ uint32_t zarvBuildAttributes(const ZarvAttributeMap& map, ZarvAttributeOrder ord
   return CvelA1Node::sequenceOf(std::move(attributes)).encode(out);
 }
 
+// Both builders below write a fixed shape around pieces of the certificate: sizes first, one allocation, one
+// pass of the writer, without a tree of pieces in between.
+
 uint32_t zarvBuildSignerIdentifier(const CvelCertificate& certificate, CvelString& signerIdentifier) {
-  return CvelA1Node::constructed(kTagSequence,
-                                 {CvelA1Node::raw(certificate.issuer()), CvelA1Node::raw(certificate.serialNumber())})
-      .encode(signerIdentifier);
+  const CvelString& issuer = certificate.issuer();
+  const CvelString& serial = certificate.serialNumber();
+  const uint64_t content = static_cast<uint64_t>(issuer.length()) + serial.length();
+  const uint64_t total = cvelTlvSize(content);
+  if (total >= CvelString::kViewCapacity - 1) return kCvelErrNoMemory;
+  CvelString result;
+  CvelResult r = result.allocate(static_cast<uint32_t>(total));
+  if (r != kCvelOk) return r;
+  CvelA1Writer w(result);
+  w.header(kTagSequence, content);
+  w.bytes(issuer);
+  w.bytes(serial);
+  if (!w.complete()) return kCvelErrMalformed;
+  signerIdentifier.moveFrom(result);
+  return kCvelOk;
 }
 
+// SigningCertificateV2 ::= SEQUENCE { certs SEQUENCE OF ESSCertIDv2 }, one ESSCertIDv2 ::= SEQUENCE {
+//   hashAlgorithm SEQUENCE { OID, NULL }, certHash OCTET STRING,
+//   issuerSerial SEQUENCE { issuer SEQUENCE { [4] { Name } }, serialNumber } }.
 uint32_t zarvBuildSigningCertificateV2(const CvelCertificate& certificate, const ZarvBytes& certificateHash,
                                        const CvelString& hashOid, CvelString& value) {
   const CvelString& issuer = certificate.issuer();
   const CvelString& serial = certificate.serialNumber();
 
-  CvelA1Node generalNames =
-      CvelA1Node::constructed(kTagSequence, {CvelA1Node::constructed(kTagContext4, {CvelA1Node::raw(issuer)})});
-  CvelA1Node issuerSerial = CvelA1Node::constructed(kTagSequence, {generalNames, CvelA1Node::raw(serial)});
   // The NULL parameters are always written, whatever the hash algorithm.
-  CvelA1Node hashAlgorithm =
-      CvelA1Node::constructed(kTagSequence, {CvelA1Node::raw(hashOid), CvelA1Node::raw(kDerNull, sizeof kDerNull)});
-  CvelA1Node certId = CvelA1Node::constructed(
-      kTagSequence,
-      {hashAlgorithm, CvelA1Node::primitive(kTagOctetString, certificateHash.data(), certificateHash.size()),
-       issuerSerial});
-  return CvelA1Node::constructed(kTagSequence, {CvelA1Node::constructed(kTagSequence, {certId})}).encode(value);
+  const uint64_t hashAlgorithmContent = static_cast<uint64_t>(hashOid.length()) + sizeof kDerNull;
+  const uint64_t directoryNameContent = issuer.length();
+  const uint64_t generalNamesContent = cvelTlvSize(directoryNameContent);
+  const uint64_t issuerSerialContent = cvelTlvSize(generalNamesContent) + serial.length();
+  const uint64_t certIdContent =
+      cvelTlvSize(hashAlgorithmContent) + cvelTlvSize(certificateHash.size()) + cvelTlvSize(issuerSerialContent);
+  const uint64_t certsContent = cvelTlvSize(certIdContent);
+  const uint64_t valueContent = cvelTlvSize(certsContent);
+  const uint64_t total = cvelTlvSize(valueContent);
+  if (total >= CvelString::kViewCapacity - 1) return kCvelErrNoMemory;
+
+  CvelString result;
+  CvelResult r = result.allocate(static_cast<uint32_t>(total));
+  if (r != kCvelOk) return r;
+  CvelA1Writer w(result);
+  w.header(kTagSequence, valueContent);
+  w.header(kTagSequence, certsContent);
+  w.header(kTagSequence, certIdContent);
+  w.header(kTagSequence, hashAlgorithmContent);
+  w.bytes(hashOid);
+  w.bytes(kDerNull, sizeof kDerNull);
+  w.header(kTagOctetString, certificateHash.size());
+  if (!certificateHash.empty()) w.bytes(certificateHash.data(), certificateHash.size());
+  w.header(kTagSequence, issuerSerialContent);
+  w.header(kTagSequence, generalNamesContent);
+  w.header(kTagContext4, directoryNameContent);
+  w.bytes(issuer);
+  w.bytes(serial);
+  if (!w.complete()) return kCvelErrMalformed;
+  value.moveFrom(result);
+  return kCvelOk;
 }

@@ -85,6 +85,12 @@ CvelResult CvelA1Context::getElement(const CvelString& s, CvelString& out) const
   return out.assign(s.data() + (contentOffset_ - headerLength_), n);
 }
 
+CvelResult CvelA1Context::takeElement(const CvelString& s, CvelString& out, CvelKeep keep) const {
+  if (keep == CvelKeep::kCopy) return getElement(s, out);
+  if (!elementInside(s)) return kCvelErrMalformed;
+  return out.setView(s, contentOffset_ - headerLength_, headerLength_ + contentLength_);
+}
+
 CvelResult CvelA1Context::getContent(const CvelString& s, CvelString& out) const {
   if (!elementInside(s)) return kCvelErrMalformed;
   if (contentLength_ == 0) return out.assign(nullptr, 0);

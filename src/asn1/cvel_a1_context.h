@@ -10,6 +10,11 @@
 
 class CvelString;
 
+// How a decoder keeps the elements it reads: copies of its own, or views into the source. Views are for an
+// owner that keeps the source's bytes, unchanged, for as long as the decoded object lives (a certificate
+// decoding its own DER).
+enum class CvelKeep : uint8_t { kCopy, kView };
+
 class CvelA1Context {
  public:
   // What next() returns besides a tag: the range is used up, or the element runs past the limit.
@@ -33,6 +38,8 @@ class CvelA1Context {
   // Copies of the whole element last read, or of its content.
   CvelResult getElement(const CvelString& s, CvelString& out) const;
   CvelResult getContent(const CvelString& s, CvelString& out) const;
+  // The whole element last read, copied or viewed as keep says.
+  CvelResult takeElement(const CvelString& s, CvelString& out, CvelKeep keep) const;
   // Back to the start of the range, as if nothing had been read.
   void rewind();
 

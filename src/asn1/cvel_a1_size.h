@@ -67,6 +67,8 @@ class CvelA1Writer {
   bool ok() const { return ok_; }
   // True when the buffer was filled exactly.
   bool complete() const { return ok_ && left_ == 0; }
+  // Room not written yet.
+  uint64_t left() const { return left_; }
 
  private:
   unsigned char* at_;

@@ -1,5 +1,5 @@
-// CvelManagedArray<T>: an ordered list that owns its elements through small reference-counted holders.
-// Every plural class of the library derives from it.
+// CvelManagedArray<T>: an ordered list that owns its elements. Every plural class of the library derives
+// from it.
 #ifndef KOLVARI_ASN1_CVEL_MANAGED_ARRAY_H
 #define KOLVARI_ASN1_CVEL_MANAGED_ARRAY_H
 
@@ -20,67 +20,55 @@ class CvelManagedArray {
     std::free(slots_);
   }
 
-  // Takes ownership of object and appends it. When the holder or the slot cannot be obtained the object is
-  // destroyed and std::bad_alloc is thrown, as the array's owner cannot keep it.
+  // Takes ownership of object and appends it. When the slot cannot be obtained the object is destroyed and
+  // std::bad_alloc is thrown, as the array's owner cannot keep it.
   virtual CvelResult add(T* object) {
-    Holder* holder = new (std::nothrow) Holder{object, 1};
-    if (holder == nullptr) {
+    if (count_ == capacity_ && !grow()) {
       delete object;
       throw std::bad_alloc();
     }
-    if (count_ == capacity_ && !grow()) {
-      dropHolder(holder);
-      throw std::bad_alloc();
-    }
-    slots_[count_++] = holder;
+    slots_[count_++] = object;
     return kCvelOk;
   }
 
   // Lends the element at index; the array keeps ownership.
   virtual CvelResult get(uint32_t index, T*& out) const {
     if (index >= count_) return kCvelErrBadParameter;
-    out = slots_[index]->object;
+    out = slots_[index];
     return kCvelOk;
   }
 
   uint32_t size() const { return count_; }
 
-  // Releases every slot from the first on; the capacity is kept.
+  // Destroys every element from the first on; the capacity is kept.
   void clear() {
-    for (uint32_t i = 0; i < count_; ++i) dropHolder(slots_[i]);
+    for (uint32_t i = 0; i < count_; ++i) delete slots_[i];
     count_ = 0;
   }
 
-  // Takes the last element out of the list and destroys it (unless another holder reference keeps it).
+  // Takes the last element out of the list and destroys it.
   CvelResult removeLast() {
     if (count_ == 0) return kCvelErrBadParameter;
-    dropHolder(slots_[--count_]);
+    delete slots_[--count_];
     return kCvelOk;
   }
 
  private:
-  struct Holder {
-    T* object;
-    int32_t references;
-  };
-
-  static void dropHolder(Holder* holder) {
-    if (--holder->references > 0) return;
-    delete holder->object;
-    delete holder;
-  }
+  // Lists are mostly short (the attributes of a name, the extensions of a certificate): the first block
+  // holds several slots, so that most lists never grow again.
+  static constexpr uint32_t kFirstCapacity = 8;
 
   bool grow() {
-    uint32_t wanted = capacity_ == 0 ? 1 : capacity_ * 2;
+    uint32_t wanted = capacity_ == 0 ? kFirstCapacity : capacity_ * 2;
     if (wanted <= capacity_) return false;
-    void* block = std::realloc(slots_, sizeof(Holder*) * static_cast<size_t>(wanted));
+    void* block = std::realloc(slots_, sizeof(T*) * static_cast<size_t>(wanted));
     if (block == nullptr) return false;
-    slots_ = static_cast<Holder**>(block);
+    slots_ = static_cast<T**>(block);
     capacity_ = wanted;
     return true;
   }
 
-  Holder** slots_ = nullptr;
+  T** slots_ = nullptr;
   uint32_t count_ = 0;
   uint32_t capacity_ = 0;
 };

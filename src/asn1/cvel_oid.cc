@@ -220,10 +220,43 @@ struct RegistryIndex {
     int32_t kind;
     const char* dotted;
   };
+  // Open addressing over the DER elements: a slot holds an index into byDer, or kEmptySlot. Lookups happen
+  // for every name attribute and extension of every certificate, so they hash instead of searching.
+  static constexpr uint32_t kSlots = 512;  // a power of two, over three times the registry's size
+  static constexpr int16_t kEmptySlot = -1;
+  static_assert(kSlots >= 2 * kOidRegistrySize, "the hash table keeps free slots");
+
   std::vector<Entry> byDer;
+  int16_t slots[kSlots];
+
+  static uint32_t hash(std::string_view der) {
+    uint32_t h = 2166136261u;  // FNV-1a
+    for (char c : der) h = (h ^ static_cast<unsigned char>(c)) * 16777619u;
+    return h;
+  }
+
   RegistryIndex() {
     for (const RegistryRow& row : kRegistry) byDer.push_back({registryDer(row.dotted), row.kind, row.dotted});
     std::sort(byDer.begin(), byDer.end(), [](const Entry& a, const Entry& b) { return a.der < b.der; });
+    std::fill(std::begin(slots), std::end(slots), kEmptySlot);
+    // In sorted order, the first of equal elements taking the slot: the one a search of byDer finds.
+    for (size_t i = 0; i < byDer.size(); ++i) {
+      uint32_t slot = hash(byDer[i].der) & (kSlots - 1);
+      bool present = false;
+      while (slots[slot] != kEmptySlot && !present) {
+        present = byDer[static_cast<size_t>(slots[slot])].der == byDer[i].der;
+        slot = (slot + 1) & (kSlots - 1);
+      }
+      if (!present) slots[slot] = static_cast<int16_t>(i);
+    }
+  }
+
+  const Entry* find(std::string_view der) const {
+    for (uint32_t slot = hash(der) & (kSlots - 1); slots[slot] != kEmptySlot; slot = (slot + 1) & (kSlots - 1)) {
+      const Entry& e = byDer[static_cast<size_t>(slots[slot])];
+      if (e.der == der) return &e;
+    }
+    return nullptr;
   }
 };
 
@@ -260,6 +293,23 @@ uint32_t readArc(const std::string& piece) {
   return static_cast<uint32_t>(static_cast<int32_t>(value));
 }
 
+// Most pieces are plain digits: up to nine of them, ended by a dot or the end of the text, read directly to the
+// value readArc gives them. Anything else (an empty piece, white space, a sign, more digits) is left to readArc.
+constexpr uint32_t kPlainDigitsMax = 9;
+
+bool readPlainArc(const char* piece, const char* dot, uint32_t& value) {
+  const char* end = dot == nullptr ? piece + std::strlen(piece) : dot;
+  const size_t n = static_cast<size_t>(end - piece);
+  if (n == 0 || n > kPlainDigitsMax) return false;
+  uint32_t v = 0;
+  for (const char* p = piece; p != end; ++p) {
+    if (*p < '0' || *p > '9') return false;
+    v = v * 10 + static_cast<uint32_t>(*p - '0');
+  }
+  value = v;
+  return true;
+}
+
 }  // namespace
 
 CvelResult fromDotted(const char* text, CvelString& out, int withTag) {
@@ -269,9 +319,11 @@ CvelResult fromDotted(const char* text, CvelString& out, int withTag) {
   const char* piece = text;
   while (true) {
     const char* dot = std::strchr(piece, '.');
-    std::string part = dot == nullptr ? std::string(piece) : std::string(piece, static_cast<size_t>(dot - piece));
     // Arithmetic on the arcs wraps at 32 bits, as they are written from a 32-bit value.
-    uint32_t value = readArc(part);
+    uint32_t value = 0;
+    if (!readPlainArc(piece, dot, value)) {
+      value = readArc(dot == nullptr ? std::string(piece) : std::string(piece, static_cast<size_t>(dot - piece)));
+    }
     if (firstPiece) {
       // The first arc only sets the shared state; it is added into the second piece.
       gFirstArc.held = value * kFirstArcFactor;
@@ -304,11 +356,8 @@ int32_t kindOf(const void* der, uint32_t n) {
   uint32_t length = p[1];
   if (length > n + 2 || length + 2 > n) return kOidUnknown;
   std::string_view element(reinterpret_cast<const char*>(p), length + 2);
-  const auto& rows = registry().byDer;
-  auto it = std::lower_bound(rows.begin(), rows.end(), element,
-                             [](const RegistryIndex::Entry& e, std::string_view key) { return e.der < key; });
-  if (it == rows.end() || it->der != element) return kOidUnknown;
-  return it->kind;
+  const RegistryIndex::Entry* found = registry().find(element);
+  return found == nullptr ? kOidUnknown : found->kind;
 }
 
 const char* dottedOfKind(int32_t kind) {

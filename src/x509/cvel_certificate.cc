@@ -215,10 +215,11 @@ bool CvelCertificate::parsePublicKeyCertificate(const CvelA1Context& tbsElement)
   if (tag != kTagInteger || !sliceElement(serialNumber_, encoded_, c)) return false;
   if (c.next(encoded_) != kTagSequence || !sliceElement(tbsSignatureAlgorithm_, encoded_, c)) return false;
   if (c.next(encoded_) != kTagSequence || !sliceElement(issuer_, encoded_, c)) return false;
-  issuerName_.parse(issuer_);
+  // Names and extensions view the certificate's own DER, which parse() keeps until it forgets them.
+  issuerName_.parse(issuer_, nullptr, CvelKeep::kView);
   if (c.next(encoded_) != kTagSequence || !readValidity(c)) return false;
   if (c.next(encoded_) != kTagSequence || !sliceElement(subject_, encoded_, c)) return false;
-  subjectName_.parse(subject_);
+  subjectName_.parse(subject_, nullptr, CvelKeep::kView);
   if (c.next(encoded_) != kTagSequence || !sliceElement(subjectPublicKeyInfo_, encoded_, c)) return false;
 
   tag = c.next(encoded_);
@@ -232,7 +233,7 @@ bool CvelCertificate::parsePublicKeyCertificate(const CvelA1Context& tbsElement)
   }
   if (tag == kTagContext3) {
     if (!sliceContent(extensionsElement_, encoded_, c)) return false;
-    extensions_.decode(extensionsElement_);
+    extensions_.decode(extensionsElement_, nullptr, CvelKeep::kView);
     decodePoliciesAndStatements();
     tag = c.next(encoded_);
   }
@@ -299,7 +300,10 @@ void CvelCertificate::decodePoliciesAndStatements() {
 CvelResult CvelCertificate::parse() {
   kind_ = kUnknown;
   linked_.clear();
+  // The names and extensions may view the DER about to be replaced or re-read: they go with the slices.
   extensions_.clear();
+  issuerName_.reset();
+  subjectName_.reset();
   releaseSlices();
   if (encoded_.isEmpty()) return kNotParsed;
 

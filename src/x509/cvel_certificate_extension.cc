@@ -9,11 +9,11 @@ namespace {
 
 // Fills one record from the Extension (or Attribute) SEQUENCE `record` has just read. Nothing is required:
 // a record may lack its OID or its value.
-void readRecord(const CvelString& der, const CvelA1Context& record, int32_t& id, CvelString& oid, bool& critical,
-                CvelString& value) {
+void readRecord(const CvelString& der, const CvelA1Context& record, CvelKeep keep, int32_t& id, CvelString& oid,
+                bool& critical, CvelString& value) {
   CvelA1Context child;
   child = record;
-  if (child.next(der) == kTagOid && child.getElement(der, oid) == kCvelOk) id = kindOf(oid);
+  if (child.next(der) == kTagOid && child.takeElement(der, oid, keep) == kCvelOk) id = kindOf(oid);
   if (child.next(der) == kTagBoolean) {
     critical = child.contentLength() > 0 && der.data()[child.contentOffset()] != 0;
     child.next(der);
@@ -21,20 +21,21 @@ void readRecord(const CvelString& der, const CvelA1Context& record, int32_t& id,
   // Whatever element the cursor holds is the value: the OCTET STRING of an extension, the SET of an
   // attribute. When the record ends early, the last element read stays current and is copied (the OID of
   // {OID}, the BOOLEAN of {OID, BOOLEAN}, the record itself when it is empty); this is kept deliberately.
-  child.getElement(der, value);
+  child.takeElement(der, value, keep);
 }
 
 }  // namespace
 
-CvelResult CvelCertificateExtensions::decode(const CvelString& der, CvelA1Context* reader) {
+CvelResult CvelCertificateExtensions::decode(const CvelString& der, CvelA1Context* reader, CvelKeep keep) {
   clear();
   CvelA1Context fresh;
   CvelA1Context& cursor = reader != nullptr ? *reader : fresh;
   if (cursor.next(der) != kTagSequence) return 0;
-  return decodeRecords(der, cursor);
+  return decodeRecords(der, cursor, keep);
 }
 
-CvelResult CvelCertificateExtensions::decodeRecords(const CvelString& der, const CvelA1Context& element) {
+CvelResult CvelCertificateExtensions::decodeRecords(const CvelString& der, const CvelA1Context& element,
+                                                    CvelKeep keep) {
   clear();
   CvelA1Context child;
   child = element;
@@ -42,7 +43,7 @@ CvelResult CvelCertificateExtensions::decodeRecords(const CvelString& der, const
   do {
     CvelCertificateExtension* record = new (std::nothrow) CvelCertificateExtension();
     if (record == nullptr) return kCvelErrMalformed;
-    readRecord(der, child, record->id_, record->oid_, record->critical_, record->value_);
+    readRecord(der, child, keep, record->id_, record->oid_, record->critical_, record->value_);
     add(record);
   } while (child.next(der) == kTagSequence);
   return kCvelOk;

@@ -30,11 +30,12 @@ class CvelCertificateExtension : public CvelNonCopyObject {
 class CvelCertificateExtensions : public CvelManagedArray<CvelCertificateExtension>, public CvelNonCopyObject {
  public:
   // Empties the list and decodes the Extensions SEQUENCE read as the next element of reader (the first
-  // element of der when null). 0 when that element is not a SEQUENCE.
-  CvelResult decode(const CvelString& der, CvelA1Context* reader = nullptr);
+  // element of der when null). 0 when that element is not a SEQUENCE. With keep kView the records' OIDs and
+  // values are views into der, which must then outlive the records.
+  CvelResult decode(const CvelString& der, CvelA1Context* reader = nullptr, CvelKeep keep = CvelKeep::kCopy);
   // Empties the list and reads one record per child SEQUENCE of the element `element` has just read; a
   // fresh cursor makes der itself the run of records. kCvelOk (also for no records).
-  CvelResult decodeRecords(const CvelString& der, const CvelA1Context& element);
+  CvelResult decodeRecords(const CvelString& der, const CvelA1Context& element, CvelKeep keep = CvelKeep::kCopy);
   // Number of records with this registry id; the index-th match is lent through out (set to null first;
   // may be null). kCvelErrMalformed at an empty slot. Callers get a count, not a result code.
   uint32_t countById(int32_t id, CvelCertificateExtension** out, uint32_t index) const;

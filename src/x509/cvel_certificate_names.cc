@@ -42,7 +42,13 @@ CvelResult CvelBaseCertificateId::parse(const CvelString& der) {
   return tag == CvelA1Context::kEnd ? kCvelOk : kCvelErrMalformed;
 }
 
-CvelResult CvelCertificateIssuer::parse(const CvelString& der, CvelA1Context* reader) {
+void CvelCertificateIssuer::reset() {
+  form_ = kInvalid;
+  dname_.reset();
+  generalNames_.clear();
+}
+
+CvelResult CvelCertificateIssuer::parse(const CvelString& der, CvelA1Context* reader, CvelKeep keep) {
   form_ = kInvalid;
   dname_.clear();
   generalNames_.clear();
@@ -57,7 +63,7 @@ CvelResult CvelCertificateIssuer::parse(const CvelString& der, CvelA1Context* re
   child = cursor;
   CvelResult r = 0;
   if (child.next(der) == kTagSet) {
-    r = dname_.parse(der, &before);
+    r = dname_.parse(der, &before, keep);
     if (r == kCvelOk) form_ = kName;
   } else {
     r = generalNames_.parse(der, &before);
@@ -77,7 +83,12 @@ CvelResult CvelCertificateIssuer::getEncoded(CvelString& out) const {
   return r == kCvelOk ? kCvelOk : 0;
 }
 
-CvelResult CvelCertificateSubject::parse(const CvelString& der, CvelA1Context* reader) {
+void CvelCertificateSubject::reset() {
+  form_ = kInvalid;
+  dname_.reset();
+}
+
+CvelResult CvelCertificateSubject::parse(const CvelString& der, CvelA1Context* reader, CvelKeep keep) {
   form_ = kInvalid;
   dname_.clear();
   generalNames_.clear();
@@ -100,7 +111,7 @@ CvelResult CvelCertificateSubject::parse(const CvelString& der, CvelA1Context* r
     r = viewContent(der, cursor, content) ? generalNames_.parse(content) : kCvelErrMalformed;
     form = kGeneralNames;
   } else if (tag == kTagSequence) {
-    r = dname_.parse(der, &before);
+    r = dname_.parse(der, &before, keep);
     form = kName;
   }
   if (r == kCvelOk) form_ = form;

@@ -34,8 +34,10 @@ class CvelCertificateIssuer : public CvelNonCopyObject {
   enum Form : uint8_t { kName = 0, kGeneralNames = 1, kInvalid = 255 };
 
   // Decodes the issuer read as the next element of reader (first element of der when null): a Name when
-  // the SEQUENCE's first child is a SET, GeneralNames otherwise.
-  CvelResult parse(const CvelString& der, CvelA1Context* reader = nullptr);
+  // the SEQUENCE's first child is a SET, GeneralNames otherwise. keep applies to the Name form.
+  CvelResult parse(const CvelString& der, CvelA1Context* reader = nullptr, CvelKeep keep = CvelKeep::kCopy);
+  // Back to no issuer: invalid form, nothing held.
+  void reset();
   // Form 1 with a single directoryName: out = the Name element inside it, kCvelOk. Form 0 gives the
   // Name's encode() result (empty, 0); any other case 0.
   CvelResult getEncoded(CvelString& out) const;
@@ -55,8 +57,10 @@ class CvelCertificateSubject : public CvelNonCopyObject {
   enum Form : int32_t { kName = 0, kBaseCertificateId = 1, kGeneralNames = 2, kInvalid = -1 };
 
   // Decodes the subject (or holder) read as the next element of reader (first element of der when null):
-  // SEQUENCE a Name, [0] a base-certificate identifier, [1] GeneralNames.
-  CvelResult parse(const CvelString& der, CvelA1Context* reader = nullptr);
+  // SEQUENCE a Name, [0] a base-certificate identifier, [1] GeneralNames. keep applies to the Name form.
+  CvelResult parse(const CvelString& der, CvelA1Context* reader = nullptr, CvelKeep keep = CvelKeep::kCopy);
+  // Back to no subject: invalid form, no Name held.
+  void reset();
 
   int32_t form() const { return form_; }
   const CvelDName& dname() const { return dname_; }

@@ -18,10 +18,10 @@ int32_t readNext(const CvelString& der, CvelA1Context* reader, CvelA1Context& fr
 }
 
 // Parses one AttributeTypeAndValue and appends it: kCvelOk, or kCvelErrMalformed when it cannot be kept.
-CvelResult addAttribute(CvelDName& name, const CvelString& der, const CvelA1Context& attribute) {
+CvelResult addAttribute(CvelDName& name, const CvelString& der, const CvelA1Context& attribute, CvelKeep keep) {
   CvelRDName* entry = new (std::nothrow) CvelRDName();
   if (entry == nullptr) return kCvelErrMalformed;
-  if (entry->parse(der, attribute) != kCvelOk) {
+  if (entry->parse(der, attribute, keep) != kCvelOk) {
     delete entry;
     return kCvelErrMalformed;
   }
@@ -31,11 +31,12 @@ CvelResult addAttribute(CvelDName& name, const CvelString& der, const CvelA1Cont
 
 // Every AttributeTypeAndValue SEQUENCE of the SET `set` has just read, in order. A child that is not a
 // SEQUENCE ends the SET.
-CvelResult addSet(CvelDName& name, const CvelString& der, const CvelA1Context& set, uint32_t& added) {
+CvelResult addSet(CvelDName& name, const CvelString& der, const CvelA1Context& set, CvelKeep keep,
+                  uint32_t& added) {
   CvelA1Context child;
   child = set;
   while (child.next(der) == kTagSequence) {
-    CvelResult r = addAttribute(name, der, child);
+    CvelResult r = addAttribute(name, der, child, keep);
     if (r != kCvelOk) return r;
     ++added;
   }
@@ -44,18 +45,18 @@ CvelResult addSet(CvelDName& name, const CvelString& der, const CvelA1Context& s
 
 }  // namespace
 
-CvelResult CvelRDName::parse(const CvelString& der, const CvelA1Context& element) {
+CvelResult CvelRDName::parse(const CvelString& der, const CvelA1Context& element, CvelKeep keep) {
   CvelA1Context child;
   child = element;
   if (child.next(der) != kTagOid) return 0;
-  CvelResult r = child.getElement(der, type_);
+  CvelResult r = child.takeElement(der, type_, keep);
   if (r != kCvelOk) return r;
   typeId_ = kindOf(type_);
   // The value is the element the cursor holds after the next read, and the result is that of copying it.
   // When nothing follows the type, the read leaves the cursor on the type, so the type element itself
   // becomes the value; this is deliberate and kept.
   child.next(der);
-  return child.getElement(der, value_);
+  return child.takeElement(der, value_, keep);
 }
 
 void cvelFoldPrintable(const CvelString& value, CvelString& out) {
@@ -87,7 +88,12 @@ int CvelRDName::equals(const CvelRDName& other) const {
   return mine.equals(theirs) ? kEqual : kDifferent;
 }
 
-CvelResult CvelDName::parse(const CvelString& der, CvelA1Context* reader) {
+void CvelDName::reset() {
+  clear();
+  encoded_.release();
+}
+
+CvelResult CvelDName::parse(const CvelString& der, CvelA1Context* reader, CvelKeep keep) {
   clear();
   encoded_.release();
   CvelA1Context fresh;
@@ -100,12 +106,12 @@ CvelResult CvelDName::parse(const CvelString& der, CvelA1Context* reader) {
   if (set.next(der) != kTagSet) return 0;
   uint32_t added = 0;
   do {
-    CvelResult r = addSet(*this, der, set, added);
+    CvelResult r = addSet(*this, der, set, keep, added);
     if (r != kCvelOk) return r;
   } while (set.next(der) == kTagSet);
 
   if (added == 0) return 0;
-  return nameElement.getElement(der, encoded_);
+  return nameElement.takeElement(der, encoded_, keep);
 }
 
 int CvelDName::equals(const CvelDName& other) const {

@@ -14,7 +14,7 @@ class CvelRDName : public CvelNonCopyObject {
  public:
   // Reads the AttributeTypeAndValue SEQUENCE that `element` has just read: its OBJECT IDENTIFIER into type
   // (and typeId from the registry), the following element into value. 0 when the first child is not an OID.
-  CvelResult parse(const CvelString& der, const CvelA1Context& element);
+  CvelResult parse(const CvelString& der, const CvelA1Context& element, CvelKeep keep = CvelKeep::kCopy);
   // 1 when equal: same type bytes; values equal byte for byte, or, when this value is a PrintableString,
   // equal after folding runs of spaces and letter case (length octets are not adjusted, so runs of spaces
   // of different lengths stay unequal).
@@ -39,8 +39,11 @@ class CvelDName : public CvelManagedArray<CvelRDName>, public CvelNonCopyObject 
  public:
   // Decodes a Name read as the next element of reader (the first element of der when reader is null).
   // kCvelOk, 0 when the element is not a SEQUENCE of SETs or holds no attribute, kCvelErrMalformed when an
-  // attribute does not parse. On success encoded holds a copy of the whole Name element.
-  CvelResult parse(const CvelString& der, CvelA1Context* reader = nullptr);
+  // attribute does not parse. On success encoded holds a copy of the whole Name element. With keep kView the
+  // attributes and encoded are views into der, which must then outlive this name.
+  CvelResult parse(const CvelString& der, CvelA1Context* reader = nullptr, CvelKeep keep = CvelKeep::kCopy);
+  // Empties the list and releases encoded.
+  void reset();
   // 1 when both hold the same number of attributes and each pair is equal.
   int equals(const CvelDName& other) const;
   // Produces no bytes: out is cleared and the result is 0. The DER of a parsed name is encoded().

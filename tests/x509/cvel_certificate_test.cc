@@ -91,6 +91,24 @@ TEST(CvelCertificate, ParseOutcomes) {
   for (size_t n = 0; n < ee.size(); ++n) EXPECT_EQ(C().parse(ee.data(), static_cast<uint32_t>(n)), 0u) << n;
 }
 
+TEST(CvelCertificate, ANewParseForgetsTheNamesAndExtensionsOfTheEarlierDer) {
+  // Names and extensions view the certificate's own DER, which a new parse replaces: bytes that do not parse
+  // leave none of them behind (under the sanitizer, a leftover view would read freed memory).
+  const Bytes ee = file("x509/ee-qc.der");
+  C c;
+  ASSERT_EQ(parse(c, ee), kCvelOk);
+  ASSERT_GT(c.issuerName().dname().size() * c.subjectName().dname().size() * c.extensions().size(), 0u);
+  for (const Bytes& input : {hex("30 03 02 01 01"), hex("30 03 30 01 01")}) {
+    EXPECT_EQ(parse(c, input), 0u);
+    EXPECT_EQ(c.issuerName().dname().size() + c.subjectName().dname().size() + c.extensions().size(), 0u);
+    EXPECT_TRUE(c.issuerName().dname().encoded().isEmpty() && c.subjectName().dname().encoded().isEmpty());
+  }
+  // Parsed again, the names hold the certificate's own bytes.
+  ASSERT_EQ(parse(c, ee), kCvelOk);
+  EXPECT_EQ(toHex(c.issuerName().dname().encoded()), toHex(c.issuer()));
+  EXPECT_EQ(toHex(c.subjectName().dname().encoded()), toHex(c.subject()));
+}
+
 TEST(CvelCertificate, EndEntityLookups) {
   const Bytes f = file("x509/ee-qc.der");
   C c;
