@@ -83,21 +83,8 @@ uint32_t zarvBuildAttributes(const ZarvAttributeMap& map, ZarvAttributeOrder ord
 // pass of the writer, without a tree of pieces in between.
 
 uint32_t zarvBuildSignerIdentifier(const CvelCertificate& certificate, CvelString& signerIdentifier) {
-  const CvelString& issuer = certificate.issuer();
-  const CvelString& serial = certificate.serialNumber();
-  const uint64_t content = static_cast<uint64_t>(issuer.length()) + serial.length();
-  const uint64_t total = cvelTlvSize(content);
-  if (total >= CvelString::kViewCapacity - 1) return kCvelErrNoMemory;
-  CvelString result;
-  CvelResult r = result.allocate(static_cast<uint32_t>(total));
-  if (r != kCvelOk) return r;
-  CvelA1Writer w(result);
-  w.header(kTagSequence, content);
-  w.bytes(issuer);
-  w.bytes(serial);
-  if (!w.complete()) return kCvelErrMalformed;
-  signerIdentifier.moveFrom(result);
-  return kCvelOk;
+  // IssuerAndSerialNumber has the same bytes as the certificate's own issuer-and-serial pair.
+  return certificate.getIssuerSerial(signerIdentifier);
 }
 
 // SigningCertificateV2 ::= SEQUENCE { certs SEQUENCE OF ESSCertIDv2 }, one ESSCertIDv2 ::= SEQUENCE {

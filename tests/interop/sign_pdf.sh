@@ -11,6 +11,7 @@ for tool in pdfsig qpdf ps2pdf; do
   command -v "$tool" >/dev/null || { echo "SKIP: $tool is not installed" >&2; exit 77; }
 done
 
+here=$(cd "$(dirname "$0")" && pwd)
 work=$(mktemp -d)
 # KEEP_WORK=1 leaves the signed files in the work folder for a look (the path is printed at the end).
 trap '[ -n "${KEEP_WORK:-}" ] && echo "work folder: $work" || rm -rf "$work"' EXIT
@@ -41,18 +42,11 @@ print("table" if d[at:].lstrip().startswith(b"xref") else "stream")' "$1"
 
 # The producers. A hand-written classic PDF (xref table, offsets counted here) and one with a form field,
 # qpdf's object streams and cross-reference stream made from the first, ghostscript, and reportlab when it is installed.
-python3 - <<'PY'
-def write(path, objects):
-    out = bytearray(b"%PDF-1.4\n%\xe2\xe3\xcf\xd3\n")
-    offsets = []
-    for number, body in enumerate(objects, 1):
-        offsets.append(len(out))
-        out += b"%d 0 obj\n%s\nendobj\n" % (number, body)
-    xref = len(out)
-    out += b"xref\n0 %d\n0000000000 65535 f \n" % (len(objects) + 1)
-    out += b"".join(b"%010d 00000 n \n" % o for o in offsets)
-    out += b"trailer\n<< /Size %d /Root 1 0 R >>\nstartxref\n%d\n%%%%EOF\n" % (len(objects) + 1, xref)
-    open(path, "wb").write(out)
+python3 - "$here" <<'PY'
+import sys
+sys.dont_write_bytecode = True  # nothing written into the source tree
+sys.path.insert(0, sys.argv[1])
+from minimal_pdf import write
 
 text = b"BT /F1 24 Tf 72 760 Td (A hand-written classic PDF) Tj ET"
 page = (b"<< /Type /Page /Parent 2 0 R /MediaBox [0 0 595 842] /Contents 4 0 R"
