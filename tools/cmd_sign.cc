@@ -201,11 +201,11 @@ bool writeOutput(const SignOptions& o, const std::string& input, const Bytes& de
   // symbolic link, a device or a pipe (--out /dev/stdout) the bytes are written as they always were, since a
   // rename would put a file in place of the link or the device node.
   struct stat target;
-  const bool special = !o.out.empty() && lstat(o.out.c_str(), &target) == 0 && !S_ISREG(target.st_mode);
-  if (!o.out.empty() && !special) return writeWholeFile(o.out, bytes, size, true, error);
-  FILE* to = special ? std::fopen(o.out.c_str(), "wb") : stdout;
+  const bool notRegular = !o.out.empty() && lstat(o.out.c_str(), &target) == 0 && !S_ISREG(target.st_mode);
+  if (!o.out.empty() && !notRegular) return writeWholeFile(o.out, bytes, size, true, error);
+  FILE* to = notRegular ? std::fopen(o.out.c_str(), "wb") : stdout;
   bool written = to != nullptr && std::fwrite(bytes, 1, size, to) == size && std::fflush(to) == 0;
-  if (special && to != nullptr) written = std::fclose(to) == 0 && written;
+  if (notRegular && to != nullptr) written = std::fclose(to) == 0 && written;
   if (!written) error = "cannot write the output";
   return written;
 }
