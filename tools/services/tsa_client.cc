@@ -96,7 +96,10 @@ bool checkTimeStampResponse(const Bytes& response, const DigestChoice& digest, c
   }
   CvelString oid;
   CvelString hashed;
-  if (!oidElement(digest.digestOid, oid)) return false;
+  if (!oidElement(digest.digestOid, oid)) {
+    error = std::string("cannot encode the digest OID ") + digest.digestOid;
+    return false;
+  }
   if (!namesAlgorithm(info.hashAlgorithm(), oid) ||
       !contentOf(info.hashedMessage(), kTagOctetString, hashed) || !sameBytes(hashed, imprint)) {
     error = "the time-stamp token's message imprint is not the hash of the signature value";
