@@ -15,7 +15,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -24,14 +23,6 @@
 #include "signing/host_signer.h"
 #include "signing/signature_builder.h"
 #include "zarv_plugin.h"
-
-// The tool's file reader lives beside its main(); this is the same few lines for the linked commands.
-bool readWholeFile(const std::string& path, std::vector<unsigned char>& out) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return false;
-  out.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  return !in.bad();
-}
 
 namespace {
 

@@ -55,7 +55,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzzCheck(out.size() > size && std::equal(input.begin(), input.end(), out.begin()));
   fuzzCheck(update.contentsStart >= size && update.contentsEnd == update.contentsStart + 2 * kCapacity + 2 &&
             update.contentsEnd < out.size() && out[update.contentsStart] == '<' && out[update.contentsEnd - 1] == '>');
-  fuzzCheck(pdfSignedBytes(update).size() == out.size() - (update.contentsEnd - update.contentsStart));
+  const std::vector<ByteSpan> spans = pdfSignedSpans(update);
+  fuzzCheck(spans[0].size + spans[1].size == out.size() - (update.contentsEnd - update.contentsStart));
 
   std::vector<long long> range;
   fuzzCheck(readBack(update, range));

@@ -74,13 +74,6 @@ bool parseSigner(const std::string& text, SignerFiles& out) {
   return true;
 }
 
-int hexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
-
 // "OID=HEXDER": a dotted type and an even, non-empty run of hex digits. Whether the value is one DER element
 // is left to the verifiers; the library takes the bytes as they are.
 bool parseAttribute(const std::string& text, ExtraAttribute& out) {
@@ -91,8 +84,8 @@ bool parseAttribute(const std::string& text, ExtraAttribute& out) {
   out.oid = text.substr(0, equals);
   out.value.clear();
   for (size_t i = 0; i < digits.size(); i += 2) {
-    const int high = hexDigit(digits[i]);
-    const int low = hexDigit(digits[i + 1]);
+    const int high = hexDigitValue(digits[i]);
+    const int low = hexDigitValue(digits[i + 1]);
     if (high < 0 || low < 0) return false;
     out.value.push_back(static_cast<unsigned char>(high * 16 + low));
   }
@@ -113,11 +106,7 @@ bool isSigningTime(const std::string& t) {
 bool parseOptions(const Arguments& args, SignOptions& o) {
   for (size_t i = 0; i < args.size(); ++i) {
     const std::string& a = args[i];
-    auto value = [&](std::string& into) {
-      if (i + 1 >= args.size()) return false;
-      into = args[++i];
-      return true;
-    };
+    auto value = [&](std::string& into) { return optionValue(args, i, into); };
     std::string v;
     const int service = parseSignServiceOption(args, i, o.services);
     if (service < 0) return false;

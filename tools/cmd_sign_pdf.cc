@@ -74,11 +74,7 @@ bool parseOptions(const Arguments& args, SignPdfOptions& o) {
   std::vector<std::string> files;
   for (size_t i = 0; i < args.size(); ++i) {
     const std::string& a = args[i];
-    auto value = [&](std::string& into) {
-      if (i + 1 >= args.size()) return false;
-      into = args[++i];
-      return true;
-    };
+    auto value = [&](std::string& into) { return optionValue(args, i, into); };
     std::string v;
     bool ok = true;
     const int service = parseSignServiceOption(args, i, o.services);
@@ -188,7 +184,7 @@ bool signPdf(const ZarvPlugin& zarv, const PdfSigningRun& run, const Bytes& inpu
   request.certificate = run.signerCertificate;
   request.withSigningTime = false;
   request.afterSignature = run.afterSignature;
-  if (!digestBytes(*run.digest, pdfSignedBytes(update), request.messageDigest)) {
+  if (!digestSpans(*run.digest, pdfSignedSpans(update), request.messageDigest)) {
     error = "cannot hash: " + opensslError();
     return false;
   }

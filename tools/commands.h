@@ -33,6 +33,12 @@ void printCertificate(const CvelCertificate& certificate, bool json);
 // Reads a whole file; false when it cannot be read.
 bool readWholeFile(const std::string& path, std::vector<unsigned char>& out);
 
+// The value of one hexadecimal digit, or -1.
+int hexDigitValue(char c);
+
+// The value that follows the option at args[i]: stored in into and i advanced past it; false when none follows.
+bool optionValue(const Arguments& args, size_t& i, std::string& into);
+
 // "FILE [--json]" in either order: the one file and whether --json was given; false for anything else.
 bool parseFileAndJson(const Arguments& args, std::string& path, bool& json);
 

@@ -97,6 +97,19 @@ bool digestBytes(const DigestChoice& digest, const Bytes& data, Bytes& out) {
   return true;
 }
 
+bool digestSpans(const DigestChoice& digest, const std::vector<ByteSpan>& spans, Bytes& out) {
+  std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> ctx(EVP_MD_CTX_new(), EVP_MD_CTX_free);
+  if (ctx == nullptr || EVP_DigestInit_ex(ctx.get(), digest.md(), nullptr) != 1) return false;
+  for (const ByteSpan& span : spans) {
+    if (EVP_DigestUpdate(ctx.get(), span.data, span.size) != 1) return false;
+  }
+  unsigned char md[EVP_MAX_MD_SIZE];
+  unsigned int n = 0;
+  if (EVP_DigestFinal_ex(ctx.get(), md, &n) != 1) return false;
+  out.assign(md, md + n);
+  return true;
+}
+
 const char* signatureOidFor(EVP_PKEY* key, const DigestChoice& digest) {
   switch (EVP_PKEY_get_base_id(key)) {
     case EVP_PKEY_RSA: return digest.rsaSignatureOid;

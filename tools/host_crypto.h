@@ -37,6 +37,14 @@ bool readCrls(const std::string& path, std::vector<Bytes>& out, std::string& err
 
 // The digest of bytes.
 bool digestBytes(const DigestChoice& digest, const Bytes& data, Bytes& out);
+
+// A run of bytes that stays where it is.
+struct ByteSpan {
+  const unsigned char* data;
+  size_t size;
+};
+// The digest of several runs taken one after the other, without joining them first.
+bool digestSpans(const DigestChoice& digest, const std::vector<ByteSpan>& spans, Bytes& out);
 // Signs data with key and digest: PKCS #1 v1.5 for RSA, DER ECDSA-Sig-Value for EC keys.
 bool signBytes(EVP_PKEY* key, const DigestChoice& digest, const Bytes& data, Bytes& signature, std::string& error);
 // The dotted signature-algorithm OID for the key type and digest; null for a key type that is not offered.

@@ -1,8 +1,6 @@
 // kolvari: a command-line host for the Kolvari PKCS7 Signature Encoder, and a looking glass for DER.
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 
 #include "commands.h"
 #include "log/cvel_logger.h"
@@ -204,48 +202,6 @@ int runLogged(const Command& c, int argc, char** argv, const Arguments& args) {
 CvelLogger& toolLogger() {
   static CvelLogger logger;
   return logger;
-}
-
-bool readWholeFile(const std::string& path, std::vector<unsigned char>& out) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return false;
-  out.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  return !in.bad();
-}
-
-bool parseFileAndJson(const Arguments& args, std::string& path, bool& json) {
-  path.clear();
-  json = false;
-  for (const std::string& a : args) {
-    if (a == "--json") {
-      json = true;
-    } else if (path.empty() && !a.empty() && a[0] != '-') {
-      path = a;
-    } else {
-      path.clear();
-      return false;
-    }
-  }
-  return !path.empty();
-}
-
-std::string jsonQuoted(const std::string& text, bool keepHighBytes) {
-  constexpr unsigned char kFirstPrintable = 0x20;
-  constexpr unsigned char kDelete = 0x7F;
-  std::string out = "\"";
-  for (unsigned char c : text) {
-    if (c == '"' || c == '\\') {
-      out.push_back('\\');
-      out.push_back(static_cast<char>(c));
-    } else if (c < kFirstPrintable || (c >= kDelete && !keepHighBytes)) {
-      char escaped[8];
-      std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
-      out += escaped;
-    } else {
-      out.push_back(static_cast<char>(c));
-    }
-  }
-  return out + "\"";
 }
 
 int main(int argc, char** argv) {

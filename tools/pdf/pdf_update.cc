@@ -423,11 +423,10 @@ bool preparePdfUpdate(const Bytes& input, const PdfSignatureFields& fields, size
   return true;
 }
 
-Bytes pdfSignedBytes(const PdfPreparedUpdate& update) {
-  Bytes signedBytes(update.document.begin(), update.document.begin() + static_cast<std::ptrdiff_t>(update.contentsStart));
-  signedBytes.insert(signedBytes.end(), update.document.begin() + static_cast<std::ptrdiff_t>(update.contentsEnd),
-                     update.document.end());
-  return signedBytes;
+std::vector<ByteSpan> pdfSignedSpans(const PdfPreparedUpdate& update) {
+  const unsigned char* document = update.document.data();
+  return {{document, update.contentsStart},
+          {document + update.contentsEnd, update.document.size() - update.contentsEnd}};
 }
 
 bool fillPdfContents(PdfPreparedUpdate& update, const Bytes& cms, std::string& error) {

@@ -46,8 +46,8 @@ struct PdfPreparedUpdate {
 bool preparePdfUpdate(const Bytes& input, const PdfSignatureFields& fields, size_t contentsCapacity,
                       PdfPreparedUpdate& out, std::string& error);
 
-// The bytes the /ByteRange covers: all of the document but the /Contents value.
-Bytes pdfSignedBytes(const PdfPreparedUpdate& update);
+// The bytes the /ByteRange covers, in place: the document before the /Contents value and after it.
+std::vector<ByteSpan> pdfSignedSpans(const PdfPreparedUpdate& update);
 
 // Writes cms in hex into the placeholder; false when it does not fit.
 bool fillPdfContents(PdfPreparedUpdate& update, const Bytes& cms, std::string& error);

@@ -3,19 +3,14 @@
 #include <fstream>
 #include <vector>
 
+#include "commands.h"
+
 namespace {
 
 constexpr char kScheme[] = "pkcs11:";
 constexpr char kFileScheme[] = "file:";
 // The key type a URI may name; only private keys sign.
 constexpr char kTypePrivate[] = "private";
-
-int hexValue(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
 
 // Decodes %XX escapes; a '%' not followed by two hex digits is an error.
 bool percentDecode(const std::string& text, std::string& out) {
@@ -26,8 +21,8 @@ bool percentDecode(const std::string& text, std::string& out) {
       continue;
     }
     if (i + 2 >= text.size()) return false;
-    const int high = hexValue(text[i + 1]);
-    const int low = hexValue(text[i + 2]);
+    const int high = hexDigitValue(text[i + 1]);
+    const int low = hexDigitValue(text[i + 2]);
     if (high < 0 || low < 0) return false;
     out.push_back(static_cast<char>(high * 16 + low));
     i += 2;
