@@ -1,7 +1,7 @@
 // The incremental update of `kolvari sign-pdf` over arbitrary input. Whatever input it accepts, the result
 // must hold the input as its prefix, a /ByteRange that names exactly the bytes around /Contents, and a last
-// cross-reference section that qpdf reads (with its repair off) to a signature field of the name given,
-// whose value carries that byte range; the hex written into /Contents must stay inside the placeholder.
+// cross-reference section that qpdf reads (with its repair off) to a form whose last field has the name given
+// and a value that carries that byte range; the hex written into /Contents must stay inside the placeholder.
 #include <string>
 
 #include <qpdf/QPDF.hh>
@@ -21,14 +21,17 @@ bool readBack(const PdfPreparedUpdate& update, std::vector<long long>& range) {
     pdf.setSuppressWarnings(true);
     pdf.setAttemptRecovery(false);
     pdf.processMemoryFile("output", reinterpret_cast<const char*>(update.document.data()), update.document.size());
-    for (QPDFObjectHandle field : pdf.getRoot().getKey("/AcroForm").getKey("/Fields").getArrayAsVector()) {
-      QPDFObjectHandle name = field.getKey("/T");
-      if (!name.isString() || name.getUTF8Value() != update.fieldName) continue;
-      for (QPDFObjectHandle n : field.getKey("/V").getKey("/ByteRange").getArrayAsVector()) {
-        range.push_back(n.getIntValue());
-      }
-      return true;
+    // The new field is the form's last; a damaged input may read differently before and after the update,
+    // so the fields it had are not compared.
+    std::vector<QPDFObjectHandle> fields = pdf.getRoot().getKey("/AcroForm").getKey("/Fields").getArrayAsVector();
+    if (fields.empty()) return false;
+    QPDFObjectHandle ours = fields.back();
+    QPDFObjectHandle name = ours.getKey("/T");
+    if (!name.isString() || name.getUTF8Value() != update.fieldName) return false;
+    for (QPDFObjectHandle n : ours.getKey("/V").getKey("/ByteRange").getArrayAsVector()) {
+      range.push_back(n.getIntValue());
     }
+    return true;
   } catch (const std::exception&) {
   }
   return false;

@@ -5,7 +5,8 @@
 # the inputs that reach new coverage are merged into the seed corpus (fuzz/corpus/<target>/, libFuzzer's
 # -merge keeps only what adds coverage), and findings are saved under fuzz/crashes/<target>/, where the test
 # suite replays them from then on. A table of executions, coverage and findings per target ends the run and
-# is kept in build-fuzz/fuzz-report.txt.
+# is kept in build-fuzz/fuzz-report.txt. The tool is configured too, for the target that fuzzes the PDF update
+# of `kolvari sign-pdf`; only the fuzz targets are built.
 #   bash scripts/fuzz.sh [-j JOBS] [SECONDS] [TARGET...]
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -20,7 +21,7 @@ shift || true
 "$root/scripts/deps.sh"
 build="$root/build-fuzz"
 CXX=clang++ cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKOLVARI_FUZZ=ON -DKOLVARI_SANITIZE=ON \
-  -DKOLVARI_TESTS=OFF -DKOLVARI_TOOLS=OFF -DKOLVARI_BENCH=OFF > /dev/null
+  -DKOLVARI_TESTS=OFF -DKOLVARI_TOOLS=ON -DKOLVARI_BENCH=OFF > /dev/null
 targets=("$@")
 if [ ${#targets[@]} -eq 0 ]; then
   for f in "$root"/fuzz/fuzz_*.cc; do targets+=("$(basename "$f" .cc)"); done

@@ -168,11 +168,13 @@ PY
   checks=$((checks + 1))
 done
 
-# Refused inputs: encrypted, and a file whose cross-reference data is broken. No output file either way.
+# Refused inputs: encrypted, a file whose cross-reference data is broken, and one with bytes before its
+# header (readers count its offsets from the header). No output file either way.
 qpdf --encrypt user owner 256 -- classic.pdf encrypted.pdf
 head -c 500 classic.pdf > broken.pdf  # the cross-reference table cut off
 sed 's/startxref/startxref\n99999/' classic.pdf > badxref.pdf
-for refused in encrypted broken badxref; do
+{ printf 'junk before the header\n'; cat classic.pdf; } > prefixed.pdf
+for refused in encrypted broken badxref prefixed; do
   if "$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --key rsa.key --cert rsa.pem "$refused.pdf" out.pdf \
     >out.txt 2>err.txt; then status=0; else status=$?; fi
   [ "$status" -eq 1 ] || fail "$refused.pdf: exit status $status, not 1"

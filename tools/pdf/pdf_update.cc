@@ -13,6 +13,7 @@
 
 namespace {
 
+constexpr char kPdfHeader[] = "%PDF-";
 constexpr char kStartXref[] = "startxref";
 constexpr size_t kTailWindow = 1024;       // startxref sits within the last kilobyte of a PDF
 constexpr int kWidgetFlags = 132;          // Print (4) | Locked (128)
@@ -68,14 +69,16 @@ void rewrite(UpdateObjects& objects, QPDFObjectHandle object) {
 }
 
 // The names of the form's top-level fields, so that the new field, also at the top level, takes a free one.
-std::set<std::string> topLevelFieldNames(QPDFObjectHandle fields) {
-  std::set<std::string> names;
-  if (!fields.isArray()) return names;
+// False when the form lists an entry that does not read as a field: its name is unknown, and a new field
+// could take it.
+bool topLevelFieldNames(QPDFObjectHandle fields, std::set<std::string>& names) {
+  if (!fields.isArray()) return true;
   for (QPDFObjectHandle field : fields.getArrayAsVector()) {
-    QPDFObjectHandle name = field.isDictionary() ? field.getKey("/T") : QPDFObjectHandle::newNull();
+    if (!field.isDictionary()) return false;
+    QPDFObjectHandle name = field.getKey("/T");
     if (name.isString()) names.insert(name.getUTF8Value());
   }
-  return names;
+  return true;
 }
 
 std::string freeFieldName(const std::set<std::string>& taken) {
@@ -303,6 +306,31 @@ void appendXrefStream(Bytes& out, int number, std::map<int, size_t> offsets, std
   appendText(out, x);
 }
 
+// "%PDF-" and a version: readers look further into the file for a header only when this one is missing.
+bool beginsWithHeader(const Bytes& data) {
+  const std::string header = kPdfHeader;
+  const size_t n = header.size();
+  auto digit = [&](size_t i) { return data[i] >= '0' && data[i] <= '9'; };
+  return data.size() >= n + 3 && std::equal(header.begin(), header.end(), data.begin()) && digit(n) &&
+         data[n + 1] == '.' && digit(n + 2);
+}
+
+// The whole number after a startxref keyword, when it is one and points into the file.
+bool readOffsetAfter(const Bytes& data, size_t i, size_t& offset) {
+  if (i == data.size() || !isPdfSpace(data[i])) return false;  // "startxref5" is one word, not the keyword
+  while (i < data.size() && isPdfSpace(data[i])) ++i;
+  constexpr size_t kMaxDigits = 19;
+  size_t digits = 0;
+  unsigned long long value = 0;
+  for (; i < data.size() && data[i] >= '0' && data[i] <= '9'; ++i) {
+    if (++digits > kMaxDigits) return false;
+    value = value * 10 + static_cast<unsigned>(data[i] - '0');
+  }
+  if (digits == 0 || value >= data.size() || (i < data.size() && !isPdfSpace(data[i]))) return false;
+  offset = static_cast<size_t>(value);
+  return true;
+}
+
 size_t findText(const Bytes& data, const std::string& text, size_t from) {
   auto at = std::search(data.begin() + static_cast<std::ptrdiff_t>(from), data.end(), text.begin(), text.end());
   return at == data.end() ? std::string::npos : static_cast<size_t>(at - data.begin());
@@ -313,34 +341,35 @@ size_t findText(const Bytes& data, const std::string& text, size_t from) {
 bool findLastCrossReference(const Bytes& data, size_t& offset, bool& isTable) {
   const size_t from = data.size() > kTailWindow ? data.size() - kTailWindow : 0;
   const std::string keyword = kStartXref;
-  size_t at = std::string::npos;
+  // The last keyword followed by a whole number is the one readers take: a keyword whose number runs into
+  // other characters is passed over, as they pass it over.
+  std::vector<size_t> found;
   for (size_t next = findText(data, keyword, from); next != std::string::npos;
        next = findText(data, keyword, next + 1)) {
-    at = next;
+    found.push_back(next);
   }
-  if (at == std::string::npos) return false;
-  size_t i = at + keyword.size();
-  while (i < data.size() && isPdfSpace(data[i])) ++i;
-  constexpr size_t kMaxDigits = 19;
-  size_t digits = 0;
-  unsigned long long value = 0;
-  for (; i < data.size() && data[i] >= '0' && data[i] <= '9'; ++i) {
-    if (++digits > kMaxDigits) return false;
-    value = value * 10 + static_cast<unsigned>(data[i] - '0');
+  for (auto at = found.rbegin(); at != found.rend(); ++at) {
+    if (readOffsetAfter(data, *at + keyword.size(), offset)) {
+      size_t start = offset;
+      while (start < data.size() && isPdfSpace(data[start])) ++start;
+      const std::string xref = "xref";
+      isTable = data.size() - start >= xref.size() && std::equal(xref.begin(), xref.end(), data.begin() + start);
+      return true;
+    }
   }
-  if (digits == 0 || value >= data.size()) return false;
-  offset = static_cast<size_t>(value);
-  size_t start = offset;
-  while (start < data.size() && isPdfSpace(data[start])) ++start;
-  const std::string xref = "xref";
-  isTable = data.size() - start >= xref.size() && std::equal(xref.begin(), xref.end(), data.begin() + start);
-  return true;
+  return false;
 }
 
 bool preparePdfUpdate(const Bytes& input, const PdfSignatureFields& fields, size_t contentsCapacity,
                       PdfPreparedUpdate& out, std::string& error) {
   if (input.size() > kMaxInput) {
     error = "the PDF is larger than " + std::to_string(kMaxInput) + " bytes";
+    return false;
+  }
+  // Readers that find the header further in take every offset of the file as counted from there, and the
+  // update's offsets and byte range are counted from the first byte: such a file is refused, not guessed at.
+  if (!beginsWithHeader(input)) {
+    error = std::string("not a PDF that can be updated: the file does not begin with ") + kPdfHeader + "N.N";
     return false;
   }
   size_t previous = 0;
@@ -358,7 +387,11 @@ bool preparePdfUpdate(const Bytes& input, const PdfSignatureFields& fields, size
     Reading r;
     if (!readInput(pdf, input, fields, r, error)) return false;
 
-    const std::set<std::string> taken = topLevelFieldNames(r.root.getKey("/AcroForm").getKey("/Fields"));
+    std::set<std::string> taken;
+    if (!topLevelFieldNames(r.root.getKey("/AcroForm").getKey("/Fields"), taken)) {
+      error = "the PDF's form lists a field that cannot be read";
+      return false;
+    }
     out.fieldName = fields.fieldName.empty() ? freeFieldName(taken) : fields.fieldName;
     if (taken.count(out.fieldName) != 0) {
       error = "the PDF already has a field named " + out.fieldName;
