@@ -1,6 +1,7 @@
 #include "asn1/cvel_a1_context.h"
 
 #include "asn1/cvel_a1_header.h"
+#include "asn1/cvel_der.h"
 #include "asn1/cvel_string.h"
 
 namespace {
@@ -42,14 +43,23 @@ int32_t CvelA1Context::next(const CvelString& s) {
   if (limit_ == 0 || limit_ > size) limit_ = size;
   if (position_ >= limit_) return kEnd;
   CvelA1Header h;
-  switch (cvelA1DecodeHeader(s.data() + position_, size - position_, kMemoryRules, h)) {
-    case CvelA1HeaderStatus::kNoTag:
-      return kEnd;
-    case CvelA1HeaderStatus::kTruncated:
-    case CvelA1HeaderStatus::kBadEndOfContents:
-      return kOverrun;  // a header cut off by the end of the string
-    case CvelA1HeaderStatus::kOk:
-      break;
+  const unsigned char* p = s.data() + position_;
+  if (size - position_ >= 2 && p[0] != kTagEndOfContents && (p[0] & kTagHighNumberMask) != kTagHighNumberMask &&
+      p[1] < kLengthLongForm) {
+    // Nearly every element of a certificate: a one-octet tag and a short length, as the decoder below reads them.
+    h.tag = p[0];
+    h.headerLength = 2;
+    h.length = p[1];
+  } else {
+    switch (cvelA1DecodeHeader(p, size - position_, kMemoryRules, h)) {
+      case CvelA1HeaderStatus::kNoTag:
+        return kEnd;
+      case CvelA1HeaderStatus::kTruncated:
+      case CvelA1HeaderStatus::kBadEndOfContents:
+        return kOverrun;  // a header cut off by the end of the string
+      case CvelA1HeaderStatus::kOk:
+        break;
+    }
   }
   const uint64_t header = h.headerLength;
   // An indefinite length takes the rest of the whole string, not of the limit.

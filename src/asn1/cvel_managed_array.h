@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <functional>
 #include <new>
 
 #include "asn1/cvel_result.h"
@@ -24,11 +25,26 @@ class CvelManagedArray {
   // std::bad_alloc is thrown, as the array's owner cannot keep it.
   virtual CvelResult add(T* object) {
     if (count_ == capacity_ && !grow()) {
-      delete object;
+      if (!pooled(object)) delete object;
       throw std::bad_alloc();
     }
     slots_[count_++] = object;
     return kCvelOk;
+  }
+
+  // n default-constructed elements in one block, with slots for them: a list whose length is known before
+  // it is filled (the attributes of a parsed name, the extensions of a certificate) then costs one
+  // allocation instead of one per element. The array owns them until clear(), whether or not they are
+  // handed to add(). Null when n is 0, a block is already held or memory is short: the caller then makes
+  // its elements one by one.
+  T* makeElements(uint32_t n) {
+    if (n == 0 || pool_ != nullptr || n > kMaxPool || !reserve(n)) return nullptr;
+    T* block = static_cast<T*>(std::malloc(sizeof(T) * static_cast<size_t>(n)));
+    if (block == nullptr) return nullptr;
+    for (uint32_t i = 0; i < n; ++i) new (block + i) T();
+    pool_ = block;
+    poolCount_ = n;
+    return block;
   }
 
   // Lends the element at index; the array keeps ownership.
@@ -42,14 +58,22 @@ class CvelManagedArray {
 
   // Destroys every element from the first on; the capacity is kept.
   void clear() {
-    for (uint32_t i = 0; i < count_; ++i) delete slots_[i];
+    for (uint32_t i = 0; i < count_; ++i) {
+      if (!pooled(slots_[i])) delete slots_[i];
+    }
     count_ = 0;
+    for (uint32_t i = 0; i < poolCount_; ++i) pool_[i].~T();
+    std::free(pool_);
+    pool_ = nullptr;
+    poolCount_ = 0;
   }
 
-  // Takes the last element out of the list and destroys it.
+  // Takes the last element out of the list and destroys it (one of a block made by makeElements goes with
+  // the block, at clear()).
   CvelResult removeLast() {
     if (count_ == 0) return kCvelErrBadParameter;
-    delete slots_[--count_];
+    T* last = slots_[--count_];
+    if (!pooled(last)) delete last;
     return kCvelOk;
   }
 
@@ -57,6 +81,25 @@ class CvelManagedArray {
   // Lists are mostly short (the attributes of a name, the extensions of a certificate): the first block
   // holds several slots, so that most lists never grow again.
   static constexpr uint32_t kFirstCapacity = 8;
+
+  static constexpr uint32_t kMaxPool = 0x10000000u / sizeof(T);
+
+  bool pooled(const T* object) const {
+    std::less<const T*> before;
+    return pool_ != nullptr && !before(object, pool_) && before(object, pool_ + poolCount_);
+  }
+
+  // Room for n more slots, exactly, unless there is already.
+  bool reserve(uint32_t n) {
+    if (capacity_ - count_ >= n) return true;
+    const uint32_t wanted = count_ + n;
+    if (wanted < count_) return false;
+    void* block = std::realloc(slots_, sizeof(T*) * static_cast<size_t>(wanted));
+    if (block == nullptr) return false;
+    slots_ = static_cast<T**>(block);
+    capacity_ = wanted;
+    return true;
+  }
 
   bool grow() {
     uint32_t wanted = capacity_ == 0 ? kFirstCapacity : capacity_ * 2;
@@ -71,6 +114,8 @@ class CvelManagedArray {
   T** slots_ = nullptr;
   uint32_t count_ = 0;
   uint32_t capacity_ = 0;
+  T* pool_ = nullptr;  // the block of makeElements, if any
+  uint32_t poolCount_ = 0;
 };
 
 #endif  // KOLVARI_ASN1_CVEL_MANAGED_ARRAY_H

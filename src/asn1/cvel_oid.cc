@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "asn1/cvel_a1_size.h"
@@ -226,8 +227,17 @@ struct RegistryIndex {
   static constexpr int16_t kEmptySlot = -1;
   static_assert(kSlots >= 2 * kOidRegistrySize, "the hash table keeps free slots");
 
+  // The attribute types (2.5.4.x) and certificate extensions (2.5.29.x) of one arc after the prefix: the
+  // lookups of nearly every name attribute and extension, answered by a table filled from find() itself.
+  static constexpr unsigned char kShortLength = 3;
+  static constexpr unsigned char kJointIsoItuT = 0x55;  // 2.5
+  static constexpr unsigned char kAttributeTypes = 0x04;
+  static constexpr unsigned char kCertificateExtensions = 0x1D;
+
   std::vector<Entry> byDer;
   int16_t slots[kSlots];
+  int32_t attributeKinds[256];
+  int32_t extensionKinds[256];
 
   static uint32_t hash(std::string_view der) {
     uint32_t h = 2166136261u;  // FNV-1a
@@ -249,6 +259,28 @@ struct RegistryIndex {
       }
       if (!present) slots[slot] = static_cast<int16_t>(i);
     }
+    for (int last = 0; last < 256; ++last) {
+      for (auto [arc, table] : {std::pair{kAttributeTypes, attributeKinds}, {kCertificateExtensions, extensionKinds}}) {
+        const char der[] = {static_cast<char>(kTagOid), kShortLength, kJointIsoItuT, static_cast<char>(arc),
+                            static_cast<char>(last)};
+        const Entry* e = find(std::string_view(der, sizeof der));
+        table[last] = e == nullptr ? kOidUnknown : e->kind;
+      }
+    }
+  }
+
+  // The kind of a five-octet element 06 03 55 xx yy when the table holds it; false for any other element.
+  bool shortKind(const unsigned char* p, uint32_t n, int32_t& kind) const {
+    if (n != kShortLength + 2 || p[1] != kShortLength || p[2] != kJointIsoItuT) return false;
+    if (p[3] == kAttributeTypes) {
+      kind = attributeKinds[p[4]];
+      return true;
+    }
+    if (p[3] == kCertificateExtensions) {
+      kind = extensionKinds[p[4]];
+      return true;
+    }
+    return false;
   }
 
   const Entry* find(std::string_view der) const {
@@ -355,8 +387,11 @@ int32_t kindOf(const void* der, uint32_t n) {
   if (p[0] != kTagOid || n < 2) return kOidUnknown;
   uint32_t length = p[1];
   if (length > n + 2 || length + 2 > n) return kOidUnknown;
+  const RegistryIndex& index = registry();
+  int32_t kind = kOidUnknown;
+  if (index.shortKind(p, length + 2, kind)) return kind;
   std::string_view element(reinterpret_cast<const char*>(p), length + 2);
-  const RegistryIndex::Entry* found = registry().find(element);
+  const RegistryIndex::Entry* found = index.find(element);
   return found == nullptr ? kOidUnknown : found->kind;
 }
 

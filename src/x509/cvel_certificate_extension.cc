@@ -40,8 +40,16 @@ CvelResult CvelCertificateExtensions::decodeRecords(const CvelString& der, const
   CvelA1Context child;
   child = element;
   if (child.next(der) != kTagSequence) return kCvelOk;
+  // The records are counted first and made in one block.
+  uint32_t left = 1;
+  CvelA1Context ahead;
+  ahead = child;
+  while (ahead.next(der) == kTagSequence) ++left;
+  CvelCertificateExtension* block = makeElements(left);
+  if (block == nullptr) left = 0;
   do {
-    CvelCertificateExtension* record = new (std::nothrow) CvelCertificateExtension();
+    CvelCertificateExtension* record = left > 0 ? block++ : new (std::nothrow) CvelCertificateExtension();
+    if (left > 0) --left;
     if (record == nullptr) return kCvelErrMalformed;
     readRecord(der, child, keep, record->id_, record->oid_, record->critical_, record->value_);
     add(record);

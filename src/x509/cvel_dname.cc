@@ -18,11 +18,15 @@ int32_t readNext(const CvelString& der, CvelA1Context* reader, CvelA1Context& fr
 }
 
 // Parses one AttributeTypeAndValue and appends it: kCvelOk, or kCvelErrMalformed when it cannot be kept.
-CvelResult addAttribute(CvelDName& name, const CvelString& der, const CvelA1Context& attribute, CvelKeep keep) {
-  CvelRDName* entry = new (std::nothrow) CvelRDName();
+// The entry is the next of the name's block when there is one left, else a new one.
+CvelResult addAttribute(CvelDName& name, const CvelString& der, const CvelA1Context& attribute, CvelKeep keep,
+                        CvelRDName*& block, uint32_t& left) {
+  const bool fromBlock = left > 0;
+  CvelRDName* entry = fromBlock ? block++ : new (std::nothrow) CvelRDName();
+  if (fromBlock) --left;
   if (entry == nullptr) return kCvelErrMalformed;
   if (entry->parse(der, attribute, keep) != kCvelOk) {
-    delete entry;
+    if (!fromBlock) delete entry;
     return kCvelErrMalformed;
   }
   // add owns the entry from here on, also when it fails.
@@ -32,15 +36,29 @@ CvelResult addAttribute(CvelDName& name, const CvelString& der, const CvelA1Cont
 // Every AttributeTypeAndValue SEQUENCE of the SET `set` has just read, in order. A child that is not a
 // SEQUENCE ends the SET.
 CvelResult addSet(CvelDName& name, const CvelString& der, const CvelA1Context& set, CvelKeep keep,
-                  uint32_t& added) {
+                  uint32_t& added, CvelRDName*& block, uint32_t& left) {
   CvelA1Context child;
   child = set;
   while (child.next(der) == kTagSequence) {
-    CvelResult r = addAttribute(name, der, child, keep);
+    CvelResult r = addAttribute(name, der, child, keep, block, left);
     if (r != kCvelOk) return r;
     ++added;
   }
   return kCvelOk;
+}
+
+// The attributes the parse below will meet, SETs and SEQUENCEs read the same way, so that they are made in
+// one block.
+uint32_t countAttributes(const CvelString& der, const CvelA1Context& nameElement) {
+  uint32_t count = 0;
+  CvelA1Context set;
+  set = nameElement;
+  while (set.next(der) == kTagSet) {
+    CvelA1Context child;
+    child = set;
+    while (child.next(der) == kTagSequence) ++count;
+  }
+  return count;
 }
 
 }  // namespace
@@ -105,8 +123,11 @@ CvelResult CvelDName::parse(const CvelString& der, CvelA1Context* reader, CvelKe
   // An empty Name (no RDN at all) is not a name.
   if (set.next(der) != kTagSet) return 0;
   uint32_t added = 0;
+  uint32_t left = countAttributes(der, nameElement);
+  CvelRDName* block = makeElements(left);
+  if (block == nullptr) left = 0;
   do {
-    CvelResult r = addSet(*this, der, set, keep, added);
+    CvelResult r = addSet(*this, der, set, keep, added, block, left);
     if (r != kCvelOk) return r;
   } while (set.next(der) == kTagSet);
 

@@ -74,9 +74,12 @@ TEST(CvelOid, RegistrySampleMatchesOpensslEncoding) {
 TEST(CvelOid, KindOfAndToDottedReadOnlyWhatIsThere) {
   EXPECT_EQ(kindOfHex("06 03 55 04 03 FF FF"), 1001);  // bytes behind the element do not matter
   EXPECT_EQ(kindOfHex("06 09 2B 06 01 04 01 82 F4 73 01"), 10001);  // 47731 = 2 * 16384 + 116 * 128 + 115
-  // One octet short, 47603 instead of 47731, cut off, one arc more, unregistered, not an identifier.
+  EXPECT_EQ(kindOfHex("06 03 55 1D 13"), 2019);  // basicConstraints, an extension of one arc after 2.5.29
+  // One octet short, 47603 instead of 47731, cut off, one arc more, unregistered (also under 2.5.4 and
+  // 2.5.29, and 2.5.4.3 with its last arc continued), not an identifier.
   for (const char* der : {"06 0A 2B 06 01 04 01 82 F4 73 01", "06 09 2B 06 01 04 01 82 F3 73 01", "06", "06 00",
-                          "06 0A 2B 06 01 04 01 82 F4 73 01 00", "06 03 2A 03 04", "30 03 55 04 03", "06 7F 55 04 03"})
+                          "06 0A 2B 06 01 04 01 82 F4 73 01 00", "06 03 2A 03 04", "06 03 55 04 7F", "06 03 55 1D 7F",
+                          "06 04 55 04 83 03", "30 03 55 04 03", "06 7F 55 04 03"})
     EXPECT_EQ(kindOfHex(der), -1) << der;
   EXPECT_EQ(kindOfHex(""), 0);
   EXPECT_EQ(kindOf(testutil::hex("06 03 55 04 03").data(), 4), -1);  // the string ends before the element

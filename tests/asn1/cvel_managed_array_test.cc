@@ -1,0 +1,51 @@
+#include "asn1/cvel_managed_array.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+// Counts the elements alive, so that a leak or a double destruction shows as a wrong count.
+struct Counted {
+  static inline int alive = 0;
+  int value = 0;
+  Counted() { ++alive; }
+  ~Counted() { --alive; }
+};
+
+class CountedList : public CvelManagedArray<Counted> {};
+
+}  // namespace
+
+TEST(CvelManagedArray, ElementsOfOneBlockLiveUntilClearAndMixWithSingleOnes) {
+  {
+    CountedList list;
+    Counted* block = list.makeElements(3);
+    ASSERT_NE(block, nullptr);
+    EXPECT_EQ(Counted::alive, 3);
+    EXPECT_EQ(list.makeElements(2), nullptr);  // one block at a time
+    block[0].value = 10;
+    block[2].value = 12;
+    list.add(&block[0]);
+    list.add(new Counted());
+    list.add(&block[2]);
+    EXPECT_EQ(list.size(), 3u);
+    EXPECT_EQ(Counted::alive, 4);
+    Counted* got = nullptr;
+    ASSERT_EQ(list.get(2, got), kCvelOk);
+    EXPECT_EQ(got->value, 12);
+    // A block element taken out stays alive with its block; a single one goes at once.
+    EXPECT_EQ(list.removeLast(), kCvelOk);
+    EXPECT_EQ(Counted::alive, 4);
+    EXPECT_EQ(list.removeLast(), kCvelOk);
+    EXPECT_EQ(Counted::alive, 3);
+    list.clear();
+    EXPECT_EQ(Counted::alive, 0);
+    EXPECT_EQ(list.size(), 0u);
+    // After clear a new block can be had; the list's destruction releases it, unused elements included.
+    ASSERT_NE(list.makeElements(2), nullptr);
+    list.add(new Counted());
+    EXPECT_EQ(Counted::alive, 3);
+    EXPECT_EQ(list.makeElements(0), nullptr);
+  }
+  EXPECT_EQ(Counted::alive, 0);
+}
