@@ -5,7 +5,7 @@
 #include <cstring>
 #include <vector>
 
-#include "asn1/cvel_a1_node.h"
+#include "asn1/cvel_a1_size.h"
 #include "asn1/cvel_der.h"
 #include "asn1/cvel_oid.h"
 
@@ -26,11 +26,41 @@ bool derSetOfLess(const CvelString& a, const CvelString& b) {
   return false;
 }
 
+// One Attribute: SEQUENCE { type OID, SET { value } }, the value already DER.
+struct AttributeParts {
+  const CvelString* type;
+  const ZarvBytes* value;
+
+  uint64_t content() const { return type->length() + cvelTlvSize(value->size()); }
+  uint64_t size() const { return cvelTlvSize(content()); }
+  void write(CvelA1Writer& w) const {
+    w.header(kTagSequence, content());
+    w.bytes(*type);
+    w.header(kTagSet, value->size());
+    if (!value->empty()) w.bytes(value->data(), value->size());
+  }
+};
+
+// The Attributes one after the other, in the order given, written once into a block of their total size.
+uint32_t writeAll(const std::vector<AttributeParts>& attributes, CvelString& out) {
+  uint64_t total = 0;
+  for (const AttributeParts& a : attributes) total += a.size();
+  if (total >= CvelString::kViewCapacity - 1) return kCvelErrNoMemory;
+  CvelString result;
+  CvelResult r = result.allocate(static_cast<uint32_t>(total));
+  if (r != kCvelOk) return r;
+  CvelA1Writer w(result);
+  for (const AttributeParts& a : attributes) a.write(w);
+  if (!w.complete()) return kCvelErrMalformed;
+  out.moveFrom(result);
+  return kCvelOk;
+}
+
 // The Attributes in DER order: each one is encoded on its own, then they are sorted by their encodings.
-uint32_t writeInDerOrder(const std::vector<CvelA1Node>& attributes, CvelString& out) {
+uint32_t writeInDerOrder(const std::vector<AttributeParts>& attributes, CvelString& out) {
   std::vector<CvelString> encodings(attributes.size());
   for (size_t i = 0; i < attributes.size(); ++i) {
-    uint32_t r = attributes[i].encode(encodings[i]);
+    uint32_t r = writeAll({attributes[i]}, encodings[i]);
     if (r != kCvelOk) return r;
   }
   std::vector<const CvelString*> sorted;
@@ -38,10 +68,17 @@ uint32_t writeInDerOrder(const std::vector<CvelA1Node>& attributes, CvelString& 
   for (const CvelString& encoding : encodings) sorted.push_back(&encoding);
   std::stable_sort(sorted.begin(), sorted.end(),
                    [](const CvelString* a, const CvelString* b) { return derSetOfLess(*a, *b); });
-  std::vector<CvelA1Node> pieces;
-  pieces.reserve(sorted.size());
-  for (const CvelString* encoding : sorted) pieces.push_back(CvelA1Node::raw(*encoding));
-  return CvelA1Node::sequenceOf(std::move(pieces)).encode(out);
+  uint64_t total = 0;
+  for (const CvelString* encoding : sorted) total += encoding->length();
+  if (total >= CvelString::kViewCapacity - 1) return kCvelErrNoMemory;
+  CvelString result;
+  CvelResult r = result.allocate(static_cast<uint32_t>(total));
+  if (r != kCvelOk) return r;
+  CvelA1Writer w(result);
+  for (const CvelString* encoding : sorted) w.bytes(*encoding);
+  if (!w.complete()) return kCvelErrMalformed;
+  out.moveFrom(result);
+  return kCvelOk;
 }
 }  // namespace
 
@@ -61,22 +98,18 @@ ZarvAttributeOrder zarvSignedAttributeOrder() {
 }
 
 uint32_t zarvBuildAttributes(const ZarvAttributeMap& map, ZarvAttributeOrder order, CvelString& out) {
-  // Each type is converted once; the nodes borrow these strings until the build is written.
+  // Each type is converted once; the parts borrow these strings and the map's values until the set is written.
   std::vector<CvelString> types(map.size());
-  std::vector<CvelA1Node> attributes;
+  std::vector<AttributeParts> attributes;
   size_t index = 0;
   for (const auto& [oid, values] : map) {
     CvelString& type = types[index++];
     uint32_t r = fromDotted(oid.c_str(), type, 1);
     if (r != ZARV_OK) return r;
-    for (const ZarvBytes& value : values) {
-      attributes.push_back(CvelA1Node::constructed(
-          kTagSequence,
-          {CvelA1Node::raw(type), CvelA1Node::constructed(kTagSet, {CvelA1Node::raw(value.data(), value.size())})}));
-    }
+    for (const ZarvBytes& value : values) attributes.push_back({&type, &value});
   }
   if (order == ZarvAttributeOrder::kDer) return writeInDerOrder(attributes, out);
-  return CvelA1Node::sequenceOf(std::move(attributes)).encode(out);
+  return writeAll(attributes, out);
 }
 
 // Both builders below write a fixed shape around pieces of the certificate: sizes first, one allocation, one

@@ -1,5 +1,5 @@
 // CvelManagedArray<T>: an ordered list that owns its elements. Every plural class of the library derives
-// from it.
+// from it. CvelBlockArray<T>: one that can also make its elements in one block, for lists read in bulk.
 #ifndef KOLVARI_ASN1_CVEL_MANAGED_ARRAY_H
 #define KOLVARI_ASN1_CVEL_MANAGED_ARRAY_H
 
@@ -25,26 +25,11 @@ class CvelManagedArray {
   // std::bad_alloc is thrown, as the array's owner cannot keep it.
   virtual CvelResult add(T* object) {
     if (count_ == capacity_ && !grow()) {
-      if (!pooled(object)) delete object;
+      if (deletesOne(object)) delete object;
       throw std::bad_alloc();
     }
     slots_[count_++] = object;
     return kCvelOk;
-  }
-
-  // n default-constructed elements in one block, with slots for them: a list whose length is known before
-  // it is filled (the attributes of a parsed name, the extensions of a certificate) then costs one
-  // allocation instead of one per element. The array owns them until clear(), whether or not they are
-  // handed to add(). Null when n is 0, a block is already held or memory is short: the caller then makes
-  // its elements one by one.
-  T* makeElements(uint32_t n) {
-    if (n == 0 || pool_ != nullptr || n > kMaxPool || !reserve(n)) return nullptr;
-    T* block = static_cast<T*>(std::malloc(sizeof(T) * static_cast<size_t>(n)));
-    if (block == nullptr) return nullptr;
-    for (uint32_t i = 0; i < n; ++i) new (block + i) T();
-    pool_ = block;
-    poolCount_ = n;
-    return block;
   }
 
   // Lends the element at index; the array keeps ownership.
@@ -59,35 +44,23 @@ class CvelManagedArray {
   // Destroys every element from the first on; the capacity is kept.
   void clear() {
     for (uint32_t i = 0; i < count_; ++i) {
-      if (!pooled(slots_[i])) delete slots_[i];
+      if (deletesOne(slots_[i])) delete slots_[i];
     }
     count_ = 0;
-    for (uint32_t i = 0; i < poolCount_; ++i) pool_[i].~T();
-    std::free(pool_);
-    pool_ = nullptr;
-    poolCount_ = 0;
   }
 
-  // Takes the last element out of the list and destroys it (one of a block made by makeElements goes with
-  // the block, at clear()).
+  // Takes the last element out of the list and destroys it.
   CvelResult removeLast() {
     if (count_ == 0) return kCvelErrBadParameter;
     T* last = slots_[--count_];
-    if (!pooled(last)) delete last;
+    if (deletesOne(last)) delete last;
     return kCvelOk;
   }
 
- private:
-  // Lists are mostly short (the attributes of a name, the extensions of a certificate): the first block
-  // holds several slots, so that most lists never grow again.
-  static constexpr uint32_t kFirstCapacity = 8;
-
-  static constexpr uint32_t kMaxPool = 0x10000000u / sizeof(T);
-
-  bool pooled(const T* object) const {
-    std::less<const T*> before;
-    return pool_ != nullptr && !before(object, pool_) && before(object, pool_ + poolCount_);
-  }
+ protected:
+  // Whether the list deletes this element on its own; a derived list that makes elements in a block answers
+  // no for those, and empties itself in its own destructor, before this one asks.
+  virtual bool deletesOne(const T*) const { return true; }
 
   // Room for n more slots, exactly, unless there is already.
   bool reserve(uint32_t n) {
@@ -100,6 +73,11 @@ class CvelManagedArray {
     capacity_ = wanted;
     return true;
   }
+
+ private:
+  // Lists are mostly short (the attributes of a name, the extensions of a certificate): the first block
+  // holds several slots, so that most lists never grow again.
+  static constexpr uint32_t kFirstCapacity = 8;
 
   bool grow() {
     uint32_t wanted = capacity_ == 0 ? kFirstCapacity : capacity_ * 2;
@@ -114,8 +92,52 @@ class CvelManagedArray {
   T** slots_ = nullptr;
   uint32_t count_ = 0;
   uint32_t capacity_ = 0;
-  T* pool_ = nullptr;  // the block of makeElements, if any
-  uint32_t poolCount_ = 0;
+};
+
+template <typename T>
+class CvelBlockArray : public CvelManagedArray<T> {
+ public:
+  CvelBlockArray() = default;
+  ~CvelBlockArray() override {
+    this->clear();
+    releaseBlock();
+  }
+
+  // n default-constructed elements in one block, with slots for them: a list whose length is known before
+  // it is filled (the attributes of a parsed name, the extensions of a certificate) then costs one
+  // allocation instead of one per element. The list owns them, whether or not they are handed to add(),
+  // until its next block or its end. Null when n is 0, the list is not empty or memory is short: the
+  // caller then makes its elements one by one.
+  T* makeElements(uint32_t n) {
+    if (n == 0 || this->size() != 0 || n > kMaxBlock) return nullptr;
+    releaseBlock();
+    if (!this->reserve(n)) return nullptr;
+    T* block = static_cast<T*>(std::malloc(sizeof(T) * static_cast<size_t>(n)));
+    if (block == nullptr) return nullptr;
+    for (uint32_t i = 0; i < n; ++i) new (block + i) T();
+    block_ = block;
+    blockCount_ = n;
+    return block;
+  }
+
+ protected:
+  bool deletesOne(const T* object) const override {
+    std::less<const T*> before;
+    return block_ == nullptr || before(object, block_) || !before(object, block_ + blockCount_);
+  }
+
+ private:
+  static constexpr uint32_t kMaxBlock = 0x10000000u / sizeof(T);
+
+  void releaseBlock() {
+    for (uint32_t i = 0; i < blockCount_; ++i) block_[i].~T();
+    std::free(block_);
+    block_ = nullptr;
+    blockCount_ = 0;
+  }
+
+  T* block_ = nullptr;
+  uint32_t blockCount_ = 0;
 };
 
 #endif  // KOLVARI_ASN1_CVEL_MANAGED_ARRAY_H

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -215,6 +216,17 @@ std::string registryDer(const char* dotted) {
   return der + content;
 }
 
+// Identifiers that every signature names besides those of the registry (attribute types, digest and
+// signature algorithms): converted ahead with the registry's texts, without becoming kinds of it.
+constexpr const char* kConvertedAhead[] = {
+    "1.2.840.113549.1.9.16.2.47", "1.2.840.113549.1.9.16.2.14", "1.2.840.113549.1.1.1",  "1.2.840.113549.1.1.5",
+    "1.2.840.113549.1.1.10",      "1.2.840.113549.1.1.11",      "1.2.840.113549.1.1.12", "1.2.840.113549.1.1.13",
+    "1.2.840.10045.2.1",          "1.2.840.10045.4.3.2",        "1.2.840.10045.4.3.3",   "1.2.840.10045.4.3.4",
+    "2.16.840.1.101.3.4.2.2",     "2.16.840.1.101.3.4.2.3",     "2.16.840.1.101.3.4.2.4"};
+
+// The converter behind fromDotted, on a state of the caller's.
+void convertDotted(const char* text, FirstArcState& state, std::string& content);
+
 struct RegistryIndex {
   struct Entry {
     std::string der;
@@ -225,7 +237,7 @@ struct RegistryIndex {
   // for every name attribute and extension of every certificate, so they hash instead of searching.
   static constexpr uint32_t kSlots = 512;  // a power of two, over three times the registry's size
   static constexpr int16_t kEmptySlot = -1;
-  static_assert(kSlots >= 2 * kOidRegistrySize, "the hash table keeps free slots");
+  static_assert(kSlots >= 2 * (kOidRegistrySize + std::size(kConvertedAhead)), "the hash tables keep free slots");
 
   // The attribute types (2.5.4.x) and certificate extensions (2.5.29.x) of one arc after the prefix: the
   // lookups of nearly every name attribute and extension, answered by a table filled from find() itself.
@@ -234,8 +246,19 @@ struct RegistryIndex {
   static constexpr unsigned char kAttributeTypes = 0x04;
   static constexpr unsigned char kCertificateExtensions = 0x1D;
 
+  // The registry's dotted texts and those converted ahead, as the converter turns them into content octets,
+  // with the first-arc value that conversion leaves held: fromDotted meets these texts on every signer and
+  // skips the conversion.
+  struct Converted {
+    const char* dotted;
+    std::string content;
+    uint32_t held;
+  };
+
   std::vector<Entry> byDer;
   int16_t slots[kSlots];
+  std::vector<Converted> converted;
+  int16_t dottedSlots[kSlots];
   int32_t attributeKinds[256];
   int32_t extensionKinds[256];
 
@@ -259,6 +282,9 @@ struct RegistryIndex {
       }
       if (!present) slots[slot] = static_cast<int16_t>(i);
     }
+    std::fill(std::begin(dottedSlots), std::end(dottedSlots), kEmptySlot);
+    for (const RegistryRow& row : kRegistry) convertAhead(row.dotted);
+    for (const char* dotted : kConvertedAhead) convertAhead(dotted);
     for (int last = 0; last < 256; ++last) {
       for (auto [arc, table] : {std::pair{kAttributeTypes, attributeKinds}, {kCertificateExtensions, extensionKinds}}) {
         const char der[] = {static_cast<char>(kTagOid), kShortLength, kJointIsoItuT, static_cast<char>(arc),
@@ -281,6 +307,31 @@ struct RegistryIndex {
       return true;
     }
     return false;
+  }
+
+  void convertAhead(const char* dotted) {
+    FirstArcState state;
+    Converted c{dotted, std::string(), 0};
+    convertDotted(dotted, state, c.content);
+    if (state.set) return;  // a single arc leaves the state set for the next conversion: never skipped
+    c.held = state.held;
+    uint32_t slot = hash(dotted) & (kSlots - 1);
+    while (dottedSlots[slot] != kEmptySlot) {
+      if (std::strcmp(converted[static_cast<size_t>(dottedSlots[slot])].dotted, dotted) == 0) return;
+      slot = (slot + 1) & (kSlots - 1);
+    }
+    dottedSlots[slot] = static_cast<int16_t>(converted.size());
+    converted.push_back(std::move(c));
+  }
+
+  // The conversion of a text converted ahead, or null for any other text.
+  const Converted* findConverted(const char* dotted) const {
+    const std::string_view text(dotted);
+    for (uint32_t slot = hash(text) & (kSlots - 1); dottedSlots[slot] != kEmptySlot; slot = (slot + 1) & (kSlots - 1)) {
+      const Converted& c = converted[static_cast<size_t>(dottedSlots[slot])];
+      if (text == c.dotted) return &c;
+    }
+    return nullptr;
   }
 
   const Entry* find(std::string_view der) const {
@@ -342,11 +393,8 @@ bool readPlainArc(const char* piece, const char* dot, uint32_t& value) {
   return true;
 }
 
-}  // namespace
-
-CvelResult fromDotted(const char* text, CvelString& out, int withTag) {
-  if (text == nullptr) return 0;
-  std::string content;
+void convertDotted(const char* text, FirstArcState& state, std::string& content) {
+  content.clear();
   bool firstPiece = true;
   const char* piece = text;
   while (true) {
@@ -358,13 +406,13 @@ CvelResult fromDotted(const char* text, CvelString& out, int withTag) {
     }
     if (firstPiece) {
       // The first arc only sets the shared state; it is added into the second piece.
-      gFirstArc.held = value * kFirstArcFactor;
-      gFirstArc.set = true;
+      state.held = value * kFirstArcFactor;
+      state.set = true;
       firstPiece = false;
     } else {
-      if (gFirstArc.set) {
-        value += gFirstArc.held;
-        gFirstArc.set = false;
+      if (state.set) {
+        value += state.held;
+        state.set = false;
       }
       unsigned char octets[kMaxArcOctets];
       uint32_t n = writeConverterArc(value, octets);
@@ -373,10 +421,28 @@ CvelResult fromDotted(const char* text, CvelString& out, int withTag) {
     if (dot == nullptr) break;
     piece = dot + 1;
   }
-  if (content.empty()) return 0;
-  if (content.size() > CvelString::kViewCapacity - 16) return kCvelErrNoMemory;
-  if (withTag == 1) return wrap(content.data(), static_cast<uint32_t>(content.size()), kTagOid, out);
-  return out.assign(content.data(), static_cast<uint32_t>(content.size()));
+}
+
+}  // namespace
+
+CvelResult fromDotted(const char* text, CvelString& out, int withTag) {
+  if (text == nullptr) return 0;
+  std::string content;
+  const std::string* known = nullptr;
+  if (const RegistryIndex::Converted* c = registry().findConverted(text)) {
+    // A registry identifier converts as it did when the registry was built; the shared first-arc state is
+    // left as that conversion leaves it.
+    known = &c->content;
+    gFirstArc.held = c->held;
+    gFirstArc.set = false;
+  } else {
+    convertDotted(text, gFirstArc, content);
+    known = &content;
+  }
+  if (known->empty()) return 0;
+  if (known->size() > CvelString::kViewCapacity - 16) return kCvelErrNoMemory;
+  if (withTag == 1) return wrap(known->data(), static_cast<uint32_t>(known->size()), kTagOid, out);
+  return out.assign(known->data(), static_cast<uint32_t>(known->size()));
 }
 
 int32_t kindOf(const CvelString& der) { return kindOf(der.data(), der.length()); }

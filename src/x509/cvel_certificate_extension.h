@@ -27,7 +27,7 @@ class CvelCertificateExtension : public CvelNonCopyObject {
   CvelString value_;
 };
 
-class CvelCertificateExtensions : public CvelManagedArray<CvelCertificateExtension>, public CvelNonCopyObject {
+class CvelCertificateExtensions : public CvelBlockArray<CvelCertificateExtension>, public CvelNonCopyObject {
  public:
   // Empties the list and decodes the Extensions SEQUENCE read as the next element of reader (the first
   // element of der when null). 0 when that element is not a SEQUENCE. With keep kView the records' OIDs and

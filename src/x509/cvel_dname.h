@@ -35,7 +35,7 @@ class CvelRDName : public CvelNonCopyObject {
   uint32_t extra_ = 0;
 };
 
-class CvelDName : public CvelManagedArray<CvelRDName>, public CvelNonCopyObject {
+class CvelDName : public CvelBlockArray<CvelRDName>, public CvelNonCopyObject {
  public:
   // Decodes a Name read as the next element of reader (the first element of der when reader is null).
   // kCvelOk, 0 when the element is not a SEQUENCE of SETs or holds no attribute, kCvelErrMalformed when an

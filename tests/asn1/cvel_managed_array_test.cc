@@ -12,20 +12,20 @@ struct Counted {
   ~Counted() { --alive; }
 };
 
-class CountedList : public CvelManagedArray<Counted> {};
+class CountedList : public CvelBlockArray<Counted> {};
 
 }  // namespace
 
-TEST(CvelManagedArray, ElementsOfOneBlockLiveUntilClearAndMixWithSingleOnes) {
+TEST(CvelBlockArray, ElementsOfOneBlockLiveWithTheBlockAndMixWithSingleOnes) {
   {
     CountedList list;
     Counted* block = list.makeElements(3);
     ASSERT_NE(block, nullptr);
     EXPECT_EQ(Counted::alive, 3);
-    EXPECT_EQ(list.makeElements(2), nullptr);  // one block at a time
     block[0].value = 10;
     block[2].value = 12;
     list.add(&block[0]);
+    EXPECT_EQ(list.makeElements(2), nullptr);  // only for an empty list
     list.add(new Counted());
     list.add(&block[2]);
     EXPECT_EQ(list.size(), 3u);
@@ -39,10 +39,11 @@ TEST(CvelManagedArray, ElementsOfOneBlockLiveUntilClearAndMixWithSingleOnes) {
     EXPECT_EQ(list.removeLast(), kCvelOk);
     EXPECT_EQ(Counted::alive, 3);
     list.clear();
-    EXPECT_EQ(Counted::alive, 0);
     EXPECT_EQ(list.size(), 0u);
-    // After clear a new block can be had; the list's destruction releases it, unused elements included.
+    EXPECT_EQ(Counted::alive, 3);
+    // The next block replaces the old one; the list's end releases it, unused elements included.
     ASSERT_NE(list.makeElements(2), nullptr);
+    EXPECT_EQ(Counted::alive, 2);
     list.add(new Counted());
     EXPECT_EQ(Counted::alive, 3);
     EXPECT_EQ(list.makeElements(0), nullptr);

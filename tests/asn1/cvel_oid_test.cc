@@ -24,7 +24,9 @@ TEST(CvelOid, DottedTextToDer) {
       {"1.2.840.113549", 0, "2A864886F70D"}, {"1.2.840.113549", 1, "06062A864886F70D"},
       {"2.5.4.3", 2, "550403"},   {"2.999", 0, "8837"},     {"1.2.0", 0, "2A00"},      {"1.2.128", 0, "2A81"},
       {"1.2.16384", 0, "2A81"},   {"1.2.16385", 0, "2A8101"}, {"1.2.16512", 0, "2A8181"}, {"2.48", 0, "81"},
-      {"1.2.99999999999", 0, "2A87FFFFFF7F"}, {"1.2.-1", 0, "2A8FFFFFFF7F"}, {"1..3", 0, "2803"}};
+      {"1.2.99999999999", 0, "2A87FFFFFF7F"}, {"1.2.-1", 0, "2A8FFFFFFF7F"}, {"1..3", 0, "2803"},
+      // Texts converted ahead, outside the registry: signing-certificate-v2 and ecdsa-with-SHA256.
+      {"1.2.840.113549.1.9.16.2.47", 1, "060B2A864886F70D010910022F"}, {"1.2.840.10045.4.3.2", 0, "2A8648CE3D040302"}};
   for (const auto& [text, withTag, der] : cases) {
     CvelString out;
     EXPECT_EQ(fromDotted(text, out, withTag), kCvelOk) << text;
