@@ -87,7 +87,7 @@ uint32_t zarvAddAttribute(SignerInfoRecord& record, ZarvAttributeKind kind, cons
   ZarvAttributeMap* map = record.table(kind);
   if (map == nullptr) return ZARV_E_NO_ATTRIBUTE_TABLE;
   if (replace == kReplace && !map->empty()) map->erase(oid);
-  (*map)[oid].emplace_back(value, value + length);
+  map->valuesOf(oid).emplace_back(value, value + length);
   return ZARV_OK;
 }
 

@@ -3,9 +3,8 @@
 #ifndef KOLVARI_API_SIGNER_INFO_RECORD_H
 #define KOLVARI_API_SIGNER_INFO_RECORD_H
 
+#include <algorithm>
 #include <cstdint>
-#include <list>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -16,9 +15,52 @@
 
 using ZarvBytes = std::vector<unsigned char>;
 
-// Attribute type as dotted text -> the values in the order added, each one complete DER value. Keys are
-// ordered by unsigned byte-wise comparison of the text, a proper prefix first.
-using ZarvAttributeMap = std::map<std::string, std::list<ZarvBytes>>;
+// Attribute type as dotted text -> the values in the order added, each one complete DER value. Types are
+// ordered by unsigned byte-wise comparison of the text, a proper prefix first. A signer holds a handful of
+// types, so they sit in one sorted array rather than a node per type.
+class ZarvAttributeMap {
+ public:
+  struct Entry {
+    std::string oid;
+    std::vector<ZarvBytes> values;
+  };
+
+  ZarvAttributeMap() { entries_.reserve(kUsualTypes); }
+
+  bool empty() const { return entries_.empty(); }
+  bool contains(const std::string& oid) const {
+    auto at = lowerBound(oid);
+    return at != entries_.end() && at->oid == oid;
+  }
+  void erase(const std::string& oid) {
+    auto at = lowerBound(oid);
+    if (at != entries_.end() && at->oid == oid) entries_.erase(at);
+  }
+  // The values of the type, a new empty list in its place when the type is not there yet.
+  std::vector<ZarvBytes>& valuesOf(const std::string& oid) {
+    auto at = lowerBound(oid);
+    if (at == entries_.end() || at->oid != oid) at = entries_.insert(at, Entry{oid, {}});
+    return at->values;
+  }
+
+  std::vector<Entry>::const_iterator begin() const { return entries_.begin(); }
+  std::vector<Entry>::const_iterator end() const { return entries_.end(); }
+  size_t size() const { return entries_.size(); }
+
+ private:
+  static constexpr size_t kUsualTypes = 8;
+
+  std::vector<Entry>::iterator lowerBound(const std::string& oid) {
+    return std::lower_bound(entries_.begin(), entries_.end(), oid,
+                            [](const Entry& e, const std::string& key) { return e.oid < key; });
+  }
+  std::vector<Entry>::const_iterator lowerBound(const std::string& oid) const {
+    return std::lower_bound(entries_.begin(), entries_.end(), oid,
+                            [](const Entry& e, const std::string& key) { return e.oid < key; });
+  }
+
+  std::vector<Entry> entries_;
+};
 
 enum class ZarvAttributeKind { kSigned, kUnsigned };
 

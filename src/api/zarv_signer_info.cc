@@ -166,7 +166,7 @@ uint32_t ZARV_GetDTBS(SignerInfoRecord* h, std::vector<unsigned char>* out) {
   return zarvGuarded([&] {
     ZarvAttributeMap* map = h->table(ZarvAttributeKind::kSigned);
     if (map == nullptr) return ZARV_E_NO_ATTRIBUTE_TABLE;
-    if (map->find(kContentTypeOid) == map->end()) {
+    if (!map->contains(kContentTypeOid)) {
       uint32_t r = setContentType(*h, {});
       if (r != ZARV_OK) return r;
     }

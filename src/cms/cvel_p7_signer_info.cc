@@ -7,6 +7,7 @@
 #include "asn1/cvel_a1_context.h"
 #include "asn1/cvel_a1_input.h"
 #include "asn1/cvel_a1_node.h"
+#include "asn1/cvel_a1_size.h"
 #include "asn1/cvel_a1_stream_cursor.h"
 #include "asn1/cvel_der.h"
 #include "asn1/cvel_oid.h"
@@ -50,15 +51,37 @@ CvelResult CvelP7SignerInfo::encode(CvelString& out) const {
   CvelResult r = version.encode(versionDer);
   if (r != kCvelOk) return r;
 
-  std::vector<CvelA1Node> fields;
-  fields.push_back(CvelA1Node::raw(versionDer));
-  fields.push_back(CvelA1Node::raw(signerIdentifier_));
-  fields.push_back(CvelA1Node::raw(digestAlgorithm_));
-  if (!signedAttributes_.isEmpty()) fields.push_back(CvelA1Node::primitive(kTagContext0, signedAttributes_));
-  fields.push_back(CvelA1Node::raw(signatureAlgorithm_));
-  fields.push_back(CvelA1Node::primitive(kTagOctetString, signatureValue_));
-  if (!unsignedAttributes_.isEmpty()) fields.push_back(CvelA1Node::primitive(kTagContext1, unsignedAttributes_));
-  return CvelA1Node::constructed(kTagSequence, std::move(fields)).encode(out);
+  // Sizes first, then one block written once.
+  const bool withSigned = !signedAttributes_.isEmpty();
+  const bool withUnsigned = !unsignedAttributes_.isEmpty();
+  uint64_t content = static_cast<uint64_t>(versionDer.length()) + signerIdentifier_.length() +
+                     digestAlgorithm_.length() + signatureAlgorithm_.length() + cvelTlvSize(signatureValue_.length());
+  if (withSigned) content += cvelTlvSize(signedAttributes_.length());
+  if (withUnsigned) content += cvelTlvSize(unsignedAttributes_.length());
+  const uint64_t total = cvelTlvSize(content);
+  if (total >= CvelString::kViewCapacity - 1) return kCvelErrNoMemory;
+  CvelString result;
+  r = result.allocate(static_cast<uint32_t>(total));
+  if (r != kCvelOk) return r;
+  CvelA1Writer w(result);
+  w.header(kTagSequence, content);
+  w.bytes(versionDer);
+  w.bytes(signerIdentifier_);
+  w.bytes(digestAlgorithm_);
+  if (withSigned) {
+    w.header(kTagContext0, signedAttributes_.length());
+    w.bytes(signedAttributes_);
+  }
+  w.bytes(signatureAlgorithm_);
+  w.header(kTagOctetString, signatureValue_.length());
+  w.bytes(signatureValue_);
+  if (withUnsigned) {
+    w.header(kTagContext1, unsignedAttributes_.length());
+    w.bytes(unsignedAttributes_);
+  }
+  if (!w.complete()) return kCvelErrMalformed;
+  out.moveFrom(result);
+  return kCvelOk;
 }
 
 CvelResult CvelP7SignerInfo::decode(CvelA1Input& in, CvelA1StreamCursor& cursor) {
