@@ -1,8 +1,11 @@
 // Resource bounds of the decoders on hostile input: time and peak memory of each decoder on input nested
 // 100,000 deep, a signedData whose certificate list holds 100,000 tiny elements, and a CRL of about 100 MB
-// made by repeating the entries of a real one. Each measurement runs in a child process of its own, so that
-// its peak resident size is its own. Not a Google Benchmark program: it has its own main and prints a table.
+// made by repeating the entries of a real one. Then the growing inputs again at a quarter, half and the
+// whole of that size, so that a cost growing faster than the input shows. Each measurement runs in a child
+// process of its own, so that its peak resident size is its own. Not a Google Benchmark program: it has its
+// own main and prints two tables.
 //   bench_bounds [path of eid2011.crl]
+#include <malloc.h>
 #include <sys/resource.h>
 #include <sys/time.h>
 #include <sys/wait.h>
@@ -35,6 +38,7 @@ using Bytes = std::vector<uint8_t>;
 constexpr uint32_t kDepth = 100000;
 constexpr uint32_t kTinyElements = 100000;
 constexpr uint64_t kCrlTarget = 100u * 1000u * 1000u;
+constexpr int kMmapThreshold = 128 * 1024;  // glibc's default
 
 void putHeader(Bytes& out, uint8_t tag, uint64_t length) {
   out.push_back(tag);
@@ -56,12 +60,12 @@ uint64_t headerSize(uint64_t length) {
   return n;
 }
 
-// SEQUENCE { SEQUENCE { ... 100,000 deep ... } }, definite lengths.
-Bytes deepNesting() {
-  std::vector<uint64_t> content(kDepth + 1, 0);
-  for (uint32_t k = 1; k <= kDepth; ++k) content[k] = headerSize(content[k - 1]) + content[k - 1];
+// SEQUENCE { SEQUENCE { ... depth deep ... } }, definite lengths.
+Bytes deepNesting(uint32_t depth = kDepth) {
+  std::vector<uint64_t> content(depth + 1, 0);
+  for (uint32_t k = 1; k <= depth; ++k) content[k] = headerSize(content[k - 1]) + content[k - 1];
   Bytes out;
-  for (uint32_t k = kDepth; k >= 1; --k) putHeader(out, 0x30, content[k - 1]);
+  for (uint32_t k = depth; k >= 1; --k) putHeader(out, 0x30, content[k - 1]);
   return out;
 }
 
@@ -136,8 +140,8 @@ Bytes revocationValuesOf(const Bytes& crl) {
   return out;
 }
 
-// The entries of a real CRL repeated until the whole is about 100 MB; the signature is kept as it was.
-Bytes hugeCrl(const std::string& path) {
+// The entries of a real CRL repeated until the whole is about target bytes; the signature is kept as it was.
+Bytes hugeCrl(const std::string& path, uint64_t target = kCrlTarget) {
   std::ifstream in(path, std::ios::binary);
   const Bytes crl((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   Span outer{}, tbs{}, field{};
@@ -153,7 +157,7 @@ Bytes hugeCrl(const std::string& path) {
     }
   }
   if (entries.empty()) return {};
-  const uint64_t copies = kCrlTarget / entries.size() + 1;
+  const uint64_t copies = target / entries.size() + 1;
   const uint64_t listLength = copies * entries.size();
   Bytes tbsOut;
   const uint64_t tbsLength = before.size() + headerSize(listLength) + listLength + after.size();
@@ -244,6 +248,9 @@ void measure(const std::function<Bytes()>& make, const std::string& inputName, c
   std::fflush(stdout);
   const pid_t child = fork();
   if (child == 0) {
+    // A fixed threshold: glibc would otherwise raise it after the input's scratch blocks are freed, and the
+    // decoder's large blocks would then reuse their pages without showing in the peak.
+    mallopt(M_MMAP_THRESHOLD, kMmapThreshold);
     const Bytes input = make();
     resetPeak();
     const long before = statusKilobytes("VmRSS:");
@@ -283,7 +290,7 @@ int main(int argc, char** argv) {
                          {"CvelTSTInfo::decode", token}};
   std::printf("| input | decoder | result | time | peak memory above the input |\n|---|---|---|---|---|\n");
   const std::string deepName = "SEQUENCE nested " + std::to_string(kDepth) + " deep";
-  for (const Decoder& d : all) measure(deepNesting, deepName, d);
+  for (const Decoder& d : all) measure([] { return deepNesting(); }, deepName, d);
   const std::string manyName = "signedData with " + std::to_string(kTinyElements) + " certificates of 2 B";
   for (const Decoder& d : {walkDecoder, p72Decoder}) measure(manyCertificates, manyName, d);
   const std::string dataDir = std::string(KOLVARI_SOURCE_DIR) + "/tests/data/";
@@ -299,5 +306,29 @@ int main(int argc, char** argv) {
   for (const Decoder& d : {walkDecoder, crlDecoder}) measure(huge, "CRL of eid2011.crl's entries repeated", d);
   measure([&crlPath] { return revocationValuesOf(hugeCrl(crlPath)); }, "RevocationValues holding that CRL",
           Decoder{"CvelEtsRevocationValues::decode", revocationValues});
+
+  // Growth: each growing input at a quarter, half and all of its size above. Doubling the input should at
+  // most double time and memory.
+  std::printf("\n| input | decoder | result | time | peak memory above the input |\n|---|---|---|---|---|\n");
+  const Bytes certificateDer = [&dataDir] {
+    std::ifstream in(dataDir + "x509/v1-self-signed.der", std::ios::binary);
+    return Bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  }();
+  for (uint32_t part : {4u, 2u, 1u}) {
+    const uint32_t depth = kDepth / part;
+    measure([depth] { return deepNesting(depth); }, "SEQUENCE nested " + std::to_string(depth) + " deep", walkDecoder);
+  }
+  for (uint32_t part : {4u, 2u, 1u}) {
+    const uint32_t count = kTinyElements / part;
+    measure([&certificateDer, count] { return certificateList(certificateDer, count); },
+            "signedData with " + std::to_string(count) + " certificates of 460 B", p72Decoder);
+  }
+  for (uint32_t part : {4u, 2u, 1u}) {
+    const uint64_t target = kCrlTarget / part;
+    const std::string name = "CRL of " + std::to_string(target / 1000000) + " MB";
+    measure([&crlPath, target] { return hugeCrl(crlPath, target); }, name, crlDecoder);
+    measure([&crlPath, target] { return revocationValuesOf(hugeCrl(crlPath, target)); },
+            "RevocationValues holding a " + name, Decoder{"CvelEtsRevocationValues::decode", revocationValues});
+  }
   return 0;
 }
