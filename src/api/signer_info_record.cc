@@ -45,15 +45,9 @@ struct AttributeParts {
 uint32_t writeAll(const std::vector<AttributeParts>& attributes, CvelString& out) {
   uint64_t total = 0;
   for (const AttributeParts& a : attributes) total += a.size();
-  if (total >= CvelString::kViewCapacity - 1) return kCvelErrNoMemory;
-  CvelString result;
-  CvelResult r = result.allocate(static_cast<uint32_t>(total));
-  if (r != kCvelOk) return r;
-  CvelA1Writer w(result);
-  for (const AttributeParts& a : attributes) a.write(w);
-  if (!w.complete()) return kCvelErrMalformed;
-  out.moveFrom(result);
-  return kCvelOk;
+  return cvelWriteExactly(total, out, [&attributes](CvelA1Writer& w) {
+    for (const AttributeParts& a : attributes) a.write(w);
+  });
 }
 
 // The Attributes in DER order: each one is encoded on its own, then they are sorted by their encodings.
@@ -70,15 +64,9 @@ uint32_t writeInDerOrder(const std::vector<AttributeParts>& attributes, CvelStri
                    [](const CvelString* a, const CvelString* b) { return derSetOfLess(*a, *b); });
   uint64_t total = 0;
   for (const CvelString* encoding : sorted) total += encoding->length();
-  if (total >= CvelString::kViewCapacity - 1) return kCvelErrNoMemory;
-  CvelString result;
-  CvelResult r = result.allocate(static_cast<uint32_t>(total));
-  if (r != kCvelOk) return r;
-  CvelA1Writer w(result);
-  for (const CvelString* encoding : sorted) w.bytes(*encoding);
-  if (!w.complete()) return kCvelErrMalformed;
-  out.moveFrom(result);
-  return kCvelOk;
+  return cvelWriteExactly(total, out, [&sorted](CvelA1Writer& w) {
+    for (const CvelString* encoding : sorted) w.bytes(*encoding);
+  });
 }
 }  // namespace
 
@@ -138,26 +126,19 @@ uint32_t zarvBuildSigningCertificateV2(const CvelCertificate& certificate, const
   const uint64_t certsContent = cvelTlvSize(certIdContent);
   const uint64_t valueContent = cvelTlvSize(certsContent);
   const uint64_t total = cvelTlvSize(valueContent);
-  if (total >= CvelString::kViewCapacity - 1) return kCvelErrNoMemory;
-
-  CvelString result;
-  CvelResult r = result.allocate(static_cast<uint32_t>(total));
-  if (r != kCvelOk) return r;
-  CvelA1Writer w(result);
-  w.header(kTagSequence, valueContent);
-  w.header(kTagSequence, certsContent);
-  w.header(kTagSequence, certIdContent);
-  w.header(kTagSequence, hashAlgorithmContent);
-  w.bytes(hashOid);
-  w.bytes(kDerNull, sizeof kDerNull);
-  w.header(kTagOctetString, certificateHash.size());
-  if (!certificateHash.empty()) w.bytes(certificateHash.data(), certificateHash.size());
-  w.header(kTagSequence, issuerSerialContent);
-  w.header(kTagSequence, generalNamesContent);
-  w.header(kTagContext4, directoryNameContent);
-  w.bytes(issuer);
-  w.bytes(serial);
-  if (!w.complete()) return kCvelErrMalformed;
-  value.moveFrom(result);
-  return kCvelOk;
+  return cvelWriteExactly(total, value, [&](CvelA1Writer& w) {
+    w.header(kTagSequence, valueContent);
+    w.header(kTagSequence, certsContent);
+    w.header(kTagSequence, certIdContent);
+    w.header(kTagSequence, hashAlgorithmContent);
+    w.bytes(hashOid);
+    w.bytes(kDerNull, sizeof kDerNull);
+    w.header(kTagOctetString, certificateHash.size());
+    if (!certificateHash.empty()) w.bytes(certificateHash.data(), certificateHash.size());
+    w.header(kTagSequence, issuerSerialContent);
+    w.header(kTagSequence, generalNamesContent);
+    w.header(kTagContext4, directoryNameContent);
+    w.bytes(issuer);
+    w.bytes(serial);
+  });
 }

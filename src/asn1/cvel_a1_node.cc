@@ -35,16 +35,7 @@ void CvelA1Node::write(CvelA1Writer& w) const {
 }
 
 CvelResult CvelA1Node::encode(CvelString& out) const {
-  uint64_t total = size();
-  if (total >= CvelString::kViewCapacity - 1) return kCvelErrNoMemory;
-  CvelString result;
-  CvelResult r = result.allocate(static_cast<uint32_t>(total));
-  if (r != kCvelOk) return r;
-  CvelA1Writer w(result);
-  write(w);
-  if (!w.complete()) return kCvelErrMalformed;
-  out.moveFrom(result);
-  return kCvelOk;
+  return cvelWriteExactly(size(), out, [this](CvelA1Writer& w) { write(w); });
 }
 
 CvelResult CvelA1Node::appendTo(std::vector<unsigned char>& out) const {

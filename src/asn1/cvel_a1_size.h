@@ -76,4 +76,20 @@ class CvelA1Writer {
   bool ok_ = true;
 };
 
+// The size-first encoding in one step: a block of exactly total bytes, filled by write(CvelA1Writer&); out
+// takes it only when write filled it exactly (else kCvelErrMalformed, out untouched). kCvelErrNoMemory when
+// total cannot be a string's length.
+template <typename Write>
+CvelResult cvelWriteExactly(uint64_t total, CvelString& out, Write&& write) {
+  if (total >= CvelString::kViewCapacity - 1) return kCvelErrNoMemory;
+  CvelString result;
+  CvelResult r = result.allocate(static_cast<uint32_t>(total));
+  if (r != kCvelOk) return r;
+  CvelA1Writer w(result);
+  write(w);
+  if (!w.complete()) return kCvelErrMalformed;
+  out.moveFrom(result);
+  return kCvelOk;
+}
+
 #endif  // KOLVARI_ASN1_CVEL_A1_SIZE_H

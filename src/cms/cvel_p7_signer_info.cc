@@ -58,30 +58,23 @@ CvelResult CvelP7SignerInfo::encode(CvelString& out) const {
                      digestAlgorithm_.length() + signatureAlgorithm_.length() + cvelTlvSize(signatureValue_.length());
   if (withSigned) content += cvelTlvSize(signedAttributes_.length());
   if (withUnsigned) content += cvelTlvSize(unsignedAttributes_.length());
-  const uint64_t total = cvelTlvSize(content);
-  if (total >= CvelString::kViewCapacity - 1) return kCvelErrNoMemory;
-  CvelString result;
-  r = result.allocate(static_cast<uint32_t>(total));
-  if (r != kCvelOk) return r;
-  CvelA1Writer w(result);
-  w.header(kTagSequence, content);
-  w.bytes(versionDer);
-  w.bytes(signerIdentifier_);
-  w.bytes(digestAlgorithm_);
-  if (withSigned) {
-    w.header(kTagContext0, signedAttributes_.length());
-    w.bytes(signedAttributes_);
-  }
-  w.bytes(signatureAlgorithm_);
-  w.header(kTagOctetString, signatureValue_.length());
-  w.bytes(signatureValue_);
-  if (withUnsigned) {
-    w.header(kTagContext1, unsignedAttributes_.length());
-    w.bytes(unsignedAttributes_);
-  }
-  if (!w.complete()) return kCvelErrMalformed;
-  out.moveFrom(result);
-  return kCvelOk;
+  return cvelWriteExactly(cvelTlvSize(content), out, [&](CvelA1Writer& w) {
+    w.header(kTagSequence, content);
+    w.bytes(versionDer);
+    w.bytes(signerIdentifier_);
+    w.bytes(digestAlgorithm_);
+    if (withSigned) {
+      w.header(kTagContext0, signedAttributes_.length());
+      w.bytes(signedAttributes_);
+    }
+    w.bytes(signatureAlgorithm_);
+    w.header(kTagOctetString, signatureValue_.length());
+    w.bytes(signatureValue_);
+    if (withUnsigned) {
+      w.header(kTagContext1, unsignedAttributes_.length());
+      w.bytes(unsignedAttributes_);
+    }
+  });
 }
 
 CvelResult CvelP7SignerInfo::decode(CvelA1Input& in, CvelA1StreamCursor& cursor) {

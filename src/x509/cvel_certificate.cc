@@ -328,18 +328,11 @@ CvelResult CvelCertificate::getIssuer(CvelString& out) const {
 
 CvelResult CvelCertificate::getIssuerSerial(CvelString& out) const {
   uint64_t content = static_cast<uint64_t>(issuer_.length()) + serialNumber_.length();
-  uint64_t total = cvelTlvSize(content);
-  if (total >= CvelString::kViewCapacity - 1) return kCvelErrNoMemory;
-  CvelString result;
-  CvelResult r = result.allocate(static_cast<uint32_t>(total));
-  if (r != kCvelOk) return r;
-  CvelA1Writer w(result);
-  w.header(kTagSequence, content);
-  w.bytes(issuer_);
-  w.bytes(serialNumber_);
-  if (!w.complete()) return kCvelErrMalformed;
-  out.moveFrom(result);
-  return kCvelOk;
+  return cvelWriteExactly(cvelTlvSize(content), out, [&](CvelA1Writer& w) {
+    w.header(kTagSequence, content);
+    w.bytes(issuer_);
+    w.bytes(serialNumber_);
+  });
 }
 
 CvelResult CvelCertificate::getExtension(const CvelString& oid, CvelString& value, bool* critical,

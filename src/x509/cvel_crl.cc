@@ -264,25 +264,18 @@ CvelResult CvelEtsRevocationValues::encode(CvelString& out, int mode) const {
   const uint64_t set = cvelTlvSize(value);
   const uint64_t attributeContent = sizeof kDerOidRevocationValues + set;
   const uint64_t total = mode == kModeAttribute ? cvelTlvSize(attributeContent) : set;
-  if (total >= CvelString::kViewCapacity - 1) return kCvelErrNoMemory;
-
-  CvelString result;
-  CvelResult r = result.allocate(static_cast<uint32_t>(total));
-  if (r != kCvelOk) return r;
-  CvelA1Writer w(result);
-  if (mode == kModeAttribute) {
-    w.header(kTagSequence, attributeContent);
-    w.bytes(kDerOidRevocationValues, sizeof kDerOidRevocationValues);
-  }
-  w.header(kTagSet, value);
-  w.header(kTagSequence, inner);
-  if (mode == kModeValue) w.header(kTagSequence, accumulated);
-  writeTagged(w, crlValues_, kTagContext0, crls);
-  writeTagged(w, ocspValues_, kTagContext1, responses);
-  writeTagged(w, otherValues_, kTagContext2, others);
-  if (!w.complete()) return kCvelErrMalformed;
-  out.moveFrom(result);
-  return kCvelOk;
+  return cvelWriteExactly(total, out, [&](CvelA1Writer& w) {
+    if (mode == kModeAttribute) {
+      w.header(kTagSequence, attributeContent);
+      w.bytes(kDerOidRevocationValues, sizeof kDerOidRevocationValues);
+    }
+    w.header(kTagSet, value);
+    w.header(kTagSequence, inner);
+    if (mode == kModeValue) w.header(kTagSequence, accumulated);
+    writeTagged(w, crlValues_, kTagContext0, crls);
+    writeTagged(w, ocspValues_, kTagContext1, responses);
+    writeTagged(w, otherValues_, kTagContext2, others);
+  });
 }
 
 CvelResult CvelEtsRevocationValues::encode(CvelA1Output& output, int mode) const {

@@ -20,19 +20,11 @@ fail() { echo "FAIL: $*" >&2; exit 1; }
 checks=0
 
 # A test CA and two signers: RSA and EC P-256.
-openssl req -x509 -newkey rsa:2048 -nodes -keyout ca.key -out ca.pem -days 30 -subj "/CN=Kolvari PDF CA" \
-  -addext basicConstraints=critical,CA:TRUE -addext keyUsage=critical,keyCertSign,cRLSign 2>/dev/null
-printf 'basicConstraints=CA:FALSE\nkeyUsage=critical,digitalSignature,nonRepudiation\n' > signer.ext
+. "$here/../support/test_pki.sh"
+make_test_ca "Kolvari PDF CA"
 serial=100
-make_signer() {  # name, openssl key options
-  local name=$1; shift
-  openssl req -new -newkey "$@" -nodes -keyout "$name.key" -out "$name.csr" \
-    -subj "/O=Kolvari Interop/CN=$name PDF signer" 2>/dev/null
-  openssl x509 -req -in "$name.csr" -CA ca.pem -CAkey ca.key -set_serial $((serial++)) -days 30 \
-    -extfile signer.ext -out "$name.pem" 2>/dev/null
-}
-make_signer rsa rsa:2048
-make_signer ec ec -pkeyopt ec_paramgen_curve:P-256
+make_signer rsa "/O=Kolvari Interop/CN=rsa PDF signer" rsa:2048
+make_signer ec "/O=Kolvari Interop/CN=ec PDF signer" ec -pkeyopt ec_paramgen_curve:P-256
 
 # "table" or "stream": the form of the cross-reference section the file's last startxref points at.
 xref_form() {

@@ -13,23 +13,12 @@ cd "$work"
 fail() { echo "FAIL: $*" >&2; exit 1; }
 
 # A test CA and three signers it issues: RSA, EC P-256 and EC P-384.
-openssl req -x509 -newkey rsa:2048 -nodes -keyout ca.key -out ca.pem -days 30 -subj "/CN=Kolvari Interop CA" \
-  -addext basicConstraints=critical,CA:TRUE -addext keyUsage=critical,keyCertSign,cRLSign 2>/dev/null
-cat > signer.ext <<'EXT'
-basicConstraints=CA:FALSE
-keyUsage=critical,digitalSignature,nonRepudiation
-EXT
+. "$(cd "$(dirname "$0")" && pwd)/../support/test_pki.sh"
+make_test_ca "Kolvari Interop CA"
 serial=4660
-make_signer() {  # name, openssl key options
-  local name=$1; shift
-  openssl req -new -newkey "$@" -nodes -keyout "$name.key" -out "$name.csr" \
-    -subj "/C=DE/O=Kolvari Interop/CN=$name signer" 2>/dev/null
-  openssl x509 -req -in "$name.csr" -CA ca.pem -CAkey ca.key -set_serial $((serial++)) -days 30 \
-    -extfile signer.ext -out "$name.pem" 2>/dev/null
-}
-make_signer rsa rsa:2048
-make_signer p256 ec -pkeyopt ec_paramgen_curve:P-256
-make_signer p384 ec -pkeyopt ec_paramgen_curve:P-384
+make_signer rsa "/C=DE/O=Kolvari Interop/CN=rsa signer" rsa:2048
+make_signer p256 "/C=DE/O=Kolvari Interop/CN=p256 signer" ec -pkeyopt ec_paramgen_curve:P-256
+make_signer p384 "/C=DE/O=Kolvari Interop/CN=p384 signer" ec -pkeyopt ec_paramgen_curve:P-384
 
 head -c 100000 /dev/urandom > content.bin
 printf 'a short text to be signed\n' > content.txt
