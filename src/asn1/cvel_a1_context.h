@@ -6,9 +6,9 @@
 
 #include <cstdint>
 
+#include "asn1/cvel_der.h"
 #include "asn1/cvel_result.h"
-
-class CvelString;
+#include "asn1/cvel_string.h"
 
 // How a decoder keeps the elements it reads: copies of its own, or views into the source. Views are for an
 // owner that keeps the source's bytes, unchanged, for as long as the decoded object lives (a certificate
@@ -26,20 +26,64 @@ class CvelA1Context {
   CvelA1Context(const CvelA1Context&) = delete;
   // Becomes a cursor over the parent's current element. The destination's previous header length is
   // subtracted from the start it computes, so the destination should be fresh.
-  CvelA1Context& operator=(const CvelA1Context& parent);
+  CvelA1Context& operator=(const CvelA1Context& parent) {
+    // Read before anything is written, so that assigning a cursor to itself follows the same rule: it then
+    // covers its own current element, header included, and reads that element again.
+    const uint32_t staleHeader = headerLength_;
+    limit_ = parent.position_;
+    tag_ = parent.tag_;
+    headerLength_ = parent.headerLength_;
+    contentOffset_ = parent.contentOffset_;
+    contentLength_ = parent.contentLength_;
+    // Subtracting the destination's old header length is the cursor's established behaviour.
+    start_ = parent.contentOffset_ - staleHeader;
+    position_ = start_;
+    return *this;
+  }
 
   // An exact copy of another cursor, position and element included (operator= makes a child instead).
   void copyState(const CvelA1Context& other);
 
   // Reads the element at the position: its tag (non-negative), kEnd or kOverrun.
-  int32_t next(const CvelString& s);
+  int32_t next(const CvelString& s) {
+    // Nearly every element a decoder meets has a one-octet tag and a short length: those are read here, where
+    // the compiler can inline them into the decoders' loops; every other header goes to the general decoder.
+    const uint32_t size = s.length();
+    if (limit_ == 0 || limit_ > size) limit_ = size;
+    const uint32_t at = position_;
+    if (at >= limit_) {
+      tag_ = kNoTag;
+      return kEnd;
+    }
+    const uint32_t available = size - at;
+    if (available >= kShortHeaderLength) {
+      const unsigned char* p = s.data() + at;
+      const unsigned char tag = p[0];
+      if (tag != kTagEndOfContents && (tag & kTagHighNumberMask) != kTagHighNumberMask) {
+        const unsigned char first = p[1];
+        if (first < kLengthLongForm) return takeHeader(at, tag, kShortHeaderLength, first);
+        // One or two length octets: the lengths of certificates, names and extensions.
+        if (first == kLengthOneOctet && available >= kShortHeaderLength + 1) {
+          return takeHeader(at, tag, kShortHeaderLength + 1, p[2]);
+        }
+        if (first == kLengthTwoOctets && available >= kShortHeaderLength + 2) {
+          return takeHeader(at, tag, kShortHeaderLength + 2, static_cast<uint32_t>(p[2]) << 8 | p[3]);
+        }
+      }
+    }
+    return nextGeneral(s);
+  }
   // Reads the first child of the element last read.
   int32_t descend(const CvelString& s);
   // Copies of the whole element last read, or of its content.
   CvelResult getElement(const CvelString& s, CvelString& out) const;
   CvelResult getContent(const CvelString& s, CvelString& out) const;
   // The whole element last read, copied or viewed as keep says.
-  CvelResult takeElement(const CvelString& s, CvelString& out, CvelKeep keep) const;
+  CvelResult takeElement(const CvelString& s, CvelString& out, CvelKeep keep) const {
+    if (keep == CvelKeep::kCopy) return getElement(s, out);
+    if (!elementInside(s)) return kCvelErrMalformed;
+    return out.setView(s, contentOffset_ - headerLength_, headerLength_ + contentLength_);
+  }
   // Back to the start of the range, as if nothing had been read.
   void rewind();
 
@@ -59,9 +103,36 @@ class CvelA1Context {
   void setPosition(uint32_t position) { position_ = position; }
   void setLimit(uint32_t limit) { limit_ = limit; }
   // True when the element last read lies wholly inside s (always so unless read leniently).
-  bool elementInside(const CvelString& s) const;
+  bool elementInside(const CvelString& s) const {
+    return contentOffset_ >= headerLength_ &&
+           static_cast<uint64_t>(contentOffset_) + contentLength_ <= static_cast<uint64_t>(s.length());
+  }
 
  private:
+  // The element at `at` has a one-octet tag and a definite length, both already read, in `header` octets
+  // that lie inside the string.
+  int32_t takeHeader(uint32_t at, unsigned char tag, uint32_t header, uint32_t length) {
+    // The header ends inside the string, so the content offset cannot wrap.
+    const uint64_t end = static_cast<uint64_t>(at) + header + length;
+    moreFollows_ = limit_ > end;
+    if (!lenient_ && end > limit_) {
+      tag_ = kNoTag;
+      return kOverrun;
+    }
+    contentOffset_ = at + header;
+    contentLength_ = length;
+    headerLength_ = header;
+    position_ = end > kNoTag ? kNoTag : static_cast<uint32_t>(end);
+    tag_ = tag;
+    return tag;
+  }
+  // Any header: the long and indefinite lengths, high tag numbers, end-of-contents and the ends of the range.
+  int32_t nextGeneral(const CvelString& s);
+
+  static constexpr uint32_t kShortHeaderLength = 2;
+  static constexpr unsigned char kLengthOneOctet = kLengthLongForm | 1;
+  static constexpr unsigned char kLengthTwoOctets = kLengthLongForm | 2;
+
   uint32_t start_ = 0;
   uint32_t position_ = 0;
   uint32_t limit_ = 0;

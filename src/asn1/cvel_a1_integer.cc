@@ -84,20 +84,23 @@ CvelResult CvelA1Integer::decode(const CvelString& s, const CvelA1Context* conte
 CvelResult CvelA1Integer::decodeContent(const CvelString& s, const CvelA1Context& context) {
   CvelA1Context child;
   child = context;
+  const uint32_t n = child.contentLength();
+  if (n >= 1 && n <= kValueOctets && child.elementInside(s)) {
+    // A value that fits needs no copy of its octets: the copy would be released at once below.
+    value_ = bigEndian(s.data() + child.contentOffset(), n);
+    bytes_.release();
+    return kCvelOk;
+  }
   CvelString content;
   CvelResult r = content.assign(s, &child);
   if (r != kCvelOk) return r;
   // The octets are taken first; what follows decides whether the value replaces them.
   bytes_.moveFrom(content);
-  const uint32_t n = bytes_.length();
   if (n == 0) {
     std::printf("[TRACE] CvelA1Integer::decodeContent: empty INTEGER content\n");
     return kCvelErrBadParameter;
   }
-  if (n <= kValueOctets) {
-    value_ = bigEndian(bytes_.data(), n);
-    bytes_.release();
-  } else if (n == kPaddedValueOctets && bytes_.data()[0] == 0) {
+  if (n == kPaddedValueOctets && bytes_.data()[0] == 0) {
     value_ = bigEndian(bytes_.data() + 1, kValueOctets);
   }
   return kCvelOk;

@@ -31,17 +31,6 @@ bool sumFits(uint32_t a, uint32_t b) { return b <= kMaxContent && a <= kMaxConte
 
 }  // namespace
 
-void CvelString::release() {
-  if (data_ != nullptr && !isView()) std::free(data_);
-  clear();
-}
-
-void CvelString::clear() {
-  length_ = 0;
-  data_ = nullptr;
-  capacity_ = 0;
-}
-
 void CvelString::moveFrom(CvelString& other) {
   if (&other == this) return;
   release();
@@ -114,22 +103,12 @@ CvelResult CvelString::setView(const CvelString& source, const CvelA1Context* el
   return setView(source, element->contentOffset(), element->contentLength());
 }
 
-CvelResult CvelString::setView(const CvelString& source, uint32_t offset, uint32_t count) {
-  if (&source == this) {
-    // Viewing part of ourselves would free what we look at.
-    if (offset > length_ || count > length_ - offset) return kCvelErrMalformed;
-    CvelString copy;
-    CvelResult r = copy.assign(data_ + offset, count);
-    if (r == kCvelOk) moveFrom(copy);
-    return r;
-  }
-  release();
-  if (offset > source.length_ || count > source.length_ - offset) return kCvelErrMalformed;
-  // An empty part is still a view (of nothing), like any other part of the source.
-  data_ = source.data_ == nullptr ? nullptr : source.data_ + offset;
-  length_ = count;
-  capacity_ = kViewCapacity;
-  return kCvelOk;
+CvelResult CvelString::keepPartOfSelf(uint32_t offset, uint32_t count) {
+  if (offset > length_ || count > length_ - offset) return kCvelErrMalformed;
+  CvelString copy;
+  CvelResult r = copy.assign(data_ + offset, count);
+  if (r == kCvelOk) moveFrom(copy);
+  return r;
 }
 
 CvelResult CvelString::setView(const void* bytes, size_t count) {

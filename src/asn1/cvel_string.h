@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <string>
 
 #include "asn1/cvel_result.h"
@@ -27,8 +28,16 @@ class CvelString {
   }
 
   // Construction, release, transfer.
-  void release();
-  void clear();  // forgets the fields without freeing: only for fresh strings or views
+  void release() {
+    if (data_ != nullptr && !isView()) std::free(data_);
+    clear();
+  }
+  // Forgets the fields without freeing: only for fresh strings or views.
+  void clear() {
+    length_ = 0;
+    data_ = nullptr;
+    capacity_ = 0;
+  }
   void moveFrom(CvelString& other);
   CvelResult assign(const CvelString& other);
   CvelResult assign(const char* text);
@@ -37,7 +46,17 @@ class CvelString {
   CvelResult assign(const CvelString& source, const CvelA1Context* element);
   // Views the content of the element last read by `element` inside `source`; null views all of source.
   CvelResult setView(const CvelString& source, const CvelA1Context* element);
-  CvelResult setView(const CvelString& source, uint32_t offset, uint32_t count);
+  CvelResult setView(const CvelString& source, uint32_t offset, uint32_t count) {
+    // Viewing part of ourselves would free what we look at: that case copies instead.
+    if (&source == this) return keepPartOfSelf(offset, count);
+    release();
+    if (offset > source.length_ || count > source.length_ - offset) return kCvelErrMalformed;
+    // An empty part is still a view (of nothing), like any other part of the source.
+    data_ = source.data_ == nullptr ? nullptr : source.data_ + offset;
+    length_ = count;
+    capacity_ = kViewCapacity;
+    return kCvelOk;
+  }
   // Views bytes owned outside the library's strings (a host's buffer), which must outlive the view.
   CvelResult setView(const void* bytes, size_t count);
 
@@ -83,6 +102,8 @@ class CvelString {
   std::string toHex() const;
 
  private:
+  // What setView does when the source is this string itself: the part becomes an owned copy.
+  CvelResult keepPartOfSelf(uint32_t offset, uint32_t count);
   // Makes a view into an owned copy so that it may be written; false when the heap is exhausted.
   bool ownContent();
   // Grows an owned buffer to hold `extra` more bytes plus the terminator, keeping the content.

@@ -43,7 +43,7 @@ CvelResult CvelCertificateExtensions::decodeRecords(const CvelString& der, const
   // The records are counted first and made in one block.
   uint32_t left = 1;
   CvelA1Context ahead;
-  ahead = child;
+  ahead.copyState(child);
   while (ahead.next(der) == kTagSequence) ++left;
   CvelCertificateExtension* block = makeElements(left);
   if (block == nullptr) left = 0;
