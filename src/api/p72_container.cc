@@ -15,12 +15,6 @@ constexpr uint32_t kDefaultVersion = 1;
 // Largest element a CvelString can hold: its length is 32 bits and its buffer carries a terminator.
 constexpr uint64_t kMaxContainerLength = CvelString::kViewCapacity - 2;
 
-uint64_t sumOfSizes(const std::list<ZarvBytes>& pieces) {
-  uint64_t total = 0;
-  for (const ZarvBytes& piece : pieces) total += piece.size();
-  return total;
-}
-
 // Size of one AlgorithmIdentifier { OID, NULL } built from bare OID content octets.
 uint64_t algorithmIdentifierSize(const ZarvBytes& oidContent) {
   return cvelTlvSize(cvelTlvSize(oidContent.size()) + sizeof(kDerNull));
@@ -55,7 +49,7 @@ uint32_t buildDefaultVersion(P72Container& record) {
   return ZARV_OK;
 }
 
-void writePieces(CvelA1Writer& w, uint8_t tag, const std::list<ZarvBytes>& pieces, uint64_t contentLength) {
+void writePieces(CvelA1Writer& w, uint8_t tag, const ZarvPieces& pieces, uint64_t contentLength) {
   w.header(tag, contentLength);
   for (const ZarvBytes& piece : pieces) w.bytes(piece.data(), piece.size());
 }
@@ -78,9 +72,9 @@ uint32_t encodeP72Container(P72Container& record, std::vector<unsigned char>& ou
   // Sizes first, then one write into the host's vector.
   const bool withCertificates = !record.certificates.empty();
   const bool withCrls = record.versionNumber != 0 && !record.crls.empty();
-  const uint64_t certificatesLength = sumOfSizes(record.certificates);
-  const uint64_t crlsLength = sumOfSizes(record.crls);
-  const uint64_t signerInfosLength = sumOfSizes(record.signerInfos);
+  const uint64_t certificatesLength = record.certificates.bytes();
+  const uint64_t crlsLength = record.crls.bytes();
+  const uint64_t signerInfosLength = record.signerInfos.bytes();
   uint64_t digestsLength = 0;
   for (const ZarvBytes& oid : record.digestAlgorithms) digestsLength += algorithmIdentifierSize(oid);
 

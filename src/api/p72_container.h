@@ -24,6 +24,32 @@ struct ZarvBytesOrder {
   }
 };
 
+// A list of DER pieces in the order added, with the sum of their sizes kept as they arrive: the encoder needs
+// that sum before it writes, and a second walk over a thousand separate blocks waits on memory at each one.
+class ZarvPieces {
+ public:
+  using const_iterator = std::list<ZarvBytes>::const_iterator;
+
+  void push_back(const ZarvBytes& der) {
+    pieces_.push_back(der);
+    bytes_ += der.size();
+  }
+  void clear() {
+    pieces_.clear();
+    bytes_ = 0;
+  }
+  size_t size() const { return pieces_.size(); }
+  bool empty() const { return pieces_.empty(); }
+  // The sum of the pieces' sizes.
+  uint64_t bytes() const { return bytes_; }
+  const_iterator begin() const { return pieces_.begin(); }
+  const_iterator end() const { return pieces_.end(); }
+
+ private:
+  std::list<ZarvBytes> pieces_;
+  uint64_t bytes_ = 0;
+};
+
 struct P72Container {
   // 0 means not set; the encoder's default and a reset make it 1.
   int32_t versionNumber = 0;
@@ -35,9 +61,9 @@ struct P72Container {
   ZarvBytes contentInfo;
   // Content octets of the digest-algorithm OIDs, kept once each in unsigned byte order.
   std::set<ZarvBytes, ZarvBytesOrder> digestAlgorithms;
-  std::list<ZarvBytes> certificates;
-  std::list<ZarvBytes> crls;
-  std::list<ZarvBytes> signerInfos;
+  ZarvPieces certificates;
+  ZarvPieces crls;
+  ZarvPieces signerInfos;
 };
 
 // Builds the DER ContentInfo into out. The default content info and version are stored in the record.

@@ -9,10 +9,10 @@
 
 namespace {
 
-uint32_t appendPiece(P72Container* h, std::list<ZarvBytes> P72Container::*list, const std::vector<unsigned char>& der) {
+uint32_t appendPiece(P72Container* h, ZarvPieces P72Container::*list, const std::vector<unsigned char>& der) {
   if (h == nullptr) return ZARV_E_BAD_PARAMETER;
   return zarvGuarded([&] {
-    std::list<ZarvBytes>& pieces = h->*list;
+    ZarvPieces& pieces = h->*list;
     const size_t before = pieces.size();
     pieces.push_back(der);
     return pieces.size() == before + 1 ? ZARV_OK : ZARV_E_NOT_STORED;

@@ -73,8 +73,11 @@ void CvelOCSPResponse::reset() {
 }
 
 CvelResult CvelOCSPResponse::parse(const void* bytes, uint32_t n) {
-  reset();
-  if (encoded_.assign(bytes, n) != kCvelOk) return kNotParsed;
+  // parse() starts with a reset; the views are only cleared before it when the copy fails.
+  if (encoded_.assign(bytes, n) != kCvelOk) {
+    reset();
+    return kNotParsed;
+  }
   return parse();
 }
 
