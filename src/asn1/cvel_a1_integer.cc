@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "asn1/cvel_a1_context.h"
+#include "asn1/cvel_a1_input.h"
 #include "asn1/cvel_a1_size.h"
 #include "asn1/cvel_a1_stream_cursor.h"
 #include "asn1/cvel_der.h"
@@ -108,12 +109,25 @@ CvelResult CvelA1Integer::decodeContent(const CvelString& s, const CvelA1Context
 
 CvelResult CvelA1Integer::decode(CvelA1Input& in, const CvelA1StreamCursor& cursor) {
   if (cursor.tag() != kTagInteger) return kCvelErrMalformed;
+  // A value that fits (versions, nearly always) is read straight into place; a short read takes the general
+  // path below, which copies what there is.
+  const uint32_t n = cursor.contentLength();
+  if (n >= 1 && n <= kValueOctets && cursor.contentOffset() <= in.size() && n <= in.size() - cursor.contentOffset()) {
+    unsigned char octets[kValueOctets];
+    uint32_t got = 0;
+    if (in.seek(cursor.contentOffset(), CvelA1Input::kFromStart) == kCvelOk && in.read(octets, n, &got) == kCvelOk &&
+        got == n) {
+      value_ = bigEndian(octets, n);
+      bytes_.release();
+      return kCvelOk;
+    }
+  }
   CvelString content;
   CvelResult r = cursor.getContent(in, content);
   if (r != kCvelOk) return r;
-  uint32_t n = content.length();
-  if (n >= 1 && n <= kValueOctets) {
-    value_ = bigEndian(content.data(), n);
+  const uint32_t copied = content.length();
+  if (copied >= 1 && copied <= kValueOctets) {
+    value_ = bigEndian(content.data(), copied);
     bytes_.release();
   } else {
     value_ = 0;

@@ -25,6 +25,11 @@ bool copyElement(const CvelString& s, const CvelA1Context& c, CvelString& out) {
   return c.getElement(s, out) == kCvelOk;
 }
 
+// The element only read and then dropped: a view does what a copy would.
+bool viewElement(const CvelString& s, const CvelA1Context& c, CvelString& out) {
+  return c.takeElement(s, out, CvelKeep::kView) == kCvelOk;
+}
+
 // An INTEGER element as a 32-bit value; false when its decoder does not succeed.
 bool readInteger(const CvelString& element, int32_t& value) {
   CvelA1Integer integer;
@@ -83,7 +88,7 @@ bool CvelTSTInfo::readTstInfo() {
   const CvelString& s = content_;
   CvelA1Context c;
   CvelString element;
-  if (c.next(s) != kTagSequence || c.descend(s) != kTagInteger || !copyElement(s, c, element)) return false;
+  if (c.next(s) != kTagSequence || c.descend(s) != kTagInteger || !viewElement(s, c, element)) return false;
   CvelA1Integer version;
   if (!cvelSucceeded(version.decode(element, nullptr))) return false;
   version_ = static_cast<int32_t>(version.value());
@@ -96,7 +101,7 @@ bool CvelTSTInfo::readTstInfo() {
   if (c.next(s) != kTagInteger || !copyElement(s, c, serialNumber_)) return false;
   // A UTCTime is taken as well as the GeneralizedTime the grammar asks for.
   const int32_t timeTag = c.next(s);
-  if ((timeTag != kTagGeneralizedTime && timeTag != kTagUtcTime) || !copyElement(s, c, element)) return false;
+  if ((timeTag != kTagGeneralizedTime && timeTag != kTagUtcTime) || !viewElement(s, c, element)) return false;
   if (!cvelSucceeded(genTime_.decode(element, nullptr))) return false;
 
   int32_t tag = c.next(s);
@@ -112,7 +117,7 @@ bool CvelTSTInfo::readAccuracy(CvelA1Context& c, int32_t& tag) {
   tag = c.descend(s);
   if (tag == kTagInteger) {
     CvelString element;
-    if (!copyElement(s, c, element) || !readInteger(element, seconds_)) return false;
+    if (!viewElement(s, c, element) || !readInteger(element, seconds_)) return false;
     tag = c.next(s);
   }
   if (tag == kTagMillis) {

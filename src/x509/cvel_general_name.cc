@@ -35,9 +35,10 @@ constexpr int kNoMatch = 0;
 }  // namespace
 
 CvelResult CvelGeneralName::parse() {
+  // The directory name views value_: it goes first, its own image included.
+  directoryName_.reset();
   typeId_.release();
   value_.release();
-  directoryName_.clear();
   tag_ = kInvalidTag;
   if (encoded_.isEmpty()) return 0;
 
@@ -75,7 +76,8 @@ CvelResult CvelGeneralName::parse() {
     case kTagDirectoryName:
       if (!read) return kCvelErrMalformed;
       r = element.getContent(encoded_, value_);
-      if (r == kCvelOk) r = directoryName_.parse(value_);
+      // value_ stays as it is until the next parse, which forgets the name first: the name may view it.
+      if (r == kCvelOk) r = directoryName_.parse(value_, nullptr, CvelKeep::kView);
       break;
     case kTagX400Address:
     case kTagEdiPartyName:
