@@ -26,6 +26,8 @@ TEST(CvelA1Context, ReadsOneElementFromEveryHeaderForm) {
       {"30 05 02 01 05", false, kOverrun, kNoTag, 0, 0, 0},  // a failed read leaves the position for a retry
       {"30 05 02 01 05", true, 0x30, 0x30, 2, 5, 7},  {"04 FF 01 02", false, kOverrun, kNoTag, 0, 0, 0},
       {"04 81 01 AA", false, 4, 4, 3, 1, 4},          {"04 84 00 00 00 01 AA", false, 4, 4, 6, 1, 7},
+      {"04 82 00 01 AA", false, 4, 4, 4, 1, 5},       {"04 81 05 AA", false, kOverrun, kNoTag, 0, 0, 0},
+      {"30 82 FF FF 00", true, 0x30, 0x30, 4, 0xFFFF, 0x10003},  {"30 82 01", true, kOverrun, kNoTag, 0, 0, 0},
       {"04 85" + std::string(266, '1'), false, 4, 4, 2, 133, 135},  // 0x85 is a short length of 133 here
       {"30 03 02 01 05", false, 0x30, 0x30, 2, 3, 5}, {"9F 1F 01 00", false, 0x9F1F, 0x9F1F, 3, 1, 4},
       {"1F 81 82 83 01 00", false, 0x1F818283, 0x1F818283, 5, 1, 6},  // at most four identifier octets

@@ -33,6 +33,18 @@ TEST(CvelGeneralName, ParseByTag) {
   }
 }
 
+TEST(CvelGeneralName, AParseAgainForgetsTheDirectoryNameWholly) {
+  CvelGeneralName name;
+  ASSERT_EQ(parseName(name, "A4 0F 30 0D 31 0B 30 09 06 03 55 04 03 0C 02 43 4E"), kCvelOk);
+  ASSERT_EQ(name.directoryName().size(), 1u);
+  EXPECT_EQ(toHex(name.directoryName().encoded()), "300D310B300906035504030C02434E");
+  // The name of the first parse lies in bytes the second one frees: none of it may outlive them.
+  ASSERT_EQ(parseName(name, "82 03 61 2E 62"), kCvelOk);
+  EXPECT_EQ(name.directoryName().size(), 0u);
+  EXPECT_TRUE(name.directoryName().encoded().isEmpty());
+  EXPECT_EQ(toHex(name.value()), "612E62");
+}
+
 TEST(CvelGeneralName, MatchingFollowsTheFirstNamesTag) {
   const struct { const char* a; const char* b; int match; } cases[] = {
       {"81 03 61 40 62", "81 03 61 40 62", 0}, {"A1 03 61 40 62", "A1 03 61 40 62", 0},  // e-mail: never
