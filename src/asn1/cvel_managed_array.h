@@ -18,6 +18,7 @@ class CvelManagedArray {
   CvelManagedArray& operator=(const CvelManagedArray&) = delete;
   virtual ~CvelManagedArray() {
     clear();
+    // A derived list with lent slots has forgotten them in its own destructor.
     std::free(slots_);
   }
 
@@ -62,16 +63,24 @@ class CvelManagedArray {
   // no for those, and empties itself in its own destructor, before this one asks.
   virtual bool deletesOne(const T*) const { return true; }
 
-  // Room for n more slots, exactly, unless there is already.
-  bool reserve(uint32_t n) {
-    if (capacity_ - count_ >= n) return true;
-    const uint32_t wanted = count_ + n;
-    if (wanted < count_) return false;
-    void* block = std::realloc(slots_, sizeof(T*) * static_cast<size_t>(wanted));
-    if (block == nullptr) return false;
-    slots_ = static_cast<T**>(block);
-    capacity_ = wanted;
-    return true;
+  // Whether the slots lie in storage a derived list owns (and frees), rather than a block of their own.
+  virtual bool slotsLent() const { return false; }
+  // Told when the list has moved its slots out of lent storage into a block of its own.
+  virtual void slotsReturned() {}
+
+  // Takes `capacity` slots in storage the derived list owns, for an empty list; the slots held so far are
+  // freed.
+  void lendSlots(T** slots, uint32_t capacity) {
+    if (!slotsLent()) std::free(slots_);
+    slots_ = slots;
+    count_ = 0;
+    capacity_ = capacity;
+  }
+  // Forgets lent slots before their storage goes; the list must be empty.
+  void forgetSlots() {
+    slots_ = nullptr;
+    count_ = 0;
+    capacity_ = 0;
   }
 
  private:
@@ -82,6 +91,16 @@ class CvelManagedArray {
   bool grow() {
     uint32_t wanted = capacity_ == 0 ? kFirstCapacity : capacity_ * 2;
     if (wanted <= capacity_) return false;
+    if (slotsLent()) {
+      // Lent slots are never reallocated: they are copied into a block of the list's own.
+      T** own = static_cast<T**>(std::malloc(sizeof(T*) * static_cast<size_t>(wanted)));
+      if (own == nullptr) return false;
+      for (uint32_t i = 0; i < count_; ++i) own[i] = slots_[i];
+      slots_ = own;
+      capacity_ = wanted;
+      slotsReturned();
+      return true;
+    }
     void* block = std::realloc(slots_, sizeof(T*) * static_cast<size_t>(wanted));
     if (block == nullptr) return false;
     slots_ = static_cast<T**>(block);
@@ -103,20 +122,24 @@ class CvelBlockArray : public CvelManagedArray<T> {
     releaseBlock();
   }
 
-  // n default-constructed elements in one block, with slots for them: a list whose length is known before
-  // it is filled (the attributes of a parsed name, the extensions of a certificate) then costs one
-  // allocation instead of one per element. The list owns them, whether or not they are handed to add(),
-  // until its next block or its end. Null when n is 0, the list is not empty or memory is short: the
-  // caller then makes its elements one by one.
+  // n default-constructed elements in one block, with the list's slots for them behind the elements: a list
+  // whose length is known before it is filled (the attributes of a parsed name, the extensions of a
+  // certificate) then costs one allocation instead of one per element and one for the slots. The list owns
+  // the elements, whether or not they are handed to add(), until its next block or its end. Null when n is
+  // 0, the list is not empty or memory is short: the caller then makes its elements one by one.
   T* makeElements(uint32_t n) {
     if (n == 0 || this->size() != 0 || n > kMaxBlock) return nullptr;
     releaseBlock();
-    if (!this->reserve(n)) return nullptr;
-    T* block = static_cast<T*>(std::malloc(sizeof(T) * static_cast<size_t>(n)));
-    if (block == nullptr) return nullptr;
+    // The slots start at the first pointer-aligned offset behind the elements.
+    const size_t slotsAt = (sizeof(T) * static_cast<size_t>(n) + alignof(T*) - 1) / alignof(T*) * alignof(T*);
+    void* storage = std::malloc(slotsAt + sizeof(T*) * static_cast<size_t>(n));
+    if (storage == nullptr) return nullptr;
+    T* block = static_cast<T*>(storage);
     for (uint32_t i = 0; i < n; ++i) new (block + i) T();
     block_ = block;
     blockCount_ = n;
+    this->lendSlots(reinterpret_cast<T**>(static_cast<unsigned char*>(storage) + slotsAt), n);
+    slotsInBlock_ = true;
     return block;
   }
 
@@ -125,11 +148,16 @@ class CvelBlockArray : public CvelManagedArray<T> {
     std::less<const T*> before;
     return block_ == nullptr || before(object, block_) || !before(object, block_ + blockCount_);
   }
+  bool slotsLent() const override { return slotsInBlock_; }
+  void slotsReturned() override { slotsInBlock_ = false; }
 
  private:
-  static constexpr uint32_t kMaxBlock = 0x10000000u / sizeof(T);
+  static constexpr uint32_t kMaxBlock = 0x10000000u / (sizeof(T) + 2 * sizeof(T*));
 
+  // Only for an empty list: the slots may lie in the block.
   void releaseBlock() {
+    if (slotsInBlock_) this->forgetSlots();
+    slotsInBlock_ = false;
     for (uint32_t i = 0; i < blockCount_; ++i) block_[i].~T();
     std::free(block_);
     block_ = nullptr;
@@ -138,6 +166,7 @@ class CvelBlockArray : public CvelManagedArray<T> {
 
   T* block_ = nullptr;
   uint32_t blockCount_ = 0;
+  bool slotsInBlock_ = false;
 };
 
 #endif  // KOLVARI_ASN1_CVEL_MANAGED_ARRAY_H

@@ -50,3 +50,33 @@ TEST(CvelBlockArray, ElementsOfOneBlockLiveWithTheBlockAndMixWithSingleOnes) {
   }
   EXPECT_EQ(Counted::alive, 0);
 }
+
+TEST(CvelBlockArray, AListOutgrowingItsBlockKeepsEveryElementInOrder) {
+  {
+    CountedList list;
+    Counted* block = list.makeElements(2);
+    ASSERT_NE(block, nullptr);
+    block[0].value = 1;
+    block[1].value = 2;
+    list.add(&block[0]);
+    list.add(&block[1]);
+    // The slots came with the block; more elements than it holds move them elsewhere, twice over.
+    for (int v = 3; v <= 20; ++v) {
+      Counted* single = new Counted();
+      single->value = v;
+      list.add(single);
+    }
+    ASSERT_EQ(list.size(), 20u);
+    for (uint32_t i = 0; i < list.size(); ++i) {
+      Counted* got = nullptr;
+      ASSERT_EQ(list.get(i, got), kCvelOk);
+      EXPECT_EQ(got->value, static_cast<int>(i) + 1);
+    }
+    EXPECT_EQ(Counted::alive, 20);
+    // Emptied, the list takes a new block with slots again, and a smaller one than its own slots.
+    list.clear();
+    ASSERT_NE(list.makeElements(1), nullptr);
+    EXPECT_EQ(Counted::alive, 1);
+  }
+  EXPECT_EQ(Counted::alive, 0);
+}
