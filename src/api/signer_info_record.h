@@ -5,10 +5,10 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <memory>
-#include <string>
+#include <string_view>
 #include <vector>
 
+#include "asn1/cvel_a1_size.h"
 #include "asn1/cvel_string.h"
 #include "cms/cvel_p7_signer_info.h"
 #include "kolvari/zarv.h"
@@ -17,49 +17,76 @@ using ZarvBytes = std::vector<unsigned char>;
 
 // Attribute type as dotted text -> the values in the order added, each one complete DER value. Types are
 // ordered by unsigned byte-wise comparison of the text, a proper prefix first. A signer holds a handful of
-// types, so they sit in one sorted array rather than a node per type.
+// attributes of a few dozen octets each: the texts and values sit one behind the other in one block and a
+// short index sorted by type says where, so that adding one costs no allocation once the block has room.
 class ZarvAttributeMap {
  public:
-  struct Entry {
-    std::string oid;
-    std::vector<ZarvBytes> values;
+  // Where one value's type text (zero-terminated in the block, so the converter can take it as it is) and
+  // its DER octets sit. The values of one type share the type's text.
+  struct Value {
+    size_t typeOffset;
+    size_t typeLength;
+    size_t offset;
+    size_t length;
   };
 
-  ZarvAttributeMap() { entries_.reserve(kUsualTypes); }
+  bool empty() const { return values_.empty(); }
+  bool contains(std::string_view type) const {
+    auto at = lowerBound(type);
+    return at != values_.end() && typeOf(*at) == type;
+  }
+  // The type's values leave the index; their octets stay in the block until it is compacted.
+  void erase(std::string_view type);
 
-  bool empty() const { return entries_.empty(); }
-  bool contains(const std::string& oid) const {
-    auto at = lowerBound(oid);
-    return at != entries_.end() && at->oid == oid;
-  }
-  void erase(const std::string& oid) {
-    auto at = lowerBound(oid);
-    if (at != entries_.end() && at->oid == oid) entries_.erase(at);
-  }
-  // The values of the type, a new empty list in its place when the type is not there yet.
-  std::vector<ZarvBytes>& valuesOf(const std::string& oid) {
-    auto at = lowerBound(oid);
-    if (at == entries_.end() || at->oid != oid) at = entries_.insert(at, Entry{oid, {}});
-    return at->values;
+  // Appends a value of length octets under the type, written in place by fill(CvelA1Writer&); with replace
+  // the type's earlier values go first. False, with nothing changed, when fill does not write exactly
+  // length octets. Throws std::bad_alloc when the block cannot grow.
+  template <typename Fill>
+  bool add(std::string_view type, size_t length, bool replace, Fill&& fill) {
+    compactWhenMostlyWaste();
+    block_.reserve(block_.size() + length + type.size() + 1);
+    values_.reserve(values_.size() + 1);
+    const size_t offset = block_.size();
+    block_.resize(offset + length);
+    CvelA1Writer w(block_.data() + offset, length);
+    fill(w);
+    if (!w.complete()) {
+      block_.resize(offset);
+      return false;
+    }
+    index(type, offset, length, replace);
+    return true;
   }
 
-  std::vector<Entry>::const_iterator begin() const { return entries_.begin(); }
-  std::vector<Entry>::const_iterator end() const { return entries_.end(); }
-  size_t size() const { return entries_.size(); }
+  // The index in type order, the values of one type in the order added.
+  const std::vector<Value>& values() const { return values_; }
+  std::string_view typeOf(const Value& v) const {
+    return std::string_view(reinterpret_cast<const char*>(block_.data() + v.typeOffset), v.typeLength);
+  }
+  const char* typeText(const Value& v) const { return reinterpret_cast<const char*>(block_.data() + v.typeOffset); }
+  const unsigned char* bytesOf(const Value& v) const { return block_.data() + v.offset; }
+  // Number of distinct types.
+  size_t typeCount() const;
 
  private:
-  static constexpr size_t kUsualTypes = 8;
+  // Room for the usual signed attributes of one signer without growing; well under the size from which the
+  // C heap stops recycling blocks cheaply.
+  static constexpr size_t kUsualBytes = 512;
+  static constexpr size_t kUsualValues = 8;
 
-  std::vector<Entry>::iterator lowerBound(const std::string& oid) {
-    return std::lower_bound(entries_.begin(), entries_.end(), oid,
-                            [](const Entry& e, const std::string& key) { return e.oid < key; });
-  }
-  std::vector<Entry>::const_iterator lowerBound(const std::string& oid) const {
-    return std::lower_bound(entries_.begin(), entries_.end(), oid,
-                            [](const Entry& e, const std::string& key) { return e.oid < key; });
-  }
+  std::vector<Value>::const_iterator lowerBound(std::string_view type) const;
+  // Puts the value written at offset into the index behind the type's other values (in place of them with
+  // replace), the type's text appended to the block when the type is new. The room was reserved beforehand.
+  void index(std::string_view type, size_t offset, size_t length, bool replace);
+  // Drops the index's values from first to last, their octets counted as waste.
+  std::vector<Value>::iterator eraseRange(std::vector<Value>::const_iterator first,
+                                          std::vector<Value>::const_iterator last);
+  // Octets of erased values and texts are dropped once they outweigh the live ones.
+  void compactWhenMostlyWaste();
 
-  std::vector<Entry> entries_;
+  std::vector<unsigned char> block_;
+  std::vector<Value> values_;
+  size_t waste_ = 0;
 };
 
 enum class ZarvAttributeKind { kSigned, kUnsigned };
@@ -72,20 +99,21 @@ enum class ZarvAttributeOrder { kDottedType, kDer };
 inline constexpr char kZarvDerOrderVariable[] = "KOLVARI_DER_ATTRIBUTE_ORDER";
 inline constexpr char kZarvDerOrderOn[] = "1";
 
+// The signer object and both tables are part of the record: one allocation for all three.
 struct SignerInfoRecord {
-  std::shared_ptr<CvelP7SignerInfo> signer;
-  std::unique_ptr<ZarvAttributeMap> signedAttributes;
-  std::unique_ptr<ZarvAttributeMap> unsignedAttributes;
+  CvelP7SignerInfo signer;
+  ZarvAttributeMap signedAttributes;
+  ZarvAttributeMap unsignedAttributes;
 
-  // The table for the kind, or null when the record has none.
-  ZarvAttributeMap* table(ZarvAttributeKind kind) const {
-    return kind == ZarvAttributeKind::kSigned ? signedAttributes.get() : unsignedAttributes.get();
+  // The table for the kind; callers still answer a missing one with ZARV_E_NO_ATTRIBUTE_TABLE.
+  ZarvAttributeMap* table(ZarvAttributeKind kind) {
+    return kind == ZarvAttributeKind::kSigned ? &signedAttributes : &unsignedAttributes;
   }
 };
 
 // The step every setter goes through: with replace 1 the type's earlier values go, then the value is
 // appended under the type.
-uint32_t zarvAddAttribute(SignerInfoRecord& record, ZarvAttributeKind kind, const std::string& oid,
+uint32_t zarvAddAttribute(SignerInfoRecord& record, ZarvAttributeKind kind, std::string_view oid,
                           const unsigned char* value, size_t length, uint32_t replace);
 
 // The order the signed attributes take now: kDer when KOLVARI_DER_ATTRIBUTE_ORDER is "1", else kDottedType.
@@ -100,8 +128,25 @@ uint32_t zarvBuildAttributes(const ZarvAttributeMap& map, ZarvAttributeOrder ord
 uint32_t zarvBuildSignerIdentifier(const CvelCertificate& certificate, CvelString& signerIdentifier);
 
 // The signing-certificate-v2 value for a parsed certificate, the host's hash of it and that hash's OID
-// (already DER).
-uint32_t zarvBuildSigningCertificateV2(const CvelCertificate& certificate, const ZarvBytes& certificateHash,
-                                       const CvelString& hashOid, CvelString& value);
+// (already DER): sized when made, then written where the caller keeps it. The pieces are borrowed.
+class ZarvSigningCertificateV2 {
+ public:
+  ZarvSigningCertificateV2(const CvelCertificate& certificate, const ZarvBytes& certificateHash,
+                           const CvelString& hashOid);
+  uint64_t size() const { return cvelTlvSize(valueContent_); }
+  void write(CvelA1Writer& w) const;
+
+ private:
+  const CvelString& issuer_;
+  const CvelString& serial_;
+  const ZarvBytes& certificateHash_;
+  const CvelString& hashOid_;
+  uint64_t hashAlgorithmContent_;
+  uint64_t generalNamesContent_;
+  uint64_t issuerSerialContent_;
+  uint64_t certIdContent_;
+  uint64_t certsContent_;
+  uint64_t valueContent_;
+};
 
 #endif  // KOLVARI_API_SIGNER_INFO_RECORD_H

@@ -1,10 +1,12 @@
 // The exported signer-info functions: attributes in, data to be signed out, signature in, SignerInfo out.
 #include <memory>
 #include <new>
+#include <string_view>
 
 #include "api/signer_info_record.h"
 #include "api/zarv_guard.h"
 #include "asn1/cvel_a1_node.h"
+#include "asn1/cvel_a1_size.h"
 #include "asn1/cvel_der.h"
 #include "asn1/cvel_oid.h"
 #include "kolvari/zarv.h"
@@ -27,19 +29,35 @@ constexpr uint32_t kReplace = 1;
 constexpr uint8_t kShortTimeLength = 13;
 constexpr uint8_t kLongTimeLength = 15;
 
-bool usable(const SignerInfoRecord* h) { return h != nullptr && h->signer != nullptr; }
+// The record is made whole or not at all, so a handle that is not null is usable.
+bool usable(const SignerInfoRecord* h) { return h != nullptr; }
 
-void copyOut(const CvelString& bytes, std::vector<unsigned char>& out) {
-  out.assign(bytes.data(), bytes.data() + bytes.length());
+// The record, its signer object and its tables are one block: kept below the size from which glibc's
+// malloc first merges its free lists, which a block that size would do on every signer.
+constexpr size_t kRecordSizeLimit = 1000;
+static_assert(sizeof(SignerInfoRecord) <= kRecordSizeLimit, "the signer-info record stays a small block");
+
+// SEQUENCE { OID from the dotted text, NULL } (withNull), or SEQUENCE { OID }.
+uint32_t algorithm(const std::string& dotted, bool withNull, CvelString& out) {
+  CvelString oid;
+  uint32_t r = fromDottedElement(dotted.c_str(), oid);
+  if (r != ZARV_OK) return r;
+  const uint64_t content = oid.length() + (withNull ? sizeof kDerNull : 0);
+  return cvelWriteExactly(cvelTlvSize(content), out, [&](CvelA1Writer& w) {
+    w.header(kTagSequence, content);
+    w.bytes(oid);
+    if (withNull) w.bytes(kDerNull, sizeof kDerNull);
+  });
 }
 
-// SEQUENCE { OID from the dotted text, NULL }.
-uint32_t algorithmWithNull(const std::string& dotted, CvelString& out) {
-  CvelString oid;
-  uint32_t r = fromDotted(dotted.c_str(), oid, 1);
-  if (r != ZARV_OK) return r;
-  return CvelA1Node::constructed(kTagSequence, {CvelA1Node::raw(oid), CvelA1Node::raw(kDerNull, sizeof kDerNull)})
-      .encode(out);
+// Adds a signed attribute whose value of length octets is written in its place in the table by
+// fill(CvelA1Writer&); incomplete is the result when the value does not come out whole.
+template <typename Fill>
+uint32_t addWrittenAttribute(SignerInfoRecord& h, std::string_view oid, uint64_t length, uint32_t replace,
+                             uint32_t incomplete, Fill&& fill) {
+  ZarvAttributeMap* map = h.table(ZarvAttributeKind::kSigned);
+  if (map == nullptr) return ZARV_E_NO_ATTRIBUTE_TABLE;
+  return map->add(oid, static_cast<size_t>(length), replace == kReplace, fill) ? ZARV_OK : incomplete;
 }
 
 uint32_t setContentType(SignerInfoRecord& h, const std::vector<unsigned char>& derOid) {
@@ -50,7 +68,7 @@ uint32_t setContentType(SignerInfoRecord& h, const std::vector<unsigned char>& d
   return zarvAddAttribute(h, ZarvAttributeKind::kSigned, kContentTypeOid, derOid.data(), derOid.size(), kReplace);
 }
 
-uint32_t addAttribute(SignerInfoRecord* h, ZarvAttributeKind kind, const std::string& oid,
+uint32_t addAttribute(SignerInfoRecord* h, ZarvAttributeKind kind, std::string_view oid,
                       const std::vector<unsigned char>& derValue, uint32_t replace) {
   if (!usable(h)) return ZARV_E_BAD_PARAMETER;
   return zarvGuarded([&] { return zarvAddAttribute(*h, kind, oid, derValue.data(), derValue.size(), replace); });
@@ -61,14 +79,9 @@ uint32_t addAttribute(SignerInfoRecord* h, ZarvAttributeKind kind, const std::st
 uint32_t ZARV_CreateSignerInfo(SignerInfoRecord** handle) {
   if (handle == nullptr) return ZARV_E_BAD_PARAMETER;
   return zarvGuarded([&] {
-    std::unique_ptr<SignerInfoRecord> record(new (std::nothrow) SignerInfoRecord());
+    SignerInfoRecord* record = new (std::nothrow) SignerInfoRecord();
     if (record == nullptr) return ZARV_E_OUT_OF_MEMORY;
-    CvelP7SignerInfo* signer = new (std::nothrow) CvelP7SignerInfo();
-    if (signer == nullptr) return ZARV_E_OUT_OF_MEMORY;
-    record->signer.reset(signer);
-    record->signedAttributes = std::make_unique<ZarvAttributeMap>();
-    record->unsignedAttributes = std::make_unique<ZarvAttributeMap>();
-    *handle = record.release();
+    *handle = record;
     return ZARV_OK;
   });
 }
@@ -79,9 +92,11 @@ uint32_t ZARV_SetSigningTime(SignerInfoRecord* h, const std::string& time) {
   if (length != kShortTimeLength && length != kLongTimeLength) return ZARV_E_BAD_PARAMETER;
   return zarvGuarded([&] {
     // The GeneralizedTime tag is written for both text lengths.
-    ZarvBytes value{kTagGeneralizedTime, length};
-    value.insert(value.end(), time.begin(), time.begin() + length);
-    return zarvAddAttribute(*h, ZarvAttributeKind::kSigned, kSigningTimeOid, value.data(), value.size(), kReplace);
+    const uint64_t valueLength = cvelTlvSize(length);
+    return addWrittenAttribute(*h, kSigningTimeOid, valueLength, kReplace, kCvelErrMalformed, [&](CvelA1Writer& w) {
+      w.header(kTagGeneralizedTime, length);
+      w.bytes(time.data(), length);
+    });
   });
 }
 
@@ -89,15 +104,15 @@ uint32_t ZARV_SetDataHash(SignerInfoRecord* h, const std::vector<unsigned char>&
                           uint32_t replace) {
   if (!usable(h)) return ZARV_E_BAD_PARAMETER;
   return zarvGuarded([&] {
-    CvelString algorithm;
-    uint32_t r = algorithmWithNull(digestOid, algorithm);
+    CvelString digestAlgorithm;
+    uint32_t r = algorithm(digestOid, true, digestAlgorithm);
     if (r != ZARV_OK) return r;
-    ZarvBytes value;
-    r = CvelA1Node::primitive(kTagOctetString, digest.data(), digest.size()).appendTo(value);
-    if (r != ZARV_OK) return r;
-    h->signer->digestAlgorithm().moveFrom(algorithm);
-    return zarvAddAttribute(*h, ZarvAttributeKind::kSigned, kMessageDigestOid, value.data(), value.size(),
-                            replace == kReplace ? kReplace : 0);
+    h->signer.digestAlgorithm().moveFrom(digestAlgorithm);
+    return addWrittenAttribute(*h, kMessageDigestOid, cvelTlvSize(digest.size()), replace, kCvelErrMalformed,
+                               [&digest](CvelA1Writer& w) {
+                                 w.header(kTagOctetString, digest.size());
+                                 w.bytes(digest.data(), digest.size());
+                               });
   });
 }
 
@@ -114,16 +129,17 @@ uint32_t ZARV_SetSignerCertificate(SignerInfoRecord* h, const std::vector<unsign
     // convert still leaves the identifier of this certificate in the object.
     CvelString signerIdentifier;
     if (zarvBuildSignerIdentifier(*certificate, signerIdentifier) != ZARV_OK) return ZARV_E_OUT_OF_MEMORY;
-    h->signer->signerIdentifier().moveFrom(signerIdentifier);
+    h->signer.signerIdentifier().moveFrom(signerIdentifier);
     CvelString hashOid;
-    r = fromDotted(certHashOid.c_str(), hashOid, 1);
+    r = fromDottedElement(certHashOid.c_str(), hashOid);
     if (r != ZARV_OK) return r;
-    CvelString value;
-    if (zarvBuildSigningCertificateV2(*certificate, certHash, hashOid, value) != ZARV_OK) return ZARV_E_OUT_OF_MEMORY;
-    r = zarvAddAttribute(*h, ZarvAttributeKind::kSigned, kSigningCertificateV2Oid, value.data(), value.length(),
-                         kReplace);
+    const ZarvSigningCertificateV2 value(*certificate, certHash, hashOid);
+    // A value too large for one of the library's strings is refused as it always was.
+    if (value.size() >= CvelString::kViewCapacity - 1) return ZARV_E_OUT_OF_MEMORY;
+    r = addWrittenAttribute(*h, kSigningCertificateV2Oid, value.size(), kReplace, ZARV_E_OUT_OF_MEMORY,
+                            [&value](CvelA1Writer& w) { value.write(w); });
     if (r != ZARV_OK) return r;
-    h->signer->setSignerCertificate(std::move(certificate));
+    h->signer.setSignerCertificate(std::move(certificate));
     return ZARV_OK;
   });
 }
@@ -174,10 +190,10 @@ uint32_t ZARV_GetDTBS(SignerInfoRecord* h, std::vector<unsigned char>* out) {
     CvelString attributes;
     uint32_t r = zarvBuildAttributes(*map, zarvSignedAttributeOrder(), attributes);
     if (r != ZARV_OK) return r;
-    h->signer->signedAttributes().moveFrom(attributes);
+    h->signer.signedAttributes().moveFrom(attributes);
     // What the host signs is the SET form of the attributes.
     out->clear();
-    return CvelA1Node::primitive(kTagSet, h->signer->signedAttributes()).appendTo(*out);
+    return CvelA1Node::primitive(kTagSet, h->signer.signedAttributes()).appendTo(*out);
   });
 }
 
@@ -186,18 +202,15 @@ uint32_t ZARV_SetP1Signature(SignerInfoRecord* h, const std::string& signatureOi
   if (!usable(h)) return ZARV_E_BAD_PARAMETER;
   return zarvGuarded([&] {
     if (signature.size() >= CvelString::kViewCapacity - 1) return ZARV_E_BAD_PARAMETER;
-    CvelString oid;
-    uint32_t r = fromDotted(signatureOid.c_str(), oid, 1);
-    if (r != ZARV_OK) return r;
     // No parameters here, unlike the digest algorithms.
-    CvelString algorithm;
-    r = CvelA1Node::constructed(kTagSequence, {CvelA1Node::raw(oid)}).encode(algorithm);
+    CvelString signatureAlgorithm;
+    uint32_t r = algorithm(signatureOid, false, signatureAlgorithm);
     if (r != ZARV_OK) return r;
     CvelString value;
     r = value.assign(signature.data(), static_cast<uint32_t>(signature.size()));
     if (r != ZARV_OK) return r;
-    h->signer->signatureAlgorithm().moveFrom(algorithm);
-    h->signer->signatureValue().moveFrom(value);
+    h->signer.signatureAlgorithm().moveFrom(signatureAlgorithm);
+    h->signer.signatureValue().moveFrom(value);
     return ZARV_OK;
   });
 }
@@ -212,13 +225,18 @@ uint32_t ZARV_EncodeSignerInfo(SignerInfoRecord* h, std::vector<unsigned char>* 
       // Unsigned attributes are not covered by the signature and keep the dotted-type order.
       uint32_t r = zarvBuildAttributes(*map, ZarvAttributeOrder::kDottedType, attributes);
       if (r != ZARV_OK) return r;
-      h->signer->unsignedAttributes().moveFrom(attributes);
+      h->signer.unsignedAttributes().moveFrom(attributes);
     }
-    h->signer->setAttributeFlag(1);
-    CvelString encoded;
-    uint32_t r = h->signer->encode(encoded);
-    if (r != ZARV_OK) return r;
-    copyOut(encoded, *out);
+    h->signer.setAttributeFlag(1);
+    // Written straight into a vector of the final size, the one handed to the host: the same checks as
+    // encoding into a string first, and out is left alone when they fail.
+    const uint64_t total = h->signer.encodedSize();
+    if (total >= CvelString::kViewCapacity - 1) return kCvelErrNoMemory;
+    ZarvBytes encoded(static_cast<size_t>(total));
+    CvelA1Writer w(encoded.data(), total);
+    h->signer.write(w);
+    if (!w.complete()) return kCvelErrMalformed;
+    *out = std::move(encoded);
     return ZARV_OK;
   });
 }

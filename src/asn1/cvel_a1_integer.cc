@@ -50,6 +50,25 @@ CvelResult CvelA1Integer::encode(CvelString& out) {
   return encodeHeld(out);
 }
 
+uint64_t CvelA1Integer::writtenSize() const {
+  if (bytes_.isEmpty()) return 2 + valueOctets();
+  return static_cast<uint64_t>(kHeldHeaderOctets) + bytes_.length();
+}
+
+void CvelA1Integer::write(CvelA1Writer& w) const {
+  if (bytes_.isEmpty()) {
+    const uint32_t n = valueOctets();
+    w.byte(kTagInteger);
+    w.byte(static_cast<uint8_t>(n));
+    for (uint32_t i = 0; i < n; ++i) w.byte(static_cast<uint8_t>(value_ >> (8 * (n - 1 - i))));
+    return;
+  }
+  // One length octet whatever the count, as encodeHeld writes it.
+  w.byte(kTagInteger);
+  w.byte(static_cast<uint8_t>(bytes_.length()));
+  w.bytes(bytes_);
+}
+
 CvelResult CvelA1Integer::encodeHeld(CvelString& out) const {
   // Integer contents above 127 octets are not supported, by design: the length is written as one octet
   // holding the low eight bits of the count, so a longer content yields an element whose length octet does

@@ -8,7 +8,7 @@ namespace {
 constexpr uint32_t kMaxLengthOctets = 8;
 }
 
-uint32_t cvelLengthOfLength(uint64_t n) {
+uint32_t cvelLongLengthOfLength(uint64_t n) {
   if (n < kShortLengthLimit) return 1;
   uint32_t octets = 1;
   while (octets < kMaxLengthOctets && (n >> (8 * octets)) != 0) ++octets;
@@ -85,24 +85,9 @@ uint64_t cvelBitStringBits(const CvelString& content) {
   return whole < taken ? 0 : whole - taken;
 }
 
-void CvelA1Writer::header(uint8_t tag, uint64_t contentLength) {
+void CvelA1Writer::longHeader(uint8_t tag, uint64_t contentLength) {
   unsigned char buffer[1 + 1 + kMaxLengthOctets];
   buffer[0] = tag;
   uint32_t n = 1 + cvelWriteLength(contentLength, buffer + 1);
   bytes(buffer, n);
-}
-
-void CvelA1Writer::bytes(const void* src, uint64_t n) {
-  if (!ok_ || n > left_) {
-    ok_ = false;
-    return;
-  }
-  if (n == 0) return;
-  if (src == nullptr) {
-    ok_ = false;
-    return;
-  }
-  std::memcpy(at_, src, n);
-  at_ += n;
-  left_ -= n;
 }

@@ -4,13 +4,17 @@
 #define KOLVARI_ASN1_CVEL_A1_SIZE_H
 
 #include <cstdint>
+#include <cstring>
 
+#include "asn1/cvel_der.h"
 #include "asn1/cvel_non_copy_object.h"
 #include "asn1/cvel_result.h"
 #include "asn1/cvel_string.h"
 
-// Number of DER length octets for a content of n bytes (1 to 9).
-uint32_t cvelLengthOfLength(uint64_t n);
+// Number of DER length octets for a content of n bytes (1 to 9); the short form, nearly every element's,
+// is answered inline.
+uint32_t cvelLongLengthOfLength(uint64_t n);
+inline uint32_t cvelLengthOfLength(uint64_t n) { return n < kShortLengthLimit ? 1 : cvelLongLengthOfLength(n); }
 // Size of a whole element with one tag octet and a content of n bytes.
 inline uint64_t cvelTlvSize(uint64_t n) { return 1 + cvelLengthOfLength(n) + n; }
 // Writes the length octets of n at dst (room for cvelLengthOfLength(n) bytes); returns their number.
@@ -59,8 +63,32 @@ class CvelA1Writer {
   CvelA1Writer(unsigned char* dst, uint64_t room) : at_(dst), left_(room) {}
   explicit CvelA1Writer(CvelString& target) : at_(target.data()), left_(target.length()) {}
 
-  void header(uint8_t tag, uint64_t contentLength);
-  void bytes(const void* src, uint64_t n);
+  // Both are inline: an encoder calls them for every element it writes. A short-form header, the usual
+  // one, is written without the general length writer.
+  void header(uint8_t tag, uint64_t contentLength) {
+    if (contentLength < kShortLengthLimit && ok_ && left_ >= kShortHeader) {
+      at_[0] = tag;
+      at_[1] = static_cast<unsigned char>(contentLength);
+      at_ += kShortHeader;
+      left_ -= kShortHeader;
+      return;
+    }
+    longHeader(tag, contentLength);
+  }
+  void bytes(const void* src, uint64_t n) {
+    if (!ok_ || n > left_) {
+      ok_ = false;
+      return;
+    }
+    if (n == 0) return;
+    if (src == nullptr) {
+      ok_ = false;
+      return;
+    }
+    std::memcpy(at_, src, n);
+    at_ += n;
+    left_ -= n;
+  }
   void bytes(const CvelString& s) { bytes(s.data(), s.length()); }
   void byte(uint8_t b) { bytes(&b, 1); }
 
@@ -71,6 +99,11 @@ class CvelA1Writer {
   uint64_t left() const { return left_; }
 
  private:
+  // Tag and one length octet.
+  static constexpr uint64_t kShortHeader = 2;
+
+  void longHeader(uint8_t tag, uint64_t contentLength);
+
   unsigned char* at_;
   uint64_t left_;
   bool ok_ = true;

@@ -251,8 +251,11 @@ struct RegistryIndex {
   // skips the conversion.
   struct Converted {
     const char* dotted;
+    size_t dottedLength;
     std::string content;
     uint32_t held;
+    // The whole element as fromDotted writes it with the tag, lent out by fromDottedElement.
+    std::string element;
   };
 
   std::vector<Entry> byDer;
@@ -267,6 +270,20 @@ struct RegistryIndex {
     for (char c : der) h = (h ^ static_cast<unsigned char>(c)) * 16777619u;
     return h;
   }
+
+  // The dotted texts share long prefixes and differ at their ends: the length and the last eight characters
+  // tell them apart well enough, without a pass over the whole text on every signer's lookups.
+  static uint32_t dottedHash(std::string_view text) {
+    uint64_t tail = 0;
+    const size_t take = std::min(text.size(), sizeof tail);
+    if (take != 0) std::memcpy(&tail, text.data() + text.size() - take, take);
+    // Two rounds, so that the last characters reach the low bits the table's mask keeps.
+    uint64_t x = (tail ^ text.size()) * kMixer;
+    x ^= x >> kMixerShift;
+    return static_cast<uint32_t>((x * kMixer) >> kMixerShift);
+  }
+  static constexpr uint64_t kMixer = 0x9E3779B97F4A7C15u;  // 2^64 / golden ratio
+  static constexpr int kMixerShift = 32;
 
   RegistryIndex() {
     for (const RegistryRow& row : kRegistry) byDer.push_back({registryDer(row.dotted), row.kind, row.dotted});
@@ -311,11 +328,15 @@ struct RegistryIndex {
 
   void convertAhead(const char* dotted) {
     FirstArcState state;
-    Converted c{dotted, std::string(), 0};
+    Converted c{dotted, std::strlen(dotted), std::string(), 0, std::string()};
     convertDotted(dotted, state, c.content);
     if (state.set) return;  // a single arc leaves the state set for the next conversion: never skipped
     c.held = state.held;
-    uint32_t slot = hash(dotted) & (kSlots - 1);
+    CvelString element;
+    if (wrap(c.content.data(), static_cast<uint32_t>(c.content.size()), kTagOid, element) == kCvelOk) {
+      c.element.assign(reinterpret_cast<const char*>(element.data()), element.length());
+    }
+    uint32_t slot = dottedHash(dotted) & (kSlots - 1);
     while (dottedSlots[slot] != kEmptySlot) {
       if (std::strcmp(converted[static_cast<size_t>(dottedSlots[slot])].dotted, dotted) == 0) return;
       slot = (slot + 1) & (kSlots - 1);
@@ -327,9 +348,10 @@ struct RegistryIndex {
   // The conversion of a text converted ahead, or null for any other text.
   const Converted* findConverted(const char* dotted) const {
     const std::string_view text(dotted);
-    for (uint32_t slot = hash(text) & (kSlots - 1); dottedSlots[slot] != kEmptySlot; slot = (slot + 1) & (kSlots - 1)) {
+    for (uint32_t slot = dottedHash(text) & (kSlots - 1); dottedSlots[slot] != kEmptySlot;
+         slot = (slot + 1) & (kSlots - 1)) {
       const Converted& c = converted[static_cast<size_t>(dottedSlots[slot])];
-      if (text == c.dotted) return &c;
+      if (c.dottedLength == text.size() && std::memcmp(c.dotted, text.data(), text.size()) == 0) return &c;
     }
     return nullptr;
   }
@@ -423,18 +445,33 @@ void convertDotted(const char* text, FirstArcState& state, std::string& content)
   }
 }
 
+// A registry identifier converts as it did when the registry was built; the shared first-arc state is left
+// as that conversion leaves it.
+const RegistryIndex::Converted* convertedAhead(const char* text) {
+  const RegistryIndex::Converted* c = registry().findConverted(text);
+  if (c != nullptr) {
+    gFirstArc.held = c->held;
+    gFirstArc.set = false;
+  }
+  return c;
+}
+
 }  // namespace
+
+CvelResult fromDottedElement(const char* text, CvelString& out) {
+  if (text == nullptr) return 0;
+  const RegistryIndex::Converted* c = convertedAhead(text);
+  // Any other text takes fromDotted's path, which looks it up again and leaves the state as it would alone.
+  if (c == nullptr || c->element.empty()) return fromDotted(text, out, 1);
+  return out.setView(c->element.data(), c->element.size());
+}
 
 CvelResult fromDotted(const char* text, CvelString& out, int withTag) {
   if (text == nullptr) return 0;
   std::string content;
   const std::string* known = nullptr;
-  if (const RegistryIndex::Converted* c = registry().findConverted(text)) {
-    // A registry identifier converts as it did when the registry was built; the shared first-arc state is
-    // left as that conversion leaves it.
+  if (const RegistryIndex::Converted* c = convertedAhead(text)) {
     known = &c->content;
-    gFirstArc.held = c->held;
-    gFirstArc.set = false;
   } else {
     convertDotted(text, gFirstArc, content);
     known = &content;

@@ -52,6 +52,11 @@ inline constexpr uint32_t kOidRegistrySize = 149;
 // of value zero is not written, so 128 gives the single octet 0x81: hosts rely on this exact conversion.
 // The first arc is kept in process-wide state: the converter must not run on two threads at once.
 CvelResult fromDotted(const char* text, CvelString& out, int withTag);
+// fromDotted with withTag 1, except that for a text the registry converted ahead out becomes a view of the
+// element the registry keeps for the life of the process: the identifiers every signer names then cost no
+// block of their own. Same results and the same first-arc state as fromDotted; other texts are converted
+// into an owned string.
+CvelResult fromDottedElement(const char* text, CvelString& out);
 
 // The registry kind of a DER OBJECT IDENTIFIER element; -1 when unknown or not an identifier, 0 for an
 // empty string.

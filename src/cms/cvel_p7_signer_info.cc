@@ -41,40 +41,36 @@ CvelP7SignerInfo::CvelP7SignerInfo() : timeStamps_(new CvelTSPResponses()) {}
 CvelP7SignerInfo::~CvelP7SignerInfo() = default;
 
 CvelResult CvelP7SignerInfo::encode(CvelString& out) const {
-  // The version object stays as it is: encode a value copy of it.
-  CvelA1Integer version;
-  if (version_.bytes().isEmpty())
-    version.setValue(version_.value());
-  else
-    version.setBytes(version_.bytes().data(), version_.bytes().length());
-  CvelString versionDer;
-  CvelResult r = version.encode(versionDer);
-  if (r != kCvelOk) return r;
+  return cvelWriteExactly(encodedSize(), out, [this](CvelA1Writer& w) { write(w); });
+}
 
-  // Sizes first, then one block written once.
-  const bool withSigned = !signedAttributes_.isEmpty();
-  const bool withUnsigned = !unsignedAttributes_.isEmpty();
-  uint64_t content = static_cast<uint64_t>(versionDer.length()) + signerIdentifier_.length() +
-                     digestAlgorithm_.length() + signatureAlgorithm_.length() + cvelTlvSize(signatureValue_.length());
-  if (withSigned) content += cvelTlvSize(signedAttributes_.length());
-  if (withUnsigned) content += cvelTlvSize(unsignedAttributes_.length());
-  return cvelWriteExactly(cvelTlvSize(content), out, [&](CvelA1Writer& w) {
-    w.header(kTagSequence, content);
-    w.bytes(versionDer);
-    w.bytes(signerIdentifier_);
-    w.bytes(digestAlgorithm_);
-    if (withSigned) {
-      w.header(kTagContext0, signedAttributes_.length());
-      w.bytes(signedAttributes_);
-    }
-    w.bytes(signatureAlgorithm_);
-    w.header(kTagOctetString, signatureValue_.length());
-    w.bytes(signatureValue_);
-    if (withUnsigned) {
-      w.header(kTagContext1, unsignedAttributes_.length());
-      w.bytes(unsignedAttributes_);
-    }
-  });
+uint64_t CvelP7SignerInfo::contentSize() const {
+  uint64_t content = version_.writtenSize() + signerIdentifier_.length() + digestAlgorithm_.length() +
+                     signatureAlgorithm_.length() + cvelTlvSize(signatureValue_.length());
+  if (!signedAttributes_.isEmpty()) content += cvelTlvSize(signedAttributes_.length());
+  if (!unsignedAttributes_.isEmpty()) content += cvelTlvSize(unsignedAttributes_.length());
+  return content;
+}
+
+uint64_t CvelP7SignerInfo::encodedSize() const { return cvelTlvSize(contentSize()); }
+
+// Fields never set are empty strings and write nothing; the attribute sets are left out when empty.
+void CvelP7SignerInfo::write(CvelA1Writer& w) const {
+  w.header(kTagSequence, contentSize());
+  version_.write(w);
+  w.bytes(signerIdentifier_);
+  w.bytes(digestAlgorithm_);
+  if (!signedAttributes_.isEmpty()) {
+    w.header(kTagContext0, signedAttributes_.length());
+    w.bytes(signedAttributes_);
+  }
+  w.bytes(signatureAlgorithm_);
+  w.header(kTagOctetString, signatureValue_.length());
+  w.bytes(signatureValue_);
+  if (!unsignedAttributes_.isEmpty()) {
+    w.header(kTagContext1, unsignedAttributes_.length());
+    w.bytes(unsignedAttributes_);
+  }
 }
 
 CvelResult CvelP7SignerInfo::decode(CvelA1Input& in, CvelA1StreamCursor& cursor) {

@@ -83,6 +83,24 @@ TEST_F(SignerInfoTest, EachValueIsAnAttributeOfItsOwnInDottedTextOrder) {
   EXPECT_EQ(dtbs(), "3181A1" + kContentTypeData + messageDigest('1') + kSigningTime13 + kEnvironment);
 }
 
+TEST_F(SignerInfoTest, ManyReplacementsKeepOnlyTheLastValueBesideTheOthers) {
+  // Replaced values leave their octets behind until the table is compacted; whatever that moves, the set
+  // keeps the current values of every type in dotted-text order.
+  ASSERT_EQ(ZARV_SetSigningTime(h_, "240101120000Z"), ZARV_OK);
+  for (int i = 0; i < 40; ++i) {
+    ASSERT_EQ(ZARV_SetDataHash(h_, Bytes(32, static_cast<unsigned char>(i)), kSha256, 1), ZARV_OK);
+    ASSERT_EQ(ZARV_SetSignatureCreationEnvironment(h_, "host", std::to_string(i), 1), ZARV_OK);
+  }
+  ASSERT_EQ(ZARV_SetDataHash(h_, Bytes(32, 0x11), kSha256, 1), ZARV_OK);
+  ASSERT_EQ(ZARV_SetSignatureCreationEnvironment(h_, "host", "1.0", 1), ZARV_OK);
+  // 26 + 49 + 30 + 56 = 161 in 31 81 A1, as in the replacement above.
+  EXPECT_EQ(dtbs(), "3181A1" + kContentTypeData + messageDigest('1') + kSigningTime13 + kEnvironment);
+  // A second value of a type after all that goes behind the first: 161 + 49 = 210 in 31 81 D2.
+  ASSERT_EQ(ZARV_SetDataHash(h_, Bytes(32, 0x33), kSha256, 0), ZARV_OK);
+  EXPECT_EQ(dtbs(), "3181D2" + kContentTypeData + messageDigest('1') + messageDigest('3') + kSigningTime13 +
+                        kEnvironment);
+}
+
 TEST_F(SignerInfoTest, SigningTimeLengthIsCountedModulo256) {
   const std::string time13 = "240101120000Z";
   EXPECT_EQ(ZARV_SetSigningTime(h_, time13 + std::string(256, 'x')), ZARV_OK);

@@ -6,6 +6,7 @@
 #include <tuple>
 
 #include "asn1/cvel_a1_input.h"
+#include "asn1/cvel_a1_size.h"
 #include "asn1/cvel_a1_stream_cursor.h"
 #include "support/test_util.h"
 
@@ -45,6 +46,29 @@ TEST(CvelA1Integer, HeldOctetsGoBehindOneLengthOctetWhileTheSizeFollowsDer) {
     std::string content;
     for (uint32_t i = 0; i < n; ++i) content += "81";
     EXPECT_EQ(toHex(out), std::string("02") + lengthOctet + content) << n;
+  }
+}
+
+TEST(CvelA1Integer, WriteGivesEncodesBytesAndLeavesTheIntegerAsItWas) {
+  // Encoders that size first write the INTEGER into their own buffer: the same octets as encode, held
+  // octets behind one length octet included (300 gives 2C), and nothing kept afterwards.
+  const testutil::Bytes octets(300, 0x81);
+  std::string held300 = "022C";
+  for (int i = 0; i < 300; ++i) held300 += "81";
+  const std::tuple<uint32_t, uint32_t, std::string> cases[] = {
+      {0, 0, "020100"}, {128, 0, "020180"}, {0x12345678, 0, "020412345678"}, {7, 3, "0203818181"},
+      {7, 300, held300}};
+  for (const auto& [value, held, der] : cases) {
+    CvelA1Integer i(value);
+    if (held != 0) {
+      ASSERT_EQ(i.setBytes(octets.data(), held), kCvelOk);
+    }
+    testutil::Bytes buffer(i.writtenSize());
+    CvelA1Writer w(buffer.data(), buffer.size());
+    i.write(w);
+    EXPECT_TRUE(w.complete()) << value << " " << held;
+    EXPECT_EQ(toHex(buffer), der) << value << " " << held;
+    EXPECT_EQ(i.bytes().length(), held) << value;  // write keeps nothing, unlike encode
   }
 }
 

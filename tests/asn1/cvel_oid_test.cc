@@ -41,6 +41,28 @@ TEST(CvelOid, DottedTextToDer) {
   EXPECT_EQ(testutil::toHex(out), "55");
 }
 
+TEST(CvelOid, ElementConversionLendsTheRegistrysElementAndConvertsAnyOtherText) {
+  // The same element as fromDotted with the tag: texts converted ahead come back as views that need no
+  // block, others as owned strings; the expected octets are the ones of the case above.
+  const std::tuple<const char*, bool, const char*> cases[] = {
+      {"1.2.840.113549.1.9.16.2.47", true, "060B2A864886F70D010910022F"},
+      {"2.16.840.1.101.3.4.2.1", true, "0609608648016503040201"},
+      {"1.2.840.10045.4.3.2", true, "06082A8648CE3D040302"},
+      {"1.2.128", false, "06022A81"},   // the converter's own octets, not standard base 128
+      {"1..3", false, "06022803"}};
+  for (const auto& [text, lent, der] : cases) {
+    CvelString out;
+    EXPECT_EQ(fromDottedElement(text, out), kCvelOk) << text;
+    EXPECT_EQ(testutil::toHex(out), der) << text;
+    EXPECT_EQ(out.isView(), lent) << text;
+  }
+  // No octet produced: 0 and the output left alone, as fromDotted does.
+  CvelString out;
+  ASSERT_EQ(out.assign("keep"), kCvelOk);
+  for (const char* text : {"", "1", static_cast<const char*>(nullptr)}) EXPECT_EQ(fromDottedElement(text, out), 0u);
+  EXPECT_STREQ(out.c_str(), "keep");
+}
+
 TEST(CvelOid, RegistrySampleMatchesOpensslEncoding) {
   // Rows from every range, and from the groups matched on their content octets.
   const std::pair<int32_t, const char*> sample[] = {
