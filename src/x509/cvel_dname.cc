@@ -47,18 +47,28 @@ CvelResult addSet(CvelDName& name, const CvelString& der, const CvelA1Context& s
   return kCvelOk;
 }
 
-// The attributes the parse below will meet, SETs and SEQUENCEs read the same way, so that they are made in
-// one block.
-uint32_t countAttributes(const CvelString& der, const CvelA1Context& nameElement) {
+// The attributes the parse below will meet, SETs and SEQUENCEs read the same way, counted so that they are
+// made in one block. The cursors of the first few are kept: a name of up to that many attributes (nearly
+// every one) is then parsed from them without being walked a second time.
+struct AttributeCursors {
+  static constexpr uint32_t kKept = 16;
+  CvelA1Context at[kKept];
   uint32_t count = 0;
+
+  bool complete() const { return count <= kKept; }
+};
+
+void findAttributes(const CvelString& der, const CvelA1Context& nameElement, AttributeCursors& found) {
   CvelA1Context set;
   set = nameElement;
   while (set.next(der) == kTagSet) {
     CvelA1Context child;
     child = set;
-    while (child.next(der) == kTagSequence) ++count;
+    while (child.next(der) == kTagSequence) {
+      if (found.count < AttributeCursors::kKept) found.at[found.count].copyState(child);
+      ++found.count;
+    }
   }
-  return count;
 }
 
 }  // namespace
@@ -123,13 +133,23 @@ CvelResult CvelDName::parse(const CvelString& der, CvelA1Context* reader, CvelKe
   // An empty Name (no RDN at all) is not a name.
   if (set.next(der) != kTagSet) return 0;
   uint32_t added = 0;
-  uint32_t left = countAttributes(der, nameElement);
+  AttributeCursors found;
+  findAttributes(der, nameElement, found);
+  uint32_t left = found.count;
   CvelRDName* block = makeElements(left);
   if (block == nullptr) left = 0;
-  do {
-    CvelResult r = addSet(*this, der, set, keep, added, block, left);
-    if (r != kCvelOk) return r;
-  } while (set.next(der) == kTagSet);
+  if (found.complete()) {
+    // The same attributes in the same order as the walk below would meet them.
+    for (uint32_t i = 0; i < found.count; ++i, ++added) {
+      CvelResult r = addAttribute(*this, der, found.at[i], keep, block, left);
+      if (r != kCvelOk) return r;
+    }
+  } else {
+    do {
+      CvelResult r = addSet(*this, der, set, keep, added, block, left);
+      if (r != kCvelOk) return r;
+    } while (set.next(der) == kTagSet);
+  }
 
   if (added == 0) return 0;
   return nameElement.takeElement(der, encoded_, keep);

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <string>
+
 #include "asn1/cvel_a1_context.h"
 #include "support/test_util.h"
 
@@ -31,6 +34,58 @@ TEST(CvelDName, ParseResults) {
     EXPECT_EQ(name.parse(der), c.result) << c.der;  // the same object: every parse starts empty
     EXPECT_EQ(name.size(), c.size) << c.der;
     EXPECT_EQ(toHex(name.encoded()), c.result == kCvelOk ? toHex(der) : "") << c.der;
+  }
+}
+
+// SEQUENCE { the given RDNs }, with a short, one-octet or two-octet length as the content needs.
+std::string nameOf(const std::string& rdns) {
+  const size_t n = rdns.size() / 2;
+  char header[32];
+  if (n < 0x80) {
+    std::snprintf(header, sizeof header, "30%02zX", n);
+  } else if (n < 0x100) {
+    std::snprintf(header, sizeof header, "3081%02zX", n);
+  } else {
+    std::snprintf(header, sizeof header, "3082%04zX", n);
+  }
+  return header + rdns;
+}
+
+// SET { SEQUENCE { OID 2.5.4.3, UTF8String of one letter } }: 12 octets.
+std::string commonName(int i) {
+  char rdn[32];
+  std::snprintf(rdn, sizeof rdn, "310A300806035504030C01%02X", 0x41 + i);
+  return rdn;
+}
+
+TEST(CvelDName, LongNamesParseAsShortOnesDo) {
+  // Sixteen attributes and fewer are read from the cursors the count kept; more take a second walk. An
+  // attribute without OID (SET { SEQUENCE { INTEGER } }) stops either with what came before it kept.
+  const std::string bad = "31053003020105";
+  const struct { int before; bool broken; int after; CvelResult result; uint32_t size; } cases[] = {
+      {16, false, 0, kCvelOk, 16}, {17, false, 0, kCvelOk, 17}, {40, false, 0, kCvelOk, 40},
+      {3, true, 20, kCvelErrMalformed, 3}, {17, true, 2, kCvelErrMalformed, 17}, {15, true, 0, kCvelErrMalformed, 15},
+  };
+  for (const auto& c : cases) {
+    std::string rdns;
+    for (int i = 0; i < c.before; ++i) rdns += commonName(i);
+    if (c.broken) rdns += bad;
+    for (int i = 0; i < c.after; ++i) rdns += commonName(c.before + i);
+    CvelString der;
+    assignHex(der, nameOf(rdns));
+    for (CvelKeep keep : {CvelKeep::kCopy, CvelKeep::kView}) {
+      SCOPED_TRACE(std::to_string(c.before) + (c.broken ? " broken " : " ") + std::to_string(c.after));
+      CvelDName name;
+      EXPECT_EQ(name.parse(der, nullptr, keep), c.result);
+      ASSERT_EQ(name.size(), c.size);
+      for (uint32_t i = 0; i < name.size(); ++i) {
+        CvelRDName* entry = nullptr;
+        ASSERT_EQ(name.get(i, entry), kCvelOk);
+        EXPECT_EQ(toHex(entry->type()), "0603550403");
+        EXPECT_EQ(entry->value().length(), 3u);
+        EXPECT_EQ(entry->value().data()[2], 0x41 + i);
+      }
+    }
   }
 }
 
