@@ -95,9 +95,9 @@ void CvelCertificate::releaseSlices() {
 CvelResult CvelCertificate::parse(const void* bytes, uint32_t n) {
   // New bytes start out as a fresh certificate would: parse() itself sets the version only when it meets one.
   version_ = 1;
-  releaseSlices();
-  CvelResult r = encoded_.assign(bytes, n);
-  if (r != kCvelOk) return kNotParsed;
+  // parse() forgets every view into the previous DER before it reads; a copy that fails (its old buffer
+  // already freed) leaves nothing to read, and parse() then forgets them all the same.
+  if (encoded_.assign(bytes, n) != kCvelOk) encoded_.release();
   return parse();
 }
 
