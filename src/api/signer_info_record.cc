@@ -164,10 +164,9 @@ void ZarvAttributeMap::compactWhenMostlyWaste() {
 
 uint32_t zarvAddAttribute(SignerInfoRecord& record, ZarvAttributeKind kind, std::string_view oid,
                           const unsigned char* value, size_t length, uint32_t replace) {
-  ZarvAttributeMap* map = record.table(kind);
-  if (map == nullptr) return ZARV_E_NO_ATTRIBUTE_TABLE;
-  map->add(oid, length, replace == kReplace, [value, length](CvelA1Writer& w) { w.bytes(value, length); });
-  return ZARV_OK;
+  const bool added = record.table(kind).add(oid, length, replace == kReplace,
+                                            [value, length](CvelA1Writer& w) { w.bytes(value, length); });
+  return added ? ZARV_OK : ZARV_E_NOT_STORED;
 }
 
 ZarvAttributeOrder zarvSignedAttributeOrder() {

@@ -105,9 +105,8 @@ struct SignerInfoRecord {
   ZarvAttributeMap signedAttributes;
   ZarvAttributeMap unsignedAttributes;
 
-  // The table for the kind; callers still answer a missing one with ZARV_E_NO_ATTRIBUTE_TABLE.
-  ZarvAttributeMap* table(ZarvAttributeKind kind) {
-    return kind == ZarvAttributeKind::kSigned ? &signedAttributes : &unsignedAttributes;
+  ZarvAttributeMap& table(ZarvAttributeKind kind) {
+    return kind == ZarvAttributeKind::kSigned ? signedAttributes : unsignedAttributes;
   }
 };
 

@@ -55,9 +55,7 @@ uint32_t algorithm(const std::string& dotted, bool withNull, CvelString& out) {
 template <typename Fill>
 uint32_t addWrittenAttribute(SignerInfoRecord& h, std::string_view oid, uint64_t length, uint32_t replace,
                              uint32_t incomplete, Fill&& fill) {
-  ZarvAttributeMap* map = h.table(ZarvAttributeKind::kSigned);
-  if (map == nullptr) return ZARV_E_NO_ATTRIBUTE_TABLE;
-  return map->add(oid, static_cast<size_t>(length), replace == kReplace, fill) ? ZARV_OK : incomplete;
+  return h.signedAttributes.add(oid, static_cast<size_t>(length), replace == kReplace, fill) ? ZARV_OK : incomplete;
 }
 
 uint32_t setContentType(SignerInfoRecord& h, const std::vector<unsigned char>& derOid) {
@@ -180,15 +178,14 @@ uint32_t ZARV_AddUnsignedAttribute(SignerInfoRecord* h, const std::string& oid,
 uint32_t ZARV_GetDTBS(SignerInfoRecord* h, std::vector<unsigned char>* out) {
   if (!usable(h) || out == nullptr) return ZARV_E_BAD_PARAMETER;
   return zarvGuarded([&] {
-    ZarvAttributeMap* map = h->table(ZarvAttributeKind::kSigned);
-    if (map == nullptr) return ZARV_E_NO_ATTRIBUTE_TABLE;
-    if (!map->contains(kContentTypeOid)) {
+    const ZarvAttributeMap& map = h->signedAttributes;
+    if (!map.contains(kContentTypeOid)) {
       uint32_t r = setContentType(*h, {});
       if (r != ZARV_OK) return r;
     }
     // The order is fixed here; the SignerInfo encodes these same bytes as its [0] set later.
     CvelString attributes;
-    uint32_t r = zarvBuildAttributes(*map, zarvSignedAttributeOrder(), attributes);
+    uint32_t r = zarvBuildAttributes(map, zarvSignedAttributeOrder(), attributes);
     if (r != ZARV_OK) return r;
     h->signer.signedAttributes().moveFrom(attributes);
     // What the host signs is the SET form of the attributes.
@@ -218,12 +215,11 @@ uint32_t ZARV_SetP1Signature(SignerInfoRecord* h, const std::string& signatureOi
 uint32_t ZARV_EncodeSignerInfo(SignerInfoRecord* h, std::vector<unsigned char>* out) {
   if (!usable(h) || out == nullptr) return ZARV_E_BAD_PARAMETER;
   return zarvGuarded([&] {
-    ZarvAttributeMap* map = h->table(ZarvAttributeKind::kUnsigned);
-    if (map == nullptr) return ZARV_E_NO_ATTRIBUTE_TABLE;
-    if (!map->empty()) {
+    const ZarvAttributeMap& map = h->unsignedAttributes;
+    if (!map.empty()) {
       CvelString attributes;
       // Unsigned attributes are not covered by the signature and keep the dotted-type order.
-      uint32_t r = zarvBuildAttributes(*map, ZarvAttributeOrder::kDottedType, attributes);
+      uint32_t r = zarvBuildAttributes(map, ZarvAttributeOrder::kDottedType, attributes);
       if (r != ZARV_OK) return r;
       h->signer.unsignedAttributes().moveFrom(attributes);
     }

@@ -38,11 +38,16 @@ int64_t CvelA1Integer::encodedSize() const {
   return static_cast<int64_t>(cvelTlvSize(bytes_.length()));
 }
 
+uint32_t CvelA1Integer::valueContent(unsigned char* content) const {
+  const uint32_t n = valueOctets();
+  for (uint32_t i = 0; i < n; ++i) content[i] = static_cast<unsigned char>(value_ >> (8 * (n - 1 - i)));
+  return n;
+}
+
 CvelResult CvelA1Integer::encode(CvelString& out) {
   if (bytes_.isEmpty()) {
-    uint32_t n = valueOctets();
     unsigned char content[kValueOctets];
-    for (uint32_t i = 0; i < n; ++i) content[i] = static_cast<unsigned char>(value_ >> (8 * (n - 1 - i)));
+    const uint32_t n = valueContent(content);
     CvelResult r = wrap(content, n, kTagInteger, out);
     if (r != kCvelOk) return r;
     return bytes_.assign(content, n);
@@ -57,10 +62,10 @@ uint64_t CvelA1Integer::writtenSize() const {
 
 void CvelA1Integer::write(CvelA1Writer& w) const {
   if (bytes_.isEmpty()) {
-    const uint32_t n = valueOctets();
-    w.byte(kTagInteger);
-    w.byte(static_cast<uint8_t>(n));
-    for (uint32_t i = 0; i < n; ++i) w.byte(static_cast<uint8_t>(value_ >> (8 * (n - 1 - i))));
+    unsigned char content[kValueOctets];
+    const uint32_t n = valueContent(content);
+    w.header(kTagInteger, n);
+    w.bytes(content, n);
     return;
   }
   // One length octet whatever the count, as encodeHeld writes it.

@@ -53,6 +53,8 @@ class CvelA1Integer {
 
  private:
   uint32_t valueOctets() const;
+  // The value's octets, big-endian in the fewest octets, into content (room for four); returns their number.
+  uint32_t valueContent(unsigned char* content) const;
   CvelResult encodeHeld(CvelString& out) const;
 
   CvelString bytes_;

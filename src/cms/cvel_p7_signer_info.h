@@ -110,9 +110,6 @@ class CvelP7SignerInfos : public CvelManagedArray<CvelP7SignerInfo>, public Cvel
   // The concatenated SignerInfo encodings in order, without the enclosing SET. kCvelErrMalformed when one
   // cannot be written.
   CvelResult encode(CvelString& out) const;
-  // What encode writes, for a caller that keeps the bytes in a buffer of its own: the size, then the writing.
-  uint64_t encodedSize() const;
-  void write(CvelA1Writer& w) const;
   // Reads the SET the cursor has just read: one SignerInfo per SEQUENCE, up to the end of the SET or the
   // first member that is not a SEQUENCE. kEmpty for a SET without content or whose first member is not a
   // SEQUENCE; kCvelErrMalformed when a SignerInfo fails; kCvelErrNoMemory when one cannot be made.
