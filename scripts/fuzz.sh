@@ -65,9 +65,17 @@ run_target() {
   mkdir -p "$work/$t" "$root/fuzz/crashes/$t" "$root/fuzz/corpus/$t"
   cp -r "$root/fuzz/corpus/$t/." "$work/$t/" 2> /dev/null || true
   local result=ok
+  touch "$work/$t.started"
   if ! "$build/bin/$t" -max_total_time="$seconds" -print_final_stats=1 -dict="$dict" \
        -artifact_prefix="$root/fuzz/crashes/$t/" "$work/$t" > "$work/$t.log" 2>&1; then
-    result="finding saved in fuzz/crashes/$t/"
+    # A run stopped from outside (Ctrl-C, a signal) also ends non-zero but writes no reproducer.
+    local saved
+    saved=$(find "$root/fuzz/crashes/$t" -type f -newer "$work/$t.started" | head -n 1)
+    if [ -n "$saved" ]; then
+      result="finding saved in fuzz/crashes/$t/$(basename "$saved")"
+    else
+      result="stopped early, nothing saved"
+    fi
   fi
   # Only inputs that reach code the seeds do not are kept (edges, not hit counts, so the seeds stay few).
   "$build/bin/$t" -merge=1 -use_counters=0 "$root/fuzz/corpus/$t" "$work/$t" > "$work/$t.merge.log" 2>&1 || true
