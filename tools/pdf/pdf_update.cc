@@ -15,7 +15,8 @@ namespace {
 
 constexpr char kPdfHeader[] = "%PDF-";
 constexpr char kStartXref[] = "startxref";
-constexpr size_t kTailWindow = 1024;       // startxref sits within the last kilobyte of a PDF
+// %%EOF sits within the last kilobyte of a PDF; readers look a little further back for the startxref before it.
+constexpr size_t kTailWindow = 1024 + 30;
 constexpr int kWidgetFlags = 132;          // Print (4) | Locked (128)
 constexpr int kSigFlags = 3;               // SignaturesExist | AppendOnly
 constexpr size_t kByteRangeDigits = 10;    // each /ByteRange number is written in a fixed-width slot
@@ -24,6 +25,16 @@ constexpr size_t kMaxInput = 1000000000;
 constexpr char kEncrypted[] = "the PDF is encrypted; sign it before encrypting it, or decrypt it first";
 
 bool isPdfSpace(unsigned char c) { return c == ' ' || c == '\n' || c == '\r' || c == '\t' || c == '\f' || c == 0; }
+
+// The characters that end a PDF token without being part of it.
+bool isPdfDelimiter(unsigned char c) {
+  return c == '(' || c == ')' || c == '<' || c == '>' || c == '[' || c == ']' || c == '{' || c == '}' || c == '/' ||
+         c == '%';
+}
+
+bool endsToken(const Bytes& data, size_t i) {
+  return i == data.size() || isPdfSpace(data[i]) || isPdfDelimiter(data[i]);
+}
 
 std::string numberText(double value) {
   char text[32];
@@ -315,20 +326,40 @@ bool beginsWithHeader(const Bytes& data) {
          data[n + 1] == '.' && digit(n + 2);
 }
 
-// The whole number after a startxref keyword, when it is one and points into the file.
-bool readOffsetAfter(const Bytes& data, size_t i, size_t& offset) {
-  if (i == data.size() || !isPdfSpace(data[i])) return false;  // "startxref5" is one word, not the keyword
-  while (i < data.size() && isPdfSpace(data[i])) ++i;
+// What follows a startxref keyword, read as a reader's tokenizer reads it: the keyword must be a word of its
+// own, white space and comments are passed over, and the next token must be an integer (a sign allowed),
+// ended by white space, a delimiter or the end of the data.
+enum class StartXref { kNotInteger, kInteger, kIntegerOutOfFile };
+
+StartXref readOffsetAfter(const Bytes& data, size_t i, size_t& offset) {
+  if (!endsToken(data, i)) return StartXref::kNotInteger;  // "startxref5" is one word, not the keyword
+  while (i < data.size()) {
+    if (isPdfSpace(data[i])) {
+      ++i;
+    } else if (data[i] == '%') {
+      while (i < data.size() && data[i] != '\n' && data[i] != '\r') ++i;
+    } else {
+      break;
+    }
+  }
+  bool negative = false;
+  if (i < data.size() && (data[i] == '+' || data[i] == '-')) negative = data[i++] == '-';
   constexpr size_t kMaxDigits = 19;
   size_t digits = 0;
   unsigned long long value = 0;
+  bool tooLong = false;
   for (; i < data.size() && data[i] >= '0' && data[i] <= '9'; ++i) {
-    if (++digits > kMaxDigits) return false;
-    value = value * 10 + static_cast<unsigned>(data[i] - '0');
+    if (++digits > kMaxDigits) {
+      tooLong = true;
+    } else {
+      value = value * 10 + static_cast<unsigned>(data[i] - '0');
+    }
   }
-  if (digits == 0 || value >= data.size() || (i < data.size() && !isPdfSpace(data[i]))) return false;
+  if (digits == 0 || !endsToken(data, i)) return StartXref::kNotInteger;
+  // An integer token that names no offset in the file: readers take it all the same, and fail on it.
+  if (tooLong || (negative && value != 0) || value >= data.size()) return StartXref::kIntegerOutOfFile;
   offset = static_cast<size_t>(value);
-  return true;
+  return StartXref::kInteger;
 }
 
 size_t findText(const Bytes& data, const std::string& text, size_t from) {
@@ -341,15 +372,17 @@ size_t findText(const Bytes& data, const std::string& text, size_t from) {
 bool findLastCrossReference(const Bytes& data, size_t& offset, bool& isTable) {
   const size_t from = data.size() > kTailWindow ? data.size() - kTailWindow : 0;
   const std::string keyword = kStartXref;
-  // The last keyword followed by a whole number is the one readers take: a keyword whose number runs into
-  // other characters is passed over, as they pass it over.
+  // The last keyword followed by an integer is the one readers take: a keyword followed by anything else
+  // (a number that runs into other characters, a real) is passed over, as they pass it over.
   std::vector<size_t> found;
   for (size_t next = findText(data, keyword, from); next != std::string::npos;
        next = findText(data, keyword, next + 1)) {
     found.push_back(next);
   }
   for (auto at = found.rbegin(); at != found.rend(); ++at) {
-    if (readOffsetAfter(data, *at + keyword.size(), offset)) {
+    const StartXref read = readOffsetAfter(data, *at + keyword.size(), offset);
+    if (read == StartXref::kIntegerOutOfFile) return false;  // the one readers take, and it points nowhere
+    if (read == StartXref::kInteger) {
       size_t start = offset;
       while (start < data.size() && isPdfSpace(data[start])) ++start;
       const std::string xref = "xref";
