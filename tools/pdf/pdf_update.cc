@@ -26,6 +26,9 @@ constexpr char kEncrypted[] = "the PDF is encrypted; sign it before encrypting i
 
 bool isPdfSpace(unsigned char c) { return c == ' ' || c == '\n' || c == '\r' || c == '\t' || c == '\f' || c == 0; }
 
+// White space as the reader of the input (qpdf) takes it between tokens: a vertical tab as well.
+bool isReaderSpace(unsigned char c) { return isPdfSpace(c) || c == '\v'; }
+
 // The characters that end a PDF token without being part of it.
 bool isPdfDelimiter(unsigned char c) {
   return c == '(' || c == ')' || c == '<' || c == '>' || c == '[' || c == ']' || c == '{' || c == '}' || c == '/' ||
@@ -33,7 +36,7 @@ bool isPdfDelimiter(unsigned char c) {
 }
 
 bool endsToken(const Bytes& data, size_t i) {
-  return i == data.size() || isPdfSpace(data[i]) || isPdfDelimiter(data[i]);
+  return i == data.size() || isReaderSpace(data[i]) || isPdfDelimiter(data[i]);
 }
 
 std::string numberText(double value) {
@@ -334,7 +337,7 @@ enum class StartXref { kNotInteger, kInteger, kIntegerOutOfFile };
 StartXref readOffsetAfter(const Bytes& data, size_t i, size_t& offset) {
   if (!endsToken(data, i)) return StartXref::kNotInteger;  // "startxref5" is one word, not the keyword
   while (i < data.size()) {
-    if (isPdfSpace(data[i])) {
+    if (isReaderSpace(data[i])) {
       ++i;
     } else if (data[i] == '%') {
       while (i < data.size() && data[i] != '\n' && data[i] != '\r') ++i;
