@@ -1,6 +1,7 @@
 // Parses arbitrary text as a configuration. Whatever was stored (also before a rejected line) holds only
 // allowed bytes, and written out again as "[section]" and "key"="value" lines it parses to the same content.
 #include <algorithm>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -31,9 +32,11 @@ static Content contentOf(const CvelConfiguration& config, const std::vector<std:
   return content;
 }
 
-// The section names that the text could have declared: every "[...]" between a '[' and the next ']'.
+// The section names that the text could have declared: every "[...]" between a '[' and the next ']', each
+// name once (a text that repeats one header would otherwise list its keys once per repetition, quadratically).
 static std::vector<std::string> candidateSections(const std::string& text) {
   std::vector<std::string> names;
+  std::set<std::string> seen;
   for (size_t open = text.find('['); open != std::string::npos; open = text.find('[', open + 1)) {
     const size_t close = text.find(']', open);
     if (close == std::string::npos) break;
@@ -42,7 +45,8 @@ static std::vector<std::string> candidateSections(const std::string& text) {
     const size_t first = name.find_first_not_of(' ');
     // A stored name never holds a zero byte, and the lookups would end the name there.
     if (first == std::string::npos || name.find('\0') != std::string::npos) continue;
-    names.push_back(name.substr(first, name.find_last_not_of(' ') - first + 1));
+    std::string trimmed = name.substr(first, name.find_last_not_of(' ') - first + 1);
+    if (seen.insert(trimmed).second) names.push_back(std::move(trimmed));
   }
   return names;
 }
