@@ -350,17 +350,12 @@ StartXref readOffsetAfter(const Bytes& data, size_t i, size_t& offset) {
   constexpr size_t kMaxDigits = 19;
   size_t digits = 0;
   unsigned long long value = 0;
-  bool tooLong = false;
   for (; i < data.size() && data[i] >= '0' && data[i] <= '9'; ++i) {
-    if (++digits > kMaxDigits) {
-      tooLong = true;
-    } else {
-      value = value * 10 + static_cast<unsigned>(data[i] - '0');
-    }
+    if (++digits <= kMaxDigits) value = value * 10 + static_cast<unsigned>(data[i] - '0');
   }
   if (digits == 0 || !endsToken(data, i)) return StartXref::kNotInteger;
   // An integer token that names no offset in the file: readers take it all the same, and fail on it.
-  if (tooLong || (negative && value != 0) || value >= data.size()) return StartXref::kIntegerOutOfFile;
+  if (digits > kMaxDigits || (negative && value != 0) || value >= data.size()) return StartXref::kIntegerOutOfFile;
   offset = static_cast<size_t>(value);
   return StartXref::kInteger;
 }
