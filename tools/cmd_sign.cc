@@ -15,16 +15,17 @@
 #include "host_crypto.h"
 #include "services/sign_services.h"
 #include "signing/host_signer.h"
+#include "signing/key_source.h"
 #include "signing/output_file.h"
-#include "signing/pkcs11_signer.h"
-#include "signing/pkcs11_uri.h"
+#include "signing/pass_phrase.h"
 #include "signing/signature_builder.h"
 #include "zarv_plugin.h"
 
 namespace {
 
 constexpr char kUsage[] =
-    "usage: kolvari sign (--key KEY --cert CERT | --pkcs11 URI [--pkcs11-module PATH] [--cert CERT])\n"
+    "usage: kolvari sign (--key KEY --cert CERT | --p12 FILE [--cert CERT] |\n"
+    "                     --pkcs11 URI [--pkcs11-module PATH] [--cert CERT]) [--pass SOURCE]\n"
     "                    [--chain CERTS]... [--crl CRL]... [--digest sha256|sha384|sha512]\n"
     "                    [--time YYYYMMDDhhmmssZ] [--attached] [--pem] [--plugin PATH]\n"
     "                    [--signer KEY,CERT]... [--signed-attr OID=HEXDER]... [--unsigned-attr OID=HEXDER]...\n"
@@ -44,6 +45,8 @@ struct SignerFiles {
 struct SignOptions {
   std::string key;
   std::string cert;
+  std::string p12;
+  std::string pass;
   std::vector<SignerFiles> moreSigners;
   std::vector<ExtraAttribute> signedAttributes;
   std::vector<ExtraAttribute> unsignedAttributes;
@@ -115,6 +118,10 @@ bool parseOptions(const Arguments& args, SignOptions& o) {
       if (!value(o.key)) return false;
     } else if (a == "--cert") {
       if (!value(o.cert)) return false;
+    } else if (a == "--p12") {
+      if (!value(o.p12)) return false;
+    } else if (a == "--pass") {
+      if (!value(o.pass) || !isPassSource(o.pass)) return false;
     } else if (a == "--chain") {
       if (!value(v)) return false;
       o.chain.push_back(v);
@@ -159,8 +166,8 @@ bool parseOptions(const Arguments& args, SignOptions& o) {
       o.inputs.push_back(a);
     }
   }
-  // The first signer's key is a key file (with its certificate) or a key on a token, never both.
-  const bool oneKey = o.pkcs11.empty() ? !o.key.empty() && !o.cert.empty() : o.key.empty();
+  // The first signer's key is a key file (with its certificate), a PKCS #12 file or a key on a token.
+  const bool oneKey = namesOneKey({o.key, o.cert, o.p12, o.pkcs11, o.pkcs11Module});
   // Many files need a directory for their signatures; --out names the one output of one file.
   const bool outputs = o.outDir.empty() ? o.inputs.size() == 1 : o.out.empty();
   return oneKey && outputs && !o.inputs.empty() && (o.pkcs11Module.empty() || !o.pkcs11.empty()) &&
@@ -208,36 +215,17 @@ struct SigningSetup {
   ContainerRequest container;
 };
 
-// The first signer from a token: its certificate from --cert, or else from the token.
-bool openTokenSigner(const SignOptions& o, SigningSetup& s, std::string& error) {
-  Pkcs11Uri uri;
-  if (!parsePkcs11Uri(o.pkcs11, uri, error)) return false;
-  std::unique_ptr<PKCS11Signer> signer = PKCS11Signer::open(o.pkcs11Module, uri, error);
-  if (signer == nullptr) return false;
-  std::vector<Bytes> file;
-  if (o.cert.empty()) {
-    file.emplace_back();
-    if (!signer->certificate(file.front(), error)) return false;
-  } else if (!readCertificates(o.cert, file, error)) {
-    return false;
-  }
-  s.signers.push_back(std::move(signer));
-  s.signerCertificates.push_back(file.front());
-  addCertificates(file, s.container.certificates);
-  return true;
-}
-
 bool loadSigners(const SignOptions& o, SigningSetup& s, std::string& error) {
-  // --key/--cert (or --pkcs11) sign first, then each --signer in the order given.
-  std::vector<SignerFiles> signerFiles;
-  if (o.pkcs11.empty()) signerFiles.push_back({o.key, o.cert});
-  signerFiles.insert(signerFiles.end(), o.moreSigners.begin(), o.moreSigners.end());
-  if (!o.pkcs11.empty() && !openTokenSigner(o, s, error)) return false;
-  for (const SignerFiles& files : signerFiles) {
-    PrivateKey key = readPrivateKey(files.key, error);
+  // --key/--cert (or --p12, or --pkcs11) sign first, then each --signer in the order given; --pass serves
+  // every encrypted key among them.
+  std::vector<SignerSource> sources{{o.key, o.cert, o.p12, o.pkcs11, o.pkcs11Module}};
+  for (const SignerFiles& files : o.moreSigners) sources.push_back({files.key, files.cert, {}, {}, {}});
+  PassPhrase pass(o.pass);
+  for (const SignerSource& source : sources) {
     std::vector<Bytes> file;
-    if (key == nullptr || !readCertificates(files.cert, file, error)) return false;
-    s.signers.push_back(std::make_unique<KeyFileSigner>(std::move(key)));
+    std::unique_ptr<HostSigner> signer = openSigner(source, pass, file, error);
+    if (signer == nullptr) return false;
+    s.signers.push_back(std::move(signer));
     s.signerCertificates.push_back(file.front());
     addCertificates(file, s.container.certificates);
   }

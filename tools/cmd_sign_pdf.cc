@@ -15,16 +15,17 @@
 #include "pdf/pdf_update.h"
 #include "services/sign_services.h"
 #include "signing/host_signer.h"
+#include "signing/key_source.h"
 #include "signing/output_file.h"
-#include "signing/pkcs11_signer.h"
-#include "signing/pkcs11_uri.h"
+#include "signing/pass_phrase.h"
 #include "signing/signature_builder.h"
 #include "zarv_plugin.h"
 
 namespace {
 
 constexpr char kUsage[] =
-    "usage: kolvari sign-pdf (--key KEY --cert CERT | --pkcs11 URI [--pkcs11-module PATH] [--cert CERT])\n"
+    "usage: kolvari sign-pdf (--key KEY --cert CERT | --p12 FILE [--cert CERT] |\n"
+    "                         --pkcs11 URI [--pkcs11-module PATH] [--cert CERT]) [--pass SOURCE]\n"
     "                        [--chain CERTS]... [--digest sha256|sha384|sha512]\n"
     "                        [--tsa URL [--tsa-digest sha256|sha384|sha512] [--tsa-timeout SECONDS]]\n"
     "                        [--reason TEXT] [--location TEXT] [--contact TEXT] [--name TEXT] [--field NAME]\n"
@@ -40,6 +41,8 @@ constexpr size_t kTimeStampRoom = 16384;
 struct SignPdfOptions {
   std::string key;
   std::string cert;
+  std::string p12;
+  std::string pass;
   std::string pkcs11;
   std::string pkcs11Module;
   SignServices services;  // only the time stamp: long-term data would not fit a placeholder sized in advance
@@ -86,6 +89,10 @@ bool parseOptions(const Arguments& args, SignPdfOptions& o) {
       ok = value(o.key);
     } else if (a == "--cert") {
       ok = value(o.cert);
+    } else if (a == "--p12") {
+      ok = value(o.p12);
+    } else if (a == "--pass") {
+      ok = value(o.pass) && isPassSource(o.pass);
     } else if (a == "--pkcs11") {
       ok = value(o.pkcs11);
     } else if (a == "--pkcs11-module") {
@@ -122,9 +129,8 @@ bool parseOptions(const Arguments& args, SignPdfOptions& o) {
   if (files.size() != 2) return false;
   o.input = files[0];
   o.output = files[1];
-  // A key file with its certificate, or a token (whose certificate --cert may name instead).
-  if (o.pkcs11.empty()) return !o.key.empty() && !o.cert.empty() && o.pkcs11Module.empty();
-  return o.key.empty();
+  // A key file with its certificate, a PKCS #12 file, or a token (whose certificate --cert may name instead).
+  return namesOneKey({o.key, o.cert, o.p12, o.pkcs11, o.pkcs11Module});
 }
 
 // The certificate subject's common name, else its whole subject line.
@@ -201,29 +207,6 @@ bool signPdf(const ZarvPlugin& zarv, const PdfSigningRun& run, const Bytes& inpu
   return true;
 }
 
-// The signer: a key file with its certificates, or a token's key with its certificate (or --cert's).
-bool openSigner(const SignPdfOptions& o, std::unique_ptr<HostSigner>& signer, std::vector<Bytes>& certificates,
-                std::string& error) {
-  if (o.pkcs11.empty()) {
-    PrivateKey key = readPrivateKey(o.key, error);
-    if (key == nullptr || !readCertificates(o.cert, certificates, error)) return false;
-    signer = std::make_unique<KeyFileSigner>(std::move(key));
-    return true;
-  }
-  Pkcs11Uri uri;
-  if (!parsePkcs11Uri(o.pkcs11, uri, error)) return false;
-  std::unique_ptr<PKCS11Signer> token = PKCS11Signer::open(o.pkcs11Module, uri, error);
-  if (token == nullptr) return false;
-  if (o.cert.empty()) {
-    certificates.emplace_back();
-    if (!token->certificate(certificates.front(), error)) return false;
-  } else if (!readCertificates(o.cert, certificates, error)) {
-    return false;
-  }
-  signer = std::move(token);
-  return true;
-}
-
 int failed(const std::string& error) {
   std::fprintf(stderr, "kolvari sign-pdf: %s\n", error.c_str());
   return kExitFailure;
@@ -244,8 +227,10 @@ int runSignPdf(const Arguments& args) {
     return kExitUsage;
   }
   std::string error;
-  std::unique_ptr<HostSigner> signer;
-  if (!openSigner(o, signer, run.certificates, error)) return failed(error);
+  PassPhrase pass(o.pass);
+  std::unique_ptr<HostSigner> signer =
+      openSigner({o.key, o.cert, o.p12, o.pkcs11, o.pkcs11Module}, pass, run.certificates, error);
+  if (signer == nullptr) return failed(error);
   run.signerCertificate = run.certificates.front();
   for (const std::string& path : o.chain) {
     std::vector<Bytes> file;
