@@ -244,6 +244,10 @@ int runSignPdf(const Arguments& args) {
     return kExitUsage;
   }
   std::string error;
+  if (!o.fields.fieldName.empty() && !checkPdfFieldName(o.fields.fieldName, error)) {
+    std::fprintf(stderr, "kolvari sign-pdf: --field %s: %s\n", o.fields.fieldName.c_str(), error.c_str());
+    return kExitUsage;
+  }
   std::unique_ptr<HostSigner> signer;
   if (!openSigner(o, signer, run.certificates, error)) return failed(error);
   run.signerCertificate = run.certificates.front();
