@@ -227,6 +227,10 @@ int runSignPdf(const Arguments& args) {
     return kExitUsage;
   }
   std::string error;
+  if (!o.fields.fieldName.empty() && !checkPdfFieldName(o.fields.fieldName, error)) {
+    std::fprintf(stderr, "kolvari sign-pdf: --field %s: %s\n", o.fields.fieldName.c_str(), error.c_str());
+    return kExitUsage;
+  }
   PassPhrase pass(o.pass);
   std::unique_ptr<HostSigner> signer =
       openSigner({o.key, o.cert, o.p12, o.pkcs11, o.pkcs11Module}, pass, run.certificates, error);

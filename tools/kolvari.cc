@@ -64,12 +64,15 @@ constexpr Command kCommands[] = {
      "example:\n"
      "  kolvari inspect document.p7s\n"},
     {"log-check", runLogCheck, "show what the logger makes of its configuration file",
-     "usage: kolvari log-check [--config FILE]\n"
+     "usage: kolvari log-check [--config FILE] [--library PATH --host PROGRAM]\n"
      "\n"
      "Shows whether logging would be on under a logging configuration file and why, its levels, sinks and\n"
-     "line layout, and one sample line per level. Exit status 0 when logging would be on, 1 when off.\n"
+     "line layout, and one sample line per level; unknown sections, keys, levels and fields are named on\n"
+     "standard error with their line. Exit status 0 when logging would be on and write lines, 1 otherwise.\n"
      "\n"
      "  --config FILE   the file to check (default: the tool's own, its path with .cfgLog appended)\n"
+     "  --library PATH  judge as the library at PATH inside --host PROGRAM would: PATH.cfgLog, else\n"
+     "                  PROGRAM.cfgLog (or --config FILE), with the [Ignore] rules applied to PATH\n"
      "\n"
      "example:\n"
      "  kolvari log-check --config kolvari.cfgLog\n"},
@@ -170,7 +173,9 @@ constexpr Command kCommands[] = {
      "  --location TEXT    /Location\n"
      "  --contact TEXT     /ContactInfo\n"
      "  --name TEXT        /Name, and the name a visible signature shows (default: the certificate's CN)\n"
-     "  --field NAME       the signature field's name (default: the first free SignatureN)\n"
+     "  --field NAME       the signature field's name (default: the first free SignatureN); an empty signature\n"
+     "                     field of that name in the form is filled, its widget kept (no --visible then);\n"
+     "                     a signed or non-signature field is refused, and so is a name with a period\n"
      "  --visible PAGE,X,Y,W,H  a visible widget on page PAGE (from 1) at X,Y of size W x H points, showing the\n"
      "                     signer's name and the time (default: an invisible widget on the first page)\n"
      "  --document-order   signed attributes in the order they were added; by default they are in DER SET OF\n"

@@ -21,7 +21,9 @@ struct PdfVisibleBox {
 
 // What the signature dictionary and the field say. Empty texts are left out of the dictionary.
 struct PdfSignatureFields {
-  std::string fieldName;  // empty: the first free "SignatureN"
+  // Empty: a new field, the first free "SignatureN". A name the form has already must be an empty top-level
+  // signature field: it takes the signature as its value and keeps its widgets (--visible is refused then).
+  std::string fieldName;
   std::string reason;
   std::string location;
   std::string contactInfo;
@@ -40,6 +42,10 @@ struct PdfPreparedUpdate {
   size_t contentsEnd = 0;    // the offset just after '>'
   std::string fieldName;     // the name the field was given
 };
+
+// Whether name can be given to a signature field: not empty, and no period (which joins the names of
+// nested fields); false with the reason.
+bool checkPdfFieldName(const std::string& name, std::string& error);
 
 // Reads input with libqpdf and appends the update, with room for a CMS of up to contentsCapacity bytes.
 // Encrypted files and files whose cross-reference data cannot be read as they are get false and a message.
