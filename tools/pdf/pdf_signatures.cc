@@ -9,6 +9,7 @@
 #include <qpdf/QPDFObjectHandle.hh>
 
 #include "commands.h"
+#include "inspect/json_output.h"
 
 namespace {
 
@@ -149,8 +150,7 @@ int inspectPdf(const std::string& path, bool json, const CmsDecoder& decodeCms) 
   }
   std::string text;
   if (json) {
-    value.printJson(text, 0);
-    text += "\n";
+    text = jsonDocument(value.toJson());
   } else {
     value.printText(text, 0);
   }
