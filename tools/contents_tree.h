@@ -29,6 +29,8 @@ class InspectValue {
   nlohmann::ordered_json toJson() const;
   void printText(std::string& out, int indent) const;
 
+  Kind kind() const { return kind_; }
+
  private:
   Kind kind_ = kNull;
   std::string text_;
