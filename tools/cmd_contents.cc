@@ -19,6 +19,7 @@
 #include "cms/cvel_tst_info.h"
 #include "commands.h"
 #include "contents_tree.h"
+#include "inspect/attribute_view.h"
 #include "inspect/certificate_view.h"
 #include "inspect/json_output.h"
 #include "inspect/name_text.h"
@@ -103,7 +104,8 @@ V timeElementValue(const CvelString& der) {
   return timeValue(time);
 }
 
-// The attributes of a concatenation of Attribute encodings: type and each value's DER as hex.
+// The attributes of a concatenation of Attribute encodings: type, each value's DER as hex, and the one value
+// of a well-known attribute decoded.
 V attributesValue(const CvelString& attributes) {
   V list = V::array();
   CvelA1Context c;
@@ -116,10 +118,13 @@ V attributesValue(const CvelString& attributes) {
     if (parts.empty()) continue;
     V& entry = list.push(oidValue(parts[0]));
     V& values = entry.set("values", V::array());
+    V& decoded = entry.set("decoded", V());
     if (parts.size() < 2) continue;
     CvelA1Context set;
     if (set.next(parts[1]) != kTagSet) continue;
-    for (const CvelString& value : children(parts[1], set)) values.push(V::text(value.toHex()));
+    const std::vector<CvelString> elements = children(parts[1], set);
+    for (const CvelString& value : elements) values.push(V::text(value.toHex()));
+    if (elements.size() == 1) decoded = decodedAttribute(dottedText(parts[0]), elements[0]);
   }
   return list;
 }
