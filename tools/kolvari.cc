@@ -54,10 +54,11 @@ constexpr Command kCommands[] = {
      "example:\n"
      "  kolvari cert --json signer.pem\n"},
     {"inspect", runInspect, "decode a signature, time stamp, OCSP response, CRL or certificate",
-     "usage: kolvari inspect FILE [--json]\n"
+     "usage: kolvari inspect FILE|FILE.pdf [--json]\n"
      "\n"
-     "Finds out what FILE holds (SignedData, time-stamp token or response, OCSP response, CRL, certificate)\n"
-     "and prints it decoded by the library as an indented tree. A file of another type: exit status 2.\n"
+     "Finds out what FILE holds (SignedData, time-stamp token or response, OCSP response, CRL, certificate,\n"
+     "or a PDF, whose signatures are listed) and prints it decoded by the library as an indented tree.\n"
+     "A file of another type: exit status 2.\n"
      "\n"
      "  --json   the same fields as one JSON object (schema in README.md)\n"
      "\n"
