@@ -72,6 +72,18 @@ void collect(QPDFObjectHandle fields, const std::string& prefix, int depth, size
   }
 }
 
+// The first common name of the certificate's subject as UTF-8, whatever string type holds it; else empty.
+std::string commonNameUtf8(X509* certificate) {
+  X509_NAME* subject = X509_get_subject_name(certificate);
+  const int at = X509_NAME_get_index_by_NID(subject, NID_commonName, -1);
+  if (at < 0) return "";
+  unsigned char* utf8 = nullptr;
+  const int n = ASN1_STRING_to_UTF8(&utf8, X509_NAME_ENTRY_get_data(X509_NAME_get_entry(subject, at)));
+  std::string name = n > 0 ? std::string(reinterpret_cast<const char*>(utf8), static_cast<size_t>(n)) : "";
+  OPENSSL_free(utf8);
+  return name;
+}
+
 // The signer's common name as the CMS's own certificates give it, else empty.
 std::string signerOf(const Bytes& cms) {
   const unsigned char* p = cms.data();
@@ -79,13 +91,7 @@ std::string signerOf(const Bytes& cms) {
   if (p7 == nullptr) return "";
   std::string name;
   STACK_OF(X509)* signers = PKCS7_get0_signers(p7, nullptr, 0);
-  if (signers != nullptr && sk_X509_num(signers) > 0) {
-    char text[256] = {};
-    if (X509_NAME_get_text_by_NID(X509_get_subject_name(sk_X509_value(signers, 0)), NID_commonName, text,
-                                  sizeof text) >= 0) {
-      name = text;
-    }
-  }
+  if (signers != nullptr && sk_X509_num(signers) > 0) name = commonNameUtf8(sk_X509_value(signers, 0));
   sk_X509_free(signers);
   PKCS7_free(p7);
   return name;
