@@ -7,8 +7,9 @@
 # - `detect --json` on file names that are UTF-8 and that are not;
 # - the signed attributes decoded, against openssl's view, hashlib and the certificate's own DER;
 # - a PDF signed by NSS (BER with indefinite lengths) inspected with its signer, and a damaged one named;
-# - a visible signature of Jürgen drawn as "Jürgen" (and the WinAnsi extras), read back by pdftotext.
-# Exit 77 when poppler or the NSS tools are missing.
+# - a visible signature of Jürgen drawn as "Jürgen" (and the WinAnsi extras), read back by pdftotext, and
+#   Greek and Cyrillic in an embedded TrueType font (--font), with cut font files refused.
+# Exit 77 when poppler, the NSS tools or the DejaVu fonts are missing.
 set -euo pipefail
 : "${KOLVARI:?path of the kolvari tool}"
 : "${KOLVARI_PLUGIN:?path of the plug-in}"
@@ -134,5 +135,30 @@ grep -q "damaged.pdf: signature field .*: /Contents does not begin with a whole 
   --name 'Œuvre – 5 € «ß» (東)' doc.pdf named.pdf 2> /dev/null || fail "sign-pdf --visible --name"
 pdftotext visible.pdf - | grep -q "^Digitally signed by Jürgen$" || fail "visible: $(pdftotext visible.pdf -)"
 pdftotext named.pdf - | grep -qF "Digitally signed by Œuvre – 5 € «ß» (?)" || fail "named: $(pdftotext named.pdf -)"
+
+# Any script with --font: DejaVu Sans embedded as a Type0 font, its text read back through ToUnicode, the
+# signature still valid; what is not a TrueType font (or a cut one) refused with the option named.
+font=/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf
+[ -r "$font" ] || { echo "SKIP: $font (fonts-dejavu-core) is not installed"; exit 77; }
+"$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --key bmp.key --cert bmp.pem --visible 1,50,50,300,60 \
+  --font "$font" --name 'Jürgen Δοκιμή Проверка' doc.pdf font.pdf 2> font.err || fail "--font: $(cat font.err)"
+pdftotext font.pdf - | grep -qF "Digitally signed by Jürgen Δοκιμή Проверка" || fail "font: $(pdftotext font.pdf -)"
+pdfsig font.pdf 2>&1 | grep -q "Signature is Valid" || fail "font.pdf: $(pdfsig font.pdf 2>&1)"
+# Without --name the certificate's BMPString CN is drawn.
+"$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --key bmp.key --cert bmp.pem --visible 1,50,50,300,60 \
+  --font "$font" doc.pdf cn.pdf 2> /dev/null || fail "--font with the certificate's name"
+pdftotext cn.pdf - | grep -qF "Digitally signed by Zoë <Ωmega>" || fail "cn.pdf: $(pdftotext cn.pdf -)"
+for length in 0 12 100 2000 200000; do
+  head -c "$length" "$font" > cut.ttf
+  status=0
+  "$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --key utf8.key --cert utf8.pem --visible 1,50,50,300,60 \
+    --font cut.ttf doc.pdf cut.pdf 2> cut.err || status=$?
+  [ "$status" -eq 2 ] && grep -q "^kolvari sign-pdf: --font cut.ttf: " cut.err && [ ! -e cut.pdf ] ||
+    fail "font cut at $length bytes: status $status, $(cat cut.err)"
+done
+status=0
+"$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --key utf8.key --cert utf8.pem --font "$font" doc.pdf x.pdf \
+  2> nofont.err || status=$?
+[ "$status" -eq 2 ] && grep -q "needs --visible" nofont.err || fail "--font without --visible: $status"
 
 echo "names, JSON text, attributes, BER PDF and appearance text agree"

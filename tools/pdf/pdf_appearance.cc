@@ -3,8 +3,11 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <functional>
+#include <map>
 
 #include "asn1/cvel_text_encoding.h"
+#include "pdf/truetype_font.h"
 
 namespace {
 
@@ -13,6 +16,17 @@ constexpr uint32_t kLastPrintable = 0x7E;
 constexpr uint32_t kFirstLatin1Upper = 0xA0;  // WinAnsiEncoding equals Latin-1 from here to 0xFF
 constexpr uint32_t kLastLatin1 = 0xFF;
 constexpr char kUnknown = '?';
+constexpr uint32_t kReplacement = 0xFFFD;
+constexpr uint32_t kLastBmpUnit = 0xFFFF;
+constexpr uint32_t kSupplementaryBase = 0x10000;
+constexpr uint32_t kHighSurrogate = 0xD800;
+constexpr uint32_t kLowSurrogate = 0xDC00;
+constexpr uint32_t kSurrogateBits = 10;
+constexpr uint32_t kSurrogateMask = 0x3FF;
+// The embedded font's PostScript name in the PDF; the font's own is not read.
+constexpr char kEmbeddedFontName[] = "/KolvariSignatureFont";
+constexpr int kSymbolicFlag = 4;  // glyphs outside the standard Latin set
+constexpr int kStemV = 80;        // a typical stem width; readers use it only when the font is missing
 
 struct WinAnsiExtra {
   uint32_t codePoint;
@@ -43,8 +57,28 @@ std::string numberText(double value) {
   return text;
 }
 
+std::vector<uint32_t> codePoints(const std::string& utf8) {
+  std::vector<uint32_t> out;
+  const uint8_t* p = reinterpret_cast<const uint8_t*>(utf8.data());
+  const uint8_t* end = p + utf8.size();
+  while (p < end) {
+    uint32_t c = 0;
+    uint32_t* target = &c;
+    convertUtf8ToUtf32(&p, end, &target, &c + 1, kStrictConversion);
+    if (target == &c) {
+      c = kReplacement;
+      ++p;  // past the first byte of a sequence that is not UTF-8
+    }
+    out.push_back(c);
+  }
+  return out;
+}
+
+// A line of text as a string operand for Tj, in the font's encoding.
+using ShowText = std::function<std::string(const std::string& utf8)>;
+
 // The appearance's content: a pale box with a border and two lines of text.
-std::string appearanceContent(const PdfSignatureFields& f) {
+std::string appearanceContent(const PdfSignatureFields& f, const ShowText& show) {
   constexpr double kMaxFontSize = 10;
   constexpr double kMargin = 4;
   const double w = f.box.width;
@@ -55,29 +89,111 @@ std::string appearanceContent(const PdfSignatureFields& f) {
   s += "q 0.1 0.2 0.5 RG 1 w 0.5 0.5 " + numberText(w - 1) + " " + numberText(h - 1) + " re S Q\n";
   s += "BT 0 0 0 rg /F1 " + numberText(size) + " Tf " + numberText(kMargin) + " " +
        numberText(h - kMargin - size) + " Td\n";
-  s += pdfLiteralString(winAnsiBytes("Digitally signed by " + f.shownSigner)) + " Tj\n";
-  s += "0 " + numberText(-1.3 * size) + " Td " + pdfLiteralString(winAnsiBytes("Date: " + f.shownTime)) +
-       " Tj\nET\n";
+  s += show("Digitally signed by " + f.shownSigner) + " Tj\n";
+  s += "0 " + numberText(-1.3 * size) + " Td " + show("Date: " + f.shownTime) + " Tj\nET\n";
   return s;
+}
+
+std::string stream(const std::string& dictionaryEntries, const std::string& content) {
+  return "<< " + dictionaryEntries + " /Length " + std::to_string(content.size()) + " >>\nstream\n" + content +
+         "\nendstream";
+}
+
+std::string formXObject(const PdfSignatureFields& f, const std::string& font, const std::string& content) {
+  return stream("/Type /XObject /Subtype /Form /BBox [0 0 " + numberText(f.box.width) + " " +
+                    numberText(f.box.height) + "] /Resources << /Font << /F1 " + font + " >> >>",
+                content);
+}
+
+std::string hex4(uint32_t v) {
+  char text[8];
+  std::snprintf(text, sizeof text, "%04X", v & kLastBmpUnit);
+  return text;
+}
+
+// A code point as UTF-16BE hex, as ToUnicode maps give the destination.
+std::string utf16Hex(uint32_t c) {
+  if (c <= kLastBmpUnit) return hex4(c);
+  const uint32_t v = c - kSupplementaryBase;
+  return hex4(kHighSurrogate + (v >> kSurrogateBits)) + hex4(kLowSurrogate + (v & kSurrogateMask));
+}
+
+// The glyphs a line uses, and for each the character it stands for (the first one met).
+using GlyphCharacters = std::map<uint16_t, uint32_t>;
+
+std::string toUnicodeMap(const GlyphCharacters& glyphs) {
+  constexpr size_t kMaxEntriesPerBlock = 100;  // a bfchar block holds at most 100 entries
+  std::string m =
+      "/CIDInit /ProcSet findresource begin\n12 dict begin\nbegincmap\n"
+      "/CIDSystemInfo << /Registry (Adobe) /Ordering (UCS) /Supplement 0 >> def\n"
+      "/CMapName /Adobe-Identity-UCS def\n/CMapType 2 def\n"
+      "1 begincodespacerange\n<0000> <FFFF>\nendcodespacerange\n";
+  auto it = glyphs.begin();
+  while (it != glyphs.end()) {
+    std::string block;
+    size_t n = 0;
+    for (; it != glyphs.end() && n < kMaxEntriesPerBlock; ++it, ++n) {
+      block += "<" + hex4(it->first) + "> <" + utf16Hex(it->second) + ">\n";
+    }
+    m += std::to_string(n) + " beginbfchar\n" + block + "endbfchar\n";
+  }
+  return m + "endcmap\nCMapName currentdict /CMapResource defineresource pop\nend\nend";
+}
+
+std::string widths(const TrueTypeFont& font, const GlyphCharacters& glyphs) {
+  std::string w = "[";
+  for (const auto& entry : glyphs) {
+    w += std::to_string(entry.first) + " [" + std::to_string(font.advanceOf(entry.first)) + "] ";
+  }
+  return w + "]";
+}
+
+std::string reference(int number) { return std::to_string(number) + " 0 R"; }
+
+// The appearance in the embedded TrueType font: glyph ids as two-byte codes under Identity-H.
+std::vector<std::string> embeddedFontObjects(const PdfSignatureFields& f, int first) {
+  const TrueTypeFont& font = *f.font;
+  GlyphCharacters used;
+  const std::string content = appearanceContent(f, [&](const std::string& utf8) {
+    std::string hex = "<";
+    for (uint32_t c : codePoints(utf8)) {
+      const uint16_t glyph = font.glyphOf(c);
+      if (glyph != 0) used.emplace(glyph, c);  // .notdef stands for no character
+      hex += hex4(glyph);
+    }
+    return hex + ">";
+  });
+  const int type0 = first + 1;
+  const int cidFont = first + 2;
+  const int descriptor = first + 3;
+  const int file = first + 4;
+  const int toUnicode = first + 5;
+  const std::string box = "[" + std::to_string(font.xMin()) + " " + std::to_string(font.yMin()) + " " +
+                          std::to_string(font.xMax()) + " " + std::to_string(font.yMax()) + "]";
+  const std::string fileBytes(font.file().begin(), font.file().end());
+  return {
+      formXObject(f, reference(type0), content),
+      "<< /Type /Font /Subtype /Type0 /BaseFont " + std::string(kEmbeddedFontName) +
+          " /Encoding /Identity-H /DescendantFonts [" + reference(cidFont) + "] /ToUnicode " +
+          reference(toUnicode) + " >>",
+      "<< /Type /Font /Subtype /CIDFontType2 /BaseFont " + std::string(kEmbeddedFontName) +
+          " /CIDSystemInfo << /Registry (Adobe) /Ordering (Identity) /Supplement 0 >> /FontDescriptor " +
+          reference(descriptor) + " /CIDToGIDMap /Identity /W " + widths(font, used) + " >>",
+      "<< /Type /FontDescriptor /FontName " + std::string(kEmbeddedFontName) + " /Flags " +
+          std::to_string(kSymbolicFlag) + " /FontBBox " + box + " /ItalicAngle 0 /Ascent " +
+          std::to_string(font.ascent()) + " /Descent " + std::to_string(font.descent()) + " /CapHeight " +
+          std::to_string(font.ascent()) + " /StemV " + std::to_string(kStemV) + " /FontFile2 " +
+          reference(file) + " >>",
+      stream("/Length1 " + std::to_string(fileBytes.size()), fileBytes),
+      stream("", toUnicodeMap(used)),
+  };
 }
 
 }  // namespace
 
 std::string winAnsiBytes(const std::string& utf8) {
   std::string out;
-  const uint8_t* p = reinterpret_cast<const uint8_t*>(utf8.data());
-  const uint8_t* end = p + utf8.size();
-  while (p < end) {
-    uint32_t c = 0;
-    uint32_t* target = &c;
-    convertUtf8ToUtf32(&p, end, &target, &c + 1, kStrictConversion);
-    if (target != &c) {
-      out.push_back(winAnsiByte(c));
-    } else {
-      out.push_back(kUnknown);
-      ++p;  // past the first byte of a sequence that is not UTF-8
-    }
-  }
+  for (uint32_t c : codePoints(utf8)) out.push_back(winAnsiByte(c));
   return out;
 }
 
@@ -98,11 +214,10 @@ std::string pdfLiteralString(const std::string& bytes) {
   return out + ")";
 }
 
-std::string pdfAppearanceStream(const PdfSignatureFields& f) {
-  const std::string content = appearanceContent(f);
-  return "<< /Type /XObject /Subtype /Form /BBox [0 0 " + numberText(f.box.width) + " " +
-         numberText(f.box.height) +
-         "] /Resources << /Font << /F1 << /Type /Font /Subtype /Type1 /BaseFont /Helvetica"
-         " /Encoding /WinAnsiEncoding >> >> >> /Length " +
-         std::to_string(content.size()) + " >>\nstream\n" + content + "endstream";
+std::vector<std::string> pdfAppearanceObjects(const PdfSignatureFields& f, int first) {
+  if (f.font != nullptr) return embeddedFontObjects(f, first);
+  const std::string content =
+      appearanceContent(f, [](const std::string& utf8) { return pdfLiteralString(winAnsiBytes(utf8)); });
+  return {formXObject(f, "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica /Encoding /WinAnsiEncoding >>",
+                      content)};
 }

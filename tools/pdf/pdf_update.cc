@@ -390,7 +390,10 @@ bool preparePdfUpdate(const Bytes& input, const PdfSignatureFields& fields, size
     const int signature = next++;
     signatureNumber = signature;
     const int widget = next++;
-    const int appearance = fields.visible ? next++ : 0;
+    const int appearance = fields.visible ? next : 0;
+    const std::vector<std::string> appearanceObjects =
+        fields.visible ? pdfAppearanceObjects(fields, appearance) : std::vector<std::string>();
+    next += static_cast<int>(appearanceObjects.size());
     // Handles that stand for the new objects, so that qpdf writes references to them in rewritten objects.
     QPDFObjectHandle widgetRef = pdf.getObject(widget, 0);
     addToAnnots(r, widgetRef, objects);
@@ -398,7 +401,9 @@ bool preparePdfUpdate(const Bytes& input, const PdfSignatureFields& fields, size
     objects[signature] = {0, signatureDictionary(fields, contentsCapacity)};
     objects[widget] = {0, widgetDictionary(fields, out.fieldName, r.page.getObjGen(), QPDFObjGen(signature, 0),
                                            appearance)};
-    if (appearance > 0) objects[appearance] = {0, pdfAppearanceStream(fields)};
+    for (size_t i = 0; i < appearanceObjects.size(); ++i) {
+      objects[appearance + static_cast<int>(i)] = {0, appearanceObjects[i]};
+    }
     size = next;
     trailerEntries = carriedTrailerEntries(r.trailer);
   } catch (const QPDFExc& e) {

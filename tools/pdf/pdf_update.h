@@ -6,6 +6,7 @@
 #define KOLVARI_TOOLS_PDF_PDF_UPDATE_H
 
 #include <cstddef>
+#include <memory>
 #include <string>
 
 #include "host_crypto.h"
@@ -31,6 +32,9 @@ struct PdfSignatureFields {
   PdfVisibleBox box;
   std::string shownSigner;  // the appearance's lines, for a visible widget
   std::string shownTime;
+  // With a font the appearance draws its lines in it, embedded whole (pdf/pdf_appearance.h); without,
+  // in the standard Helvetica.
+  std::shared_ptr<const class TrueTypeFont> font;
 };
 
 // The input with the update appended and the /Contents placeholder still zeros.
