@@ -1,7 +1,5 @@
 #include "pdf/pdf_update.h"
 
-#include "pdf/pdf_appearance.h"
-
 #include <algorithm>
 #include <cstdio>
 #include <exception>
@@ -12,6 +10,8 @@
 #include <qpdf/QPDF.hh>
 #include <qpdf/QPDFExc.hh>
 #include <qpdf/QPDFObjectHandle.hh>
+
+#include "pdf/pdf_appearance.h"
 
 namespace {
 

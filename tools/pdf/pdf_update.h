@@ -11,6 +11,8 @@
 
 #include "host_crypto.h"
 
+class TrueTypeFont;
+
 // Where the widget shows on its page, in default user space units; PAGE counts from 1.
 struct PdfVisibleBox {
   int page = 1;
@@ -34,7 +36,7 @@ struct PdfSignatureFields {
   std::string shownTime;
   // With a font the appearance draws its lines in it, embedded whole (pdf/pdf_appearance.h); without,
   // in the standard Helvetica.
-  std::shared_ptr<const class TrueTypeFont> font;
+  std::shared_ptr<const TrueTypeFont> font;
 };
 
 // The input with the update appended and the /Contents placeholder still zeros.
