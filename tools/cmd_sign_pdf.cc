@@ -13,6 +13,7 @@
 #include "commands.h"
 #include "host_crypto.h"
 #include "pdf/pdf_update.h"
+#include "pdf/truetype_font.h"
 #include "services/sign_services.h"
 #include "signing/host_signer.h"
 #include "signing/key_source.h"
@@ -29,7 +30,8 @@ constexpr char kUsage[] =
     "                        [--chain CERTS]... [--digest sha256|sha384|sha512]\n"
     "                        [--tsa URL [--tsa-digest sha256|sha384|sha512] [--tsa-timeout SECONDS]]\n"
     "                        [--reason TEXT] [--location TEXT] [--contact TEXT] [--name TEXT] [--field NAME]\n"
-    "                        [--visible PAGE,X,Y,W,H] [--document-order] [--plugin PATH] IN.pdf OUT.pdf\n";
+    "                        [--visible PAGE,X,Y,W,H [--font FILE.ttf]] [--document-order] [--plugin PATH]\n"
+    "                        IN.pdf OUT.pdf\n";
 // The library's opt-in for DER SET OF order of the signed attributes; on by default here.
 constexpr char kDerOrderVariable[] = "KOLVARI_DER_ATTRIBUTE_ORDER";
 // Room in /Contents beyond the certificates: the signature value (up to RSA 8192), the signed attributes and
@@ -51,6 +53,7 @@ struct SignPdfOptions {
   PdfSignatureFields fields;
   bool derOrder = true;
   std::string plugin;
+  std::string font;
   std::string input;
   std::string output;
 };
@@ -115,6 +118,8 @@ bool parseOptions(const Arguments& args, SignPdfOptions& o) {
     } else if (a == "--visible") {
       ok = value(v) && parseVisible(v, o.fields.box);
       o.fields.visible = true;
+    } else if (a == "--font") {
+      ok = value(o.font);
     } else if (a == "--document-order") {
       o.derOrder = false;
     } else if (a == "--plugin") {
@@ -140,11 +145,17 @@ std::string signerName(const Bytes& certificate) {
   if (x509 == nullptr) return "unknown signer";
   char text[256] = {};
   X509_NAME* subject = X509_get_subject_name(x509);
-  if (X509_NAME_get_text_by_NID(subject, NID_commonName, text, sizeof text) < 0) {
-    X509_NAME_oneline(subject, text, sizeof text);
-  }
+  const int at = X509_NAME_get_index_by_NID(subject, NID_commonName, -1);
+  unsigned char* utf8 = nullptr;
+  // As UTF-8 whatever string type holds it (a BMPString's raw octets would be UTF-16).
+  const int n = at < 0 ? -1 : ASN1_STRING_to_UTF8(&utf8, X509_NAME_ENTRY_get_data(X509_NAME_get_entry(subject, at)));
+  const char* line = n > 0 ? nullptr : X509_NAME_oneline(subject, text, sizeof text);
+  std::string name = n > 0          ? std::string(reinterpret_cast<const char*>(utf8), static_cast<size_t>(n))
+                     : line != nullptr ? std::string(line)
+                                       : std::string("unknown signer");
+  OPENSSL_free(utf8);
   X509_free(x509);
-  return text;
+  return name;
 }
 
 // The signing time as /M and as the appearance shows it.
@@ -207,6 +218,27 @@ bool signPdf(const ZarvPlugin& zarv, const PdfSigningRun& run, const Bytes& inpu
   return true;
 }
 
+// --font FILE: a TrueType font for the visible appearance; only with --visible.
+int loadFont(const SignPdfOptions& o, PdfSignatureFields& fields) {
+  if (!fields.visible) {
+    std::fprintf(stderr, "kolvari sign-pdf: --font %s: needs --visible\n", o.font.c_str());
+    return kExitUsage;
+  }
+  Bytes file;
+  if (!readWholeFile(o.font, file)) {
+    std::fprintf(stderr, "kolvari sign-pdf: --font %s: cannot read the file\n", o.font.c_str());
+    return kExitFailure;
+  }
+  auto font = std::make_shared<TrueTypeFont>();
+  std::string error;
+  if (!font->read(std::move(file), error)) {
+    std::fprintf(stderr, "kolvari sign-pdf: --font %s: %s\n", o.font.c_str(), error.c_str());
+    return kExitUsage;
+  }
+  fields.font = std::move(font);
+  return kExitOk;
+}
+
 int failed(const std::string& error) {
   std::fprintf(stderr, "kolvari sign-pdf: %s\n", error.c_str());
   return kExitFailure;
@@ -240,6 +272,10 @@ int runSignPdf(const Arguments& args) {
     std::vector<Bytes> file;
     if (!readCertificates(path, file, error)) return failed(error);
     addCertificates(file, run.certificates);
+  }
+  if (!o.font.empty()) {
+    const int status = loadFont(o, o.fields);
+    if (status != kExitOk) return status;
   }
   Bytes input;
   if (!readWholeFile(o.input, input)) return failed("cannot read " + o.input);

@@ -1,5 +1,4 @@
-// Helpers every command shares: reading a file whole, reading options and their values, quoting JSON text.
-#include <cstdio>
+// Helpers every command shares: reading a file whole, reading options and their values.
 #include <fstream>
 #include <iterator>
 
@@ -39,23 +38,4 @@ bool parseFileAndJson(const Arguments& args, std::string& path, bool& json) {
     }
   }
   return !path.empty();
-}
-
-std::string jsonQuoted(const std::string& text, bool keepHighBytes) {
-  constexpr unsigned char kFirstPrintable = 0x20;
-  constexpr unsigned char kDelete = 0x7F;
-  std::string out = "\"";
-  for (unsigned char c : text) {
-    if (c == '"' || c == '\\') {
-      out.push_back('\\');
-      out.push_back(static_cast<char>(c));
-    } else if (c < kFirstPrintable || (c >= kDelete && !keepHighBytes)) {
-      char escaped[8];
-      std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
-      out += escaped;
-    } else {
-      out.push_back(static_cast<char>(c));
-    }
-  }
-  return out + "\"";
 }

@@ -42,8 +42,4 @@ bool optionValue(const Arguments& args, size_t& i, std::string& into);
 // "FILE [--json]" in either order: the one file and whether --json was given; false for anything else.
 bool parseFileAndJson(const Arguments& args, std::string& path, bool& json);
 
-// text as a JSON string literal. Control bytes are escaped as \u00XX; so are bytes from 0x7F up unless
-// keepHighBytes (file names, passed through as the system gives them; decoded values need not be UTF-8).
-std::string jsonQuoted(const std::string& text, bool keepHighBytes);
-
 #endif  // KOLVARI_TOOLS_COMMANDS_H

@@ -11,6 +11,8 @@
 #include <qpdf/QPDFExc.hh>
 #include <qpdf/QPDFObjectHandle.hh>
 
+#include "pdf/pdf_appearance.h"
+
 namespace {
 
 constexpr char kPdfHeader[] = "%PDF-";
@@ -47,25 +49,6 @@ std::string numberText(double value) {
 
 // A text string for a dictionary value, in PDFDocEncoding or UTF-16BE as the text needs.
 std::string textString(const std::string& utf8) { return QPDFObjectHandle::newUnicodeString(utf8).unparse(); }
-
-// A literal string for a content stream shown in Helvetica with WinAnsiEncoding: printable ASCII kept, the
-// delimiters escaped, anything else shown as '?'.
-std::string contentString(const std::string& text) {
-  constexpr unsigned char kFirstPrintable = 0x20;
-  constexpr unsigned char kLastPrintable = 0x7E;
-  std::string out = "(";
-  for (unsigned char c : text) {
-    if (c == '(' || c == ')' || c == '\\') {
-      out.push_back('\\');
-      out.push_back(static_cast<char>(c));
-    } else if (c >= kFirstPrintable && c <= kLastPrintable) {
-      out.push_back(static_cast<char>(c));
-    } else {
-      out.push_back('?');
-    }
-  }
-  return out + ")";
-}
 
 std::string reference(const QPDFObjGen& og) {
   return std::to_string(og.getObj()) + " " + std::to_string(og.getGen()) + " R";
@@ -169,23 +152,6 @@ std::string freeFieldName(const std::set<std::string>& taken) {
     std::string name = "Signature" + std::to_string(n);
     if (taken.count(name) == 0) return name;
   }
-}
-
-// The appearance of a visible widget: a pale box with a border and two lines of text.
-std::string appearanceContent(const PdfSignatureFields& f) {
-  constexpr double kMaxFontSize = 10;
-  constexpr double kMargin = 4;
-  const double w = f.box.width;
-  const double h = f.box.height;
-  const double size = std::max(1.0, std::min(kMaxFontSize, (h - 2 * kMargin) / 2.5));
-  std::string s;
-  s += "q 0.93 0.95 1 rg 0 0 " + numberText(w) + " " + numberText(h) + " re f Q\n";
-  s += "q 0.1 0.2 0.5 RG 1 w 0.5 0.5 " + numberText(w - 1) + " " + numberText(h - 1) + " re S Q\n";
-  s += "BT 0 0 0 rg /F1 " + numberText(size) + " Tf " + numberText(kMargin) + " " +
-       numberText(h - kMargin - size) + " Td\n";
-  s += contentString("Digitally signed by " + f.shownSigner) + " Tj\n";
-  s += "0 " + numberText(-1.3 * size) + " Td " + contentString("Date: " + f.shownTime) + " Tj\nET\n";
-  return s;
 }
 
 struct Reading {
@@ -314,15 +280,6 @@ std::string widgetDictionary(const PdfSignatureFields& f, const std::string& fie
   return d + " >>";
 }
 
-std::string appearanceStream(const PdfSignatureFields& f) {
-  const std::string content = appearanceContent(f);
-  return "<< /Type /XObject /Subtype /Form /BBox [0 0 " + numberText(f.box.width) + " " +
-         numberText(f.box.height) +
-         "] /Resources << /Font << /F1 << /Type /Font /Subtype /Type1 /BaseFont /Helvetica"
-         " /Encoding /WinAnsiEncoding >> >> >> /Length " +
-         std::to_string(content.size()) + " >>\nstream\n" + content + "endstream";
-}
-
 // The trailer entries an update carries over: /Root, /Info and /ID.
 std::string carriedTrailerEntries(QPDFObjectHandle trailer) {
   std::string t;
@@ -444,7 +401,10 @@ void addNewField(QPDF& pdf, const Reading& r, const PdfSignatureFields& fields, 
   const int signature = next++;
   signatureNumber = signature;
   const int widget = next++;
-  const int appearance = fields.visible ? next++ : 0;
+  const int appearance = fields.visible ? next : 0;
+  const std::vector<std::string> appearanceObjects =
+      fields.visible ? pdfAppearanceObjects(fields, appearance) : std::vector<std::string>();
+  next += static_cast<int>(appearanceObjects.size());
   // Handles that stand for the new objects, so that qpdf writes references to them in rewritten objects.
   QPDFObjectHandle widgetRef = pdf.getObject(widget, 0);
   addToAnnots(r, widgetRef, objects);
@@ -452,7 +412,9 @@ void addNewField(QPDF& pdf, const Reading& r, const PdfSignatureFields& fields, 
   objects[signature] = {0, signatureDictionary(fields, contentsCapacity)};
   objects[widget] = {0, widgetDictionary(fields, fieldName, r.page.getObjGen(), QPDFObjGen(signature, 0),
                                          appearance)};
-  if (appearance > 0) objects[appearance] = {0, appearanceStream(fields)};
+  for (size_t i = 0; i < appearanceObjects.size(); ++i) {
+    objects[appearance + static_cast<int>(i)] = {0, appearanceObjects[i]};
+  }
   size = next;
 }
 

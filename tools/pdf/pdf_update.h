@@ -6,9 +6,12 @@
 #define KOLVARI_TOOLS_PDF_PDF_UPDATE_H
 
 #include <cstddef>
+#include <memory>
 #include <string>
 
 #include "host_crypto.h"
+
+class TrueTypeFont;
 
 // Where the widget shows on its page, in default user space units; PAGE counts from 1.
 struct PdfVisibleBox {
@@ -33,6 +36,9 @@ struct PdfSignatureFields {
   PdfVisibleBox box;
   std::string shownSigner;  // the appearance's lines, for a visible widget
   std::string shownTime;
+  // With a font the appearance draws its lines in it, embedded whole (pdf/pdf_appearance.h); without,
+  // in the standard Helvetica.
+  std::shared_ptr<const TrueTypeFont> font;
 };
 
 // The input with the update appended and the /Contents placeholder still zeros.
