@@ -84,6 +84,9 @@ TEST(CvelA1P72, WrongTagsStopQuietlyAndBrokenMembersFail) {
       {"a certificate that does not parse", signedData(detached + "A0033001FF3100"), kCvelErrMalformed, 11},
       {"empty signer infos", signedData(detached + "3100"), kCvelOk, 11},
       {"empty signer infos of indefinite length", signedData(detached + "31800000"), kCvelOk, 11},
+      {"the same, all indefinite",
+       "3080 06092A864886F70D010702 A080 3080 020101 3100 300B06092A864886F70D010701 31800000 0000 0000 0000", kCvelOk,
+       0},
       {"broken signer info", signedData(detached + "31023000"), kCvelErrMalformed, 11},
   };
   for (const Row& row : rows) {

@@ -91,11 +91,11 @@ TEST_F(CvelLogFormatTest, ThreadNumbersAndTheFillTheyLeave) {
   EXPECT_EQ(lineOnThread(make("Thread,FileName,Line,LogMsg", false), 7),
             "T.....7 x.cc" + blanks(28) + ": ..12: hello\n");
   EXPECT_EQ(lineOnThread(make("Thread,Line", true), 7), "Thread-7 12 \n");
-  // The PID field sets blanks as its fill again, and the host prefix keeps them too.
+  // The PID field sets blanks as its fill again, which a later Line field uses, whatever the id's length.
   const std::string pid = std::to_string(getpid());
-  EXPECT_EQ(lineOnThread(make("Thread,PID", false), 7), "T.....7 {" + blanks(pid.size() < 5 ? 5 - pid.size() : 0) +
-                                                            pid + "} " + padTo("h[" + systemHostName() + "] ", 16) +
-                                                            "\n");
+  EXPECT_EQ(lineOnThread(make("Thread,PID,Line", false), 7),
+            "T.....7 {" + blanks(pid.size() < 5 ? 5 - pid.size() : 0) + pid + "} " +
+                padTo("h[" + systemHostName() + "] ", 16) + "  12: \n");
   EXPECT_EQ(lineOnThread(make("Thread,Line", false), 0), "T..n/a.   12: \n");
   EXPECT_EQ(lineOnThread(make("Thread", true), 0), "Thread-? \n");
 }

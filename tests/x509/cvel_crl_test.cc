@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
 #include <string>
 #include <tuple>
 
@@ -38,6 +39,14 @@ TEST(CvelCRL, MalformedListsAreRefused) {
   }
 }
 
+// A list that cannot get another slot: its add destroys the object and throws, as the managed array's does.
+struct FullCRLs : CvelCRLs {
+  CvelResult add(CvelCRL* crl) override {
+    delete crl;
+    throw std::bad_alloc();
+  }
+};
+
 TEST(CvelCRLs, FindByIssuer) {
   CvelString first, other, missing;
   assignHex(first, "300D310B300906035504030C024341");
@@ -57,6 +66,9 @@ TEST(CvelCRLs, FindByIssuer) {
   list.add(nullptr);
   EXPECT_EQ(list.findByIssuer(first, 0, &found), kCvelOk);  // met before the empty slot
   EXPECT_EQ(list.findByIssuer(missing, 0, &found), kCvelErrMalformed);
+  FullCRLs full;  // a new CRL that cannot be kept is an allocation failure, not an exception
+  EXPECT_EQ(full.findByIssuer(first, CvelCRLs::kCreate, &found), kCvelErrNullData);
+  EXPECT_EQ(found, nullptr);
 }
 
 TEST(CvelEtsRevocationValues, EncodesBothModesByHand) {
