@@ -4,7 +4,6 @@
 #include <cstring>
 #include <ctime>
 
-#include <openssl/asn1.h>
 #include <openssl/evp.h>
 
 #include "commands.h"
@@ -32,13 +31,7 @@ bool parseTime(std::string text, time_t& out) {
   for (char c : text) {
     if (c != '-' && c != ':' && c != 'T') digits.push_back(c);
   }
-  ASN1_TIME* t = ASN1_TIME_new();
-  struct tm parts {};
-  const bool ok = t != nullptr && ASN1_GENERALIZEDTIME_set_string(t, digits.c_str()) == 1 &&
-                  ASN1_TIME_to_tm(t, &parts) == 1;
-  ASN1_TIME_free(t);
-  if (ok) out = timegm(&parts);
-  return ok;
+  return timeOfGeneralized(digits, out);
 }
 
 bool parseOptions(const Arguments& args, VerifyOptions& o, std::string& content, std::string& file, bool& json,

@@ -239,6 +239,74 @@ assert [c["outcome"] for c in s["checks"] if c["name"] == "revocation"] == ["pas
   ocsp.json || fail "kolvari-ocsp.p7s: $(cat ocsp.json)"
 checks=$((checks + 2))
 
+# ---- PDFs: kolvari sign-pdf once, twice, time-stamped, then changed ----
+python3 "$here/minimal_pdf.py" plain.pdf
+spdf() {  # in out signer extra-options...
+  local in=$1 out=$2 signer=$3
+  shift 3
+  "$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --key "pki/$signer.key" --cert "pki/$signer.pem" --chain pki/ca.pem \
+    "$@" "$in" "$out" 2> err.txt || fail "kolvari sign-pdf $out: $(cat err.txt)"
+}
+spdf plain.pdf once.pdf ec
+spdf once.pdf twice.pdf rsa
+spdf plain.pdf stamped.pdf ec --tsa "$base/tsa"
+# A later incremental update that adds an annotation object.
+python3 - once.pdf annotated.pdf <<'PY'
+import re, sys
+d = open(sys.argv[1], "rb").read()
+prev = int(re.findall(rb"startxref\s+(\d+)", d)[-1])
+out = bytearray(d)
+at = len(out)
+out += b"100 0 obj\n<< /Type /Annot /Subtype /Text /Rect [0 0 10 10] /Contents (added later) >>\nendobj\n"
+xref = len(out)
+out += b"xref\n100 1\n%010d 00000 n \ntrailer\n<< /Size 101 /Root 1 0 R /Prev %d >>\nstartxref\n%d\n%%%%EOF\n" % (at, prev, xref)
+open(sys.argv[2], "wb").write(out)
+PY
+# A byte of the signed range changed.
+flip once.pdf changed.pdf 20
+# A /ByteRange whose first part ends 10 bytes early, so that the range skips bytes before /Contents; the
+# numbers keep their width so that no offset moves.
+python3 - once.pdf skipping.pdf <<'PY'
+import re, sys
+d = open(sys.argv[1], "rb").read()
+m = re.search(rb"/ByteRange \[0( +)(\d+)", d)
+a = m.group(2)
+b = str(int(a) - 10).encode().rjust(len(a))
+open(sys.argv[2], "wb").write(d[:m.start(2)] + b + d[m.end(2):])
+PY
+
+# FILE|signature (from 1)|INDICATION|SUB-INDICATION|coversWholeFile|kinds of the later revisions|pdfsig says
+while IFS='|' read -r file index indication sub whole later pdfsig_says; do
+  set +e
+  "$KOLVARI" verify --json --trust pki/ca.pem "$file" > out.json 2> err.txt
+  set -e
+  python3 - out.json "$index" "$indication" "$sub" "$whole" "$later" <<'PY' || fail "$file #$index: $(cat out.json err.txt)"
+import json, sys
+s = json.load(open(sys.argv[1]))["signatures"][int(sys.argv[2]) - 1]
+got = (s["indication"], s["subIndication"] or "-", str(s["coversWholeFile"]).lower(),
+       ",".join(r["kind"] for r in s["laterRevisions"]) or "-")
+assert got == tuple(sys.argv[3:7]), "got %s" % (got,)
+PY
+  if [ "$pdfsig_says" != - ] && command -v pdfsig > /dev/null; then
+    pdfsig -nocert "$file" > sig.txt 2>&1 || true
+    said=$(awk -v n="$index" '/^Signature #/ {i++} i == n && /Signature Validation:/ {print ($0 ~ /Signature is Valid/) ? "valid" : "invalid"}' sig.txt)
+    [ "$said" = "$pdfsig_says" ] || fail "$file #$index: pdfsig says $said: $(cat sig.txt)"
+  fi
+  checks=$((checks + 1))
+done <<'EOF'
+once.pdf|1|TOTAL_PASSED|-|true|-|valid
+twice.pdf|1|TOTAL_PASSED|-|false|signature|valid
+twice.pdf|2|TOTAL_PASSED|-|true|-|valid
+stamped.pdf|1|TOTAL_PASSED|-|true|-|valid
+annotated.pdf|1|TOTAL_PASSED|-|false|annotations|valid
+changed.pdf|1|TOTAL_FAILED|HASH_FAILURE|true|-|invalid
+skipping.pdf|1|INDETERMINATE|FORMAT_FAILURE|false|-|invalid
+EOF
+"$KOLVARI" verify --json --trust pki/ca.pem stamped.pdf > stamped.json
+python3 -c 'import json, sys; assert json.load(open(sys.argv[1]))["signatures"][0]["timestamp"]' stamped.json ||
+  fail "stamped.pdf: no time-stamp time: $(cat stamped.json)"
+checks=$((checks + 1))
+
 # ---- command lines and files that are not what verify reads: exit status 2, one line naming the fault ----
 while IFS='|' read -r options message; do
   set +e

@@ -102,6 +102,13 @@ bool timeOfElement(const unsigned char* der, size_t n, time_t& out) {
   return ok;
 }
 
+bool timeOfGeneralized(const std::string& text, time_t& out) {
+  ASN1_TIME* t = ASN1_TIME_new();
+  const bool ok = t != nullptr && ASN1_GENERALIZEDTIME_set_string(t, text.c_str()) == 1 && timeOf(t, out);
+  ASN1_TIME_free(t);
+  return ok;
+}
+
 int verifySignatureValue(EVP_PKEY* key, const Bytes& signatureAlgorithm, const EVP_MD* digestMd,
                          const unsigned char* data, size_t n, const Bytes& signature, std::string& reason) {
   const unsigned char* p = signatureAlgorithm.data();

@@ -29,6 +29,9 @@ bool timeOf(const ASN1_TIME* time, time_t& out);
 // A UTCTime or GeneralizedTime element; false for anything else.
 bool timeOfElement(const unsigned char* der, size_t n, time_t& out);
 
+// The time of GeneralizedTime text (YYYYMMDDhhmmssZ); false for text that is not one.
+bool timeOfGeneralized(const std::string& text, time_t& out);
+
 // Verifies signature over data with key, the algorithm named by the signatureAlgorithm element and, where
 // that names none, digestMd: RSA PKCS #1 v1.5, RSASSA-PSS, ECDSA, Ed25519. 1 verified, 0 not, -1 an
 // algorithm that is not offered (reason says which).

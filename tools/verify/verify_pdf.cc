@@ -18,6 +18,27 @@ constexpr size_t kMaxDssEntries = 1024;
 constexpr const char* kEof = "%%EOF";
 constexpr const char* kSubFilterTimeStamp = "/ETSI.RFC3161";
 
+// A PDF date "D:YYYYMMDDHHmmSS" with Z or an offset +HH'mm' as YYYY-MM-DDThh:mm:ssZ; empty when it is not one.
+std::string pdfTime(const std::string& text) {
+  constexpr size_t kDigits = 14;
+  constexpr size_t kOffsetLength = 6;  // +HH'mm
+  constexpr int kSecondsPerMinute = 60;
+  if (text.size() < 2 + kDigits || text.compare(0, 2, "D:") != 0) return "";
+  std::string digits = text.substr(2, kDigits) + "Z";
+  time_t t = 0;
+  if (!std::all_of(digits.begin(), digits.end() - 1, ::isdigit) ||
+      !timeOfGeneralized(digits, t)) {
+    return "";
+  }
+  const std::string zone = text.substr(2 + kDigits);
+  if (zone.size() >= kOffsetLength && (zone[0] == '+' || zone[0] == '-') && std::isdigit(zone[1]) &&
+      std::isdigit(zone[2]) && std::isdigit(zone[4]) && std::isdigit(zone[5])) {
+    const int minutes = ((zone[1] - '0') * 10 + (zone[2] - '0')) * kSecondsPerMinute + (zone[4] - '0') * 10 + (zone[5] - '0');
+    t -= (zone[0] == '+' ? 1 : -1) * static_cast<time_t>(minutes) * kSecondsPerMinute;
+  }
+  return isoTime(t);
+}
+
 bool isHex(unsigned char c) { return std::isxdigit(c) != 0; }
 
 // The /ByteRange [0 a b c] leaves out exactly the hex string /Contents (from '<' to '>') and ends where a
@@ -131,6 +152,7 @@ SignatureReport judge(const Bytes& file, const PdfSignatureEntry& e, const std::
     }
   }
   if (e.subFilter != kSubFilterTimeStamp) r.kind = "signature";
+  if (r.signingTime.empty()) r.signingTime = pdfTime(e.time);
   r.field = e.fieldName;
   r.coversWholeFile = e.coversWholeFile;
   for (size_t i = revision + 1; i < ends.size(); ++i) {
