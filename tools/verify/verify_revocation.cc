@@ -11,6 +11,8 @@ namespace {
 
 // More sources than this for one certificate are not examined.
 constexpr size_t kMaxSources = 64;
+// A larger CRL (some hundred thousand entries) is not parsed: OpenSSL would hold every entry as an object.
+constexpr size_t kMaxCrlBytes = 8u * 1024 * 1024;
 constexpr const char* kRevocation = "revocation";
 
 // What one source says of the certificate.
@@ -92,6 +94,7 @@ Statement ocspStatement(const Bytes& der, X509* certificate, X509* issuer, time_
 Statement crlStatement(const Bytes& der, X509* certificate, X509* issuer, time_t t) {
   Statement s;
   s.source = "CRL";
+  if (der.size() > kMaxCrlBytes) return s;
   const unsigned char* p = der.data();
   X509_CRL* crl = d2i_X509_CRL(nullptr, &p, static_cast<long>(der.size()));
   if (crl == nullptr) return s;
