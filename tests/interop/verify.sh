@@ -28,6 +28,7 @@ stop() {
 trap stop EXIT
 cd "$work"
 fail() { echo "FAIL: $*" >&2; exit 1; }
+checks=0
 
 # Flips the lowest bit of the byte at offset (negative: from the end) of a file copied to out.
 flip() {  # in out offset
@@ -153,6 +154,37 @@ PY
 )
 ksign kolvari-foreign-token.p7s ec --unsigned-attr "1.2.840.113549.1.9.16.2.14=$token"
 
+# Two signers in one SignedData: both judged, both pass.
+openssl cms -sign -binary -in content.bin -signer pki/rsa.pem -inkey pki/rsa.key -signer pki/ec.pem -inkey pki/ec.key \
+  -outform DER -out ossl-two-signers.p7s
+# A certificate flood: 300 certificates beside the signer's.
+for i in $(seq 300); do
+  openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout /dev/null -subj "/CN=flood $i" \
+    -days 1 2> /dev/null
+done > flood.pem
+cms_sign ossl-flood.p7s ec -certfile flood.pem
+# A loop of issuers: A issued by B, B issued by A, the signer issued by A; no trust anchor is reached.
+openssl genpkey -algorithm EC -pkeyopt ec_paramgen_curve:P-256 -out loop-a.key
+openssl genpkey -algorithm EC -pkeyopt ec_paramgen_curve:P-256 -out loop-b.key
+openssl req -x509 -new -key loop-a.key -subj "/CN=Loop A" -days 30 -config pki/x509.cnf -extensions ca -out loop-a0.pem
+loop_issue() {  # out subject-key subject issuer-cert issuer-key section
+  openssl req -new -key "$2" -subj "$3" -config pki/x509.cnf |
+    openssl x509 -req -CA "$4" -CAkey "$5" -set_serial "0x$RANDOM" -days 30 -extfile pki/x509.cnf -extensions "$6" \
+      -out "$1" 2> /dev/null
+}
+loop_issue loop-b.pem loop-b.key "/CN=Loop B" loop-a0.pem loop-a.key ca
+loop_issue loop-a.pem loop-a.key "/CN=Loop A" loop-b.pem loop-b.key ca
+loop_issue loop-signer.pem pki/ec.key "/CN=looped signer" loop-a.pem loop-a.key signer
+cat loop-a.pem loop-b.pem > loop-chain.pem
+openssl cms -sign -binary -in content.bin -signer loop-signer.pem -inkey pki/ec.key -certfile loop-chain.pem \
+  -outform DER -out ossl-loop.p7s
+"$KOLVARI" verify --json --trust pki/ca.pem --content content.bin ossl-two-signers.p7s > two.json ||
+  fail "ossl-two-signers.p7s: $(cat two.json)"
+python3 -c 'import json, sys; s = json.load(open(sys.argv[1]))["signatures"]
+assert sorted(x["signer"] for x in s) == ["CN=ec signer,O=Kolvari", "CN=rsa signer,O=Kolvari"], s' two.json ||
+  fail "ossl-two-signers.p7s: $(cat two.json)"
+checks=$((checks + 1))
+
 # ---- faults made from them ----
 # Changed content inside an attached signature: the content is the last OCTET STRING before the certificates.
 flip ossl-rsa-attached.p7s changed-content.p7s "$(( $(offset_of ossl-rsa-attached.p7s "$(head -c 16 content.bin | xxd -p)") + 5 ))"
@@ -162,7 +194,6 @@ flip ossl-ec-detached.p7s changed-attribute.p7s "$(( $(offset_of ossl-ec-detache
 flip ossl-rsa-detached.p7s flipped-signature.p7s -1
 
 # ---- the table: FILE|OPTIONS|INDICATION|SUB-INDICATION|what openssl cms -verify says (pass, fail or -) ----
-checks=0
 while IFS='|' read -r file options indication sub openssl_says; do
   [ -z "$file" ] && continue
   # shellcheck disable=SC2086  # OPTIONS are words
@@ -225,6 +256,8 @@ kolvari-revoked.p7s|--trust pki/ca.pem --content content.bin --revocation none|T
 kolvari-foreign-token.p7s|--trust pki/ca.pem --content content.bin|TOTAL_FAILED|HASH_FAILURE|-
 kolvari-encipher.p7s|--trust pki/ca.pem --content content.bin|INDETERMINATE|CHAIN_CONSTRAINTS_FAILURE|-
 ossl-rsa-detached.p7s|--trust pki/ca.pem|INDETERMINATE|FORMAT_FAILURE|-
+ossl-flood.p7s|--trust pki/ca.pem --content content.bin|INDETERMINATE|FORMAT_FAILURE|-
+ossl-loop.p7s|--trust pki/ca.pem --content content.bin|INDETERMINATE|NO_CERTIFICATE_CHAIN_FOUND|fail
 EOF
 
 # The time-stamp sets the validation time: the time-stamped signature passes and says when it was stamped.
