@@ -308,6 +308,50 @@ b = str(int(a) - 10).encode().rjust(len(a))
 open(sys.argv[2], "wb").write(d[:m.start(2)] + b + d[m.end(2):])
 PY
 
+# A document time-stamp added to once.pdf by hand: a /DocTimeStamp dictionary (/SubFilter /ETSI.RFC3161) in
+# one more revision, its token asked of `openssl ts -reply` over the SHA-256 of the byte range.
+python3 - once.pdf stamped-doc.pdf.part <<'PY'
+import re, sys
+d = open(sys.argv[1], "rb").read()
+prev = int(re.findall(rb"startxref\s+(\d+)", d)[-1])
+fields = re.findall(rb"/Fields \[([^\]]*)\]", d)[-1].strip()
+out = bytearray(d)
+offsets = {}
+offsets[1] = len(out)
+out += b"1 0 obj\n<< /AcroForm << /Fields [ %s 7 0 R ] /SigFlags 3 >> /Pages 2 0 R /Type /Catalog >>\nendobj\n" % fields
+offsets[6] = len(out)
+out += b"6 0 obj\n<< /Type /DocTimeStamp /Filter /Adobe.PPKLite /SubFilter /ETSI.RFC3161\n/ByteRange [0 0000000000 0000000000 0000000000]\n/Contents <"
+gap_start = len(out) - 1
+out += b"0" * 16384
+out += b">"
+gap_end = len(out)
+out += b" >>\nendobj\n"
+offsets[7] = len(out)
+out += b"7 0 obj\n<< /Type /Annot /Subtype /Widget /FT /Sig /T (DocTimeStamp1) /V 6 0 R /F 132 /Rect [0 0 0 0] /P 3 0 R >>\nendobj\n"
+xref = len(out)
+out += b"xref\n1 1\n%010d 00000 n \n6 2\n%010d 00000 n \n%010d 00000 n \n" % (offsets[1], offsets[6], offsets[7])
+out += b"trailer\n<< /Size 8 /Root 1 0 R /Prev %d >>\nstartxref\n%d\n%%%%EOF\n" % (prev, xref)
+numbers = b"0 %010d %010d %010d" % (gap_start, gap_end, len(out) - gap_end)
+out = out.replace(b"0 0000000000 0000000000 0000000000", numbers, 1)
+open(sys.argv[2], "wb").write(out)
+print(gap_start, gap_end)
+PY
+read -r gap_start gap_end < <(python3 -c 'import re, sys; d = open(sys.argv[1], "rb").read()
+m = re.findall(rb"/ByteRange \[0 (\d+) (\d+)", d)[-1]; print(int(m[0]), int(m[1]))' stamped-doc.pdf.part)
+digest=$( (head -c "$gap_start" stamped-doc.pdf.part; tail -c +"$((gap_end + 1))" stamped-doc.pdf.part) | openssl dgst -sha256 -r | cut -d' ' -f1)
+(cd pki && openssl ts -query -digest "$digest" -sha256 -cert -out ../doc.tsq 2> /dev/null &&
+  openssl ts -reply -config ts.cnf -queryfile ../doc.tsq -token_out -out ../doc.tst 2> /dev/null) ||
+  fail "openssl ts could not make the document time-stamp"
+python3 - stamped-doc.pdf.part doc.tst "$gap_start" stamped-doc.pdf <<'PY'
+import sys
+d = bytearray(open(sys.argv[1], "rb").read())
+token = open(sys.argv[2], "rb").read().hex().upper().encode()
+at = int(sys.argv[3]) + 1
+d[at:at + len(token)] = token
+open(sys.argv[4], "wb").write(d)
+PY
+flip stamped-doc.pdf stamped-doc-changed.pdf 20
+
 # FILE|signature (from 1)|INDICATION|SUB-INDICATION|coversWholeFile|kinds of the later revisions|pdfsig says
 while IFS='|' read -r file index indication sub whole later pdfsig_says; do
   set +e
@@ -334,11 +378,18 @@ stamped.pdf|1|TOTAL_PASSED|-|true|-|valid
 annotated.pdf|1|TOTAL_PASSED|-|false|annotations|valid
 changed.pdf|1|TOTAL_FAILED|HASH_FAILURE|true|-|invalid
 skipping.pdf|1|INDETERMINATE|FORMAT_FAILURE|false|-|invalid
+stamped-doc.pdf|1|TOTAL_PASSED|-|false|document time-stamp|valid
+stamped-doc.pdf|2|TOTAL_PASSED|-|true|-|-
+stamped-doc-changed.pdf|2|TOTAL_FAILED|HASH_FAILURE|true|-|-
 EOF
 "$KOLVARI" verify --json --trust pki/ca.pem stamped.pdf > stamped.json
 python3 -c 'import json, sys; assert json.load(open(sys.argv[1]))["signatures"][0]["timestamp"]' stamped.json ||
   fail "stamped.pdf: no time-stamp time: $(cat stamped.json)"
-checks=$((checks + 1))
+"$KOLVARI" verify --json --trust pki/ca.pem stamped-doc.pdf > stamped-doc.json
+python3 -c 'import json, sys; s = json.load(open(sys.argv[1]))["signatures"][1]
+assert s["kind"] == "document time-stamp" and s["timestamp"] and s["signer"] == "CN=Verify Test TSA", s' \
+  stamped-doc.json || fail "stamped-doc.pdf: $(cat stamped-doc.json)"
+checks=$((checks + 2))
 
 # ---- command lines and files that are not what verify reads: exit status 2, one line naming the fault ----
 while IFS='|' read -r options message; do
