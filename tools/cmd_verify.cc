@@ -1,6 +1,8 @@
 // kolvari verify: judges every signer of a CMS SignedData (DER, PEM or base64) or every signature and
 // document time-stamp of a PDF, and prints the report as text or JSON (tools/verify/ holds the checks).
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 

@@ -1,5 +1,6 @@
 #include "verify/verify_cms.h"
 
+#include <algorithm>
 #include <cstring>
 #include <map>
 

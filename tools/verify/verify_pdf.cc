@@ -1,8 +1,10 @@
 #include "verify/verify_pdf.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
 #include <exception>
+#include <functional>
 
 #include <qpdf/QPDF.hh>
 #include <qpdf/QPDFObjectHandle.hh>

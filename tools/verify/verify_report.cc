@@ -17,6 +17,9 @@ Outcome SignatureReport::outcomeOf(const std::string& name) const {
 
 namespace {
 
+// The check names start in this column of the text report, after the outcome.
+constexpr size_t kOutcomeColumn = 14;
+
 const Check* decidingCheck(const std::vector<Check>& checks) {
   for (const Check& c : checks) {
     if (c.outcome == Outcome::kFailed || c.outcome == Outcome::kIndeterminate) return &c;
@@ -69,8 +72,8 @@ std::string reportText(const std::vector<SignatureReport>& signatures) {
     if (!s.timestamp.empty()) out += "  time-stamp:   " + s.timestamp + "\n";
     if (s.coversWholeFile) out += std::string("  covers whole file: ") + (*s.coversWholeFile ? "yes" : "no") + "\n";
     for (const Check& c : s.checks) {
-      out += "  " + std::string(outcomeName(c.outcome)) + std::string(14 - std::string(outcomeName(c.outcome)).size(), ' ') +
-             c.name + ": " + c.reason + "\n";
+      const std::string outcome = outcomeName(c.outcome);
+      out += "  " + outcome + std::string(kOutcomeColumn - outcome.size(), ' ') + c.name + ": " + c.reason + "\n";
     }
     for (const LaterRevision& r : s.laterRevisions) {
       out += "  changed later: " + r.kind + " (revision ending at " + std::to_string(r.end) + ")\n";
