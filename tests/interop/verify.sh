@@ -334,7 +334,6 @@ out += b"trailer\n<< /Size 8 /Root 1 0 R /Prev %d >>\nstartxref\n%d\n%%%%EOF\n" 
 numbers = b"0 %010d %010d %010d" % (gap_start, gap_end, len(out) - gap_end)
 out = out.replace(b"0 0000000000 0000000000 0000000000", numbers, 1)
 open(sys.argv[2], "wb").write(out)
-print(gap_start, gap_end)
 PY
 read -r gap_start gap_end < <(python3 -c 'import re, sys; d = open(sys.argv[1], "rb").read()
 m = re.findall(rb"/ByteRange \[0 (\d+) (\d+)", d)[-1]; print(int(m[0]), int(m[1]))' stamped-doc.pdf.part)
