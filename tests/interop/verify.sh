@@ -187,7 +187,7 @@ checks=$((checks + 1))
 
 # ---- faults made from them ----
 # Changed content inside an attached signature: the content is the last OCTET STRING before the certificates.
-flip ossl-rsa-attached.p7s changed-content.p7s "$(( $(offset_of ossl-rsa-attached.p7s "$(head -c 16 content.bin | xxd -p)") + 5 ))"
+flip ossl-rsa-attached.p7s changed-content.p7s "$(( $(offset_of ossl-rsa-attached.p7s "$(head -c 16 content.bin | od -An -tx1 | tr -d " \n")") + 5 ))"
 # A changed signed attribute: a digit of the signing time (the last UTCTime, after the certificates').
 flip ossl-ec-detached.p7s changed-attribute.p7s "$(( $(offset_of ossl-ec-detached.p7s 170d last) + 5 ))"
 # A flipped signature byte: the signature value ends the file when there are no unsigned attributes.
