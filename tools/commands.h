@@ -23,6 +23,7 @@ int runSign(const Arguments& args);
 int runSignPdf(const Arguments& args);
 int runLogCheck(const Arguments& args);
 int runInspect(const Arguments& args);
+int runVerify(const Arguments& args);
 
 // The tool's own logger: on when a configuration file lies beside the program ("<path of kolvari>.cfgLog").
 CvelLogger& toolLogger();

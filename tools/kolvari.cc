@@ -190,6 +190,30 @@ constexpr Command kCommands[] = {
      "example:\n"
      "  kolvari sign-pdf --key signer.key --cert signer.pem --chain ca.pem --reason Approved in.pdf signed.pdf\n"
      "  pdfsig signed.pdf\n"},
+    {"verify", runVerify, "tell whether the signatures of a CMS file or a PDF are valid, and why",
+     "usage: kolvari verify [--content FILE] [--trust CERTS]... [--trust-dir DIR] [--system-trust] [--at TIME]\n"
+     "                      [--revocation none|embedded|fetch] [--timeout SECONDS] [--json] FILE\n"
+     "\n"
+     "Judges every signer of a CMS SignedData (DER, PEM or base64; definite or indefinite length) or every\n"
+     "signature and document time-stamp of a PDF: format (and a PDF's /ByteRange), integrity (message digest\n"
+     "and signature value), signer identification, the certificate path at the validation time (a passing\n"
+     "signature time-stamp's time, else now or --at), the signature time-stamps and revocation. Each gets an\n"
+     "indication of ETSI EN 319 102-1 (TOTAL_PASSED, TOTAL_FAILED, INDETERMINATE) and a sub-indication; a PDF\n"
+     "lists the revisions added after each signature. Exit status 0 when every signature is TOTAL_PASSED.\n"
+     "\n"
+     "  --content FILE     the signed file of a detached signature (hashed as it is read)\n"
+     "  --trust CERTS      trust anchors, PEM (any number) or DER (repeatable)\n"
+     "  --trust-dir DIR    every certificate file in DIR is a trust anchor\n"
+     "  --system-trust     OpenSSL's default trust store too\n"
+     "  --at TIME          validate at TIME (YYYYMMDDhhmmssZ) instead of now, when no time-stamp gives a time\n"
+     "  --revocation MODE  none; embedded (default): the OCSP responses and CRLs in the signature and the\n"
+     "                     PDF's DSS; fetch: also ask the certificate's OCSP responder or CRL distribution point\n"
+     "  --timeout SECONDS  time limit of each fetch (default 10)\n"
+     "  --json             one JSON document {\"signatures\": [...]} (schema in README.md)\n"
+     "\n"
+     "example:\n"
+     "  kolvari verify --trust ca.pem --content document.txt document.p7s\n"
+     "  kolvari verify --trust ca.pem --json signed.pdf\n"},
 };
 
 constexpr char kExitStatuses[] =
