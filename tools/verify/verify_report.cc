@@ -1,6 +1,7 @@
 #include "verify/verify_report.h"
 
 #include "commands.h"
+#include "inspect/json_output.h"
 
 Check& SignatureReport::add(const std::string& name, Outcome outcome, const std::string& reason,
                             const std::string& sub) {
@@ -27,7 +28,7 @@ const Check* decidingCheck(const std::vector<Check>& checks) {
   return nullptr;
 }
 
-std::string jsonTextOrNull(const std::string& text) { return text.empty() ? "null" : jsonQuoted(text, true); }
+Json textOrNull(const std::string& text) { return text.empty() ? Json(nullptr) : Json(text); }
 
 }  // namespace
 
@@ -83,36 +84,31 @@ std::string reportText(const std::vector<SignatureReport>& signatures) {
 }
 
 std::string reportJson(const std::vector<SignatureReport>& signatures) {
-  std::string out = "{\"signatures\": [";
-  for (size_t i = 0; i < signatures.size(); ++i) {
-    const SignatureReport& s = signatures[i];
-    out += i == 0 ? "\n" : ",\n";
-    out += "  {\"kind\": " + jsonQuoted(s.kind, true);
-    if (!s.field.empty()) out += ", \"field\": " + jsonQuoted(s.field, true);
-    out += ", \"indication\": \"" + std::string(indicationName(s.indication())) + "\"";
-    out += ", \"subIndication\": " + jsonTextOrNull(s.subIndication());
-    out += ", \"signer\": " + jsonTextOrNull(s.signer);
-    out += ", \"signingTime\": " + jsonTextOrNull(s.signingTime);
-    out += ", \"timestamp\": " + jsonTextOrNull(s.timestamp);
+  Json list = Json::array();
+  for (const SignatureReport& s : signatures) {
+    Json one;
+    one["kind"] = s.kind;
+    if (!s.field.empty()) one["field"] = s.field;
+    one["indication"] = indicationName(s.indication());
+    one["subIndication"] = textOrNull(s.subIndication());
+    one["signer"] = textOrNull(s.signer);
+    one["signingTime"] = textOrNull(s.signingTime);
+    one["timestamp"] = textOrNull(s.timestamp);
     if (s.coversWholeFile) {
-      out += std::string(", \"coversWholeFile\": ") + (*s.coversWholeFile ? "true" : "false");
-      out += ", \"laterRevisions\": [";
-      for (size_t r = 0; r < s.laterRevisions.size(); ++r) {
-        out += (r == 0 ? "" : ", ") + std::string("{\"end\": ") + std::to_string(s.laterRevisions[r].end) +
-               ", \"kind\": " + jsonQuoted(s.laterRevisions[r].kind, true) + "}";
-      }
-      out += "]";
+      one["coversWholeFile"] = *s.coversWholeFile;
+      Json later = Json::array();
+      for (const LaterRevision& r : s.laterRevisions) later.push_back(Json{{"end", r.end}, {"kind", r.kind}});
+      one["laterRevisions"] = std::move(later);
     }
-    out += ",\n   \"checks\": [";
-    for (size_t c = 0; c < s.checks.size(); ++c) {
-      const Check& k = s.checks[c];
-      out += (c == 0 ? "\n" : ",\n") + std::string("    {\"name\": ") + jsonQuoted(k.name, true) +
-             ", \"outcome\": \"" + outcomeName(k.outcome) + "\", \"subIndication\": " +
-             jsonTextOrNull(k.outcome == Outcome::kPassed ? std::string() : k.subIndication) +
-             ", \"reason\": " + jsonQuoted(k.reason, true) + "}";
+    Json checks = Json::array();
+    for (const Check& c : s.checks) {
+      checks.push_back(Json{{"name", c.name},
+                            {"outcome", outcomeName(c.outcome)},
+                            {"subIndication", textOrNull(c.outcome == Outcome::kPassed ? std::string() : c.subIndication)},
+                            {"reason", c.reason}});
     }
-    out += "]}";
+    one["checks"] = std::move(checks);
+    list.push_back(std::move(one));
   }
-  out += signatures.empty() ? "]}\n" : "\n]}\n";
-  return out;
+  return jsonDocument(Json{{"signatures", std::move(list)}});
 }
