@@ -32,6 +32,12 @@ void assignHex(CvelString& out, const std::string& text) {
   out.assign(b.data(), static_cast<uint32_t>(b.size()));
 }
 
+CvelString hexString(const std::string& text) {
+  CvelString out;
+  assignHex(out, text);
+  return out;
+}
+
 Bytes toBytes(const CvelString& s) {
   if (s.isEmpty()) return {};
   return Bytes(s.data(), s.data() + s.length());

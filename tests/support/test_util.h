@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "asn1/cvel_a1_input.h"
+#include "asn1/cvel_a1_stream_cursor.h"
 #include "asn1/cvel_string.h"
 
 namespace testutil {
@@ -18,7 +20,20 @@ std::string toHex(const Bytes& bytes);
 std::string toHex(const CvelString& s);
 // An owned CvelString holding the bytes of hex text.
 void assignHex(CvelString& out, const std::string& text);
+CvelString hexString(const std::string& text);
 Bytes toBytes(const CvelString& s);
+
+// T::decode(in, cursor) over bytes, the cursor first on their first element; with next false it is handed over
+// unread, for objects that read their own first element.
+template <typename T>
+CvelResult decodeFirst(const Bytes& bytes, T& object, bool next = true) {
+  CvelString image;
+  image.assign(bytes.data(), static_cast<uint32_t>(bytes.size()));
+  CvelA1InputString in(image, 0, image.length());
+  CvelA1StreamCursor cursor;
+  const CvelResult first = next ? cursor.next(in) : kCvelOk;
+  return first == kCvelOk ? object.decode(in, cursor) : first;
+}
 
 // Path of a file under tests/data.
 std::string dataPath(const std::string& name);
