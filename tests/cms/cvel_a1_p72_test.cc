@@ -10,7 +10,6 @@
 
 #include "asn1/cvel_a1_size.h"
 #include "cms/cvel_a1_p72.h"
-#include "support/openssl_text.h"
 #include "support/test_util.h"
 
 namespace {

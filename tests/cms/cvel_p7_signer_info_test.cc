@@ -10,7 +10,6 @@
 #include "cms/cvel_p7_signer_info.h"
 #include "cms/cvel_tsp_response.h"
 #include "kolvari/zarv.h"
-#include "support/openssl_text.h"
 #include "support/test_util.h"
 
 namespace {

@@ -1,4 +1,4 @@
-// Helpers shared by the unit tests: bytes from hex text, files from the test data folder.
+// Helpers shared by the unit tests: bytes from hex text, small DER by hand, files from the test data folder.
 #ifndef KOLVARI_TESTS_SUPPORT_TEST_UTIL_H
 #define KOLVARI_TESTS_SUPPORT_TEST_UTIL_H
 
@@ -34,6 +34,10 @@ CvelResult decodeFirst(const Bytes& bytes, T& object, bool next = true) {
   const CvelResult first = next ? cursor.next(in) : kCvelOk;
   return first == kCvelOk ? object.decode(in, cursor) : first;
 }
+
+// An element of up to 255 content octets from tag and content in hex, the length counted here: DER written
+// by hand in tests.
+std::string tlv(const std::string& tag, const std::string& content);
 
 // Path of a file under tests/data.
 std::string dataPath(const std::string& name);

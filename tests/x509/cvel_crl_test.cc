@@ -10,7 +10,6 @@
 #include <tuple>
 
 #include "base/scratch_dir.h"
-#include "support/openssl_text.h"
 #include "support/test_util.h"
 
 namespace {
