@@ -12,8 +12,7 @@
 namespace {
 
 TEST(CvelDataStream, BufferReadsStopAtTheLimitAndWritesMoveIt) {
-  CvelString buffer;
-  testutil::assignHex(buffer, "01 02 03 04 05");
+  CvelString buffer = testutil::hexString("01 02 03 04 05");
   CvelDataStream stream(&buffer);
   unsigned char got[8] = {};
   uint32_t count = 99;

@@ -129,8 +129,7 @@ TEST(CvelOids, AddsEachIdentifierOnce) {
   EXPECT_EQ(list.add("2.5.4.3"), 0u);  // not the success code
   EXPECT_EQ(list.add(static_cast<const char*>(nullptr)), kCvelErrBadParameter);
   EXPECT_EQ(list.add(""), kCvelErrMalformed);
-  CvelString der;
-  testutil::assignHex(der, "06 03 55 04 06");
+  CvelString der = testutil::hexString("06 03 55 04 06");
   EXPECT_EQ(list.addDer(der), kCvelOk);
   EXPECT_EQ(list.indexOf("2.5.4.6"), 1);
   EXPECT_EQ(list.size(), 2u);

@@ -49,8 +49,7 @@ TEST(CvelTime, DecodesUtcGeneralizedASequenceAroundOneOrBareText) {
       {"32 34 30 31 30 31 31 32 30 30 30 30 5A", "20240101120000Z"}, {"30 03 02 01 05", "state 2"},
       {"17 04 32 34 41 31", "state 1"}, {"04 02 01 02", "state 1"}, {"17 0D 32 34", "state 1"}};
   for (const auto& [der, fields] : cases) {
-    CvelString s;
-    testutil::assignHex(s, der);
+    CvelString s = testutil::hexString(der);
     CvelTime t;
     EXPECT_EQ(t.decode(s, nullptr), fields[0] == 's' ? kCvelErrIncomplete : kCvelOk) << der;
     EXPECT_EQ(fieldsOf(t), fields) << der;

@@ -8,11 +8,8 @@
 #include <string>
 #include <utility>
 
-#include "asn1/cvel_a1_input.h"
 #include "asn1/cvel_a1_size.h"
-#include "asn1/cvel_a1_stream_cursor.h"
 #include "cms/cvel_a1_p72.h"
-#include "support/openssl_text.h"
 #include "support/test_util.h"
 
 namespace {
@@ -21,13 +18,8 @@ using testutil::Bytes;
 using testutil::hex;
 using testutil::toHex;
 
-CvelResult decodeBytes(const Bytes& bytes, CvelA1P72& p72) {
-  CvelString image;
-  image.assign(bytes.data(), static_cast<uint32_t>(bytes.size()));
-  CvelA1InputString in(image, 0, image.length());
-  CvelA1StreamCursor cursor;
-  return p72.decode(in, cursor);
-}
+// The signedData object reads its own first element.
+CvelResult decodeBytes(const Bytes& bytes, CvelA1P72& p72) { return testutil::decodeFirst(bytes, p72, false); }
 
 TEST(CvelA1P72, DerMessagesOfOtherSoftwareEncodeBackToTheirBytes) {
   // DER without CRLs, so our encoding must give their very bytes; except that content of a type other than
@@ -118,12 +110,8 @@ TEST(CvelA1P72, CrlsAreReadButNotWrittenBack) {
 TEST(CvelA1P72DeathTest, SizeQueryStopsInTheContentInfo) {
   CvelA1P72 p72;
   CvelA1Size size;
-  EXPECT_DEATH(
-      {
-        dup2(STDERR_FILENO, STDOUT_FILENO);
-        p72.getSize(size, false);
-      },
-      "CvelP71::get_asn1_size\\( CvelA1Size &velSize, BOOL bDetached \\) called");
+  EXPECT_DEATH((dup2(STDERR_FILENO, STDOUT_FILENO), p72.getSize(size, false)),
+               "CvelP71::get_asn1_size\\( CvelA1Size &velSize, BOOL bDetached \\) called");
 }
 
 }  // namespace

@@ -6,34 +6,21 @@
 #include <string>
 
 #include "api/signer_info_record.h"
-#include "asn1/cvel_a1_input.h"
-#include "asn1/cvel_a1_stream_cursor.h"
 #include "asn1/cvel_oid.h"
 #include "cms/cvel_p7_signer_info.h"
 #include "cms/cvel_tsp_response.h"
 #include "kolvari/zarv.h"
-#include "support/openssl_text.h"
 #include "support/test_util.h"
 
 namespace {
 
 using testutil::Bytes;
+using testutil::decodeFirst;
 using testutil::hex;
 using testutil::toHex;
 
 const std::string kTimeStampToken = "1.2.840.113549.1.9.16.2.14";
 const std::string kRevocationValues = "1.2.840.113549.1.9.16.2.24";
-
-// Decodes the first element of bytes with decode(in, cursor) of T.
-template <typename T>
-CvelResult decodeFirst(const Bytes& bytes, T& object) {
-  CvelString image;
-  image.assign(bytes.data(), static_cast<uint32_t>(bytes.size()));
-  CvelA1InputString in(image, 0, image.length());
-  CvelA1StreamCursor cursor;
-  if (cursor.next(in) != kCvelOk) return 0xBAD;
-  return object.decode(in, cursor);
-}
 
 const CvelTSPResponse* tokenAt(const CvelP7SignerInfo& signer, uint32_t i) {
   CvelTSPResponse* r = nullptr;

@@ -7,7 +7,6 @@
 
 #include "cms/cvel_tsp_response.h"
 #include "cms/cvel_tst_info.h"
-#include "support/openssl_text.h"
 #include "support/test_util.h"
 
 namespace {

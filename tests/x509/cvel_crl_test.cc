@@ -10,7 +10,6 @@
 #include <tuple>
 
 #include "base/scratch_dir.h"
-#include "support/openssl_text.h"
 #include "support/test_util.h"
 
 namespace {
@@ -48,10 +47,8 @@ struct FullCRLs : CvelCRLs {
 };
 
 TEST(CvelCRLs, FindByIssuer) {
-  CvelString first, other, missing;
-  assignHex(first, "300D310B300906035504030C024341");
-  assignHex(other, "300D310B300906035504030C024342");
-  assignHex(missing, "3100");
+  const CvelString first = hexString("300D310B300906035504030C024341"),
+                   other = hexString("300D310B300906035504030C024342"), missing = hexString("3100");
   CvelCRLs list;
   list.add(new CvelCRL());
   ASSERT_EQ(list.findByIssuer(first, CvelCRLs::kCreate, nullptr), kCvelErrBadParameter);
@@ -78,8 +75,8 @@ TEST(CvelEtsRevocationValues, EncodesBothModesByHand) {
   EXPECT_EQ(toHex(out), "3011" "060B2A864886F70D0109100218" "31023000");
   ASSERT_EQ(values.encode(out, CvelEtsRevocationValues::kModeValue), kCvelOk);
   EXPECT_EQ(toHex(out), "31043002" "3000");  // mode 0: one SEQUENCE more
-  CvelString der;
-  assignHex(der, tlv("30", tlv("A2", tlv("30", "3000" "0500" "3100"))));  // [2] holding two SEQUENCEs around NULL
+  // [2] holding two SEQUENCEs around NULL
+  CvelString der = hexString(tlv("30", tlv("A2", tlv("30", "3000" "0500" "3100"))));
   ASSERT_EQ(values.decode(der), kCvelOk);
   ASSERT_EQ(values.otherValues().size(), 1u);  // only SEQUENCEs are values
   ASSERT_EQ(values.encode(out, CvelEtsRevocationValues::kModeValue), kCvelOk);
@@ -107,8 +104,7 @@ TEST(CvelEtsRevocationValues, DecodeResults) {
   // Each case from memory and from a DER file.
   ScratchDir dir;
   for (const auto& c : cases) {
-    CvelString der;
-    assignHex(der, c.der);
+    CvelString der = hexString(c.der);
     CvelA1File file;
     ASSERT_EQ(file.open(dir.write("values.der", std::string(der.c_str(), der.length())).c_str()), kCvelOk);
     for (bool fromFile : {false, true}) {

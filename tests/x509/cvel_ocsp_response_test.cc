@@ -7,7 +7,6 @@
 #include <string>
 #include <utility>
 
-#include "support/openssl_text.h"
 #include "support/test_util.h"
 
 namespace {
