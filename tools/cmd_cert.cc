@@ -7,7 +7,9 @@
 #include "asn1/cvel_oid.h"
 #include "asn1/cvel_string.h"
 #include "asn1/cvel_time.h"
+#include "cli/command_line.h"
 #include "commands.h"
+#include "io/input_file.h"
 #include "x509/cvel_certificate.h"
 
 namespace {
@@ -177,16 +179,20 @@ void printCertificate(const CvelCertificate& certificate, bool json) {
   }
 }
 
-int runCert(const Arguments& args) {
+namespace {
+
+struct CertOptions {
   std::string path;
   bool json = false;
-  if (!parseFileAndJson(args, path, json)) {
-    std::fprintf(stderr, "usage: kolvari cert FILE [--json]\n");
-    return kExitUsage;
-  }
+};
+
+int runCert(const CertOptions& o) {
+  const std::string& path = o.path;
+  const bool json = o.json;
   std::vector<unsigned char> bytes;
-  if (!readWholeFile(path, bytes)) {
-    std::fprintf(stderr, "kolvari cert: cannot read %s\n", path.c_str());
+  std::string error;
+  if (!readInputFile(path, bytes, error)) {
+    std::fprintf(stderr, "kolvari cert: %s\n", error.c_str());
     return kExitFailure;
   }
   if (bytes.size() >= CvelString::kViewCapacity - 1) {
@@ -200,4 +206,19 @@ int runCert(const Arguments& args) {
   }
   printCertificate(certificate, json);
   return kExitOk;
+}
+
+}  // namespace
+
+ToolCommand certCommand() {
+  return {"cert", "parse a certificate (DER, PEM or base64) and print its parts",
+          "Parses a certificate in DER, PEM or bare base64 with the library and prints its parts. A file that is "
+          "not a certificate the library parses: exit status 2.",
+          "kolvari cert --json signer.pem", [](CLI::App& app) {
+            auto o = std::make_shared<CertOptions>();
+            addFlag(app, "--json", o->json,
+                    "one object with the DER of each part in hex, the times, the name attributes, the extensions");
+            addFile(app, "FILE", o->path, "the certificate");
+            return [o] { return runCert(*o); };
+          }};
 }

@@ -8,6 +8,7 @@
 #include "base/cvel_base_result.h"
 #include "base/cvel_configuration.h"
 #include "base/cvel_process.h"
+#include "cli/command_line.h"
 #include "commands.h"
 #include "log/cvel_log_console.h"
 #include "log/cvel_log_file.h"
@@ -165,25 +166,28 @@ int report(const CvelLogger& logger) {
   return logger.enabled() ? kExitOk : kExitFailure;
 }
 
-}  // namespace
-
-int runLogCheck(const Arguments& args) {
-  std::string config;
-  for (size_t i = 0; i < args.size(); ++i) {
-    if (args[i] == "--config" && i + 1 < args.size()) {
-      config = args[++i];
-    } else {
-      std::fprintf(stderr, "usage: kolvari log-check [--config FILE]\n");
-      return kExitUsage;
-    }
-  }
+int runLogCheck(const std::string& config) {
   // Without --config, the logger this very program runs with.
   if (config.empty()) return report(toolLogger());
   char module[kPathBuffer] = {};
   char program[kPathBuffer] = {};
   // The tool carries the library inside it, so the library's file is the program's.
-  if (imagePath(reinterpret_cast<const void*>(&runLogCheck), module, sizeof module) < 0) module[0] = '\0';
+  if (imagePath(reinterpret_cast<const void*>(&logCheckCommand), module, sizeof module) < 0) module[0] = '\0';
   if (executablePath(program, sizeof program) < 0) program[0] = '\0';
   CvelLogger logger(module, program, config);
   return report(logger);
+}
+
+}  // namespace
+
+ToolCommand logCheckCommand() {
+  return {"log-check", "show what the logger makes of its configuration file",
+          "Shows whether logging would be on under a logging configuration file and why, its levels, sinks and "
+          "line layout, and one sample line per level. Exit status 0 when logging would be on, 1 when off.",
+          "kolvari log-check --config kolvari.cfgLog", [](CLI::App& app) {
+            auto config = std::make_shared<std::string>();
+            addValue(app, "--config", *config, "FILE",
+                     "the file to check (default: the tool's own, its path with .cfgLog appended)");
+            return [config] { return runLogCheck(*config); };
+          }};
 }
