@@ -90,6 +90,7 @@ while read -r args; do
   checks=$((checks + 1))
 done <<'ROWS'
 der missing.der
+der -- -missing.der
 detect missing.bin
 cert missing.pem
 inspect missing.p7s

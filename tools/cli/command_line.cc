@@ -93,11 +93,14 @@ std::string usageMessage(const CLI::ParseError& e) {
   return text;
 }
 
-// The first argument the command did not take: an unknown option, or one file too many.
+// What is wrong with the first argument the command did not take (an unknown option, or one file too many),
+// or an empty text when it took them all. CLI11 leaves the "--" that ends the options among them.
 std::string leftOverMessage(const std::vector<std::string>& left) {
-  const std::string& first = left.front();
-  if (first.size() > 1 && first[0] == '-') return "unknown option " + first;
-  return "unexpected argument " + first;
+  for (const std::string& arg : left) {
+    if (arg == "--") continue;
+    return (arg.size() > 1 && arg[0] == '-' ? "unknown option " : "unexpected argument ") + arg;
+  }
+  return std::string();
 }
 
 int wrongCommandLine(const std::string& command, const std::string& message) {
@@ -145,7 +148,8 @@ int runToolCommand(const std::vector<ToolCommand>& commands, const Arguments& ar
     tool.parse(reversed);
     const CLI::App* app = tool.get_subcommands().front();
     while (commands[chosen].name != app->get_name()) ++chosen;
-    if (!app->remaining().empty()) return wrongCommandLine(name, leftOverMessage(app->remaining()));
+    const std::string leftOver = leftOverMessage(app->remaining());
+    if (!leftOver.empty()) return wrongCommandLine(name, leftOver);
   } catch (const CLI::CallForHelp&) {
     std::fputs(tool.get_subcommand(name)->help().c_str(), stdout);
     return kExitOk;
