@@ -130,7 +130,9 @@ void defineOptions(CLI::App& app, SignOptions& o) {
   const std::string content = "signature";
   addList(app, "--chain", o.chain, "CERTS", "more certificates for the SignedData (repeatable)")->group(content);
   addList(app, "--crl", o.crls, "CRL", "a CRL for the SignedData (repeatable)")->group(content);
-  addValue(app, "--digest", o.digest, "NAME", "sha256 (default), sha384 or sha512")->check(digestName())->group(content);
+  addValue(app, "--digest", o.digest, "NAME", "sha256 (default), sha384 or sha512")
+      ->check(digestName())
+      ->group(content);
   addValue(app, "--time", o.time, "TIME",
            "the signing time, YYYYMMDDhhmmssZ or YYMMDDhhmmssZ (YY below 50 is 20YY, else 19YY; default: now)")
       ->transform(signingTime())
@@ -368,7 +370,9 @@ int signWith(SignOptions& o) {
   }
   progress.finish();
   if (failed > 0 && o.inputs.size() > 1) {
-    std::fprintf(stderr, "kolvari sign: %zu of %zu files not signed (each named above); the other %zu signatures are whole in %s\n",
+    std::fprintf(stderr,
+                 "kolvari sign: %zu of %zu files not signed (each named above); the other %zu signatures are "
+                 "whole in %s\n",
                  failed, o.inputs.size(), o.inputs.size() - failed, o.outDir.c_str());
   }
   return failed == 0 ? kExitOk : kExitFailure;

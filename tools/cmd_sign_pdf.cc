@@ -87,7 +87,9 @@ void defineOptions(CLI::App& app, SignPdfOptions& o) {
 
   const std::string content = "signature";
   addList(app, "--chain", o.chain, "CERTS", "more certificates for the SignedData (repeatable)")->group(content);
-  addValue(app, "--digest", o.digest, "NAME", "sha256 (default), sha384 or sha512")->check(digestName())->group(content);
+  addValue(app, "--digest", o.digest, "NAME", "sha256 (default), sha384 or sha512")
+      ->check(digestName())
+      ->group(content);
   app.add_flag_callback("--document-order", [&o] { o.derOrder = false; },
                         "signed attributes in the order they were added; by default they are in DER SET OF order "
                         "(KOLVARI_DER_ATTRIBUTE_ORDER=1), as validators that re-encode them expect")
@@ -101,7 +103,8 @@ void defineOptions(CLI::App& app, SignPdfOptions& o) {
   addValue(app, "--name", o.fields.name, "TEXT",
            "/Name, and the name a visible signature shows (default: the certificate's CN)")
       ->group(fields);
-  addValue(app, "--field", o.fields.fieldName, "NAME", "the signature field's name (default: the first free SignatureN)")
+  addValue(app, "--field", o.fields.fieldName, "NAME",
+           "the signature field's name (default: the first free SignatureN)")
       ->check(valueCheck("field", [](std::string& v) { return v.empty() ? "an empty name" : ""; }))
       ->group(fields);
   app.add_option_function<std::string>(

@@ -40,6 +40,7 @@ CLI::Validator timeoutSeconds() {
     bool digits = !v.empty() && v.size() <= kMaxTimeoutDigits;
     for (char c : v) digits = digits && c >= '0' && c <= '9';
     const long seconds = digits ? std::stol(v) : 0;
-    return seconds >= 1 && seconds <= kMaxTimeoutSeconds ? std::string() : std::string("not whole seconds from 1 to 600");
+    const bool inRange = seconds >= 1 && seconds <= kMaxTimeoutSeconds;
+    return inRange ? std::string() : std::string("not whole seconds from 1 to 600");
   });
 }
