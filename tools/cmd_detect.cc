@@ -1,7 +1,7 @@
 // kolvari detect: classifies files by their leading bytes with the library's content-type detector, one
 // line per file ("0x00000072 pkcs7-signed-data  FILE"), or with --json an array of {"file","code","name"}.
 // A file that cannot be read is named on standard error; the others are still classified, and the exit
-// status is then 1.
+// status is then 1. A file name that is not UTF-8 is shown in JSON with U+FFFD for what is not.
 #include <cinttypes>
 #include <cstdio>
 #include <memory>
@@ -11,6 +11,7 @@
 #include "asn1/cvel_data_stream.h"
 #include "cli/command_line.h"
 #include "commands.h"
+#include "inspect/json_output.h"
 #include "io/input_file.h"
 
 namespace {
@@ -40,8 +41,7 @@ int runDetect(const DetectOptions& o) {
   const std::vector<std::string>& files = o.files;
 
   bool allRead = true;
-  bool first = true;
-  if (json) std::printf("[");
+  Json rows = Json::array();
   for (const std::string& path : files) {
     uint32_t type = 0;
     if (!detectFile(path, type)) {
@@ -49,14 +49,12 @@ int runDetect(const DetectOptions& o) {
       continue;
     }
     if (json) {
-      std::printf("%s\n  {\"file\": %s, \"code\": %" PRIu32 ", \"name\": \"%s\"}", first ? "" : ",",
-                  jsonQuoted(path, true).c_str(), type, cvelContentTypeName(type));
+      rows.push_back(Json{{"file", path}, {"code", type}, {"name", cvelContentTypeName(type)}});
     } else {
       std::printf("0x%08" PRIX32 " %-32s %s\n", type, cvelContentTypeName(type), path.c_str());
     }
-    first = false;
   }
-  if (json) std::printf("%s]\n", first ? "" : "\n");
+  if (json) std::fputs(jsonDocument(rows).c_str(), stdout);
   return allRead ? kExitOk : kExitFailure;
 }
 

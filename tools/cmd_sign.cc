@@ -18,9 +18,9 @@
 #include "io/input_file.h"
 #include "services/sign_services.h"
 #include "signing/host_signer.h"
+#include "signing/key_source.h"
 #include "signing/output_file.h"
-#include "signing/pkcs11_signer.h"
-#include "signing/pkcs11_uri.h"
+#include "signing/pass_phrase.h"
 #include "signing/signature_builder.h"
 #include "zarv_plugin.h"
 
@@ -38,8 +38,8 @@ struct SignerFiles {
 };
 
 struct SignOptions {
-  std::string key;
-  std::string cert;
+  SignerSource first;  // --key/--cert, --p12 or --pkcs11: the first signer
+  std::string pass;
   std::vector<SignerFiles> moreSigners;
   std::vector<std::string> signedAttributeTexts;  // OID=HEXDER as given
   std::vector<std::string> unsignedAttributeTexts;
@@ -55,8 +55,6 @@ struct SignOptions {
   bool pem = false;
   std::string out;
   std::string plugin;
-  std::string pkcs11;
-  std::string pkcs11Module;
   std::string outDir;
   bool force = false;
   bool quiet = false;
@@ -103,24 +101,10 @@ ExtraAttribute parseAttribute(const std::string& text) {
 
 void defineOptions(CLI::App& app, SignOptions& o) {
   const std::string signer = "signer";
-  addValue(app, "--key", o.key, "KEY", "the signer's private key (PEM or DER)")->group(signer);
-  addValue(app, "--cert", o.cert, "CERT",
-           "the signer certificate first; further certificates in the file are added too (with --pkcs11: default "
-           "the token's certificate with the key's id)")
-      ->group(signer);
-  addValue(app, "--pkcs11", o.pkcs11, "URI",
-           "sign with a key on a PKCS#11 token, named by an RFC 7512 URI: "
-           "pkcs11:token=LABEL;object=KEYLABEL;id=%01?pin-value=PIN or ?pin-source=file:PATH; without a PIN in the "
-           "URI it is asked for on the terminal")
-      ->group(signer)
-      ->excludes("--key");
-  addValue(app, "--pkcs11-module", o.pkcs11Module, "PATH",
-           "the PKCS#11 module (default: module-path= of the URI, else p11-kit-proxy.so)")
-      ->group(signer)
-      ->needs("--pkcs11");
+  addSignerKeyOptions(app, o.first, o.pass);
   app.add_option_function<std::string>(
          "--signer", [&o](const std::string& v) { o.moreSigners.push_back(parseSigner(v)); },
-         "one more signer in the same SignedData (repeatable)")
+         "one more signer in the same SignedData (repeatable; --pass serves its key too)")
       ->option_text("KEY,CERT")
       ->check(valueCheck("signer", [](std::string& v) { return isSigner(v) ? "" : "not KEY,CERT"; }))
       ->allow_extra_args(false)
@@ -170,9 +154,8 @@ void defineOptions(CLI::App& app, SignOptions& o) {
 
 // The rules between options that CLI11's own do not say; a wrong command line is a UsageError.
 void checkOptions(SignOptions& o) {
-  if (o.pkcs11.empty() && (o.key.empty() || o.cert.empty())) {
-    throw UsageError(o.key.empty() ? "--key KEY (or --pkcs11 URI) is required" : "--cert CERT is required");
-  }
+  const std::string keyFault = signerKeyFault(o.first);
+  if (!keyFault.empty()) throw UsageError(keyFault);
   if (o.outDir.empty() && o.inputs.size() > 1) throw UsageError("more than one FILE needs --out-dir DIR");
   for (const std::string& text : o.signedAttributeTexts) o.signedAttributes.push_back(parseAttribute(text));
   for (const std::string& text : o.unsignedAttributeTexts) o.unsignedAttributes.push_back(parseAttribute(text));
@@ -213,7 +196,7 @@ bool writeOutput(const SignOptions& o, const std::string& input, const Bytes& de
 // Every file the signers and the container are read from opens as an input (io/input_file.h), so that a
 // directory or a device is named as such.
 bool checkSignerInputs(const SignOptions& o, std::string& error) {
-  std::vector<std::string> paths = {o.key, o.cert};
+  std::vector<std::string> paths = {o.first.key, o.first.cert, o.first.p12};
   for (const SignerFiles& s : o.moreSigners) paths.insert(paths.end(), {s.key, s.cert});
   for (const auto* list : {&o.chain, &o.crls, &o.services.revocation.ocspResponseFiles,
                            &o.services.revocation.crlFiles}) {
@@ -234,36 +217,17 @@ struct SigningSetup {
   ContainerRequest container;
 };
 
-// The first signer from a token: its certificate from --cert, or else from the token.
-bool openTokenSigner(const SignOptions& o, SigningSetup& s, std::string& error) {
-  Pkcs11Uri uri;
-  if (!parsePkcs11Uri(o.pkcs11, uri, error)) return false;
-  std::unique_ptr<PKCS11Signer> signer = PKCS11Signer::open(o.pkcs11Module, uri, error);
-  if (signer == nullptr) return false;
-  std::vector<Bytes> file;
-  if (o.cert.empty()) {
-    file.emplace_back();
-    if (!signer->certificate(file.front(), error)) return false;
-  } else if (!readCertificates(o.cert, file, error)) {
-    return false;
-  }
-  s.signers.push_back(std::move(signer));
-  s.signerCertificates.push_back(file.front());
-  addCertificates(file, s.container.certificates);
-  return true;
-}
-
 bool loadSigners(const SignOptions& o, SigningSetup& s, std::string& error) {
-  // --key/--cert (or --pkcs11) sign first, then each --signer in the order given.
-  std::vector<SignerFiles> signerFiles;
-  if (o.pkcs11.empty()) signerFiles.push_back({o.key, o.cert});
-  signerFiles.insert(signerFiles.end(), o.moreSigners.begin(), o.moreSigners.end());
-  if (!o.pkcs11.empty() && !openTokenSigner(o, s, error)) return false;
-  for (const SignerFiles& files : signerFiles) {
-    PrivateKey key = readPrivateKey(files.key, error);
+  // --key/--cert (or --p12, or --pkcs11) sign first, then each --signer in the order given; --pass serves
+  // every encrypted key among them.
+  std::vector<SignerSource> sources{o.first};
+  for (const SignerFiles& files : o.moreSigners) sources.push_back({files.key, files.cert, {}, {}, {}});
+  PassPhrase pass(o.pass);
+  for (const SignerSource& source : sources) {
     std::vector<Bytes> file;
-    if (key == nullptr || !readCertificates(files.cert, file, error)) return false;
-    s.signers.push_back(std::make_unique<KeyFileSigner>(std::move(key)));
+    std::unique_ptr<HostSigner> signer = openSigner(source, pass, file, error);
+    if (signer == nullptr) return false;
+    s.signers.push_back(std::move(signer));
     s.signerCertificates.push_back(file.front());
     addCertificates(file, s.container.certificates);
   }
@@ -384,13 +348,15 @@ ToolCommand signCommand() {
   return {"sign", "sign files through the plug-in (OpenSSL hashes, a key file or a PKCS#11 token signs)",
           "The reference host: loads the plug-in, hashes FILE and the signer certificate with OpenSSL, has the "
           "library build the signed attributes, signs them (RSA PKCS #1 v1.5 or ECDSA) and has the library encode "
-          "the SignerInfo and the SignedData. The signer is --key with --cert, or --pkcs11. Given many files with "
-          "--out-dir, the plug-in, the keys and the certificates are loaded once and each FILE gets DIR/FILE.p7s; "
-          "a file that cannot be read or signed is reported and skipped, and the exit status is 1 when any was. "
-          "An output appears whole or not at all, also on a full disk or when the run is interrupted.",
+          "the SignerInfo and the SignedData. The signer is --key with --cert, --p12 or --pkcs11. Given many files "
+          "with --out-dir, the plug-in, the keys and the certificates are loaded once and each FILE gets "
+          "DIR/FILE.p7s; a file that cannot be read or signed is reported and skipped, and the exit status is 1 "
+          "when any was. A key that does not belong to its certificate is refused before anything is written. An "
+          "output appears whole or not at all, also on a full disk or when the run is interrupted.",
           "kolvari sign --key signer.key --cert signer.pem --chain ca.pem --out document.p7s document.txt\n"
           "openssl cms -verify -binary -inform DER -in document.p7s -content document.txt -CAfile ca.pem\n"
-          "kolvari sign --pkcs11 'pkcs11:token=demo;object=signer?pin-source=file:pin.txt' --out-dir out *.txt",
+          "kolvari sign --pkcs11 'pkcs11:token=demo;object=signer?pin-source=file:pin.txt' --out-dir out *.txt\n"
+          "kolvari sign --p12 signer.p12 --pass env:SIGNER_PASS --out document.p7s document.txt",
           [](CLI::App& app) {
             auto o = std::make_shared<SignOptions>();
             defineOptions(app, *o);

@@ -16,11 +16,12 @@
 #include "host_crypto.h"
 #include "io/input_file.h"
 #include "pdf/pdf_update.h"
+#include "pdf/truetype_font.h"
 #include "services/sign_services.h"
 #include "signing/host_signer.h"
+#include "signing/key_source.h"
 #include "signing/output_file.h"
-#include "signing/pkcs11_signer.h"
-#include "signing/pkcs11_uri.h"
+#include "signing/pass_phrase.h"
 #include "signing/signature_builder.h"
 #include "zarv_plugin.h"
 
@@ -35,10 +36,8 @@ constexpr size_t kContentsOverhead = 4096;
 constexpr size_t kTimeStampRoom = 16384;
 
 struct SignPdfOptions {
-  std::string key;
-  std::string cert;
-  std::string pkcs11;
-  std::string pkcs11Module;
+  SignerSource signer;  // --key/--cert, --p12 or --pkcs11
+  std::string pass;
   SignServices services;  // only the time stamp: long-term data would not fit a placeholder sized in advance
   std::vector<std::string> chain;
   std::string digest = "sha256";
@@ -46,6 +45,7 @@ struct SignPdfOptions {
   bool derOrder = true;
   bool force = false;
   std::string plugin;
+  std::string font;
   std::string input;
   std::string output;
 };
@@ -72,18 +72,7 @@ std::string readVisible(const std::string& text, PdfVisibleBox& box) {
 
 void defineOptions(CLI::App& app, SignPdfOptions& o) {
   const std::string signer = "signer";
-  addValue(app, "--key", o.key, "KEY", "the signer's private key (PEM or DER)")->group(signer);
-  addValue(app, "--cert", o.cert, "CERT",
-           "the signer certificate first; further certificates in the file are added too")
-      ->group(signer);
-  addValue(app, "--pkcs11", o.pkcs11, "URI",
-           "sign with a key on a PKCS#11 token, as in kolvari sign (the certificate from the token unless --cert "
-           "names one)")
-      ->group(signer)
-      ->excludes("--key");
-  addValue(app, "--pkcs11-module", o.pkcs11Module, "PATH", "the PKCS#11 module to load")
-      ->group(signer)
-      ->needs("--pkcs11");
+  addSignerKeyOptions(app, o.signer, o.pass);
 
   const std::string content = "signature";
   addList(app, "--chain", o.chain, "CERTS", "more certificates for the SignedData (repeatable)")->group(content);
@@ -104,19 +93,28 @@ void defineOptions(CLI::App& app, SignPdfOptions& o) {
            "/Name, and the name a visible signature shows (default: the certificate's CN)")
       ->group(fields);
   addValue(app, "--field", o.fields.fieldName, "NAME",
-           "the signature field's name (default: the first free SignatureN)")
-      ->check(valueCheck("field", [](std::string& v) { return v.empty() ? "an empty name" : ""; }))
+           "the signature field's name (default: the first free SignatureN); an empty signature field of that "
+           "name in the form is filled, its widget kept (no --visible then); a signed or non-signature field is "
+           "refused, and so is a name with a period")
+      ->check(valueCheck("field", [](std::string& v) {
+        std::string error;
+        return checkPdfFieldName(v, error) ? std::string() : error;
+      }))
       ->group(fields);
   app.add_option_function<std::string>(
          "--visible", [&o](const std::string& v) { o.fields.visible = readVisible(v, o.fields.box).empty(); },
          "a visible widget on page PAGE (from 1) at X,Y of size W x H points, showing the signer's name and the "
-         "time (default: an invisible widget on the first page)")
+         "time (default: an invisible widget on the first page); Latin text in the standard Helvetica")
       ->option_text("PAGE,X,Y,W,H")
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
       ->check(valueCheck("visible", [](std::string& v) {
         PdfVisibleBox unused;
         return readVisible(v, unused);
       }))
+      ->group(fields);
+  addValue(app, "--font", o.font, "FILE.ttf",
+           "with --visible: draw the text in this TrueType font, embedded whole, for any script it covers")
+      ->needs("--visible")
       ->group(fields);
 
   const std::string output = "output";
@@ -128,9 +126,8 @@ void defineOptions(CLI::App& app, SignPdfOptions& o) {
 
 // The rules between options that CLI11's own do not say.
 void checkOptions(const SignPdfOptions& o) {
-  if (o.pkcs11.empty() && (o.key.empty() || o.cert.empty())) {
-    throw UsageError(o.key.empty() ? "--key KEY (or --pkcs11 URI) is required" : "--cert CERT is required");
-  }
+  const std::string keyFault = signerKeyFault(o.signer);
+  if (!keyFault.empty()) throw UsageError(keyFault);
 }
 
 // The certificate subject's common name, else its whole subject line.
@@ -140,11 +137,17 @@ std::string signerName(const Bytes& certificate) {
   if (x509 == nullptr) return "unknown signer";
   char text[256] = {};
   X509_NAME* subject = X509_get_subject_name(x509);
-  if (X509_NAME_get_text_by_NID(subject, NID_commonName, text, sizeof text) < 0) {
-    X509_NAME_oneline(subject, text, sizeof text);
-  }
+  const int at = X509_NAME_get_index_by_NID(subject, NID_commonName, -1);
+  unsigned char* utf8 = nullptr;
+  // As UTF-8 whatever string type holds it (a BMPString's raw octets would be UTF-16).
+  const int n = at < 0 ? -1 : ASN1_STRING_to_UTF8(&utf8, X509_NAME_ENTRY_get_data(X509_NAME_get_entry(subject, at)));
+  const char* line = n > 0 ? nullptr : X509_NAME_oneline(subject, text, sizeof text);
+  std::string name = n > 0          ? std::string(reinterpret_cast<const char*>(utf8), static_cast<size_t>(n))
+                     : line != nullptr ? std::string(line)
+                                       : std::string("unknown signer");
+  OPENSSL_free(utf8);
   X509_free(x509);
-  return text;
+  return name;
 }
 
 // The signing time as /M and as the appearance shows it.
@@ -207,27 +210,21 @@ bool signPdf(const ZarvPlugin& zarv, const PdfSigningRun& run, const Bytes& inpu
   return true;
 }
 
-// The signer: a key file with its certificates, or a token's key with its certificate (or --cert's).
-bool openSigner(const SignPdfOptions& o, std::unique_ptr<HostSigner>& signer, std::vector<Bytes>& certificates,
-                std::string& error) {
-  if (o.pkcs11.empty()) {
-    PrivateKey key = readPrivateKey(o.key, error);
-    if (key == nullptr || !readCertificates(o.cert, certificates, error)) return false;
-    signer = std::make_unique<KeyFileSigner>(std::move(key));
-    return true;
+// --font FILE: a TrueType font for the visible appearance (the option reader takes it only with --visible).
+int loadFont(const SignPdfOptions& o, PdfSignatureFields& fields) {
+  Bytes file;
+  if (!readWholeFile(o.font, file)) {
+    std::fprintf(stderr, "kolvari sign-pdf: --font %s: cannot read the file\n", o.font.c_str());
+    return kExitFailure;
   }
-  Pkcs11Uri uri;
-  if (!parsePkcs11Uri(o.pkcs11, uri, error)) return false;
-  std::unique_ptr<PKCS11Signer> token = PKCS11Signer::open(o.pkcs11Module, uri, error);
-  if (token == nullptr) return false;
-  if (o.cert.empty()) {
-    certificates.emplace_back();
-    if (!token->certificate(certificates.front(), error)) return false;
-  } else if (!readCertificates(o.cert, certificates, error)) {
-    return false;
+  auto font = std::make_shared<TrueTypeFont>();
+  std::string error;
+  if (!font->read(std::move(file), error)) {
+    std::fprintf(stderr, "kolvari sign-pdf: --font %s: %s\n", o.font.c_str(), error.c_str());
+    return kExitUsage;
   }
-  signer = std::move(token);
-  return true;
+  fields.font = std::move(font);
+  return kExitOk;
 }
 
 int failed(const std::string& error) {
@@ -235,23 +232,28 @@ int failed(const std::string& error) {
   return kExitFailure;
 }
 
-int signPdfWith(const SignPdfOptions& o) {
+int signPdfWith(SignPdfOptions o) {
   checkOptions(o);
   PdfSigningRun run;
   run.digest = findDigest(o.digest);
   std::string error;
   // Before any key is read or PIN asked for: the inputs open, and the output may be written.
-  for (const std::string& path : {o.key, o.cert, o.input}) {
+  for (const std::string& path : {o.signer.key, o.signer.cert, o.signer.p12, o.font, o.input}) {
     if (!path.empty() && !checkInputFile(path, error)) return failed(error);
   }
   if (!checkOutput(o.output, o.input, o.force, error)) return failed(error);
-  std::unique_ptr<HostSigner> signer;
-  if (!openSigner(o, signer, run.certificates, error)) return failed(error);
+  PassPhrase pass(o.pass);
+  std::unique_ptr<HostSigner> signer = openSigner(o.signer, pass, run.certificates, error);
+  if (signer == nullptr) return failed(error);
   run.signerCertificate = run.certificates.front();
   for (const std::string& path : o.chain) {
     std::vector<Bytes> file;
     if (!readCertificates(path, file, error)) return failed(error);
     addCertificates(file, run.certificates);
+  }
+  if (!o.font.empty()) {
+    const int status = loadFont(o, o.fields);
+    if (status != kExitOk) return status;
   }
   Bytes input;
   if (!readInputFile(o.input, input, error)) return failed(error);
@@ -280,9 +282,10 @@ ToolCommand signPdfCommand() {
           "and in /AcroForm (/SigFlags 3; existing fields kept), and a cross-reference section of the same form as "
           "the file's last one. The digest of the /ByteRange (the whole file but /Contents) goes to the plug-in as "
           "the message digest; the detached CMS it builds (signing-certificate-v2, no signing-time attribute) is "
-          "written into /Contents in hex. Earlier signatures stay valid. The signer is --key with --cert, or "
+          "written into /Contents in hex. Earlier signatures stay valid. The signer is --key with --cert, --p12 or "
           "--pkcs11. Encrypted PDFs and PDFs whose cross-reference data cannot be read are refused, and OUT.pdf is "
-          "not written; an existing OUT.pdf is refused unless --force.",
+          "not written; so is a key that does not belong to its certificate, and an existing OUT.pdf unless "
+          "--force.",
           "kolvari sign-pdf --key signer.key --cert signer.pem --chain ca.pem --reason Approved in.pdf signed.pdf\n"
           "pdfsig signed.pdf",
           [](CLI::App& app) {

@@ -41,8 +41,4 @@ bool readWholeFile(const std::string& path, std::vector<unsigned char>& out);
 // The value of one hexadecimal digit, or -1.
 int hexDigitValue(char c);
 
-// text as a JSON string literal. Control bytes are escaped as \u00XX; so are bytes from 0x7F up unless
-// keepHighBytes (file names, passed through as the system gives them; decoded values need not be UTF-8).
-std::string jsonQuoted(const std::string& text, bool keepHighBytes);
-
 #endif  // KOLVARI_TOOLS_COMMANDS_H

@@ -73,7 +73,7 @@ TEST(CvelA1OutputString, PassesTheAppendResultBack) {
   EXPECT_EQ(sink.write("ab", 2, &written), kCvelAppendedInPlace);
   EXPECT_EQ(written, 0u);
   // A part of a string: 0xFFFFFFFF means to the end, a larger count is clipped, an offset past the end is
-  // refused. The target is full from here on, so every write grows it and succeeds.
+  // refused (deliberate: no pointer past the buffer reaches the sink). The target is full from here on, so every write grows it and succeeds.
   CvelString source;
   testutil::assignHex(source, "31 32 33 34 35");
   for (auto [offset, count] : {std::pair<uint32_t, uint32_t>{1, 2}, {3, 0xFFFFFFFF}, {4, 100}})

@@ -28,6 +28,24 @@ for c in "${commands[@]}"; do
   checks=$((checks + 1))
 done
 
+# Every option a command reads is described in its help, with its value's name.
+while read -r command option; do
+  "$KOLVARI" "$command" --help >out.txt 2>err.txt || fail "kolvari $command --help exits with $?"
+  grep -qE -- "^  $option( |$)" out.txt || fail "kolvari $command --help does not describe $option"
+  checks=$((checks + 1))
+done <<'ROWS'
+sign --p12 FILE
+sign --pass SOURCE
+sign --pkcs11 URI
+sign-pdf --p12 FILE
+sign-pdf --pass SOURCE
+sign-pdf --font FILE.ttf
+sign-pdf --field NAME
+log-check --config FILE
+log-check --library PATH
+log-check --host PROGRAM
+ROWS
+
 # A wrong command line: "kolvari COMMAND: what is wrong" and "see 'kolvari COMMAND --help'" on standard error,
 # nothing more, exit status 2.
 touch empty.txt
@@ -56,7 +74,10 @@ log-check|--config needs a value|log-check --config
 log-check|unknown option --no-such-option|log-check --no-such-option
 sign|FILE is required|sign
 sign|FILE is required|sign --key k.pem --cert c.pem
-sign|--key KEY (or --pkcs11 URI) is required|sign empty.txt
+sign|--key KEY with --cert CERT, --p12 FILE or --pkcs11 URI is required|sign empty.txt
+sign|--key KEY with --cert CERT, --p12 FILE or --pkcs11 URI is required|sign --cert c.pem empty.txt
+sign|--key excludes --p12|sign --p12 k.p12 --key k.pem --cert c.pem empty.txt
+sign|--pass secret: not pass:TEXT, env:VAR, file:PATH, fd:N or stdin|sign --key k.pem --cert c.pem --pass secret empty.txt
 sign|--cert CERT is required|sign --key k.pem empty.txt
 sign|more than one FILE needs --out-dir DIR|sign --key k.pem --cert c.pem empty.txt other.txt
 sign|unknown option --no-such-option|sign --key k.pem --cert c.pem --no-such-option empty.txt
@@ -71,6 +92,13 @@ sign|--signed-attr 1.2.3=0: the value is not an even number of hex digits|sign -
 sign-pdf|OUT.pdf is required|sign-pdf --key k.pem --cert c.pem empty.txt
 sign-pdf|--visible 1,10,10,0,20: the width and the height must be above 0|sign-pdf --key k.pem --cert c.pem --visible 1,10,10,0,20 empty.txt out.pdf
 sign-pdf|--visible 1,10,10: needs PAGE,X,Y,W,H|sign-pdf --key k.pem --cert c.pem --visible 1,10,10 empty.txt out.pdf
+sign-pdf|--key KEY with --cert CERT, --p12 FILE or --pkcs11 URI is required|sign-pdf empty.txt out.pdf
+sign-pdf|--p12 excludes --pkcs11|sign-pdf --p12 k.p12 --pkcs11 pkcs11:object=k empty.txt out.pdf
+sign-pdf|--pass fd:x: not pass:TEXT, env:VAR, file:PATH, fd:N or stdin|sign-pdf --key k.pem --cert c.pem --pass fd:x empty.txt out.pdf
+sign-pdf|--font requires --visible|sign-pdf --key k.pem --cert c.pem --font f.ttf empty.txt out.pdf
+sign-pdf|--field a.b: a field name cannot hold a period: it joins the names of nested fields|sign-pdf --key k.pem --cert c.pem --field a.b empty.txt out.pdf
+log-check|--library requires --host|log-check --library lib.so
+log-check|--host requires --library|log-check --host app
 sign-pdf|unknown option --fetch-revocation|sign-pdf --key k.pem --cert c.pem --fetch-revocation empty.txt out.pdf
 ROWS
 

@@ -48,6 +48,10 @@ put_on_token() {  # token, label, id, with certificate (yes/no), openssl key opt
 put_on_token demo rsa 01 yes rsa:2048
 put_on_token demo ec 02 yes ec -pkeyopt ec_paramgen_curve:P-256
 put_on_token bare lonely 03 no ec -pkeyopt ec_paramgen_curve:P-256
+# Without its public key object the token shows no public half of "lonely": whether a certificate belongs to it
+# is told by a trial signature.
+pkcs11-tool --module "$module" --token-label bare --login --pin 1234 --delete-object --type pubkey --id 03 \
+  >/dev/null 2>&1
 echo 1234 > pin.txt
 for i in 1 2 3; do printf 'document %s\n' "$i" > "doc$i.txt"; done
 
@@ -92,6 +96,10 @@ token demo needs a PIN|pkcs11:token=demo;object=rsa|
 bad %-escape in the PKCS#11 URI attribute id|pkcs11:token=demo;id=%0g?pin-value=1234|
 PKCS#11 URI attribute model is not supported|pkcs11:token=demo;model=x;object=rsa?pin-value=1234|
 PKCS#11 URI gives object twice|pkcs11:token=demo;object=rsa;object=ec?pin-value=1234|
+key rsa on token demo does not belong to certificate ec.der|pkcs11:token=demo;object=rsa?pin-value=1234|--cert ec.der
+key ec on token demo does not belong to certificate rsa.der|pkcs11:token=demo;object=ec?pin-value=1234|--cert rsa.der
+key ec on token demo does not belong to certificate lonely.der|pkcs11:token=demo;object=ec?pin-value=1234|--cert lonely.der
+key lonely on token bare does not belong to certificate ec.der|pkcs11:token=bare;object=lonely?pin-value=1234|--cert ec.der
 ROWS
 
 # A batch with an unreadable file: the others are signed, the failure is named, the status is 1; an existing
@@ -151,7 +159,14 @@ if command -v pdfsig > /dev/null; then
   "$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --pkcs11-module "$module" \
     --pkcs11 'pkcs11:token=demo;object=ec?pin-value=1234' doc.pdf signed.pdf 2>err.txt || fail "sign-pdf: $(cat err.txt)"
   pdfsig -nocert signed.pdf > sig.txt 2>&1 && grep -q 'Signature is Valid' sig.txt || fail "sign-pdf: $(cat sig.txt)"
-  checks=$((checks + 1))
+  # A certificate that is not the token key's: refused, nothing written.
+  if "$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --pkcs11-module "$module" --cert rsa.der \
+    --pkcs11 'pkcs11:token=demo;object=ec?pin-value=1234' doc.pdf mismatched.pdf 2>err.txt; then
+    fail "sign-pdf signed with a certificate that is not the key's"
+  fi
+  grep -qF 'key ec on token demo does not belong to certificate rsa.der' err.txt && [ ! -e mismatched.pdf ] ||
+    fail "sign-pdf with a mismatched certificate: $(cat err.txt)"
+  checks=$((checks + 2))
 fi
 
 echo "pkcs11: $checks checks passed"

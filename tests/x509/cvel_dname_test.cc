@@ -112,6 +112,7 @@ TEST(CvelDName, EqualityFoldsPrintableStringsButKeepsTheirLengthOctet) {
       {"13 08 46 6F 6F 20 20 42 61 72", "13 08 66 6F 6F 20 20 62 61 72", 1},  // "Foo  Bar", "foo  bar"
       {"13 08 46 6F 6F 20 20 42 61 72", "13 07 46 6F 6F 20 42 61 72", 0},     // "Foo Bar": lengths differ
       {"13 06 41 20 20 42 20 43", "13 06 41 20 42 20 20 43", 1},              // "A  B C", "A B  C"
+      {"13 04 41 20 42 43", "13 04 41 42 20 43", 0},                          // "A BC", "AB C": single spaces stay
       {"13 03 41 00 42", "13 03 61 00 42", 1}, {"13 03 41 00 42", "13 03 61 00 62", 0},  // lowered up to a zero
       {"0C 03 46 6F 6F", "0C 03 66 6F 6F", 0},                                // UTF8String: exact
       {"0C 03 46 6F 6F", "0C 03 46 6F 6F", 1}, {"0C 03 46 6F 6F", "0C 03 46 6F 6F", 0, "06 03 55 04 04"},
