@@ -167,9 +167,8 @@ printf 'signed by:  %s (EC P-256, ECDSA with SHA-256) at %s\n' \
 printf 'chain:      Demo Signer <- Kolvari Demo Intermediate CA <- Kolvari Demo Root CA\n'
 printf 'accepted by %d of %d verifiers: %s\n' "${#accepted[@]}" "${#names[@]}" "$(IFS=,; echo "${accepted[*]}" | sed 's/,/, /g')"
 if [ "${#accepted[@]}" -lt "${#names[@]}" ]; then
-  echo "note:       the signed attributes keep the library's order (by the dotted text of their types), not DER"
-  echo "            SET OF order; a verifier that re-encodes the set before checking rejects the signature."
-  echo "            'kolvari sign --der-order' (KOLVARI_DER_ATTRIBUTE_ORDER=1 for any host) signs in DER order."
+  echo "note:       the signed attributes are in DER SET OF order, as every verifier here expects; the log of"
+  echo "            each verifier that rejected the signature is in $demo."
 fi
 [ "${results[0]}" = accepted ] || { echo "OpenSSL rejected the signature" >&2; exit 1; }
 

@@ -14,6 +14,7 @@
 #include "asn1/cvel_oid.h"
 #include "asn1/cvel_string.h"
 #include "asn1/cvel_time.h"
+#include "cli/command_line.h"
 #include "cms/cvel_a1_p72.h"
 #include "cms/cvel_tsp_response.h"
 #include "cms/cvel_tst_info.h"
@@ -24,6 +25,7 @@
 #include "inspect/json_output.h"
 #include "inspect/name_text.h"
 #include "inspect/oid_names.h"
+#include "io/input_file.h"
 #include "pdf/pdf_signatures.h"
 #include "services/der_view.h"
 #include "x509/cvel_certificate.h"
@@ -481,12 +483,20 @@ std::string render(const V& v, bool json) {
 
 }  // namespace
 
-int runInspect(const Arguments& args) {
+namespace {
+
+struct InspectOptions {
   std::string path;
   bool json = false;
-  if (!parseFileAndJson(args, path, json)) {
-    std::fprintf(stderr, "usage: kolvari inspect FILE [--json]\n");
-    return kExitUsage;
+};
+
+int runInspect(const InspectOptions& o) {
+  const std::string& path = o.path;
+  const bool json = o.json;
+  std::string error;
+  if (!checkInputFile(path, error)) {
+    std::fprintf(stderr, "kolvari inspect: %s\n", error.c_str());
+    return kExitFailure;
   }
 
   uint32_t type = kCvelContentUnknown;
@@ -557,4 +567,19 @@ int runInspect(const Arguments& args) {
   }
   std::fputs(render(value, json).c_str(), stdout);
   return kExitOk;
+}
+
+}  // namespace
+
+ToolCommand inspectCommand() {
+  return {"inspect", "decode a signature, time stamp, OCSP response, CRL or certificate",
+          "Finds out what FILE holds (SignedData, time-stamp token or response, OCSP response, CRL, certificate, "
+          "or a PDF with signatures) and prints it decoded by the library as an indented tree. A file of another "
+          "type: exit status 2.",
+          "kolvari inspect document.p7s", [](CLI::App& app) {
+            auto o = std::make_shared<InspectOptions>();
+            addFlag(app, "--json", o->json, "the same fields as one JSON object (schema in README.md)");
+            addFile(app, "FILE", o->path, "the file to decode");
+            return [o] { return runInspect(*o); };
+          }};
 }

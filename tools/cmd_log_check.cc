@@ -8,6 +8,7 @@
 #include "base/cvel_base_result.h"
 #include "base/cvel_configuration.h"
 #include "base/cvel_process.h"
+#include "cli/command_line.h"
 #include "commands.h"
 #include "log/cvel_log_console.h"
 #include "log/cvel_log_file.h"
@@ -187,33 +188,42 @@ void toolPaths(std::string& library, std::string& host) {
   if (host.empty() && executablePath(program, sizeof program) >= 0) host = program;
 }
 
-}  // namespace
-
-int runLogCheck(const Arguments& args) {
+struct LogCheckOptions {
   std::string config;
   std::string library;
   std::string host;
-  bool ok = true;
-  for (size_t i = 0; i < args.size() && ok; ++i) {
-    if (args[i] == "--config") {
-      ok = optionValue(args, i, config) && !config.empty();
-    } else if (args[i] == "--library") {
-      ok = optionValue(args, i, library) && !library.empty();
-    } else if (args[i] == "--host") {
-      ok = optionValue(args, i, host) && !host.empty();
-    } else {
-      ok = false;
-    }
-  }
-  if (!ok || library.empty() != host.empty()) {
-    std::fprintf(stderr, "usage: kolvari log-check [--config FILE] [--library PATH --host PROGRAM]\n");
-    return kExitUsage;
-  }
+};
+
+int runLogCheck(LogCheckOptions o) {
   // Without options, the logger this very program runs with.
-  if (config.empty() && library.empty()) return report(toolLogger());
-  toolPaths(library, host);
+  if (o.config.empty() && o.library.empty()) return report(toolLogger());
+  toolPaths(o.library, o.host);
   KeepToolFormat keep;
   // The library's own look-up: beside the library first, then beside the host (unless --config names the file).
-  CvelLogger logger(library, host, config);
+  CvelLogger logger(o.library, o.host, o.config);
   return report(logger);
+}
+
+}  // namespace
+
+ToolCommand logCheckCommand() {
+  return {"log-check", "show what the logger makes of its configuration file",
+          "Shows whether logging would be on under a logging configuration file and why, its levels, sinks and "
+          "line layout, and one sample line per level; unknown sections, keys, levels and fields are named on "
+          "standard error with their line. Exit status 0 when logging would be on and write lines, 1 otherwise.",
+          "kolvari log-check --config kolvari.cfgLog\n"
+          "kolvari log-check --library /usr/lib/libkolvari-pkcs7.so.1 --host /usr/bin/signer",
+          [](CLI::App& app) {
+            auto o = std::make_shared<LogCheckOptions>();
+            addValue(app, "--config", o->config, "FILE",
+                     "the file to check (default: the tool's own, its path with .cfgLog appended)");
+            CLI::Option* library = addValue(app, "--library", o->library, "PATH",
+                                            "judge as the library at PATH inside --host PROGRAM would: "
+                                            "PATH.cfgLog, else PROGRAM.cfgLog (or --config FILE), with the "
+                                            "[Ignore] rules applied to PATH");
+            CLI::Option* host = addValue(app, "--host", o->host, "PROGRAM", "the program that loads --library");
+            library->needs(host);
+            host->needs(library);
+            return [o] { return runLogCheck(*o); };
+          }};
 }

@@ -10,8 +10,11 @@
 
 #include <openssl/x509.h>
 
+#include "cli/command_line.h"
+#include "cli/validators.h"
 #include "commands.h"
 #include "host_crypto.h"
+#include "io/input_file.h"
 #include "pdf/pdf_update.h"
 #include "pdf/truetype_font.h"
 #include "services/sign_services.h"
@@ -24,14 +27,6 @@
 
 namespace {
 
-constexpr char kUsage[] =
-    "usage: kolvari sign-pdf (--key KEY --cert CERT | --p12 FILE [--cert CERT] |\n"
-    "                         --pkcs11 URI [--pkcs11-module PATH] [--cert CERT]) [--pass SOURCE]\n"
-    "                        [--chain CERTS]... [--digest sha256|sha384|sha512]\n"
-    "                        [--tsa URL [--tsa-digest sha256|sha384|sha512] [--tsa-timeout SECONDS]]\n"
-    "                        [--reason TEXT] [--location TEXT] [--contact TEXT] [--name TEXT] [--field NAME]\n"
-    "                        [--visible PAGE,X,Y,W,H [--font FILE.ttf]] [--document-order] [--plugin PATH]\n"
-    "                        IN.pdf OUT.pdf\n";
 // The library's opt-in for DER SET OF order of the signed attributes; on by default here.
 constexpr char kDerOrderVariable[] = "KOLVARI_DER_ATTRIBUTE_ORDER";
 // Room in /Contents beyond the certificates: the signature value (up to RSA 8192), the signed attributes and
@@ -41,101 +36,98 @@ constexpr size_t kContentsOverhead = 4096;
 constexpr size_t kTimeStampRoom = 16384;
 
 struct SignPdfOptions {
-  std::string key;
-  std::string cert;
-  std::string p12;
+  SignerSource signer;  // --key/--cert, --p12 or --pkcs11
   std::string pass;
-  std::string pkcs11;
-  std::string pkcs11Module;
   SignServices services;  // only the time stamp: long-term data would not fit a placeholder sized in advance
   std::vector<std::string> chain;
   std::string digest = "sha256";
   PdfSignatureFields fields;
   bool derOrder = true;
+  bool force = false;
   std::string plugin;
   std::string font;
   std::string input;
   std::string output;
 };
 
-// "PAGE,X,Y,W,H": a page from 1 and a box of positive size, all within the largest page PDF allows.
-bool parseVisible(const std::string& text, PdfVisibleBox& box) {
+// "PAGE,X,Y,W,H": a page from 1 and a box of positive size, all within the largest page PDF allows. Returns
+// what is wrong, or an empty text.
+std::string readVisible(const std::string& text, PdfVisibleBox& box) {
   constexpr double kMaxUserUnits = 14400;
   int page = 0;
   double x = 0, y = 0, w = 0, h = 0;
   int used = 0;
   if (std::sscanf(text.c_str(), "%d,%lf,%lf,%lf,%lf%n", &page, &x, &y, &w, &h, &used) != 5 ||
-      static_cast<size_t>(used) != text.size() || page < 1) {
-    return false;
+      static_cast<size_t>(used) != text.size()) {
+    return "needs PAGE,X,Y,W,H";
   }
+  if (page < 1) return "the page counts from 1";
   for (double v : {x, y, w, h}) {
-    if (!(v >= -kMaxUserUnits && v <= kMaxUserUnits)) return false;
+    if (!(v >= -kMaxUserUnits && v <= kMaxUserUnits)) return "a number beyond the largest page (14400)";
   }
-  if (!(w > 0) || !(h > 0)) return false;
+  if (!(w > 0) || !(h > 0)) return "the width and the height must be above 0";
   box = {page, x, y, w, h};
-  return true;
+  return std::string();
 }
 
-bool parseOptions(const Arguments& args, SignPdfOptions& o) {
-  std::vector<std::string> files;
-  for (size_t i = 0; i < args.size(); ++i) {
-    const std::string& a = args[i];
-    auto value = [&](std::string& into) { return optionValue(args, i, into); };
-    std::string v;
-    bool ok = true;
-    const int service = parseSignServiceOption(args, i, o.services);
-    if (service != 0) {
-      if (service < 0 || o.services.revocation.requested()) return false;
-      continue;
-    }
-    if (a == "--key") {
-      ok = value(o.key);
-    } else if (a == "--cert") {
-      ok = value(o.cert);
-    } else if (a == "--p12") {
-      ok = value(o.p12);
-    } else if (a == "--pass") {
-      ok = value(o.pass) && isPassSource(o.pass);
-    } else if (a == "--pkcs11") {
-      ok = value(o.pkcs11);
-    } else if (a == "--pkcs11-module") {
-      ok = value(o.pkcs11Module);
-    } else if (a == "--chain") {
-      ok = value(v);
-      o.chain.push_back(v);
-    } else if (a == "--digest") {
-      ok = value(o.digest);
-    } else if (a == "--reason") {
-      ok = value(o.fields.reason);
-    } else if (a == "--location") {
-      ok = value(o.fields.location);
-    } else if (a == "--contact") {
-      ok = value(o.fields.contactInfo);
-    } else if (a == "--name") {
-      ok = value(o.fields.name);
-    } else if (a == "--field") {
-      ok = value(o.fields.fieldName) && !o.fields.fieldName.empty();
-    } else if (a == "--visible") {
-      ok = value(v) && parseVisible(v, o.fields.box);
-      o.fields.visible = true;
-    } else if (a == "--font") {
-      ok = value(o.font);
-    } else if (a == "--document-order") {
-      o.derOrder = false;
-    } else if (a == "--plugin") {
-      ok = value(o.plugin);
-    } else if (!a.empty() && a[0] == '-') {
-      ok = false;
-    } else {
-      files.push_back(a);
-    }
-    if (!ok) return false;
-  }
-  if (files.size() != 2) return false;
-  o.input = files[0];
-  o.output = files[1];
-  // A key file with its certificate, a PKCS #12 file, or a token (whose certificate --cert may name instead).
-  return namesOneKey({o.key, o.cert, o.p12, o.pkcs11, o.pkcs11Module});
+void defineOptions(CLI::App& app, SignPdfOptions& o) {
+  const std::string signer = "signer";
+  addSignerKeyOptions(app, o.signer, o.pass);
+
+  const std::string content = "signature";
+  addList(app, "--chain", o.chain, "CERTS", "more certificates for the SignedData (repeatable)")->group(content);
+  addValue(app, "--digest", o.digest, "NAME", "sha256 (default), sha384 or sha512")
+      ->check(digestName())
+      ->group(content);
+  app.add_flag_callback("--document-order", [&o] { o.derOrder = false; },
+                        "signed attributes in the order they were added; by default they are in DER SET OF order "
+                        "(KOLVARI_DER_ATTRIBUTE_ORDER=1), as validators that re-encode them expect")
+      ->group(content);
+  addTimeStampOptions(app, o.services);
+
+  const std::string fields = "signature dictionary and field";
+  addValue(app, "--reason", o.fields.reason, "TEXT", "/Reason of the signature dictionary")->group(fields);
+  addValue(app, "--location", o.fields.location, "TEXT", "/Location")->group(fields);
+  addValue(app, "--contact", o.fields.contactInfo, "TEXT", "/ContactInfo")->group(fields);
+  addValue(app, "--name", o.fields.name, "TEXT",
+           "/Name, and the name a visible signature shows (default: the certificate's CN)")
+      ->group(fields);
+  addValue(app, "--field", o.fields.fieldName, "NAME",
+           "the signature field's name (default: the first free SignatureN); an empty signature field of that "
+           "name in the form is filled, its widget kept (no --visible then); a signed or non-signature field is "
+           "refused, and so is a name with a period")
+      ->check(valueCheck("field", [](std::string& v) {
+        std::string error;
+        return checkPdfFieldName(v, error) ? std::string() : error;
+      }))
+      ->group(fields);
+  app.add_option_function<std::string>(
+         "--visible", [&o](const std::string& v) { o.fields.visible = readVisible(v, o.fields.box).empty(); },
+         "a visible widget on page PAGE (from 1) at X,Y of size W x H points, showing the signer's name and the "
+         "time (default: an invisible widget on the first page); Latin text in the standard Helvetica")
+      ->option_text("PAGE,X,Y,W,H")
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
+      ->check(valueCheck("visible", [](std::string& v) {
+        PdfVisibleBox unused;
+        return readVisible(v, unused);
+      }))
+      ->group(fields);
+  addValue(app, "--font", o.font, "FILE.ttf",
+           "with --visible: draw the text in this TrueType font, embedded whole, for any script it covers")
+      ->needs("--visible")
+      ->group(fields);
+
+  const std::string output = "output";
+  addFlag(app, "--force", o.force, "replace an existing OUT.pdf (never IN.pdf itself)")->group(output);
+  addValue(app, "--plugin", o.plugin, "PATH", "the plug-in to load")->group(output);
+  addFile(app, "IN.pdf", o.input, "the PDF to sign");
+  addFile(app, "OUT.pdf", o.output, "where the signed PDF goes");
+}
+
+// The rules between options that CLI11's own do not say.
+void checkOptions(const SignPdfOptions& o) {
+  const std::string keyFault = signerKeyFault(o.signer);
+  if (!keyFault.empty()) throw UsageError(keyFault);
 }
 
 // The certificate subject's common name, else its whole subject line.
@@ -218,12 +210,8 @@ bool signPdf(const ZarvPlugin& zarv, const PdfSigningRun& run, const Bytes& inpu
   return true;
 }
 
-// --font FILE: a TrueType font for the visible appearance; only with --visible.
+// --font FILE: a TrueType font for the visible appearance (the option reader takes it only with --visible).
 int loadFont(const SignPdfOptions& o, PdfSignatureFields& fields) {
-  if (!fields.visible) {
-    std::fprintf(stderr, "kolvari sign-pdf: --font %s: needs --visible\n", o.font.c_str());
-    return kExitUsage;
-  }
   Bytes file;
   if (!readWholeFile(o.font, file)) {
     std::fprintf(stderr, "kolvari sign-pdf: --font %s: cannot read the file\n", o.font.c_str());
@@ -244,28 +232,18 @@ int failed(const std::string& error) {
   return kExitFailure;
 }
 
-}  // namespace
-
-int runSignPdf(const Arguments& args) {
-  SignPdfOptions o;
-  if (!parseOptions(args, o)) {
-    std::fprintf(stderr, "%s", kUsage);
-    return kExitUsage;
-  }
+int signPdfWith(SignPdfOptions o) {
+  checkOptions(o);
   PdfSigningRun run;
   run.digest = findDigest(o.digest);
-  if (run.digest == nullptr) {
-    std::fprintf(stderr, "kolvari sign-pdf: unknown digest '%s' (sha256, sha384 or sha512)\n", o.digest.c_str());
-    return kExitUsage;
-  }
   std::string error;
-  if (!o.fields.fieldName.empty() && !checkPdfFieldName(o.fields.fieldName, error)) {
-    std::fprintf(stderr, "kolvari sign-pdf: --field %s: %s\n", o.fields.fieldName.c_str(), error.c_str());
-    return kExitUsage;
+  // Before any key is read or PIN asked for: the inputs open, and the output may be written.
+  for (const std::string& path : {o.signer.key, o.signer.cert, o.signer.p12, o.font, o.input}) {
+    if (!path.empty() && !checkInputFile(path, error)) return failed(error);
   }
+  if (!checkOutput(o.output, o.input, o.force, error)) return failed(error);
   PassPhrase pass(o.pass);
-  std::unique_ptr<HostSigner> signer =
-      openSigner({o.key, o.cert, o.p12, o.pkcs11, o.pkcs11Module}, pass, run.certificates, error);
+  std::unique_ptr<HostSigner> signer = openSigner(o.signer, pass, run.certificates, error);
   if (signer == nullptr) return failed(error);
   run.signerCertificate = run.certificates.front();
   for (const std::string& path : o.chain) {
@@ -278,7 +256,7 @@ int runSignPdf(const Arguments& args) {
     if (status != kExitOk) return status;
   }
   Bytes input;
-  if (!readWholeFile(o.input, input)) return failed("cannot read " + o.input);
+  if (!readInputFile(o.input, input, error)) return failed(error);
 
   // Set before the plug-in is loaded, so the library sees it when it builds the data to be signed.
   if (o.derOrder && setenv(kDerOrderVariable, "1", 1) != 0) return failed(std::string("cannot set ") + kDerOrderVariable);
@@ -291,6 +269,28 @@ int runSignPdf(const Arguments& args) {
   Bytes output;
   if (!signPdf(zarv, run, input, o.fields, output, error)) return failed(o.input + ": " + error);
   // Through a temporary file and a rename: a failed write leaves no half-written OUT.
-  if (!writeWholeFile(o.output, output.data(), output.size(), true, error)) return failed(error);
+  if (!writeOutputFile(o.output, o.input, output.data(), output.size(), o.force, error)) return failed(error);
   return kExitOk;
+}
+
+}  // namespace
+
+ToolCommand signPdfCommand() {
+  return {"sign-pdf", "sign a PDF (PAdES baseline, one incremental update)",
+          "Writes OUT.pdf as the bytes of IN.pdf followed by one incremental update: a signature dictionary "
+          "(/SubFilter /ETSI.CAdES.detached, /M the signing time), a signature field with its widget on the page "
+          "and in /AcroForm (/SigFlags 3; existing fields kept), and a cross-reference section of the same form as "
+          "the file's last one. The digest of the /ByteRange (the whole file but /Contents) goes to the plug-in as "
+          "the message digest; the detached CMS it builds (signing-certificate-v2, no signing-time attribute) is "
+          "written into /Contents in hex. Earlier signatures stay valid. The signer is --key with --cert, --p12 or "
+          "--pkcs11. Encrypted PDFs and PDFs whose cross-reference data cannot be read are refused, and OUT.pdf is "
+          "not written; so is a key that does not belong to its certificate, and an existing OUT.pdf unless "
+          "--force.",
+          "kolvari sign-pdf --key signer.key --cert signer.pem --chain ca.pem --reason Approved in.pdf signed.pdf\n"
+          "pdfsig signed.pdf",
+          [](CLI::App& app) {
+            auto o = std::make_shared<SignPdfOptions>();
+            defineOptions(app, *o);
+            return [o] { return signPdfWith(*o); };
+          }};
 }

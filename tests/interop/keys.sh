@@ -87,6 +87,7 @@ ec_trad.key|ec.pem|fd:3
 rsa_p8.key|rsa.pem|stdin
 ROWS
 # One --pass serves every encrypted key of the run, even from standard input, which can be read only once.
+rm -f out.p7s
 sign --key rsa_p8.key --cert rsa.pem --signer ec_trad.key,ec.pem --pass stdin --out out.p7s doc.txt <pass.txt ||
   fail "two encrypted keys with --pass stdin"
 verify out.p7s
@@ -144,6 +145,7 @@ done <<'ROWS'
 1|--p12 open.p12
 2|--p12 open.p12 --chain ca.pem
 ROWS
+rm -f out.p7s
 KOLVARI_TEST_PASS=p12secret sign --p12 keyonly.p12 --pass env:KOLVARI_TEST_PASS --cert ec.pem --out out.p7s doc.txt ||
   fail "a PKCS #12 file without a certificate, with --cert"
 verify out.p7s

@@ -108,7 +108,7 @@ rm -rf out
 mkdir out
 uri='pkcs11:token=demo;object=ec?pin-value=1234'
 if sign --pkcs11 "$uri" --out-dir out doc1.txt missing.txt doc2.txt 2>err.txt; then fail "a missing file gave status 0"; fi
-grep -q 'cannot read missing.txt' err.txt || fail "the missing file is not reported: $(cat err.txt)"
+grep -q 'missing.txt: No such file or directory' err.txt || fail "the missing file is not reported: $(cat err.txt)"
 [ -s out/doc1.txt.p7s ] && [ -s out/doc2.txt.p7s ] && [ ! -e out/missing.txt.p7s ] || fail "batch output: $(ls out)"
 before=$(cksum < out/doc1.txt.p7s)
 if sign --pkcs11 "$uri" --out-dir out doc1.txt 2>err.txt; then fail "an existing signature was replaced"; fi
@@ -116,9 +116,10 @@ grep -q 'exists' err.txt && [ "$(cksum < out/doc1.txt.p7s)" = "$before" ] || fai
 sign --pkcs11 "$uri" --out-dir out --force doc1.txt 2>err.txt || fail "--force: $(cat err.txt)"
 [ "$(cksum < out/doc1.txt.p7s)" != "$before" ] || fail "--force left the old signature"
 [ -z "$(find out -name '.*')" ] || fail "temporary files left: $(find out -name '.*')"
-# --out writes through a symbolic link (as into /dev/stdout) rather than putting a file in its place.
+# --out writes through a symbolic link (as into /dev/stdout) rather than putting a file in its place; the file
+# it names exists, so --force is needed.
 touch target.p7s && ln -s target.p7s link.p7s
-sign --pkcs11 "$uri" --out link.p7s doc1.txt 2>err.txt || fail "--out through a link: $(cat err.txt)"
+sign --pkcs11 "$uri" --force --out link.p7s doc1.txt 2>err.txt || fail "--out through a link: $(cat err.txt)"
 [ -L link.p7s ] || fail "--out replaced the symbolic link"
 openssl cms -verify -binary -inform DER -in target.p7s -content doc1.txt -CAfile ca.pem -out /dev/null 2>verify.err ||
   fail "--out through a link does not verify: $(cat verify.err)"

@@ -189,6 +189,7 @@ write("sigfield-kids.pdf", kids)
 PY
 for layout in merged:5 kids:7; do
   in=sigfield-${layout%:*}.pdf field=${layout#*:}
+  rm -f filled.pdf
   "$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --key rsa.key --cert rsa.pem --chain ca.pem --field Approval \
     "$in" filled.pdf 2>err.txt || fail "$in: sign-pdf --field Approval exits with $?: $(cat err.txt)"
   is_prefix "$in" filled.pdf

@@ -159,6 +159,6 @@ done
 status=0
 "$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --key utf8.key --cert utf8.pem --font "$font" doc.pdf x.pdf \
   2> nofont.err || status=$?
-[ "$status" -eq 2 ] && grep -q "needs --visible" nofont.err || fail "--font without --visible: $status"
+[ "$status" -eq 2 ] && grep -qx -- "kolvari sign-pdf: --font requires --visible" nofont.err || fail "--font without --visible: $status"
 
 echo "names, JSON text, attributes, BER PDF and appearance text agree"
