@@ -29,6 +29,28 @@ install(TARGETS kolvari-pkcs7 kolvari_core kolvari_headers EXPORT KolvariPkcs7Ta
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(EXPORT KolvariPkcs7Targets NAMESPACE ${KOLVARI_PACKAGE_NAME}:: DESTINATION ${KOLVARI_CMAKE_DIR})
+# The static library as installed: the core's objects linked into one relocatable object whose hidden symbols
+# (everything but the ZARV_ interface) are made local, so that a host linking it statically meets none of the
+# library's internal names (currentTime, openFile, ...) and none can clash with a name of its own. It is
+# installed over the archive that the rule above puts in place, under the same name the exported target
+# names. The build tree keeps the plain archive, which the tests, the tools and the plug-in link. The section
+# groups of inline and template code become plain sections in the one object: a host that instantiates the
+# same standard templates keeps its own copies, and ours stay whole instead of being dropped from under the
+# references that the merged object makes to them.
+set(KOLVARI_SEALED_DIR ${PROJECT_BINARY_DIR}/sealed)
+set(KOLVARI_SEALED_ARCHIVE ${KOLVARI_SEALED_DIR}/$<TARGET_FILE_NAME:kolvari_core>)
+add_custom_command(OUTPUT ${KOLVARI_SEALED_DIR}/kolvari-pkcs7.stamp
+  COMMAND ${CMAKE_COMMAND} -E make_directory ${KOLVARI_SEALED_DIR}
+  COMMAND ${CMAKE_LINKER} -r --force-group-allocation -o ${KOLVARI_SEALED_DIR}/kolvari-pkcs7.o
+          --whole-archive $<TARGET_FILE:kolvari_core> --no-whole-archive
+  COMMAND ${CMAKE_OBJCOPY} --localize-hidden ${KOLVARI_SEALED_DIR}/kolvari-pkcs7.o
+  COMMAND ${CMAKE_COMMAND} -E rm -f ${KOLVARI_SEALED_ARCHIVE}
+  COMMAND ${CMAKE_AR} rcs ${KOLVARI_SEALED_ARCHIVE} ${KOLVARI_SEALED_DIR}/kolvari-pkcs7.o
+  COMMAND ${CMAKE_COMMAND} -E touch ${KOLVARI_SEALED_DIR}/kolvari-pkcs7.stamp
+  DEPENDS kolvari_core
+  COMMENT "Making the installed static library: internal names local")
+add_custom_target(kolvari_sealed_archive ALL DEPENDS ${KOLVARI_SEALED_DIR}/kolvari-pkcs7.stamp)
+install(FILES ${KOLVARI_SEALED_ARCHIVE} DESTINATION ${CMAKE_INSTALL_LIBDIR})
 
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/KolvariPkcs7Config.cmake.in
   ${PROJECT_BINARY_DIR}/KolvariPkcs7Config.cmake INSTALL_DESTINATION ${KOLVARI_CMAKE_DIR})

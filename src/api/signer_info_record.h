@@ -96,7 +96,7 @@ enum class ZarvAttributeKind { kSigned, kUnsigned };
 enum class ZarvAttributeOrder { kDottedType, kDer };
 
 // The environment variable that selects DER order for the signed attributes, and the one value that does.
-inline constexpr char kZarvDerOrderVariable[] = "KOLVARI_DER_ATTRIBUTE_ORDER";
+constexpr char kZarvDerOrderVariable[] = "KOLVARI_DER_ATTRIBUTE_ORDER";
 inline constexpr char kZarvDerOrderOn[] = "1";
 
 // The signer object and both tables are part of the record: one allocation for all three.

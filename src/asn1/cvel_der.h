@@ -33,8 +33,9 @@ inline constexpr uint32_t kShortLengthLimit = 0x80;
 
 // NULL parameters of an AlgorithmIdentifier.
 inline constexpr uint8_t kDerNull[] = {0x05, 0x00};
-// id-data 1.2.840.113549.1.7.1 and id-signedData 1.2.840.113549.1.7.2, whole OBJECT IDENTIFIER elements.
-inline constexpr uint8_t kDerOidData[] = {0x06, 0x09, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x07, 0x01};
-inline constexpr uint8_t kDerOidSignedData[] = {0x06, 0x09, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x07, 0x02};
+// id-data 1.2.840.113549.1.7.1 and id-signedData 1.2.840.113549.1.7.2, whole OBJECT IDENTIFIER elements. Not
+// inline: their addresses are taken, and an inline variable would be a global name of the static library.
+constexpr uint8_t kDerOidData[] = {0x06, 0x09, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x07, 0x01};
+constexpr uint8_t kDerOidSignedData[] = {0x06, 0x09, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x07, 0x02};
 
 #endif  // KOLVARI_ASN1_CVEL_DER_H

@@ -35,6 +35,17 @@ done
 readelf -d "$prefix/$lib.so.1.0.0" | grep -q 'SONAME.*\[libkolvari-pkcs7\.so\.1\]' ||
   fail "the installed plug-in has no SONAME libkolvari-pkcs7.so.1"
 
+# --- the installed static library names nothing global of its own but the ZARV_ interface: the library's
+# internal names are local, and what else stays global is the standard library's (templates it instantiated)
+internal=$(nm -g --defined-only "$prefix/$lib.a" | awk 'NF == 3 { print $3 }' | c++filt |
+  { grep -v -E '^(ZARV_|(typeinfo|typeinfo name|vtable) for std::|std::|void std::|bool std::|__gnu_cxx::)' || true; } |
+  head -5)
+[ -z "$internal" ] || fail "the installed static library exports internal names: $internal"
+case "$(nm -g --defined-only "$prefix/$lib.a")" in
+  *" T ZARV_EncodeP72"*) ;;
+  *) fail "the installed static library lacks ZARV_EncodeP72" ;;
+esac
+
 # --- the installed tool finds the installed plug-in (nothing lies beside it)
 "$prefix/bin/kolvari" info >"$work/info.txt" 2>&1 || { cat "$work/info.txt" >&2; fail "installed kolvari info"; }
 grep -q 'PKCS#7.2' "$work/info.txt" || fail "installed kolvari info does not name the encoder"
