@@ -4,12 +4,20 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <string>
 
 // Writes size bytes to a temporary file beside path and renames it to path, so that a reader sees either
 // nothing or the whole file. Without replace an existing path is left alone and reported. False with a
 // one-line message.
 bool writeWholeFile(const std::string& path, const void* bytes, size_t size, bool replace, std::string& error);
+
+// Writes the bytes fill gives to the descriptor of the temporary file. False, with a message in error, when
+// a write failed (errno tells why) or for a fault of its own.
+using FileFiller = std::function<bool(int fd, std::string& error)>;
+// As writeWholeFile, with the content written by fill, in as many pieces as it likes: a file of any size
+// passes through without being held whole.
+bool writeFileThrough(const std::string& path, bool replace, const FileFiller& fill, std::string& error);
 
 // "done/total  N sig/s  Ms left", redrawn in place on standard error (a terminal) at most a few times a second.
 class ProgressLine {
