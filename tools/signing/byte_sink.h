@@ -13,6 +13,8 @@ class ByteSink {
   // Takes size bytes; false when they could not be written (errno tells why).
   virtual bool write(const unsigned char* bytes, size_t size) = 0;
   bool write(const std::vector<unsigned char>& bytes) { return write(bytes.data(), bytes.size()); }
+  // The descriptor the bytes go to unchanged, for a copy the kernel makes from file to file; -1 if none.
+  virtual int descriptor() const { return -1; }
 };
 
 // Writes straight to an open descriptor, retrying short writes and interruptions.
@@ -20,6 +22,7 @@ class FdSink : public ByteSink {
  public:
   explicit FdSink(int fd) : fd_(fd) {}
   bool write(const unsigned char* bytes, size_t size) override;
+  int descriptor() const override { return fd_; }
 
  private:
   int fd_;

@@ -40,6 +40,7 @@ class ContentFile {
  private:
   bool unchangedSince(const struct stat& before, std::string& error) const;
   bool readChunk(size_t& got, std::string& error);
+  bool copyInKernel(int to, uint64_t& left, std::string& error);
 
   int fd_ = -1;
   std::string path_;
