@@ -9,7 +9,10 @@
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 size_mb=${1:-2048}
-[[ "$size_mb" =~ ^[1-9][0-9]*$ ]] || { echo "bench_large.sh: SIZE_MB must be a positive whole number" >&2; exit 2; }
+if ! [[ "$size_mb" =~ ^[1-9][0-9]*$ ]]; then
+  echo "bench_large.sh: SIZE_MB must be a positive whole number, not '$size_mb'" >&2
+  exit 2
+fi
 [ -x /usr/bin/time ] || { echo "bench_large.sh: /usr/bin/time is missing (apt-get install time)" >&2; exit 1; }
 
 kolvari=${KOLVARI:-$root/build/bin/kolvari}

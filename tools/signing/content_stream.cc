@@ -57,7 +57,8 @@ Bytes encodeHeader(unsigned char tag, uint64_t length) {
 // The header at offset with the expected tag, its content within der, written in DER's own form (so that
 // writing it again with another length changes nothing but the length).
 bool readHeader(const Bytes& der, size_t offset, unsigned char tag, Header& h) {
-  if (offset >= der.size() || der.size() - offset < 2 || der[offset] != tag || (tag & kTagHighNumberMask) == kTagHighNumberMask) {
+  if (offset >= der.size() || der.size() - offset < 2 || der[offset] != tag ||
+      (tag & kTagHighNumberMask) == kTagHighNumberMask) {
     return false;
   }
   h.offset = offset;
