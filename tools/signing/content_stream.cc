@@ -88,17 +88,20 @@ bool skipElement(const Bytes& der, size_t& offset, unsigned char tag) {
   return true;
 }
 
-// The five elements that enclose the content, outermost first: ContentInfo, its [0], SignedData,
-// EncapsulatedContentInfo and its [0]; then the empty OCTET STRING itself.
+// The elements whose lengths hold the content's, outermost first: ContentInfo, its [0], SignedData,
+// EncapsulatedContentInfo, its [0], and the OCTET STRING of the content itself (empty in the placeholder).
 constexpr size_t kEnclosing = 6;
 
 bool findEnclosing(const Bytes& der, std::array<Header, kEnclosing>& h) {
   size_t at = 0;
   if (!readHeader(der, at, kTagSequence, h[0]) || h[0].end() != der.size()) return false;
   at = h[0].headerLength;
-  if (!skipElement(der, at, kTagOid) || !readHeader(der, at, kTagContext0, h[1]) || h[1].end() != h[0].end()) {
+  if (der.size() - at < sizeof kDerOidSignedData ||
+      std::memcmp(der.data() + at, kDerOidSignedData, sizeof kDerOidSignedData) != 0) {
     return false;
   }
+  at += sizeof kDerOidSignedData;
+  if (!readHeader(der, at, kTagContext0, h[1]) || h[1].end() != h[0].end()) return false;
   if (!readHeader(der, at + h[1].headerLength, kTagSequence, h[2]) || h[2].end() != h[1].end()) return false;
   at = h[2].offset + h[2].headerLength;
   if (!skipElement(der, at, kTagInteger) || !skipElement(der, at, kTagSet)) return false;
@@ -131,7 +134,7 @@ bool ContentFile::open(const std::string& path, std::string& error) {
     return false;
   }
   regular_ = S_ISREG(opened_.st_mode);
-  // Read once from start to end: the kernel may read ahead further and drop pages behind.
+  // Read from start to end: the kernel may read further ahead.
   if (regular_) posix_fadvise(fd_, 0, 0, POSIX_FADV_SEQUENTIAL);
   buffer_.resize(kContentReadBuffer);
   return true;
