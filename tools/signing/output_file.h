@@ -12,8 +12,8 @@
 // one-line message.
 bool writeWholeFile(const std::string& path, const void* bytes, size_t size, bool replace, std::string& error);
 
-// Writes the bytes fill gives to the descriptor of the temporary file. False, with a message in error, when
-// a write failed (errno tells why) or for a fault of its own.
+// Writes the content into the temporary file's descriptor. False when a write failed (errno says why, error
+// left empty) or, with a message in error, for a fault of its own (an input that could not be read).
 using FileFiller = std::function<bool(int fd, std::string& error)>;
 // As writeWholeFile, with the content written by fill, in as many pieces as it likes: a file of any size
 // passes through without being held whole.
