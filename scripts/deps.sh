@@ -12,6 +12,9 @@ packages+=(libcurl4-openssl-dev)  # the tool's HTTP client (time stamps, OCSP, C
 # A software token and the token tools for tests/interop/pkcs11.sh; p11-kit's header for the tool's build.
 packages+=(softhsm2 opensc p11-kit libp11-kit-dev)
 packages+=(libqpdf-dev qpdf poppler-utils python3-reportlab)  # kolvari sign-pdf and tests/interop/sign_pdf.sh
+packages+=(libcli11-dev)  # the option reader of the kolvari tool (header-only)
+packages+=(nlohmann-json3-dev)  # the tool's JSON output
+packages+=(fonts-dejavu-core)  # a TrueType font for sign-pdf --font in tests/interop/text.sh
 packages+=(time)  # /usr/bin/time -v: peak memory in tests/interop/large_content.sh and scripts/bench_large.sh
 
 missing=()

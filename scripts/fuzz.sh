@@ -5,8 +5,8 @@
 # the inputs that reach new coverage are merged into the seed corpus (fuzz/corpus/<target>/, libFuzzer's
 # -merge keeps only what adds coverage), and findings are saved under fuzz/crashes/<target>/, where the test
 # suite replays them from then on. A table of executions, coverage and findings per target ends the run and
-# is kept in build-fuzz/fuzz-report.txt. The tool is configured too, for the target that fuzzes the PDF update
-# of `kolvari sign-pdf`; only the fuzz targets are built.
+# is kept in build-fuzz/fuzz-report.txt. The tool is configured too, for the targets that fuzz the PDF update
+# of `kolvari sign-pdf` and `kolvari verify`; only the fuzz targets are built.
 #   bash scripts/fuzz.sh [-j JOBS] [SECONDS] [TARGET...]
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)

@@ -14,11 +14,18 @@
 #include "asn1/cvel_oid.h"
 #include "asn1/cvel_string.h"
 #include "asn1/cvel_time.h"
+#include "cli/command_line.h"
 #include "cms/cvel_a1_p72.h"
 #include "cms/cvel_tsp_response.h"
 #include "cms/cvel_tst_info.h"
 #include "commands.h"
 #include "contents_tree.h"
+#include "inspect/attribute_view.h"
+#include "inspect/certificate_view.h"
+#include "inspect/json_output.h"
+#include "inspect/name_text.h"
+#include "inspect/oid_names.h"
+#include "io/input_file.h"
 #include "pdf/pdf_signatures.h"
 #include "services/der_view.h"
 #include "x509/cvel_certificate.h"
@@ -41,67 +48,6 @@ constexpr const char* kOidTstInfo = "1.2.840.113549.1.9.16.1.4";
 constexpr const char* kOidCertificateValues = "1.2.840.113549.1.9.16.2.23";
 
 using V = InspectValue;
-
-// Names of the identifiers a reader of signatures meets most; others are shown dotted only.
-struct OidName {
-  const char* dotted;
-  const char* name;
-};
-constexpr OidName kOidNames[] = {
-    {"1.2.840.113549.1.7.1", "data"},
-    {"1.2.840.113549.1.7.2", "signedData"},
-    {"1.2.840.113549.1.9.16.1.4", "id-ct-TSTInfo"},
-    {"1.2.840.113549.1.9.3", "contentType"},
-    {"1.2.840.113549.1.9.4", "messageDigest"},
-    {"1.2.840.113549.1.9.5", "signingTime"},
-    {"1.2.840.113549.1.9.6", "countersignature"},
-    {"1.2.840.113549.1.9.15", "smimeCapabilities"},
-    {"1.2.840.113549.1.9.52", "cmsAlgorithmProtect"},
-    {"1.2.840.113549.1.9.16.2.12", "signingCertificate"},
-    {"1.2.840.113549.1.9.16.2.47", "signingCertificateV2"},
-    {"1.2.840.113549.1.9.16.2.14", "timeStampToken"},
-    {"1.2.840.113549.1.9.16.2.15", "sigPolicyId"},
-    {"1.2.840.113549.1.9.16.2.23", "certificateValues"},
-    {"1.2.840.113549.1.9.16.2.24", "revocationValues"},
-    {"1.2.840.113549.1.9.16.2.22", "revocationRefs"},
-    {"1.2.840.113549.1.9.16.2.21", "completeCertificateRefs"},
-    {"1.3.6.1.4.1.47731.1", "signatureCreationEnvironment"},
-    {"1.3.14.3.2.26", "sha1"},
-    {"2.16.840.1.101.3.4.2.1", "sha256"},
-    {"2.16.840.1.101.3.4.2.2", "sha384"},
-    {"2.16.840.1.101.3.4.2.3", "sha512"},
-    {"1.2.840.113549.2.5", "md5"},
-    {"1.2.840.113549.1.1.1", "rsaEncryption"},
-    {"1.2.840.113549.1.1.5", "sha1WithRSAEncryption"},
-    {"1.2.840.113549.1.1.11", "sha256WithRSAEncryption"},
-    {"1.2.840.113549.1.1.12", "sha384WithRSAEncryption"},
-    {"1.2.840.113549.1.1.13", "sha512WithRSAEncryption"},
-    {"1.2.840.113549.1.1.10", "rsassa-pss"},
-    {"1.2.840.10045.2.1", "ecPublicKey"},
-    {"1.2.840.10045.4.3.2", "ecdsa-with-SHA256"},
-    {"1.2.840.10045.4.3.3", "ecdsa-with-SHA384"},
-    {"1.3.6.1.5.5.7.48.1.1", "id-pkix-ocsp-basic"},
-    {"2.5.4.3", "CN"},
-    {"2.5.4.5", "serialNumber"},
-    {"2.5.4.6", "C"},
-    {"2.5.4.7", "L"},
-    {"2.5.4.8", "ST"},
-    {"2.5.4.10", "O"},
-    {"2.5.4.11", "OU"},
-    {"1.2.840.113549.1.9.1", "emailAddress"},
-};
-
-const char* oidName(const std::string& dotted) {
-  for (const OidName& n : kOidNames) {
-    if (dotted == n.dotted) return n.name;
-  }
-  return nullptr;
-}
-
-std::string dottedText(const CvelString& der) {
-  std::string text;
-  return toDotted(der, text) ? text : std::string();
-}
 
 // {"oid": dotted, "name": known name or null}.
 V oidValue(const CvelString& der) {
@@ -160,36 +106,8 @@ V timeElementValue(const CvelString& der) {
   return timeValue(time);
 }
 
-// A Name element as "CN=..., O=..." with the attribute values that are text; others as dotted=#hex.
-std::string nameText(const CvelString& der) {
-  CvelA1Context name;
-  if (name.next(der) != kTagSequence) return std::string();
-  std::string out;
-  for (const CvelString& rdn : children(der, name)) {
-    CvelA1Context set;
-    if (set.next(rdn) != kTagSet) continue;
-    for (const CvelString& atv : children(rdn, set)) {
-      CvelA1Context seq;
-      if (seq.next(atv) != kTagSequence) continue;
-      const std::vector<CvelString> parts = children(atv, seq);
-      if (parts.size() != 2) continue;
-      const std::string dotted = dottedText(parts[0]);
-      const char* label = oidName(dotted);
-      CvelA1Context value;
-      value.next(parts[1]);
-      CvelString content;
-      value.getContent(parts[1], content);
-      std::string text(content.c_str(), content.length());
-      bool printable = true;
-      for (unsigned char ch : text) printable = printable && ch >= 0x20;
-      if (!out.empty()) out += ", ";
-      out += std::string(label != nullptr ? label : dotted.c_str()) + "=" + (printable ? text : "#" + parts[1].toHex());
-    }
-  }
-  return out;
-}
-
-// The attributes of a concatenation of Attribute encodings: type and each value's DER as hex.
+// The attributes of a concatenation of Attribute encodings: type, each value's DER as hex, and the one value
+// of a well-known attribute decoded.
 V attributesValue(const CvelString& attributes) {
   V list = V::array();
   CvelA1Context c;
@@ -202,10 +120,13 @@ V attributesValue(const CvelString& attributes) {
     if (parts.empty()) continue;
     V& entry = list.push(oidValue(parts[0]));
     V& values = entry.set("values", V::array());
+    V& decoded = entry.set("decoded", V());
     if (parts.size() < 2) continue;
     CvelA1Context set;
     if (set.next(parts[1]) != kTagSet) continue;
-    for (const CvelString& value : children(parts[1], set)) values.push(V::text(value.toHex()));
+    const std::vector<CvelString> elements = children(parts[1], set);
+    for (const CvelString& value : elements) values.push(V::text(value.toHex()));
+    if (elements.size() == 1) decoded = decodedAttribute(dottedText(parts[0]), elements[0]);
   }
   return list;
 }
@@ -224,7 +145,7 @@ V sidValue(const CvelString& sid) {
   if (tag != kTagSequence) return V();
   const std::vector<CvelString> parts = children(sid, c);
   if (parts.size() != 2) return V();
-  v.set("issuer", V::text(nameText(parts[0])));
+  v.set("issuer", V::text(listedName(parts[0])));
   v.set("serialNumber", V::text(contentOf(parts[1], kTagInteger).toHex()));
   return v;
 }
@@ -258,7 +179,7 @@ V certificatesValue(const CvelCertificateList& list) {
     std::shared_ptr<CvelCertificate> c = list.get(i);
     if (!c) continue;
     V& entry = out.push(V::object());
-    entry.set("subject", V::text(nameText(c->subject())));
+    entry.set("subject", V::text(listedName(c->subject())));
     entry.set("serialNumber", V::text(contentOf(c->serialNumber(), kTagInteger).toHex()));
   }
   return out;
@@ -327,7 +248,7 @@ V certificateValues(const CvelString& attributes) {
           continue;
         }
         V& entry = list.push(V::object());
-        entry.set("subject", V::text(nameText(certificate.subject())));
+        entry.set("subject", V::text(listedName(certificate.subject())));
         entry.set("serialNumber", V::text(contentOf(certificate.serialNumber(), kTagInteger).toHex()));
       }
     }
@@ -439,7 +360,7 @@ bool ocspValue(const CvelString& der, V& out) {
   out.set("responseType", r.responseType().isEmpty() ? V() : oidValue(r.responseType()));
   out.set("producedAt", timeElementValue(r.producedAt()));
   if (r.responderByName()) {
-    out.set("responderName", V::text(nameText(r.responderId())));
+    out.set("responderName", V::text(listedName(r.responderId())));
   } else {
     CvelString hash = contentOf(r.responderId(), kTagOctetString);
     out.set("responderKeyHash", V::text(hash.toHex()));
@@ -460,7 +381,7 @@ bool crlValue(const CvelString& der, V& out) {
   if (crl.parse(der.data(), der.length()) != kCvelOk) return false;
   out = V::object();
   out.set("type", V::text("crl"));
-  out.set("issuer", V::text(nameText(crl.issuer())));
+  out.set("issuer", V::text(listedName(crl.issuer())));
   out.set("thisUpdate", timeValue(crl.thisUpdate()));
   out.set("nextUpdate", timeValue(crl.nextUpdate()));
   size_t entries = 0;
@@ -553,8 +474,7 @@ bool memoryValue(const CvelString& der, V& out, CvelCertificate& certificate, bo
 std::string render(const V& v, bool json) {
   std::string out;
   if (json) {
-    v.printJson(out, 0);
-    out += "\n";
+    out = jsonDocument(v.toJson());
   } else {
     v.printText(out, 0);
   }
@@ -563,12 +483,20 @@ std::string render(const V& v, bool json) {
 
 }  // namespace
 
-int runInspect(const Arguments& args) {
+namespace {
+
+struct InspectOptions {
   std::string path;
   bool json = false;
-  if (!parseFileAndJson(args, path, json)) {
-    std::fprintf(stderr, "usage: kolvari inspect FILE [--json]\n");
-    return kExitUsage;
+};
+
+int runInspect(const InspectOptions& o) {
+  const std::string& path = o.path;
+  const bool json = o.json;
+  std::string error;
+  if (!checkInputFile(path, error)) {
+    std::fprintf(stderr, "kolvari inspect: %s\n", error.c_str());
+    return kExitFailure;
   }
 
   uint32_t type = kCvelContentUnknown;
@@ -628,11 +556,30 @@ int runInspect(const Arguments& args) {
     return kExitUsage;
   }
   if (isCertificate) {
-    std::printf(json ? "{\"type\": \"certificate\", \"certificate\":\n" : "type: certificate\n");
-    printCertificate(certificate, json);
-    if (json) std::printf("}\n");
+    if (json) {
+      std::fputs(jsonDocument(Json{{"type", "certificate"}, {"certificate", certificateJson(certificate)}}).c_str(),
+                 stdout);
+    } else {
+      std::printf("type: certificate\n");
+      printCertificate(certificate, false);
+    }
     return kExitOk;
   }
   std::fputs(render(value, json).c_str(), stdout);
   return kExitOk;
+}
+
+}  // namespace
+
+ToolCommand inspectCommand() {
+  return {"inspect", "decode a signature, time stamp, OCSP response, CRL or certificate",
+          "Finds out what FILE holds (SignedData, time-stamp token or response, OCSP response, CRL, certificate, "
+          "or a PDF with signatures) and prints it decoded by the library as an indented tree. A file of another "
+          "type: exit status 2.",
+          "kolvari inspect document.p7s", [](CLI::App& app) {
+            auto o = std::make_shared<InspectOptions>();
+            addFlag(app, "--json", o->json, "the same fields as one JSON object (schema in README.md)");
+            addFile(app, "FILE", o->path, "the file to decode");
+            return [o] { return runInspect(*o); };
+          }};
 }

@@ -3,12 +3,15 @@
 //   offset:d=depth  hl=header-length l=content-length tag=0x.. prim|cons: NAME
 #include <cinttypes>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "asn1/cvel_a1_walk.h"
 #include "asn1/cvel_string.h"
+#include "cli/command_line.h"
 #include "commands.h"
+#include "io/input_file.h"
 
 namespace {
 
@@ -58,21 +61,16 @@ std::string tagName(const CvelA1WalkElement& e, uint8_t firstOctet) {
   return text;
 }
 
-}  // namespace
-
-int runDer(const Arguments& args) {
-  if (args.size() != 1) {
-    std::fprintf(stderr, "usage: kolvari der FILE\n");
-    return kExitUsage;
-  }
+int runDer(const std::string& path) {
   std::vector<unsigned char> bytes;
-  if (!readWholeFile(args[0], bytes)) {
-    std::fprintf(stderr, "kolvari der: cannot read %s\n", args[0].c_str());
+  std::string error;
+  if (!readInputFile(path, bytes, error)) {
+    std::fprintf(stderr, "kolvari der: %s\n", error.c_str());
     return kExitFailure;
   }
   CvelString der;
   if (der.setView(bytes.data(), bytes.size()) != kCvelOk) {
-    std::fprintf(stderr, "kolvari der: %s is too large\n", args[0].c_str());
+    std::fprintf(stderr, "kolvari der: %s is too large\n", path.c_str());
     return kExitFailure;
   }
   CvelA1WalkResult result = cvelWalk(der, [&](const CvelA1WalkElement& e) {
@@ -82,15 +80,28 @@ int runDer(const Arguments& args) {
     return true;
   });
   if (bytes.empty()) {
-    std::fprintf(stderr, "kolvari der: %s is empty\n", args[0].c_str());
+    std::fprintf(stderr, "kolvari der: %s is empty\n", path.c_str());
     return kExitFailure;
   }
   if (!result.complete) {
     std::fflush(stdout);
     std::fprintf(stderr,
                  "kolvari der: malformed DER in %s: the element at offset %u (depth %u) runs past its container\n",
-                 args[0].c_str(), result.faultOffset, result.faultDepth);
+                 path.c_str(), result.faultOffset, result.faultDepth);
     return kExitFailure;
   }
   return kExitOk;
+}
+
+}  // namespace
+
+ToolCommand derCommand() {
+  return {"der", "print the element tree of a DER file",
+          "Prints one line per element of a DER file: offset, depth, header length, length and tag, laid out like "
+          "`openssl asn1parse -inform DER -i`. A malformed file is shown up to the fault, then exit status 1.",
+          "kolvari der document.p7s", [](CLI::App& app) {
+            auto path = std::make_shared<std::string>();
+            addFile(app, "FILE", *path, "the DER file");
+            return [path] { return runDer(*path); };
+          }};
 }

@@ -1,21 +1,21 @@
 // kolvari info: loads the plug-in exactly as a host would and prints what it says of itself.
 #include <cstdio>
 #include <list>
+#include <memory>
 #include <string>
 
+#include "cli/command_line.h"
 #include "commands.h"
 #include "zarv_plugin.h"
 
-int runInfo(const Arguments& args) {
-  std::string path = defaultPluginPath();
-  for (size_t i = 0; i < args.size(); ++i) {
-    if (args[i] == "--plugin" && i + 1 < args.size()) {
-      path = args[++i];
-    } else {
-      std::fprintf(stderr, "usage: kolvari info [--plugin PATH]\n");
-      return kExitUsage;
-    }
-  }
+namespace {
+
+struct InfoOptions {
+  std::string plugin;
+};
+
+int runInfo(const InfoOptions& o) {
+  const std::string path = o.plugin.empty() ? defaultPluginPath() : o.plugin;
   ZarvPlugin plugin;
   std::string error;
   if (!plugin.loadProvider(path, error)) {
@@ -42,4 +42,18 @@ int runInfo(const Arguments& args) {
   for (const std::string& e : encoders) std::printf(" %s", e.c_str());
   std::printf("\n");
   return kExitOk;
+}
+
+}  // namespace
+
+ToolCommand infoCommand() {
+  return {"info", "load the plug-in and print its provider name and encoders",
+          "Loads the plug-in with dlopen, as a host does, and prints its path, its provider name and its encoders.",
+          "kolvari info --plugin /usr/lib/libkolvari-pkcs7.so.1", [](CLI::App& app) {
+            auto o = std::make_shared<InfoOptions>();
+            addValue(app, "--plugin", o->plugin, "PATH",
+                     "the plug-in to load (default: libkolvari-pkcs7.so beside the tool, else the installed "
+                     "libkolvari-pkcs7.so.1)");
+            return [o] { return runInfo(*o); };
+          }};
 }

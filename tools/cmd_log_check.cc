@@ -8,11 +8,13 @@
 #include "base/cvel_base_result.h"
 #include "base/cvel_configuration.h"
 #include "base/cvel_process.h"
+#include "cli/command_line.h"
 #include "commands.h"
 #include "log/cvel_log_console.h"
 #include "log/cvel_log_file.h"
 #include "log/cvel_log_system.h"
 #include "log/cvel_logger.h"
+#include "log_config_check.h"
 
 namespace {
 
@@ -42,28 +44,21 @@ const char* parseVerdict(CvelResult r) {
   return "the reader failed";
 }
 
-// Parses ever longer runs of whole lines until the reader refuses one: that is the line it stopped at
-// (0 when even the whole text passes, as for the size limit).
-size_t stoppingLine(const std::vector<unsigned char>& text, std::string& lineText) {
-  size_t start = 0;
-  for (size_t line = 1; start < text.size(); ++line) {
-    size_t end = start;
-    while (end < text.size() && text[end] != '\n') ++end;
-    CvelConfiguration probe;
-    size_t through = end < text.size() ? end + 1 : end;
-    if (probe.parse(text.data(), through) != kCvelOk) {
-      // Shown with the refused bytes spelled out, so that the terminal shows where they are.
-      for (size_t i = start; i < end; ++i) {
-        char escaped[8];
-        bool plain = text[i] >= 0x20 && text[i] < 0x7f;
-        std::snprintf(escaped, sizeof escaped, plain ? "%c" : "\\x%02X", text[i]);
-        lineText += escaped;
-      }
-      return line;
-    }
-    start = through;
+// Each remark on stderr as `kolvari log-check: FILE:LINE: what`, the refused line left to the report.
+void printNotes(const std::string& path, const LogConfigReading& reading) {
+  for (const LogConfigNote& note : reading.notes) {
+    std::fprintf(stderr, "kolvari log-check: %s:%zu: %s\n", path.c_str(), note.line, note.text.c_str());
   }
-  return 0;
+}
+
+// Why a logger that is on would still write no line; null when it writes.
+const char* writesNothing(const CvelLogger& logger) {
+  if (logger.sinks().empty()) return "[Logger] names no known sink (Console, File, System)";
+  if (logger.format() == nullptr || logger.format()->fields().empty()) {
+    return "[Common] Format names no known field, so every line is empty";
+  }
+  if (logger.levelMask() == 0) return "[Common] LogLevel names no known level, so no record passes";
+  return nullptr;
 }
 
 void printFileSink(size_t index, const CvelLogFile& file) {
@@ -93,7 +88,8 @@ void printSink(size_t index, const CvelLogBase* sink) {
 
 void printLayout(const CvelLogFormat* format) {
   if (format == nullptr || format->fields().empty()) {
-    std::printf("layout:  none ([Common] Format missing or empty): every line is empty, nothing is written\n");
+    std::printf("layout:  none ([Common] Format missing, empty or without a known field): every line is empty, "
+                "nothing is written\n");
     return;
   }
   std::printf("layout:  %s mode:", format->blank() ? "blank" : "bracket");
@@ -129,14 +125,16 @@ int report(const CvelLogger& logger) {
     std::printf("config:  %s%s\n", logger.configPath().c_str(),
                 logger.ownConfiguration() ? " (the library's own)" : "");
   }
+  LogConfigReading reading;
+  std::vector<unsigned char> text;
+  if (!logger.configPath().empty() && CvelConfiguration::readFile(logger.configPath().c_str(), text) == kCvelOk) {
+    reading = readLogConfiguration(text);
+  }
+  printNotes(logger.configPath(), reading);
   if (logger.startUp() == CvelLogStartUp::kParseFailed) {
-    std::vector<unsigned char> text;
-    CvelConfiguration::readFile(logger.configPath().c_str(), text);
-    std::string lineText;
-    size_t line = stoppingLine(text, lineText);
     std::printf("logging: off: %s (0x%08X, %s)", reasonText(logger.startUp()), logger.parseResult(),
                 parseVerdict(logger.parseResult()));
-    if (line > 0) std::printf(" at line %zu: %s", line, lineText.c_str());
+    if (reading.refusedLine > 0) std::printf(" at line %zu: %s", reading.refusedLine, reading.refusedText.c_str());
     std::printf("\n");
     return kExitFailure;
   }
@@ -149,8 +147,10 @@ int report(const CvelLogger& logger) {
     std::printf("logging: off: %s", reasonText(logger.startUp()));
     if (logger.startUp() == CvelLogStartUp::kIgnoredBySuffix) std::printf(" '%s'", logger.ignoreKey().c_str());
     std::printf("\n");
+  } else if (writesNothing(logger) != nullptr) {
+    std::printf("logging: on, but writes nothing: %s\n", writesNothing(logger));
   } else {
-    std::printf("logging: on%s\n", logger.sinks().empty() ? ", but no sinks: [Logger] lists no known key" : "");
+    std::printf("logging: on\n");
   }
   // What start-up got as far as setting up, whether or not logging ended up on.
   std::printf("levels:  0x%03x", logger.levelMask());
@@ -162,28 +162,68 @@ int report(const CvelLogger& logger) {
   for (size_t i = 0; i < logger.sinks().size(); ++i) printSink(i + 1, logger.sinks()[i].get());
   printLayout(logger.format());
   if (logger.enabled()) printSamples(logger);
-  return logger.enabled() ? kExitOk : kExitFailure;
+  return logger.enabled() && writesNothing(logger) == nullptr ? kExitOk : kExitFailure;
+}
+
+// The logger under judgement makes its formatter the process-wide one and takes it along when it goes; the
+// tool's own logger composes with that formatter too, so it is put back once the other logger is gone.
+class KeepToolFormat {
+ public:
+  KeepToolFormat() : saved_(cvelCurrentLogFormat()) {}
+  ~KeepToolFormat() { cvelSetCurrentLogFormat(saved_); }
+  KeepToolFormat(const KeepToolFormat&) = delete;
+  KeepToolFormat& operator=(const KeepToolFormat&) = delete;
+
+ private:
+  std::shared_ptr<const CvelLogFormat> saved_;
+};
+
+// The paths the tool runs under: it carries the library inside it, so the library's file is the program's.
+void toolPaths(std::string& library, std::string& host) {
+  char module[kPathBuffer] = {};
+  char program[kPathBuffer] = {};
+  if (library.empty() && imagePath(reinterpret_cast<const void*>(&toolPaths), module, sizeof module) >= 0) {
+    library = module;
+  }
+  if (host.empty() && executablePath(program, sizeof program) >= 0) host = program;
+}
+
+struct LogCheckOptions {
+  std::string config;
+  std::string library;
+  std::string host;
+};
+
+int runLogCheck(LogCheckOptions o) {
+  // Without options, the logger this very program runs with.
+  if (o.config.empty() && o.library.empty()) return report(toolLogger());
+  toolPaths(o.library, o.host);
+  KeepToolFormat keep;
+  // The library's own look-up: beside the library first, then beside the host (unless --config names the file).
+  CvelLogger logger(o.library, o.host, o.config);
+  return report(logger);
 }
 
 }  // namespace
 
-int runLogCheck(const Arguments& args) {
-  std::string config;
-  for (size_t i = 0; i < args.size(); ++i) {
-    if (args[i] == "--config" && i + 1 < args.size()) {
-      config = args[++i];
-    } else {
-      std::fprintf(stderr, "usage: kolvari log-check [--config FILE]\n");
-      return kExitUsage;
-    }
-  }
-  // Without --config, the logger this very program runs with.
-  if (config.empty()) return report(toolLogger());
-  char module[kPathBuffer] = {};
-  char program[kPathBuffer] = {};
-  // The tool carries the library inside it, so the library's file is the program's.
-  if (imagePath(reinterpret_cast<const void*>(&runLogCheck), module, sizeof module) < 0) module[0] = '\0';
-  if (executablePath(program, sizeof program) < 0) program[0] = '\0';
-  CvelLogger logger(module, program, config);
-  return report(logger);
+ToolCommand logCheckCommand() {
+  return {"log-check", "show what the logger makes of its configuration file",
+          "Shows whether logging would be on under a logging configuration file and why, its levels, sinks and "
+          "line layout, and one sample line per level; unknown sections, keys, levels and fields are named on "
+          "standard error with their line. Exit status 0 when logging would be on and write lines, 1 otherwise.",
+          "kolvari log-check --config kolvari.cfgLog\n"
+          "kolvari log-check --library /usr/lib/libkolvari-pkcs7.so.1 --host /usr/bin/signer",
+          [](CLI::App& app) {
+            auto o = std::make_shared<LogCheckOptions>();
+            addValue(app, "--config", o->config, "FILE",
+                     "the file to check (default: the tool's own, its path with .cfgLog appended)");
+            CLI::Option* library = addValue(app, "--library", o->library, "PATH",
+                                            "judge as the library at PATH inside --host PROGRAM would: "
+                                            "PATH.cfgLog, else PROGRAM.cfgLog (or --config FILE), with the "
+                                            "[Ignore] rules applied to PATH");
+            CLI::Option* host = addValue(app, "--host", o->host, "PROGRAM", "the program that loads --library");
+            library->needs(host);
+            host->needs(library);
+            return [o] { return runLogCheck(*o); };
+          }};
 }

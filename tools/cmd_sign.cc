@@ -14,27 +14,23 @@
 #include <string>
 #include <vector>
 
+#include "cli/command_line.h"
+#include "cli/validators.h"
 #include "commands.h"
 #include "host_crypto.h"
+#include "io/input_file.h"
 #include "services/sign_services.h"
 #include "signing/byte_sink.h"
 #include "signing/content_stream.h"
 #include "signing/host_signer.h"
+#include "signing/key_source.h"
 #include "signing/output_file.h"
-#include "signing/pkcs11_signer.h"
-#include "signing/pkcs11_uri.h"
+#include "signing/pass_phrase.h"
 #include "signing/signature_builder.h"
 #include "zarv_plugin.h"
 
 namespace {
 
-constexpr char kUsage[] =
-    "usage: kolvari sign (--key KEY --cert CERT | --pkcs11 URI [--pkcs11-module PATH] [--cert CERT])\n"
-    "                    [--chain CERTS]... [--crl CRL]... [--digest sha256|sha384|sha512]\n"
-    "                    [--time YYYYMMDDhhmmssZ] [--attached] [--pem] [--plugin PATH]\n"
-    "                    [--signer KEY,CERT]... [--signed-attr OID=HEXDER]... [--unsigned-attr OID=HEXDER]...\n"
-    "                    [--der-order] [--out FILE] FILE\n"
-    "       kolvari sign ... --out-dir DIR [--force] [--quiet] FILE...\n";
 // The library's opt-in for DER SET OF order of the signed attributes.
 constexpr char kDerOrderVariable[] = "KOLVARI_DER_ATTRIBUTE_ORDER";
 constexpr char kPemLabel[] = "PKCS7";
@@ -51,13 +47,15 @@ struct SignerFiles {
 };
 
 struct SignOptions {
-  std::string key;
-  std::string cert;
+  SignerSource first;  // --key/--cert, --p12 or --pkcs11: the first signer
+  std::string pass;
   std::vector<SignerFiles> moreSigners;
+  std::vector<std::string> signedAttributeTexts;  // OID=HEXDER as given
+  std::vector<std::string> unsignedAttributeTexts;
   std::vector<ExtraAttribute> signedAttributes;
   std::vector<ExtraAttribute> unsignedAttributes;
   SignServices services;
-  bool derOrder = false;
+  bool derOrder = true;  // the order every verifier accepts; --document-order gives the library's own
   std::vector<std::string> chain;
   std::vector<std::string> crls;
   std::string digest = "sha256";
@@ -66,8 +64,6 @@ struct SignOptions {
   bool pem = false;
   std::string out;
   std::string plugin;
-  std::string pkcs11;
-  std::string pkcs11Module;
   std::string outDir;
   bool force = false;
   bool quiet = false;
@@ -75,105 +71,103 @@ struct SignOptions {
 };
 
 // "KEY,CERT": both parts non-empty, split at the first comma.
-bool parseSigner(const std::string& text, SignerFiles& out) {
+bool isSigner(const std::string& text) {
   const size_t comma = text.find(',');
-  if (comma == std::string::npos || comma == 0 || comma + 1 == text.size()) return false;
-  out.key = text.substr(0, comma);
-  out.cert = text.substr(comma + 1);
-  return true;
+  return comma != std::string::npos && comma != 0 && comma + 1 != text.size();
+}
+
+SignerFiles parseSigner(const std::string& text) {
+  const size_t comma = text.find(',');
+  return {text.substr(0, comma), text.substr(comma + 1)};
 }
 
 // "OID=HEXDER": a dotted type and an even, non-empty run of hex digits. Whether the value is one DER element
 // is left to the verifiers; the library takes the bytes as they are.
-bool parseAttribute(const std::string& text, ExtraAttribute& out) {
+std::string attributeFault(const std::string& text) {
   const size_t equals = text.find('=');
-  if (equals == std::string::npos || equals == 0) return false;
+  if (equals == std::string::npos || equals == 0) return "not OID=HEXDER";
   const std::string digits = text.substr(equals + 1);
-  if (digits.empty() || digits.size() % 2 != 0) return false;
+  if (digits.empty() || digits.size() % 2 != 0) return "the value is not an even number of hex digits";
+  for (char c : digits) {
+    if (hexDigitValue(c) < 0) return "the value is not an even number of hex digits";
+  }
+  return std::string();
+}
+
+CLI::Validator attributeCheck() {
+  return valueCheck("attribute", [](std::string& v) { return attributeFault(v); });
+}
+
+ExtraAttribute parseAttribute(const std::string& text) {
+  const size_t equals = text.find('=');
+  ExtraAttribute out;
   out.oid = text.substr(0, equals);
-  out.value.clear();
-  for (size_t i = 0; i < digits.size(); i += 2) {
-    const int high = hexDigitValue(digits[i]);
-    const int low = hexDigitValue(digits[i + 1]);
-    if (high < 0 || low < 0) return false;
-    out.value.push_back(static_cast<unsigned char>(high * 16 + low));
+  for (size_t i = equals + 1; i + 1 < text.size(); i += 2) {
+    out.value.push_back(static_cast<unsigned char>(hexDigitValue(text[i]) * 16 + hexDigitValue(text[i + 1])));
   }
-  return true;
+  return out;
 }
 
-// A signing time as the library takes it: YYYYMMDDhhmmssZ, or YYMMDDhhmmssZ.
-bool isSigningTime(const std::string& t) {
-  constexpr size_t kLongForm = 15;
-  constexpr size_t kShortForm = 13;
-  if ((t.size() != kLongForm && t.size() != kShortForm) || t.back() != 'Z') return false;
-  for (size_t i = 0; i + 1 < t.size(); ++i) {
-    if (t[i] < '0' || t[i] > '9') return false;
-  }
-  return true;
+void defineOptions(CLI::App& app, SignOptions& o) {
+  const std::string signer = "signer";
+  addSignerKeyOptions(app, o.first, o.pass);
+  app.add_option_function<std::string>(
+         "--signer", [&o](const std::string& v) { o.moreSigners.push_back(parseSigner(v)); },
+         "one more signer in the same SignedData (repeatable; --pass serves its key too)")
+      ->option_text("KEY,CERT")
+      ->check(valueCheck("signer", [](std::string& v) { return isSigner(v) ? "" : "not KEY,CERT"; }))
+      ->allow_extra_args(false)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+      ->group(signer);
+
+  const std::string content = "signature";
+  addList(app, "--chain", o.chain, "CERTS", "more certificates for the SignedData (repeatable)")->group(content);
+  addList(app, "--crl", o.crls, "CRL", "a CRL for the SignedData (repeatable)")->group(content);
+  addValue(app, "--digest", o.digest, "NAME", "sha256 (default), sha384 or sha512")
+      ->check(digestName())
+      ->group(content);
+  addValue(app, "--time", o.time, "TIME",
+           "the signing time, YYYYMMDDhhmmssZ or YYMMDDhhmmssZ (YY below 50 is 20YY, else 19YY; default: now)")
+      ->transform(signingTime())
+      ->group(content);
+  addFlag(app, "--attached", o.attached, "carry FILE inside the SignedData (default: detached)")->group(content);
+  addList(app, "--signed-attr", o.signedAttributeTexts, "OID=HEXDER",
+          "an extra signed attribute, its value one DER element in hex (repeatable)")
+      ->check(attributeCheck())
+      ->group(content);
+  addList(app, "--unsigned-attr", o.unsignedAttributeTexts, "OID=HEXDER", "an extra unsigned attribute (repeatable)")
+      ->check(attributeCheck())
+      ->group(content);
+  app.add_flag_callback("--document-order", [&o] { o.derOrder = false; },
+                        "signed attributes in the order the library adds them; by default they are in DER SET OF "
+                        "order (KOLVARI_DER_ATTRIBUTE_ORDER=1), which every verifier accepts and those that "
+                        "re-encode the set (GnuTLS, BouncyCastle) need")
+      ->group(content);
+  app.add_flag_callback("--der-order", [] {}, "DER SET OF order, the default (kept for older command lines)")
+      ->group(content);
+  addTimeStampOptions(app, o.services);
+  addRevocationOptions(app, o.services);
+
+  const std::string output = "output";
+  addValue(app, "--out", o.out, "FILE",
+           "where to write the signature of the one FILE (default: standard output); an existing file is "
+           "refused unless --force")
+      ->group(output);
+  addValue(app, "--out-dir", o.outDir, "DIR", "write one DIR/FILE.p7s per FILE")->group(output)->excludes("--out");
+  addFlag(app, "--force", o.force, "replace an existing output file (never the input itself)")->group(output);
+  addFlag(app, "--pem", o.pem, "write PEM instead of DER")->group(output);
+  addFlag(app, "--quiet", o.quiet, "no progress line (it is shown only on a terminal anyway)")->group(output);
+  addValue(app, "--plugin", o.plugin, "PATH", "the plug-in to load")->group(output);
+  addFiles(app, "FILE", o.inputs, "the files to sign");
 }
 
-bool parseOptions(const Arguments& args, SignOptions& o) {
-  for (size_t i = 0; i < args.size(); ++i) {
-    const std::string& a = args[i];
-    auto value = [&](std::string& into) { return optionValue(args, i, into); };
-    std::string v;
-    const int service = parseSignServiceOption(args, i, o.services);
-    if (service < 0) return false;
-    if (service > 0) continue;
-    if (a == "--key") {
-      if (!value(o.key)) return false;
-    } else if (a == "--cert") {
-      if (!value(o.cert)) return false;
-    } else if (a == "--chain") {
-      if (!value(v)) return false;
-      o.chain.push_back(v);
-    } else if (a == "--crl") {
-      if (!value(v)) return false;
-      o.crls.push_back(v);
-    } else if (a == "--digest") {
-      if (!value(o.digest)) return false;
-    } else if (a == "--time") {
-      if (!value(o.time)) return false;
-    } else if (a == "--out") {
-      if (!value(o.out)) return false;
-    } else if (a == "--plugin") {
-      if (!value(o.plugin)) return false;
-    } else if (a == "--pkcs11") {
-      if (!value(o.pkcs11)) return false;
-    } else if (a == "--pkcs11-module") {
-      if (!value(o.pkcs11Module)) return false;
-    } else if (a == "--out-dir") {
-      if (!value(o.outDir)) return false;
-    } else if (a == "--force") {
-      o.force = true;
-    } else if (a == "--quiet") {
-      o.quiet = true;
-    } else if (a == "--signer") {
-      SignerFiles signer;
-      if (!value(v) || !parseSigner(v, signer)) return false;
-      o.moreSigners.push_back(signer);
-    } else if (a == "--signed-attr" || a == "--unsigned-attr") {
-      ExtraAttribute attribute;
-      if (!value(v) || !parseAttribute(v, attribute)) return false;
-      (a == "--signed-attr" ? o.signedAttributes : o.unsignedAttributes).push_back(attribute);
-    } else if (a == "--der-order") {
-      o.derOrder = true;
-    } else if (a == "--attached") {
-      o.attached = true;
-    } else if (a == "--pem") {
-      o.pem = true;
-    } else if (!a.empty() && a[0] == '-') {
-      return false;
-    } else {
-      o.inputs.push_back(a);
-    }
-  }
-  // The first signer's key is a key file (with its certificate) or a key on a token, never both.
-  const bool oneKey = o.pkcs11.empty() ? !o.key.empty() && !o.cert.empty() : o.key.empty();
-  // Many files need a directory for their signatures; --out names the one output of one file.
-  const bool outputs = o.outDir.empty() ? o.inputs.size() == 1 : o.out.empty();
-  return oneKey && outputs && !o.inputs.empty() && (o.pkcs11Module.empty() || !o.pkcs11.empty()) &&
-         (o.time.empty() || isSigningTime(o.time));
+// The rules between options that CLI11's own do not say; a wrong command line is a UsageError.
+void checkOptions(SignOptions& o) {
+  const std::string keyFault = signerKeyFault(o.first);
+  if (!keyFault.empty()) throw UsageError(keyFault);
+  if (o.outDir.empty() && o.inputs.size() > 1) throw UsageError("more than one FILE needs --out-dir DIR");
+  for (const std::string& text : o.signedAttributeTexts) o.signedAttributes.push_back(parseAttribute(text));
+  for (const std::string& text : o.unsignedAttributeTexts) o.unsignedAttributes.push_back(parseAttribute(text));
 }
 
 // DIR/NAME.p7s for the input DIR2/NAME.
@@ -187,8 +181,8 @@ std::string outputPath(const std::string& directory, const std::string& input) {
 // error, when the content could not be read.
 using SignatureWriter = std::function<bool(ByteSink& sink, std::string& error)>;
 
-// The signature of input: into --out-dir (never over an existing file unless --force), into --out, or to
-// standard output; as PEM text with --pem.
+// The signature of input: into --out-dir, into --out, or to standard output; as PEM text with --pem. A file
+// is refused when it exists (unless --force) or is the input itself.
 bool writeOutput(const SignOptions& o, const std::string& input, const SignatureWriter& produce, std::string& error) {
   const SignatureWriter encoded = !o.pem ? produce : [&produce](ByteSink& sink, std::string& e) {
     PemSink pem(sink, kPemLabel);
@@ -198,13 +192,13 @@ bool writeOutput(const SignOptions& o, const std::string& input, const Signature
     FdSink sink(fd);
     return encoded(sink, e);
   };
-  if (!o.outDir.empty()) return writeFileThrough(outputPath(o.outDir, input), o.force, fill, error);
-  // --out has always replaced its file's content. Only a plain file is replaced by a rename: through a
-  // symbolic link, a device or a pipe (--out /dev/stdout) the bytes are written as they always were, since a
-  // rename would put a file in place of the link or the device node.
+  if (!o.outDir.empty()) return writeOutputFile(outputPath(o.outDir, input), input, fill, o.force, error);
+  // Only a plain file is replaced by a rename: through a symbolic link, a device or a pipe (--out /dev/stdout)
+  // the bytes are written as they come, since a rename would put a file in place of the link or the device node.
   struct stat target;
   const bool notRegular = !o.out.empty() && lstat(o.out.c_str(), &target) == 0 && !S_ISREG(target.st_mode);
-  if (!o.out.empty() && !notRegular) return writeFileThrough(o.out, true, fill, error);
+  if (!o.out.empty() && !notRegular) return writeOutputFile(o.out, input, fill, o.force, error);
+  if (notRegular && !checkOutput(o.out, input, o.force, error)) return false;
   std::fflush(stdout);
   const int fd = notRegular ? open(o.out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kCreateMode)
                             : STDOUT_FILENO;
@@ -213,6 +207,21 @@ bool writeOutput(const SignOptions& o, const std::string& input, const Signature
   if (notRegular && fd >= 0) written = close(fd) == 0 && written;
   if (!written) error = !fillError.empty() ? fillError : "cannot write the output";
   return written;
+}
+
+// Every file the signers and the container are read from opens as an input (io/input_file.h), so that a
+// directory or a device is named as such.
+bool checkSignerInputs(const SignOptions& o, std::string& error) {
+  std::vector<std::string> paths = {o.first.key, o.first.cert, o.first.p12};
+  for (const SignerFiles& s : o.moreSigners) paths.insert(paths.end(), {s.key, s.cert});
+  for (const auto* list : {&o.chain, &o.crls, &o.services.revocation.ocspResponseFiles,
+                           &o.services.revocation.crlFiles}) {
+    paths.insert(paths.end(), list->begin(), list->end());
+  }
+  for (const std::string& path : paths) {
+    if (!path.empty() && !checkInputFile(path, error)) return false;
+  }
+  return true;
 }
 
 // What stays the same for every file of a run: the signers, their certificates and the container's
@@ -224,36 +233,17 @@ struct SigningSetup {
   ContainerRequest container;
 };
 
-// The first signer from a token: its certificate from --cert, or else from the token.
-bool openTokenSigner(const SignOptions& o, SigningSetup& s, std::string& error) {
-  Pkcs11Uri uri;
-  if (!parsePkcs11Uri(o.pkcs11, uri, error)) return false;
-  std::unique_ptr<PKCS11Signer> signer = PKCS11Signer::open(o.pkcs11Module, uri, error);
-  if (signer == nullptr) return false;
-  std::vector<Bytes> file;
-  if (o.cert.empty()) {
-    file.emplace_back();
-    if (!signer->certificate(file.front(), error)) return false;
-  } else if (!readCertificates(o.cert, file, error)) {
-    return false;
-  }
-  s.signers.push_back(std::move(signer));
-  s.signerCertificates.push_back(file.front());
-  addCertificates(file, s.container.certificates);
-  return true;
-}
-
 bool loadSigners(const SignOptions& o, SigningSetup& s, std::string& error) {
-  // --key/--cert (or --pkcs11) sign first, then each --signer in the order given.
-  std::vector<SignerFiles> signerFiles;
-  if (o.pkcs11.empty()) signerFiles.push_back({o.key, o.cert});
-  signerFiles.insert(signerFiles.end(), o.moreSigners.begin(), o.moreSigners.end());
-  if (!o.pkcs11.empty() && !openTokenSigner(o, s, error)) return false;
-  for (const SignerFiles& files : signerFiles) {
-    PrivateKey key = readPrivateKey(files.key, error);
+  // --key/--cert (or --p12, or --pkcs11) sign first, then each --signer in the order given; --pass serves
+  // every encrypted key among them.
+  std::vector<SignerSource> sources{o.first};
+  for (const SignerFiles& files : o.moreSigners) sources.push_back({files.key, files.cert, {}, {}, {}});
+  PassPhrase pass(o.pass);
+  for (const SignerSource& source : sources) {
     std::vector<Bytes> file;
-    if (key == nullptr || !readCertificates(files.cert, file, error)) return false;
-    s.signers.push_back(std::make_unique<KeyFileSigner>(std::move(key)));
+    std::unique_ptr<HostSigner> signer = openSigner(source, pass, file, error);
+    if (signer == nullptr) return false;
+    s.signers.push_back(std::move(signer));
     s.signerCertificates.push_back(file.front());
     addCertificates(file, s.container.certificates);
   }
@@ -269,7 +259,7 @@ bool loadSigners(const SignOptions& o, SigningSetup& s, std::string& error) {
 }
 
 // An input as it is signed: streamed from its file, or held whole when the plug-in encodes it (the test
-// hook, or an attached signature of an input that cannot be read twice, such as a pipe).
+// hook, or an attached signature of an input that cannot be read twice, a pipe).
 struct InputContent {
   ContentFile file;
   Bytes whole;
@@ -312,6 +302,7 @@ bool writeContainer(const SignOptions& o, const std::string& input, const Bytes&
 // Signs one file with every signer and writes its signature.
 bool signFile(const ZarvPlugin& zarv, const SignOptions& o, const DigestChoice* digest, SigningSetup& s,
               const std::string& input, std::string& error) {
+  if (!o.outDir.empty() && !checkOutput(outputPath(o.outDir, input), input, o.force, error)) return false;
   InputContent content;
   Bytes messageDigest;
   if (!hashInput(o, *digest, input, content, messageDigest, error)) return false;
@@ -348,29 +339,28 @@ bool signFile(const ZarvPlugin& zarv, const SignOptions& o, const DigestChoice* 
   return built && writeContainer(o, input, message, content, error);
 }
 
-}  // namespace
+// What the interrupted batch has done, for the message a signal prints.
+std::string interruptNote(size_t signedCount, size_t total, const std::string& last) {
+  std::string note = "kolvari sign: interrupted after " + std::to_string(signedCount) + " of " +
+                     std::to_string(total) + " files were signed";
+  if (signedCount > 0) note += " (the last: " + last + ")";
+  return note + "; no partial signature is left\n";
+}
 
-int runSign(const Arguments& args) {
-  SignOptions o;
-  if (!parseOptions(args, o)) {
-    std::fprintf(stderr, "%s%s", kUsage, kSignServicesUsage);
-    return kExitUsage;
-  }
+int signWith(SignOptions& o) {
+  checkOptions(o);
   const DigestChoice* digest = findDigest(o.digest);
-  if (digest == nullptr) {
-    std::fprintf(stderr, "kolvari sign: unknown digest '%s' (sha256, sha384 or sha512)\n", o.digest.c_str());
-    return kExitUsage;
-  }
-
   std::string error;
   SigningSetup setup;
-  if (!loadSigners(o, setup, error)) {
+  const bool oneOutput = o.outDir.empty() && !o.out.empty();
+  if (!checkSignerInputs(o, error) || (oneOutput && !checkOutput(o.out, o.inputs.front(), o.force, error)) ||
+      !loadSigners(o, setup, error)) {
     std::fprintf(stderr, "kolvari sign: %s\n", error.c_str());
     return kExitFailure;
   }
 
   // Set before the plug-in is loaded, so the library sees it when it builds the data to be signed.
-  if (o.derOrder && setenv(kDerOrderVariable, "1", 1) != 0) {
+  if (o.derOrder ? setenv(kDerOrderVariable, "1", 1) != 0 : unsetenv(kDerOrderVariable) != 0) {
     std::fprintf(stderr, "kolvari sign: cannot set %s\n", kDerOrderVariable);
     return kExitFailure;
   }
@@ -383,17 +373,53 @@ int runSign(const Arguments& args) {
   // The progress line is for a person watching a batch; a script reads only the messages and the status.
   ProgressLine progress(o.inputs.size(), !o.outDir.empty() && !o.quiet && isatty(STDERR_FILENO) != 0);
   size_t failed = 0;
+  size_t signedCount = 0;
+  const bool batch = !o.outDir.empty();
+  if (batch) setInterruptNote(interruptNote(0, o.inputs.size(), ""));
   for (const std::string& input : o.inputs) {
     if (!signFile(zarv, o, digest, setup, input, error)) {
       progress.clear();
       std::fprintf(stderr, "kolvari sign: %s\n", error.c_str());
       ++failed;
+    } else if (batch) {
+      setInterruptNote(interruptNote(++signedCount, o.inputs.size(), input));
     }
     progress.step();
   }
   progress.finish();
   if (failed > 0 && o.inputs.size() > 1) {
-    std::fprintf(stderr, "kolvari sign: %zu of %zu files not signed\n", failed, o.inputs.size());
+    std::fprintf(stderr,
+                 "kolvari sign: %zu of %zu files not signed (each named above); the other %zu signatures are "
+                 "whole in %s\n",
+                 failed, o.inputs.size(), o.inputs.size() - failed, o.outDir.c_str());
   }
   return failed == 0 ? kExitOk : kExitFailure;
+}
+
+}  // namespace
+
+ToolCommand signCommand() {
+  return {"sign", "sign files through the plug-in (OpenSSL hashes, a key file or a PKCS#11 token signs)",
+          "The reference host: loads the plug-in, hashes FILE and the signer certificate with OpenSSL, has the "
+          "library build the signed attributes, signs them (RSA PKCS #1 v1.5 or ECDSA) and has the library encode "
+          "the SignerInfo and the SignedData. The signer is --key with --cert, --p12 or --pkcs11. Given many files "
+          "with --out-dir, the plug-in, the keys and the certificates are loaded once and each FILE gets "
+          "DIR/FILE.p7s; a file that cannot be read or signed is reported and skipped, and the exit status is 1 "
+          "when any was. A key that does not belong to its certificate is refused before anything is written. An "
+          "output appears whole or not at all, also on a full disk or when the run is interrupted.",
+          "kolvari sign --key signer.key --cert signer.pem --chain ca.pem --out document.p7s document.txt\n"
+          "openssl cms -verify -binary -inform DER -in document.p7s -content document.txt -CAfile ca.pem\n"
+          "kolvari sign --pkcs11 'pkcs11:token=demo;object=signer?pin-source=file:pin.txt' --out-dir out *.txt\n"
+          "kolvari sign --p12 signer.p12 --pass env:SIGNER_PASS --out document.p7s document.txt",
+          [](CLI::App& app) {
+            auto o = std::make_shared<SignOptions>();
+            defineOptions(app, *o);
+            return [o] { return signWith(*o); };
+          }};
+}
+
+int runSign(const Arguments& args) {
+  Arguments all = {"sign"};
+  all.insert(all.end(), args.begin(), args.end());
+  return runToolCommand({signCommand()}, all);
 }

@@ -10,25 +10,23 @@
 
 #include <openssl/x509.h>
 
+#include "cli/command_line.h"
+#include "cli/validators.h"
 #include "commands.h"
 #include "host_crypto.h"
+#include "io/input_file.h"
 #include "pdf/pdf_update.h"
+#include "pdf/truetype_font.h"
 #include "services/sign_services.h"
 #include "signing/host_signer.h"
+#include "signing/key_source.h"
 #include "signing/output_file.h"
-#include "signing/pkcs11_signer.h"
-#include "signing/pkcs11_uri.h"
+#include "signing/pass_phrase.h"
 #include "signing/signature_builder.h"
 #include "zarv_plugin.h"
 
 namespace {
 
-constexpr char kUsage[] =
-    "usage: kolvari sign-pdf (--key KEY --cert CERT | --pkcs11 URI [--pkcs11-module PATH] [--cert CERT])\n"
-    "                        [--chain CERTS]... [--digest sha256|sha384|sha512]\n"
-    "                        [--tsa URL [--tsa-digest sha256|sha384|sha512] [--tsa-timeout SECONDS]]\n"
-    "                        [--reason TEXT] [--location TEXT] [--contact TEXT] [--name TEXT] [--field NAME]\n"
-    "                        [--visible PAGE,X,Y,W,H] [--document-order] [--plugin PATH] IN.pdf OUT.pdf\n";
 // The library's opt-in for DER SET OF order of the signed attributes; on by default here.
 constexpr char kDerOrderVariable[] = "KOLVARI_DER_ATTRIBUTE_ORDER";
 // Room in /Contents beyond the certificates: the signature value (up to RSA 8192), the signed attributes and
@@ -38,93 +36,98 @@ constexpr size_t kContentsOverhead = 4096;
 constexpr size_t kTimeStampRoom = 16384;
 
 struct SignPdfOptions {
-  std::string key;
-  std::string cert;
-  std::string pkcs11;
-  std::string pkcs11Module;
+  SignerSource signer;  // --key/--cert, --p12 or --pkcs11
+  std::string pass;
   SignServices services;  // only the time stamp: long-term data would not fit a placeholder sized in advance
   std::vector<std::string> chain;
   std::string digest = "sha256";
   PdfSignatureFields fields;
   bool derOrder = true;
+  bool force = false;
   std::string plugin;
+  std::string font;
   std::string input;
   std::string output;
 };
 
-// "PAGE,X,Y,W,H": a page from 1 and a box of positive size, all within the largest page PDF allows.
-bool parseVisible(const std::string& text, PdfVisibleBox& box) {
+// "PAGE,X,Y,W,H": a page from 1 and a box of positive size, all within the largest page PDF allows. Returns
+// what is wrong, or an empty text.
+std::string readVisible(const std::string& text, PdfVisibleBox& box) {
   constexpr double kMaxUserUnits = 14400;
   int page = 0;
   double x = 0, y = 0, w = 0, h = 0;
   int used = 0;
   if (std::sscanf(text.c_str(), "%d,%lf,%lf,%lf,%lf%n", &page, &x, &y, &w, &h, &used) != 5 ||
-      static_cast<size_t>(used) != text.size() || page < 1) {
-    return false;
+      static_cast<size_t>(used) != text.size()) {
+    return "needs PAGE,X,Y,W,H";
   }
+  if (page < 1) return "the page counts from 1";
   for (double v : {x, y, w, h}) {
-    if (!(v >= -kMaxUserUnits && v <= kMaxUserUnits)) return false;
+    if (!(v >= -kMaxUserUnits && v <= kMaxUserUnits)) return "a number beyond the largest page (14400)";
   }
-  if (!(w > 0) || !(h > 0)) return false;
+  if (!(w > 0) || !(h > 0)) return "the width and the height must be above 0";
   box = {page, x, y, w, h};
-  return true;
+  return std::string();
 }
 
-bool parseOptions(const Arguments& args, SignPdfOptions& o) {
-  std::vector<std::string> files;
-  for (size_t i = 0; i < args.size(); ++i) {
-    const std::string& a = args[i];
-    auto value = [&](std::string& into) { return optionValue(args, i, into); };
-    std::string v;
-    bool ok = true;
-    const int service = parseSignServiceOption(args, i, o.services);
-    if (service != 0) {
-      if (service < 0 || o.services.revocation.requested()) return false;
-      continue;
-    }
-    if (a == "--key") {
-      ok = value(o.key);
-    } else if (a == "--cert") {
-      ok = value(o.cert);
-    } else if (a == "--pkcs11") {
-      ok = value(o.pkcs11);
-    } else if (a == "--pkcs11-module") {
-      ok = value(o.pkcs11Module);
-    } else if (a == "--chain") {
-      ok = value(v);
-      o.chain.push_back(v);
-    } else if (a == "--digest") {
-      ok = value(o.digest);
-    } else if (a == "--reason") {
-      ok = value(o.fields.reason);
-    } else if (a == "--location") {
-      ok = value(o.fields.location);
-    } else if (a == "--contact") {
-      ok = value(o.fields.contactInfo);
-    } else if (a == "--name") {
-      ok = value(o.fields.name);
-    } else if (a == "--field") {
-      ok = value(o.fields.fieldName) && !o.fields.fieldName.empty();
-    } else if (a == "--visible") {
-      ok = value(v) && parseVisible(v, o.fields.box);
-      o.fields.visible = true;
-    } else if (a == "--document-order") {
-      o.derOrder = false;
-    } else if (a == "--plugin") {
-      ok = value(o.plugin);
-    } else if (!a.empty() && a[0] == '-') {
-      ok = false;
-    } else {
-      files.push_back(a);
-    }
-    if (!ok) return false;
-  }
-  if (files.size() != 2) return false;
-  o.input = files[0];
-  o.output = files[1];
-  // A key file with its certificate, or a token (whose certificate --cert may name instead).
-  if (o.pkcs11.empty()) return !o.key.empty() && !o.cert.empty() && o.pkcs11Module.empty();
-  return o.key.empty();
+void defineOptions(CLI::App& app, SignPdfOptions& o) {
+  const std::string signer = "signer";
+  addSignerKeyOptions(app, o.signer, o.pass);
+
+  const std::string content = "signature";
+  addList(app, "--chain", o.chain, "CERTS", "more certificates for the SignedData (repeatable)")->group(content);
+  addValue(app, "--digest", o.digest, "NAME", "sha256 (default), sha384 or sha512")
+      ->check(digestName())
+      ->group(content);
+  app.add_flag_callback("--document-order", [&o] { o.derOrder = false; },
+                        "signed attributes in the order they were added; by default they are in DER SET OF order "
+                        "(KOLVARI_DER_ATTRIBUTE_ORDER=1), as validators that re-encode them expect")
+      ->group(content);
+  addTimeStampOptions(app, o.services);
+
+  const std::string fields = "signature dictionary and field";
+  addValue(app, "--reason", o.fields.reason, "TEXT", "/Reason of the signature dictionary")->group(fields);
+  addValue(app, "--location", o.fields.location, "TEXT", "/Location")->group(fields);
+  addValue(app, "--contact", o.fields.contactInfo, "TEXT", "/ContactInfo")->group(fields);
+  addValue(app, "--name", o.fields.name, "TEXT",
+           "/Name, and the name a visible signature shows (default: the certificate's CN)")
+      ->group(fields);
+  addValue(app, "--field", o.fields.fieldName, "NAME",
+           "the signature field's name (default: the first free SignatureN); an empty signature field of that "
+           "name in the form is filled, its widget kept (no --visible then); a signed or non-signature field is "
+           "refused, and so is a name with a period")
+      ->check(valueCheck("field", [](std::string& v) {
+        std::string error;
+        return checkPdfFieldName(v, error) ? std::string() : error;
+      }))
+      ->group(fields);
+  app.add_option_function<std::string>(
+         "--visible", [&o](const std::string& v) { o.fields.visible = readVisible(v, o.fields.box).empty(); },
+         "a visible widget on page PAGE (from 1) at X,Y of size W x H points, showing the signer's name and the "
+         "time (default: an invisible widget on the first page); Latin text in the standard Helvetica")
+      ->option_text("PAGE,X,Y,W,H")
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
+      ->check(valueCheck("visible", [](std::string& v) {
+        PdfVisibleBox unused;
+        return readVisible(v, unused);
+      }))
+      ->group(fields);
+  addValue(app, "--font", o.font, "FILE.ttf",
+           "with --visible: draw the text in this TrueType font, embedded whole, for any script it covers")
+      ->needs("--visible")
+      ->group(fields);
+
+  const std::string output = "output";
+  addFlag(app, "--force", o.force, "replace an existing OUT.pdf (never IN.pdf itself)")->group(output);
+  addValue(app, "--plugin", o.plugin, "PATH", "the plug-in to load")->group(output);
+  addFile(app, "IN.pdf", o.input, "the PDF to sign");
+  addFile(app, "OUT.pdf", o.output, "where the signed PDF goes");
+}
+
+// The rules between options that CLI11's own do not say.
+void checkOptions(const SignPdfOptions& o) {
+  const std::string keyFault = signerKeyFault(o.signer);
+  if (!keyFault.empty()) throw UsageError(keyFault);
 }
 
 // The certificate subject's common name, else its whole subject line.
@@ -134,11 +137,17 @@ std::string signerName(const Bytes& certificate) {
   if (x509 == nullptr) return "unknown signer";
   char text[256] = {};
   X509_NAME* subject = X509_get_subject_name(x509);
-  if (X509_NAME_get_text_by_NID(subject, NID_commonName, text, sizeof text) < 0) {
-    X509_NAME_oneline(subject, text, sizeof text);
-  }
+  const int at = X509_NAME_get_index_by_NID(subject, NID_commonName, -1);
+  unsigned char* utf8 = nullptr;
+  // As UTF-8 whatever string type holds it (a BMPString's raw octets would be UTF-16).
+  const int n = at < 0 ? -1 : ASN1_STRING_to_UTF8(&utf8, X509_NAME_ENTRY_get_data(X509_NAME_get_entry(subject, at)));
+  const char* line = n > 0 ? nullptr : X509_NAME_oneline(subject, text, sizeof text);
+  std::string name = n > 0          ? std::string(reinterpret_cast<const char*>(utf8), static_cast<size_t>(n))
+                     : line != nullptr ? std::string(line)
+                                       : std::string("unknown signer");
+  OPENSSL_free(utf8);
   X509_free(x509);
-  return text;
+  return name;
 }
 
 // The signing time as /M and as the appearance shows it.
@@ -201,27 +210,21 @@ bool signPdf(const ZarvPlugin& zarv, const PdfSigningRun& run, const Bytes& inpu
   return true;
 }
 
-// The signer: a key file with its certificates, or a token's key with its certificate (or --cert's).
-bool openSigner(const SignPdfOptions& o, std::unique_ptr<HostSigner>& signer, std::vector<Bytes>& certificates,
-                std::string& error) {
-  if (o.pkcs11.empty()) {
-    PrivateKey key = readPrivateKey(o.key, error);
-    if (key == nullptr || !readCertificates(o.cert, certificates, error)) return false;
-    signer = std::make_unique<KeyFileSigner>(std::move(key));
-    return true;
+// --font FILE: a TrueType font for the visible appearance (the option reader takes it only with --visible).
+int loadFont(const SignPdfOptions& o, PdfSignatureFields& fields) {
+  Bytes file;
+  if (!readWholeFile(o.font, file)) {
+    std::fprintf(stderr, "kolvari sign-pdf: --font %s: cannot read the file\n", o.font.c_str());
+    return kExitFailure;
   }
-  Pkcs11Uri uri;
-  if (!parsePkcs11Uri(o.pkcs11, uri, error)) return false;
-  std::unique_ptr<PKCS11Signer> token = PKCS11Signer::open(o.pkcs11Module, uri, error);
-  if (token == nullptr) return false;
-  if (o.cert.empty()) {
-    certificates.emplace_back();
-    if (!token->certificate(certificates.front(), error)) return false;
-  } else if (!readCertificates(o.cert, certificates, error)) {
-    return false;
+  auto font = std::make_shared<TrueTypeFont>();
+  std::string error;
+  if (!font->read(std::move(file), error)) {
+    std::fprintf(stderr, "kolvari sign-pdf: --font %s: %s\n", o.font.c_str(), error.c_str());
+    return kExitUsage;
   }
-  signer = std::move(token);
-  return true;
+  fields.font = std::move(font);
+  return kExitOk;
 }
 
 int failed(const std::string& error) {
@@ -229,31 +232,31 @@ int failed(const std::string& error) {
   return kExitFailure;
 }
 
-}  // namespace
-
-int runSignPdf(const Arguments& args) {
-  SignPdfOptions o;
-  if (!parseOptions(args, o)) {
-    std::fprintf(stderr, "%s", kUsage);
-    return kExitUsage;
-  }
+int signPdfWith(SignPdfOptions o) {
+  checkOptions(o);
   PdfSigningRun run;
   run.digest = findDigest(o.digest);
-  if (run.digest == nullptr) {
-    std::fprintf(stderr, "kolvari sign-pdf: unknown digest '%s' (sha256, sha384 or sha512)\n", o.digest.c_str());
-    return kExitUsage;
-  }
   std::string error;
-  std::unique_ptr<HostSigner> signer;
-  if (!openSigner(o, signer, run.certificates, error)) return failed(error);
+  // Before any key is read or PIN asked for: the inputs open, and the output may be written.
+  for (const std::string& path : {o.signer.key, o.signer.cert, o.signer.p12, o.font, o.input}) {
+    if (!path.empty() && !checkInputFile(path, error)) return failed(error);
+  }
+  if (!checkOutput(o.output, o.input, o.force, error)) return failed(error);
+  PassPhrase pass(o.pass);
+  std::unique_ptr<HostSigner> signer = openSigner(o.signer, pass, run.certificates, error);
+  if (signer == nullptr) return failed(error);
   run.signerCertificate = run.certificates.front();
   for (const std::string& path : o.chain) {
     std::vector<Bytes> file;
     if (!readCertificates(path, file, error)) return failed(error);
     addCertificates(file, run.certificates);
   }
+  if (!o.font.empty()) {
+    const int status = loadFont(o, o.fields);
+    if (status != kExitOk) return status;
+  }
   Bytes input;
-  if (!readWholeFile(o.input, input)) return failed("cannot read " + o.input);
+  if (!readInputFile(o.input, input, error)) return failed(error);
 
   // Set before the plug-in is loaded, so the library sees it when it builds the data to be signed.
   if (o.derOrder && setenv(kDerOrderVariable, "1", 1) != 0) return failed(std::string("cannot set ") + kDerOrderVariable);
@@ -266,6 +269,28 @@ int runSignPdf(const Arguments& args) {
   Bytes output;
   if (!signPdf(zarv, run, input, o.fields, output, error)) return failed(o.input + ": " + error);
   // Through a temporary file and a rename: a failed write leaves no half-written OUT.
-  if (!writeWholeFile(o.output, output.data(), output.size(), true, error)) return failed(error);
+  if (!writeOutputFile(o.output, o.input, output.data(), output.size(), o.force, error)) return failed(error);
   return kExitOk;
+}
+
+}  // namespace
+
+ToolCommand signPdfCommand() {
+  return {"sign-pdf", "sign a PDF (PAdES baseline, one incremental update)",
+          "Writes OUT.pdf as the bytes of IN.pdf followed by one incremental update: a signature dictionary "
+          "(/SubFilter /ETSI.CAdES.detached, /M the signing time), a signature field with its widget on the page "
+          "and in /AcroForm (/SigFlags 3; existing fields kept), and a cross-reference section of the same form as "
+          "the file's last one. The digest of the /ByteRange (the whole file but /Contents) goes to the plug-in as "
+          "the message digest; the detached CMS it builds (signing-certificate-v2, no signing-time attribute) is "
+          "written into /Contents in hex. Earlier signatures stay valid. The signer is --key with --cert, --p12 or "
+          "--pkcs11. Encrypted PDFs and PDFs whose cross-reference data cannot be read are refused, and OUT.pdf is "
+          "not written; so is a key that does not belong to its certificate, and an existing OUT.pdf unless "
+          "--force.",
+          "kolvari sign-pdf --key signer.key --cert signer.pem --chain ca.pem --reason Approved in.pdf signed.pdf\n"
+          "pdfsig signed.pdf",
+          [](CLI::App& app) {
+            auto o = std::make_shared<SignPdfOptions>();
+            defineOptions(app, *o);
+            return [o] { return signPdfWith(*o); };
+          }};
 }

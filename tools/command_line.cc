@@ -1,15 +1,11 @@
-// Helpers every command shares: reading a file whole, reading options and their values, quoting JSON text.
-#include <cstdio>
-#include <fstream>
-#include <iterator>
+// Helpers every command shares: reading a file whole, hex digits.
 
 #include "commands.h"
+#include "io/input_file.h"
 
 bool readWholeFile(const std::string& path, std::vector<unsigned char>& out) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return false;
-  out.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  return !in.bad();
+  std::string unused;
+  return readInputFile(path, out, unused);
 }
 
 int hexDigitValue(char c) {
@@ -17,45 +13,4 @@ int hexDigitValue(char c) {
   if (c >= 'a' && c <= 'f') return c - 'a' + 10;
   if (c >= 'A' && c <= 'F') return c - 'A' + 10;
   return -1;
-}
-
-bool optionValue(const Arguments& args, size_t& i, std::string& into) {
-  if (i + 1 >= args.size()) return false;
-  into = args[++i];
-  return true;
-}
-
-bool parseFileAndJson(const Arguments& args, std::string& path, bool& json) {
-  path.clear();
-  json = false;
-  for (const std::string& a : args) {
-    if (a == "--json") {
-      json = true;
-    } else if (path.empty() && !a.empty() && a[0] != '-') {
-      path = a;
-    } else {
-      path.clear();
-      return false;
-    }
-  }
-  return !path.empty();
-}
-
-std::string jsonQuoted(const std::string& text, bool keepHighBytes) {
-  constexpr unsigned char kFirstPrintable = 0x20;
-  constexpr unsigned char kDelete = 0x7F;
-  std::string out = "\"";
-  for (unsigned char c : text) {
-    if (c == '"' || c == '\\') {
-      out.push_back('\\');
-      out.push_back(static_cast<char>(c));
-    } else if (c < kFirstPrintable || (c >= kDelete && !keepHighBytes)) {
-      char escaped[8];
-      std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
-      out += escaped;
-    } else {
-      out.push_back(static_cast<char>(c));
-    }
-  }
-  return out + "\"";
 }

@@ -1,4 +1,4 @@
-// The kolvari tool's sub-commands. Each takes the arguments after its name and returns the exit status.
+// The kolvari tool's commands, and what they share.
 #ifndef KOLVARI_TOOLS_COMMANDS_H
 #define KOLVARI_TOOLS_COMMANDS_H
 
@@ -15,14 +15,20 @@ inline constexpr int kExitOk = 0;
 inline constexpr int kExitFailure = 1;  // the work failed (unreadable file, malformed DER, library error)
 inline constexpr int kExitUsage = 2;    // bad command line, or input that is not what the command reads
 
-int runInfo(const Arguments& args);
-int runDer(const Arguments& args);
-int runCert(const Arguments& args);
-int runDetect(const Arguments& args);
+// The commands, each with its options, its help and its work (cli/command_line.h).
+struct ToolCommand;
+ToolCommand infoCommand();
+ToolCommand derCommand();
+ToolCommand detectCommand();
+ToolCommand certCommand();
+ToolCommand inspectCommand();
+ToolCommand verifyCommand();
+ToolCommand logCheckCommand();
+ToolCommand signCommand();
+ToolCommand signPdfCommand();
+
+// `kolvari sign ARGS...`: reads args as the tool does and signs (the batch benchmark runs it in-process).
 int runSign(const Arguments& args);
-int runSignPdf(const Arguments& args);
-int runLogCheck(const Arguments& args);
-int runInspect(const Arguments& args);
 
 // The tool's own logger: on when a configuration file lies beside the program ("<path of kolvari>.cfgLog").
 CvelLogger& toolLogger();
@@ -30,20 +36,10 @@ CvelLogger& toolLogger();
 // Prints a parsed certificate as `kolvari cert` does, as text or as one JSON object.
 void printCertificate(const CvelCertificate& certificate, bool json);
 
-// Reads a whole file; false when it cannot be read.
+// Reads a whole file through the tool's input opener (io/input_file.h); false when it cannot be read.
 bool readWholeFile(const std::string& path, std::vector<unsigned char>& out);
 
 // The value of one hexadecimal digit, or -1.
 int hexDigitValue(char c);
-
-// The value that follows the option at args[i]: stored in into and i advanced past it; false when none follows.
-bool optionValue(const Arguments& args, size_t& i, std::string& into);
-
-// "FILE [--json]" in either order: the one file and whether --json was given; false for anything else.
-bool parseFileAndJson(const Arguments& args, std::string& path, bool& json);
-
-// text as a JSON string literal. Control bytes are escaped as \u00XX; so are bytes from 0x7F up unless
-// keepHighBytes (file names, passed through as the system gives them; decoded values need not be UTF-8).
-std::string jsonQuoted(const std::string& text, bool keepHighBytes);
 
 #endif  // KOLVARI_TOOLS_COMMANDS_H

@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "commands.h"
+#include "inspect/json_output.h"
 
 namespace {
 
@@ -53,34 +53,32 @@ InspectValue& InspectValue::push(InspectValue value) {
   return items_.back();
 }
 
-std::string InspectValue::scalarText(bool json) const {
+std::string InspectValue::scalarText() const {
   switch (kind_) {
-    case kText: return json ? jsonQuoted(text_, false) : text_;
+    case kText: return text_;
     case kNumber: return std::to_string(number_);
     case kBool: return number_ != 0 ? "true" : "false";
-    default: return json ? "null" : "-";
+    default: return "-";
   }
 }
 
-void InspectValue::printJson(std::string& out, int indent) const {
-  if (isScalar()) {
-    out += scalarText(true);
-    return;
+Json InspectValue::toJson() const {
+  switch (kind_) {
+    case kText: return Json(text_);
+    case kNumber: return Json(number_);
+    case kBool: return Json(number_ != 0);
+    case kObject: {
+      Json j = Json::object();
+      for (const auto& [key, value] : members_) j[key] = value.toJson();
+      return j;
+    }
+    case kArray: {
+      Json j = Json::array();
+      for (const InspectValue& item : items_) j.push_back(item.toJson());
+      return j;
+    }
+    default: return Json();
   }
-  const bool isObject = kind_ == kObject;
-  const size_t count = isObject ? members_.size() : items_.size();
-  out += isObject ? "{" : "[";
-  for (size_t i = 0; i < count; ++i) {
-    out += i == 0 ? "\n" : ",\n";
-    pad(out, indent + 1);
-    if (isObject) out += jsonQuoted(members_[i].first, false) + ": ";
-    (isObject ? members_[i].second : items_[i]).printJson(out, indent + 1);
-  }
-  if (count != 0) {
-    out += "\n";
-    pad(out, indent);
-  }
-  out += isObject ? "}" : "]";
 }
 
 // key: value on one line for scalars; a nested value goes below its key, one level deeper. Array items are
@@ -91,7 +89,7 @@ void InspectValue::printText(std::string& out, int indent) const {
       pad(out, indent);
       out += key + ":";
       if (value.isScalar()) {
-        out += " " + value.scalarText(false) + "\n";
+        out += " " + value.scalarText() + "\n";
       } else if (value.kind_ == kArray && value.items_.empty()) {
         out += " none\n";
       } else {
@@ -106,7 +104,7 @@ void InspectValue::printText(std::string& out, int indent) const {
       pad(out, indent);
       out += "[" + std::to_string(i + 1) + "]";
       if (items_[i].isScalar()) {
-        out += " " + items_[i].scalarText(false) + "\n";
+        out += " " + items_[i].scalarText() + "\n";
       } else {
         out += "\n";
         items_[i].printText(out, indent + 1);
@@ -115,5 +113,5 @@ void InspectValue::printText(std::string& out, int indent) const {
     return;
   }
   pad(out, indent);
-  out += scalarText(false) + "\n";
+  out += scalarText() + "\n";
 }

@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include <nlohmann/json_fwd.hpp>
+
 class InspectValue {
  public:
   enum Kind : uint8_t { kNull, kText, kNumber, kBool, kObject, kArray };
@@ -23,8 +25,11 @@ class InspectValue {
   InspectValue& set(const std::string& key, InspectValue value);
   InspectValue& push(InspectValue value);
 
-  void printJson(std::string& out, int indent) const;
+  // The same fields as a JSON value (printed with jsonDocument, inspect/json_output.h).
+  nlohmann::ordered_json toJson() const;
   void printText(std::string& out, int indent) const;
+
+  Kind kind() const { return kind_; }
 
  private:
   Kind kind_ = kNull;
@@ -34,7 +39,7 @@ class InspectValue {
   std::vector<InspectValue> items_;
 
   bool isScalar() const { return kind_ != kObject && kind_ != kArray; }
-  std::string scalarText(bool json) const;
+  std::string scalarText() const;
 };
 
 #endif  // KOLVARI_TOOLS_CONTENTS_TREE_H

@@ -78,6 +78,22 @@ PrivateKey readPrivateKey(const std::string& path, std::string& error) {
   return key;
 }
 
+PrivateKey certificatePublicKey(const Bytes& certificate) {
+  const unsigned char* p = certificate.data();
+  std::unique_ptr<X509, decltype(&X509_free)> x509(d2i_X509(nullptr, &p, static_cast<long>(certificate.size())),
+                                                   X509_free);
+  if (x509 == nullptr) return nullptr;
+  return PrivateKey(X509_get_pubkey(x509.get()));
+}
+
+bool verifyBytes(EVP_PKEY* key, const DigestChoice& digest, const Bytes& data, const Bytes& signature) {
+  std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> ctx(EVP_MD_CTX_new(), EVP_MD_CTX_free);
+  const bool verified = ctx != nullptr && EVP_DigestVerifyInit(ctx.get(), nullptr, digest.md(), nullptr, key) == 1 &&
+                        EVP_DigestVerify(ctx.get(), signature.data(), signature.size(), data.data(), data.size()) == 1;
+  ERR_clear_error();
+  return verified;
+}
+
 bool readCertificates(const std::string& path, std::vector<Bytes>& out, std::string& error) {
   return readObjects<X509>(path, "certificate", out, error, PEM_read_bio_X509, d2i_X509_bio,
                            [](X509* x, unsigned char** der) { return i2d_X509(x, der); }, X509_free);

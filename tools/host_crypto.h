@@ -30,6 +30,10 @@ using PrivateKey = std::unique_ptr<EVP_PKEY, PKeyDeleter>;
 
 // Reads a private key (PEM, or DER PKCS #8 / traditional); null with a message in error.
 PrivateKey readPrivateKey(const std::string& path, std::string& error);
+// The public key of a DER certificate; null when the certificate or its key cannot be read.
+PrivateKey certificatePublicKey(const Bytes& certificate);
+// Whether signature is key's signature of data with digest (the check of a trial signature).
+bool verifyBytes(EVP_PKEY* key, const DigestChoice& digest, const Bytes& data, const Bytes& signature);
 // Reads every certificate of a PEM file, or the one certificate of a DER file, as DER.
 bool readCertificates(const std::string& path, std::vector<Bytes>& out, std::string& error);
 // Reads every CRL of a PEM file, or the one CRL of a DER file, as DER.

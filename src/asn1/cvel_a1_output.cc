@@ -55,7 +55,8 @@ bool CvelA1OutputFile::isOpen() const {
 }
 
 CvelResult write(CvelA1Output& sink, const CvelString& source, uint32_t offset, uint32_t count) {
-  // The range is kept inside source: an offset past its end is refused and a count past it is clipped.
+  // The range is kept inside source on purpose: an offset past its end is refused (rather than handing the
+  // sink a pointer beyond the buffer) and a count past it is clipped.
   if (offset > source.length()) return kCvelErrBadParameter;
   uint32_t available = source.length() - offset;
   if (count == kToTheEnd || count > available) count = available;

@@ -158,8 +158,8 @@ void refineSignedData(CvelA1Input& in, CvelA1StreamCursor& c, uint32_t& type) {
   if (c.next(in) != kCvelOk || c.tag() != kTagSet) return;
   if (c.next(in) != kCvelOk || c.tag() != kTagSequence) return;
   if (c.contentLength() == kDetachedContentInfoLength) type = kCvelContentDetachedSignedData;
-  // The first element inside must lie inside the encapsulated content.
-  c.setLimit(c.contentOffset() + c.contentLength());
+  // The cursor is not limited to the SEQUENCE: stepping into an empty one reads the element after it, which
+  // is no OID, so `30 00 A0 ...` is reported as unknown. The stream reads stay bounded by the source.
   if (c.descend(in) != kCvelOk) return;
   if (c.tag() != kTagOid) {
     type = kCvelContentUnknown;
@@ -175,7 +175,7 @@ void refineEnvelopedData(CvelA1Input& in, CvelA1StreamCursor& c, uint32_t& type)
   if (c.tag() == kTagContext0 && c.next(in) != kCvelOk) return;
   if (c.tag() != kTagSet) return;
   if (c.next(in) != kCvelOk || c.tag() != kTagSequence) return;
-  c.setLimit(c.contentOffset() + c.contentLength());
+  // Unlimited as for signedData: an empty SEQUENCE is followed by whatever comes after it.
   if (c.descend(in) != kCvelOk) return;
   if (elementEquals(in, c, kDerOidSignedData, sizeof kDerOidSignedData)) type = kCvelContentEnvelopedSignedData;
 }

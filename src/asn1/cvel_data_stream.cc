@@ -21,7 +21,8 @@ CvelResult CvelDataStream::open(const char* path, int mode) {
   if (path == nullptr || mode < kRead || mode > kAppend) return kCvelErrBadParameter;
   std::FILE* f = std::fopen(path, kOpenModes[mode]);
   if (f == nullptr) return kCvelErrIncomplete;
-  // fopen takes a directory for reading; its reads would only fail later.
+  // Deliberately stricter than fopen, which takes a directory for reading: its reads would only fail later,
+  // and a directory is never content, so it is refused here with the code of a file that did not open.
   struct stat st;
   if (fstat(fileno(f), &st) != 0 || S_ISDIR(st.st_mode)) {
     std::fclose(f);
@@ -38,7 +39,12 @@ CvelResult CvelDataStream::read(void* buf, uint32_t n, uint32_t* count) {
     if (buf == nullptr && n != 0) return kCvelErrBadParameter;
     size_t got = n == 0 ? 0 : std::fread(buf, 1, n, file_);
     if (count != nullptr) *count = static_cast<uint32_t>(got);
-    return std::ferror(file_) ? kCvelErrMalformed : kCvelOk;
+    // Deliberate: a failed read (an I/O error, or a stream opened for writing) is reported, not passed off
+    // as a short read that looks like the end of the file. The flag is cleared so that it belongs to this
+    // read only and a later read after a seek is judged on its own.
+    if (std::ferror(file_) == 0) return kCvelOk;
+    std::clearerr(file_);
+    return kCvelErrMalformed;
   }
   if (buffer_ == nullptr) return kCvelErrMalformed;
   if (buf == nullptr && n != 0) return kCvelErrBadParameter;

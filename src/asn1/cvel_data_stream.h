@@ -46,8 +46,8 @@ class CvelDataStream : public CvelNonCopyObject {
   // Closes any open file, then opens path for reading, writing or appending (a directory is refused).
   // kCvelErrIncomplete when it cannot be opened, kCvelErrBadParameter for another mode.
   CvelResult open(const char* path, int mode);
-  // Up to n bytes; a short read is a success, a failed file read kCvelErrMalformed. count (optional)
-  // receives the number read.
+  // Up to n bytes; a short read is a success, a failed file read kCvelErrMalformed (deliberately not a
+  // success with fewer bytes). count (optional) receives the number read.
   CvelResult read(void* buf, uint32_t n, uint32_t* count);
   // Appends n bytes; on a buffer, position and limit then both stand at its new end.
   CvelResult write(const void* buf, uint32_t n, uint32_t* count);

@@ -132,7 +132,9 @@ class CvelBlockArray : public CvelManagedArray<T> {
     releaseBlock();
     // The slots start at the first pointer-aligned offset behind the elements.
     const size_t slotsAt = (sizeof(T) * static_cast<size_t>(n) + alignof(T*) - 1) / alignof(T*) * alignof(T*);
-    void* storage = std::malloc(slotsAt + sizeof(T*) * static_cast<size_t>(n));
+    // C++ storage, not malloc's: elements outside the block are released with delete in the same functions,
+    // and an optimiser that follows a block element into them must see one family of allocation functions.
+    void* storage = ::operator new(slotsAt + sizeof(T*) * static_cast<size_t>(n), std::nothrow);
     if (storage == nullptr) return nullptr;
     T* block = static_cast<T*>(storage);
     for (uint32_t i = 0; i < n; ++i) new (block + i) T();
@@ -159,7 +161,7 @@ class CvelBlockArray : public CvelManagedArray<T> {
     if (slotsInBlock_) this->forgetSlots();
     slotsInBlock_ = false;
     for (uint32_t i = 0; i < blockCount_; ++i) block_[i].~T();
-    std::free(block_);
+    ::operator delete(block_);
     block_ = nullptr;
     blockCount_ = 0;
   }

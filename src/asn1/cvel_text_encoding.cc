@@ -50,8 +50,9 @@ bool isLegalUtf8(const uint8_t* s, unsigned length) {
     if (s[i] < 0x80 || s[i] > 0xBF) return false;
   }
   if (length >= 2) {
-    // The second byte is a continuation byte whatever the lead; the first published converter checked that
-    // only for leads without a narrower range, so it took ED 20 80 for U+B800.
+    // Deliberately stricter than the first published converter: the second byte is a continuation byte
+    // whatever the lead, where that converter checked it only for leads without a narrower range (ED, F4
+    // and the others) and so took ED 20 80 for U+B800.
     const uint8_t a = s[1];
     if (a < 0x80 || a > 0xBF) return false;
     switch (lead) {

@@ -123,13 +123,24 @@ CvelResult CvelConfiguration::parse(const void* text, size_t length, bool keep) 
   try {
     if (!keep) sections_.clear();
     if (length > kMaxTextLength) return kCvelErrTooLong;
-    return parseText(std::string(static_cast<const char*>(text), length));
+    return parseText(std::string(static_cast<const char*>(text), length), nullptr);
   } catch (...) {
     return kCvelErrMalformed;
   }
 }
 
-CvelResult CvelConfiguration::parseText(const std::string& original) {
+CvelResult CvelConfiguration::parseLines(const void* text, size_t length, const LineVisitor& visit) {
+  if (text == nullptr || length == 0) return kCvelErrBadParameter;
+  try {
+    sections_.clear();
+    if (length > kMaxTextLength) return kCvelErrTooLong;
+    return parseText(std::string(static_cast<const char*>(text), length), &visit);
+  } catch (...) {
+    return kCvelErrMalformed;
+  }
+}
+
+CvelResult CvelConfiguration::parseText(const std::string& original, const LineVisitor* visit) {
   std::string text = original;
   for (char& c : text) {
     if (c == '\r') c = '\n';
@@ -142,6 +153,7 @@ CvelResult CvelConfiguration::parseText(const std::string& original) {
     size_t end = text.find('\n', at);
     if (end == std::string::npos) end = text.size();
     const std::string raw = text.substr(at, end - at);
+    const size_t lineStart = at;
     at = end + 1;
     if (raw.empty() || isCommentLine(raw)) continue;
     const std::string line = trimBlanks(raw);
@@ -150,11 +162,13 @@ CvelResult CvelConfiguration::parseText(const std::string& original) {
     std::string name;
     if (readSectionHeader(line, name)) {
       section = name;  // text after the ']' is ignored
+      if (visit != nullptr) (*visit)({lineStart, true, section, std::string(), std::string()});
       continue;
     }
     std::string key;
     std::string value;
     if (!readKeyLine(line, key, value) || section.empty()) continue;
+    if (visit != nullptr) (*visit)({lineStart, false, section, key, value});
     if (!allAllowed(section) || !allAllowed(key) || !allAllowed(value)) return kCvelErrForbiddenByte;
     result = setText(section.c_str(), key.c_str(), value.c_str());
   }

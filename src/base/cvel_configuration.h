@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -25,6 +26,20 @@ class CvelConfiguration : public CvelNonCopyObject {
   CvelResult parse(const std::vector<unsigned char>& text, bool keep = false) {
     return parse(text.data(), text.size(), keep);
   }
+
+  // One line as the reader takes it: a section header, or a key line that it stores or refuses.
+  struct ReadLine {
+    size_t offset = 0;    // where the line starts in the text
+    bool header = false;
+    std::string section;  // the header's name, or the section that the key goes into
+    std::string key;
+    std::string value;
+  };
+  using LineVisitor = std::function<void(const ReadLine&)>;
+  // As parse (what was stored before is dropped), handing each header and each key line to visit in text
+  // order: a checker learns where every key stands, and after kCvelErrForbiddenByte the last line visited
+  // is the one refused, all in the one pass.
+  CvelResult parseLines(const void* text, size_t length, const LineVisitor& visit);
 
   // out is emptied, then receives the value. kCvelErrBadParameter for a null section or key,
   // kCvelErrNotFound when either is missing. With ignoreCase the first key of the section (in byte order)
@@ -51,7 +66,7 @@ class CvelConfiguration : public CvelNonCopyObject {
  private:
   using Keys = std::map<std::string, std::string>;
 
-  CvelResult parseText(const std::string& text);
+  CvelResult parseText(const std::string& text, const LineVisitor* visit);
   const Keys* findSection(const char* section) const;
   static const std::string* findKey(const Keys& keys, const char* key, bool ignoreCase);
 

@@ -145,11 +145,10 @@ CvelResult CvelA1P72::decodeSignedData(CvelA1Input& in, CvelA1StreamCursor& fiel
     if (fields.next(in) != kCvelOk) return kCvelErrMalformed;
   }
   if (fields.tag() != kTagSet) return kStopHere;
-  const bool noSigners = fields.contentLength() == 0;
   r = signerInfos_.decode(in, fields);
-  // An empty SET gives the collection's plain 0, which is no failure here: a signedData that only carries
-  // certificates has no signers.
-  if (r != kCvelOk && !(noSigners && r == CvelP7SignerInfos::kEmpty)) return kCvelErrMalformed;
+  // An empty SET (`31 00` or `31 80 00 00`) gives the collection's plain 0, which is no failure here: a
+  // signedData that only carries certificates has no signers.
+  if (r != kCvelOk && !(isEmptySet(in, fields) && r == CvelP7SignerInfos::kEmpty)) return kCvelErrMalformed;
   complete = true;
   return kCvelOk;
 }
@@ -173,6 +172,15 @@ CvelResult CvelA1P72::readDigestAlgorithms(CvelA1Input& in, CvelA1StreamCursor& 
     return kCvelOk;
   }
   return kCvelErrMalformed;
+}
+
+// True when the SET `set` has just read holds no element: no content, or an end-of-contents first.
+bool CvelA1P72::isEmptySet(CvelA1Input& in, const CvelA1StreamCursor& set) {
+  if (set.contentLength() == 0) return true;
+  if (!set.indefinite()) return false;
+  CvelA1StreamCursor member;
+  member.setPosition(set.contentOffset());
+  return member.next(in) == kCvelOk && cvelCmsIsEndOfContents(member);
 }
 
 // CertificateSet ::= SET OF CertificateChoices; every member must be a certificate we can parse.

@@ -56,6 +56,7 @@ class CvelA1P72 : public CvelNonCopyObject {
  private:
   CvelResult decodeSignedData(CvelA1Input& in, CvelA1StreamCursor& fields, bool& complete);
   CvelResult readDigestAlgorithms(CvelA1Input& in, CvelA1StreamCursor& set);
+  static bool isEmptySet(CvelA1Input& in, const CvelA1StreamCursor& set);
   CvelResult readCertificates(CvelA1Input& in, CvelA1StreamCursor& tagged);
   CvelResult readCrls(CvelA1Input& in, CvelA1StreamCursor& tagged);
 

@@ -20,6 +20,41 @@ bool isIdData(const CvelString& type) {
   return type.length() == sizeof(kDerOidData) && std::memcmp(type.data(), kDerOidData, sizeof(kDerOidData)) == 0;
 }
 
+// The extent of an element of indefinite length: *length receives its content length up to its own
+// end-of-contents, *end the position after that. Nested elements of indefinite length are walked with a
+// depth count, not by recursion. False when the end-of-contents is missing or an element cannot be read.
+bool measureIndefinite(CvelA1Input& in, const CvelA1StreamCursor& element, uint64_t* length, uint32_t* end) {
+  CvelA1StreamCursor c;
+  c.setLimit(element.limit());
+  c.setPosition(element.contentOffset());
+  uint64_t depth = 1;
+  while (c.next(in) == kCvelOk) {
+    if (cvelCmsIsEndOfContents(c)) {
+      if (--depth != 0) continue;
+      *length = cvelCmsElementStart(c) - element.contentOffset();
+      *end = c.position();
+      return true;
+    }
+    if (c.indefinite()) {
+      ++depth;
+      c.setPosition(c.contentOffset());
+    }
+  }
+  return false;
+}
+
+// Reads count bytes of the input from offset into out.
+bool readRange(CvelA1Input& in, uint32_t offset, uint64_t count, CvelString& out) {
+  uint32_t got = 0;
+  if (out.allocate(static_cast<uint32_t>(count)) != kCvelOk) return false;
+  if (count != 0 && (in.seek(offset, CvelA1Input::kFromStart) != kCvelOk ||
+                     in.read(out.data(), static_cast<uint32_t>(count), &got) != kCvelOk || got != count)) {
+    return false;
+  }
+  out.truncate(got);
+  return true;
+}
+
 }  // namespace
 
 CvelP71::CvelP71() { contentType_.assign(kDerOidData, sizeof(kDerOidData)); }
@@ -115,17 +150,18 @@ CvelResult CvelP71::decodeContent(CvelA1Input& in, CvelA1StreamCursor& explicitC
   switch (inner.tag()) {
     case kTagOctetString:
     case kTagSequence:
-      // An indefinite length here would stand for the rest of the input, not for the content.
-      if (inner.indefinite()) return kCvelErrMalformed;
+      // The mode is chosen by the content length, whichever form it has: an indefinite length is measured
+      // up to the element's own end-of-contents (the cursor would run it to the end of the range).
       length = inner.contentLength();
+      innerEnd = inner.position();
+      if (inner.indefinite() && !measureIndefinite(in, inner, &length, &innerEnd)) return kCvelErrMalformed;
       if (length > kMaxContentInMemory) {
         content_.release();
         contentMode_ = kContentTooLarge;
       } else {
-        if (inner.getContent(in, content_) != kCvelOk || content_.length() != length) return kCvelErrMalformed;
+        if (!readRange(in, inner.contentOffset(), length, content_)) return kCvelErrMalformed;
         contentMode_ = kContentInMemory;
       }
-      innerEnd = inner.position();
       break;
     case kTagConstructedOctetString: {
       CvelResult r = readChunks(in, inner, &innerEnd);

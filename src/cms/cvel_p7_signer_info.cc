@@ -196,8 +196,15 @@ CvelResult CvelP7SignerInfos::encode(CvelString& out) const {
 CvelResult CvelP7SignerInfos::decode(CvelA1Input& in, CvelA1StreamCursor& cursor) {
   if (cursor.contentLength() == 0) return kEmpty;
   CvelA1StreamCursor member = cvelCmsChildOf(cursor);
-  if (member.next(in) != kCvelOk || member.tag() != kTagSequence) return kEmpty;
+  const CvelResult first = member.next(in);
+  // An empty SET of indefinite length is as empty as `31 00`: the cursor moves past its end-of-contents.
+  if (first == kCvelOk && cursor.indefinite() && cvelCmsIsEndOfContents(member)) {
+    cursor.setPosition(member.position());
+    return kEmpty;
+  }
+  if (first != kCvelOk || member.tag() != kTagSequence) return kEmpty;
   CvelResult r = kCvelOk;
+  CvelResult following = kCvelOk;
   do {
     CvelP7SignerInfo* signer = new (std::nothrow) CvelP7SignerInfo();
     if (signer == nullptr) return kCvelErrNoMemory;
@@ -213,7 +220,11 @@ CvelResult CvelP7SignerInfos::decode(CvelA1Input& in, CvelA1StreamCursor& cursor
     if (member.indefinite() && (member.next(in) != kCvelOk || !cvelCmsIsEndOfContents(member))) {
       return kCvelErrMalformed;
     }
-  } while (member.next(in) == kCvelOk && member.tag() == kTagSequence);
+    following = member.next(in);
+  } while (following == kCvelOk && member.tag() == kTagSequence);
+  // The SET ends when its bytes are used up or at an element other than a SEQUENCE; an element that cannot
+  // be read at all (one overrunning the SET) is a broken member, not the end.
+  if (following != kCvelOk && following != kCvelErrEndOfData) return kCvelErrMalformed;
   // A SET of indefinite length ends with the end-of-contents just read.
   if (cursor.indefinite() && member.tag() == kTagEndOfContents) cursor.setPosition(member.position());
   return r;

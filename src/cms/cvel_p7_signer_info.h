@@ -111,8 +111,9 @@ class CvelP7SignerInfos : public CvelManagedArray<CvelP7SignerInfo>, public Cvel
   // cannot be written.
   CvelResult encode(CvelString& out) const;
   // Reads the SET the cursor has just read: one SignerInfo per SEQUENCE, up to the end of the SET or the
-  // first member that is not a SEQUENCE. kEmpty for a SET without content or whose first member is not a
-  // SEQUENCE; kCvelErrMalformed when a SignerInfo fails; kCvelErrNoMemory when one cannot be made.
+  // first member that is not a SEQUENCE. kEmpty for a SET without content (of either length form) or whose
+  // first member is not a SEQUENCE; kCvelErrMalformed when a SignerInfo fails or a later member cannot be
+  // read; kCvelErrNoMemory when one cannot be made.
   CvelResult decode(CvelA1Input& in, CvelA1StreamCursor& cursor);
 };
 

@@ -46,8 +46,8 @@ uint32_t CvelLogFile::parseMaxFileSize(const std::string& value) {
   if (value.back() == 'm') unit = kMebibyte;
   if (value.back() == 'k') unit = kKibibyte;
   if (unit == 0) return 0;
-  // Leading digits, as atoi reads them (a value past the int range counts as the largest int); the product
-  // wraps in 32 bits as the limit always has.
+  // Leading digits, read with strtol and capped at the largest int: atoi's reading where atoi is defined,
+  // and deliberately a defined value past the int range, where atoi has none. The product wraps in 32 bits.
   long number = std::strtol(value.substr(0, value.size() - 1).c_str(), nullptr, 10);
   if (number <= 0) return 0;
   if (number > INT32_MAX) number = INT32_MAX;

@@ -110,6 +110,16 @@ bool CvelLogger::readConfiguration(const std::string& configPath, std::vector<un
 }
 
 bool CvelLogger::configure() {
+  // A logger already configured may be logging on other threads: the sinks, the formatter and the levels
+  // change under its mutex, never under a record being written.
+  const bool locked = mutexReady_;
+  if (locked) mutexLock(&mutex_);
+  enabled_ = applyConfiguration();
+  if (locked) mutexUnlock(&mutex_);
+  return enabled_;
+}
+
+bool CvelLogger::applyConfiguration() {
   sinks_.clear();
   std::vector<std::string> ignored;
   if (configuration_.listKeys(kLogSectionIgnore, ignored) == kCvelOk && !ignored.empty() && !modulePath_.empty()) {

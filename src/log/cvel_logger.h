@@ -50,7 +50,8 @@ class CvelLogger {
   CvelLogger(const CvelLogger&) = delete;
   CvelLogger& operator=(const CvelLogger&) = delete;
 
-  // Applies the parsed configuration: ignore rules, levels, sinks, formatter. True when logging is on.
+  // Applies the parsed configuration: ignore rules, levels, sinks, formatter. True when logging is on (kept
+  // as enabled()). Safe while other threads log: it waits for the record being written.
   bool configure();
 
   // Appends a sink of the caller's own after those that the configuration made; it is called under the
@@ -90,6 +91,7 @@ class CvelLogger {
   void start(const std::string& configPath);
   bool readConfiguration(const std::string& configPath, std::vector<unsigned char>& text);
   bool fail(CvelLogStartUp reason);
+  bool applyConfiguration();
   void dispatch(const char* file, const char* function, uint32_t line, uint32_t level, const char* message);
 
   bool enabled_ = false;

@@ -22,6 +22,16 @@ int32_t firstChild(const CvelString& s, const CvelA1Context& parent, CvelA1Conte
   return child.next(s);
 }
 
+// Appends object to list; false when the slot cannot be had (the list has then destroyed object).
+template <typename T>
+bool append(CvelManagedArray<T>& list, T* object) {
+  try {
+    return list.add(object) == kCvelOk;
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+}
+
 bool isTime(int32_t tag) { return tag == kTagUtcTime || tag == kTagGeneralizedTime; }
 
 // The DER of one stored value; null for an empty slot.
@@ -147,7 +157,7 @@ CvelResult CvelCRLs::findByIssuer(const CvelString& issuerDer, uint32_t flags, C
     delete created;
     return kCvelErrNullData;
   }
-  add(created);  // the list owns it from here on
+  if (!append(*this, created)) return kCvelErrNullData;  // the list owns it from here on
   *out = created;
   return kCvelOk;
 }
@@ -184,7 +194,7 @@ CvelResult CvelEtsRevocationValues::readTriples(const CvelString& der, const Cve
       delete triple;
       continue;
     }
-    if (list.add(triple) != kCvelOk) {
+    if (!append(list, triple)) {
       clearAll();
       return kCvelErrMalformed;
     }
@@ -209,7 +219,7 @@ CvelResult CvelEtsRevocationValues::readResponses(const CvelString& der, const C
       delete response;
       continue;
     }
-    if (ocspValues_.add(response) != kCvelOk) {
+    if (!append<CvelOCSPResponse>(ocspValues_, response)) {
       clearAll();
       return kCvelErrMalformed;
     }
@@ -246,6 +256,24 @@ CvelResult CvelEtsRevocationValues::decode(const CvelString& der, CvelA1Context*
   if (tag != CvelA1Context::kEnd) return 0;
   state_ = kDecoded;
   return kCvelOk;
+}
+
+CvelResult CvelEtsRevocationValues::decode(CvelA1File& file) {
+  CvelA1Input& in = file.input();
+  const uint32_t size = in.size();
+  CvelString der;
+  uint32_t got = 0;
+  if (der.allocate(size) != kCvelOk) {
+    clearAll();
+    return kCvelErrNullData;
+  }
+  if (size != 0 && (in.seek(0, CvelA1Input::kFromStart) != kCvelOk || in.read(der.data(), size, &got) != kCvelOk ||
+                    got != size)) {
+    clearAll();
+    return kCvelErrMalformed;
+  }
+  // Every stored value is a copy, so the image may go when the decode is done.
+  return decode(der);
 }
 
 CvelResult CvelEtsRevocationValues::encode(CvelString& out, int mode) const {

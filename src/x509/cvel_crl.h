@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "asn1/cvel_a1_context.h"
+#include "asn1/cvel_a1_file.h"
 #include "asn1/cvel_a1_output.h"
 #include "asn1/cvel_managed_array.h"
 #include "asn1/cvel_non_copy_object.h"
@@ -102,6 +103,8 @@ class CvelEtsRevocationValues : public CvelNonCopyObject {
   // 0 on a structural mismatch (lists partly filled); kCvelErrMalformed when an append fails and
   // kCvelErrNullData when a value cannot be made (lists emptied).
   CvelResult decode(const CvelString& der, CvelA1Context* reader = nullptr);
+  // The same over the whole of an open DER file; a file that cannot be read gives kCvelErrMalformed.
+  CvelResult decode(CvelA1File& file);
   // Writes the values to the sink, or into out (replacing its content).
   CvelResult encode(CvelA1Output& output, int mode) const;
   CvelResult encode(CvelString& out, int mode) const;

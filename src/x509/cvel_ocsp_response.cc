@@ -86,9 +86,11 @@ CvelResult CvelOCSPResponse::parse() {
   if (encoded_.isEmpty()) return kNotParsed;
   bool errorResponse = false;
   if (!readOuter(errorResponse)) return kNotParsed;
-  // An error response carries a status and nothing else.
-  if (errorResponse) return kCvelOk;
-  if (!readBasicResponse() || !readResponseData() || !readFirstSingleResponse()) return kNotParsed;
+  // An error response carries a status and nothing else; like every parsed response it still names the
+  // basic response type below.
+  if (!errorResponse && (!readBasicResponse() || !readResponseData() || !readFirstSingleResponse())) {
+    return kNotParsed;
+  }
   if (responseType_.isEmpty() && responseType_.setView(kOidOcspBasic, sizeof kOidOcspBasic) != kCvelOk) {
     return kNotParsed;
   }

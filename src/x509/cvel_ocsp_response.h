@@ -31,13 +31,13 @@ class CvelOCSPResponse : public CvelNonCopyObject {
 
   CvelOCSPResponse() = default;
 
-  // Parses encoded(): kCvelOk, or kNotParsed on any mismatch (also for an empty encoded()). What was filled
-  // before a mismatch keeps its value.
+  // Parses encoded() again: kCvelOk, or kNotParsed on any mismatch (also for an empty encoded()). What was
+  // filled before a mismatch keeps its value.
   CvelResult parse();
   // Copies bytes into encoded() and parses them.
   CvelResult parse(const void* bytes, uint32_t n);
 
-  CvelString& encoded() { return encoded_; }
+  // Read-only: the parsed members are views into these bytes, so only parse(bytes, n) replaces them.
   const CvelString& encoded() const { return encoded_; }
   const CvelCertificateList& certificates() const { return certificates_; }
   const CvelString& responseStatus() const { return responseStatus_; }

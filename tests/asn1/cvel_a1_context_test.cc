@@ -14,12 +14,6 @@ constexpr int32_t kEnd = CvelA1Context::kEnd;
 constexpr int32_t kOverrun = CvelA1Context::kOverrun;
 constexpr uint32_t kNoTag = CvelA1Context::kNoTag;
 
-CvelString bytesOf(const std::string& hexText) {
-  CvelString s;
-  testutil::assignHex(s, hexText);
-  return s;
-}
-
 TEST(CvelA1Context, ReadsOneElementFromEveryHeaderForm) {
   // DER, lenient, result, tag, header length, content length, position afterwards.
   const std::tuple<std::string, bool, int32_t, uint32_t, uint32_t, uint32_t, uint32_t> cases[] = {
@@ -63,7 +57,7 @@ TEST(CvelA1Context, ReadsOneElementFromEveryHeaderForm) {
 }
 
 TEST(CvelA1Context, LimitsHoldExceptForIndefiniteLengths) {
-  CvelString s = bytesOf("02 01 01 02 01 02 02 01 03");
+  CvelString s = testutil::hexString("02 01 01 02 01 02 02 01 03");
   CvelA1Context c;
   c.setLimit(6);
   ASSERT_EQ(c.next(s), 2);
@@ -73,7 +67,7 @@ TEST(CvelA1Context, LimitsHoldExceptForIndefiniteLengths) {
   EXPECT_EQ(c.next(s), kEnd);
   // An indefinite length takes the rest of the whole string, deliberately, not of the limit: inside a
   // SEQUENCE of four bytes it overruns unless read leniently.
-  s = bytesOf("30 04 A0 80 05 00 01 02");
+  s = testutil::hexString("30 04 A0 80 05 00 01 02");
   c.setPosition(2);
   c.setLimit(6);
   EXPECT_EQ(c.next(s), kOverrun);
@@ -83,7 +77,7 @@ TEST(CvelA1Context, LimitsHoldExceptForIndefiniteLengths) {
 }
 
 TEST(CvelA1Context, ChildCursorSubtractsTheStaleHeaderLength) {
-  CvelString s = bytesOf("30 06 02 01 07 02 01 08 04 00");
+  CvelString s = testutil::hexString("30 06 02 01 07 02 01 08 04 00");
   CvelA1Context parent;
   ASSERT_EQ(parent.next(s), 0x30);
   CvelA1Context child;

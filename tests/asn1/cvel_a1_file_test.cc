@@ -58,12 +58,7 @@ TEST(CvelA1FileDeathTest, IntegerDecodeFromAFileStopsTheProcess) {
   CvelA1File file;
   CvelA1Integer integer;
   // The trace line goes to standard output; the death test sees standard error, so the one is sent to the other.
-  EXPECT_DEATH(
-      {
-        dup2(2, 1);
-        integer.decode(file);
-      },
-      "^\\[TRACE\\] CvelA1Integer::decode\\(CvelA1File\\)\n$");
+  EXPECT_DEATH((dup2(2, 1), integer.decode(file)), "^\\[TRACE\\] CvelA1Integer::decode\\(CvelA1File\\)\n$");
 }
 
 }  // namespace

@@ -57,8 +57,7 @@ TEST(CvelA1Size, BitStringBitsCountTheLeadingOctetAsOneBit) {
       {"", 0},       {"00", 0},      {"07", 0},          {"00 FF", 8},
       {"07 80", 7},  {"01 FF", 7},   {"00 01 02 03", 24}, {"05 A0 00 00", 23}};
   for (const auto& [content, bits] : cases) {
-    CvelString s;
-    testutil::assignHex(s, content);
+    CvelString s = testutil::hexString(content);
     EXPECT_EQ(cvelBitStringBits(s), bits) << content;
   }
 }
@@ -73,9 +72,8 @@ TEST(CvelA1OutputString, PassesTheAppendResultBack) {
   EXPECT_EQ(sink.write("ab", 2, &written), kCvelAppendedInPlace);
   EXPECT_EQ(written, 0u);
   // A part of a string: 0xFFFFFFFF means to the end, a larger count is clipped, an offset past the end is
-  // refused. The target is full from here on, so every write grows it and succeeds.
-  CvelString source;
-  testutil::assignHex(source, "31 32 33 34 35");
+  // refused (deliberate: no pointer past the buffer reaches the sink). The target is full from here on, so every write grows it and succeeds.
+  CvelString source = testutil::hexString("31 32 33 34 35");
   for (auto [offset, count] : {std::pair<uint32_t, uint32_t>{1, 2}, {3, 0xFFFFFFFF}, {4, 100}})
     ASSERT_EQ(write(sink, source, offset, count), kCvelOk);
   EXPECT_EQ(write(sink, source, 6, 1), kCvelErrBadParameter);

@@ -42,8 +42,7 @@ TEST(CvelA1StreamCursor, ReadsOneElementOrRefusesIt) {
 }
 
 TEST(CvelA1StreamCursor, DescendsAndCopiesWithinTheSource) {
-  CvelString s;
-  testutil::assignHex(s, "31 06 04 01 AA 04 01 BB 05 00");
+  CvelString s = testutil::hexString("31 06 04 01 AA 04 01 BB 05 00");
   CvelA1InputString in(s, 0, 0xFFFFFFFF);
   CvelA1StreamCursor c;
   ASSERT_EQ(c.next(in), kCvelOk);
@@ -68,8 +67,7 @@ TEST(CvelA1StreamCursor, DescendsAndCopiesWithinTheSource) {
 }
 
 TEST(CvelA1InputString, SeeksAndReadsNeverPassTheWindow) {
-  CvelString s;
-  testutil::assignHex(s, "01 02 03 04 05");
+  CvelString s = testutil::hexString("01 02 03 04 05");
   CvelA1InputString in(s, 1, 3);  // a window of three bytes, from byte 1
   // Each seek is followed by a read of one byte. Past the size from the start: refused, yet the position is
   // taken. Relative moves are clamped. From the end only 0 is accepted, and the position goes to the end anyway.

@@ -26,10 +26,14 @@ testutil::Bytes concat(testutil::Bytes a, const testutil::Bytes& b) {
   return a;
 }
 
-TEST(CvelDataStreamDetect, NamesTheEnvelopedKindsOfRealFiles) {
+TEST(CvelDataStreamDetect, NamesTheRefinedKindsOfRealFiles) {
   // Files made by other software (see tests/data); detect.sh names the common kinds through the tool, and
   // fuzz_detect_type holds the file and memory paths to agree.
   const std::pair<std::string, uint32_t> cases[] = {
+      {"detect/timestamp-token.der", kCvelContentTimeStampToken},
+      {"detect/detached.p7", kCvelContentDetachedSignedData},
+      {"asn1crypto/mozilla-generated-by-openssl.pkcs7.der", kCvelContentDetachedSignedData},
+      {"asn1crypto/cms-signed-indefinite-length.der", kCvelContentPkcs7SignedData},
       {"detect/sae116.der", kCvelContentPkcs7SignedAndEnvelopedData},
       {"detect/env119.der", kCvelContentEnvelopedSignedData},
       {"detect/env119-originator.der", kCvelContentEnvelopedSignedData}};
@@ -71,6 +75,29 @@ TEST(CvelDataStreamDetect, DecidesFromTheLeadingBytesOnly) {
   for (const auto& [bytes, expected] : cases) {
     EXPECT_EQ(detectBuffer(bytes), expected) << testutil::toHex(bytes);
   }
+}
+
+TEST(CvelDataStreamDetect, RefinesSignedAndEnvelopedDataByTheirEncapsulatedContent) {
+  // ContentInfo { signedData or envelopedData, [0] { SEQUENCE { INTEGER, SET or [0] SET, <tail> } } }, all
+  // of indefinite length; the tail decides. The cursor is not limited to the encapsulated SEQUENCE, so an
+  // empty one is followed by the element after it.
+  const std::string signedHead = "30 80 06 09 2A 86 48 86 F7 0D 01 07 02 A0 80 30 80 02 01 01 31 00 ";
+  const std::string envelopedHead = "30 80 06 09 2A 86 48 86 F7 0D 01 07 03 A0 80 30 80 02 01 00 ";
+  const std::string tstInfoOid = "06 0B 2A 86 48 86 F7 0D 01 09 10 01 04 ";
+  const std::pair<std::string, uint32_t> cases[] = {
+      {signedHead + "30 0D " + tstInfoOid, kCvelContentTimeStampToken},
+      {signedHead + "30 0F " + tstInfoOid + "A0 00", kCvelContentTimeStampToken},
+      {signedHead + "30 0B 06 09 2A 86 48 86 F7 0D 01 07 01", kCvelContentDetachedSignedData},
+      {signedHead + "30 0F 06 09 2A 86 48 86 F7 0D 01 07 01 A0 02 04 00", kCvelContentPkcs7SignedData},
+      {signedHead + "30 03 02 01 00", kCvelContentUnknown},  // no OID first
+      {signedHead + "30 00 A0 02 04 00", kCvelContentUnknown},
+      {signedHead + "30 00 " + tstInfoOid, kCvelContentTimeStampToken},
+      {signedHead + "31 00", kCvelContentPkcs7SignedData},  // a wrong tag on the way changes nothing
+      {envelopedHead + "31 00 30 0B 06 09 2A 86 48 86 F7 0D 01 07 02", kCvelContentEnvelopedSignedData},
+      {envelopedHead + "A0 00 31 00 30 0B 06 09 2A 86 48 86 F7 0D 01 07 02", kCvelContentEnvelopedSignedData},
+      {envelopedHead + "31 00 30 00 06 09 2A 86 48 86 F7 0D 01 07 02", kCvelContentEnvelopedSignedData},
+      {envelopedHead + "31 00 30 0B 06 09 2A 86 48 86 F7 0D 01 07 01", kCvelContentPkcs7EnvelopedData}};
+  for (const auto& [der, expected] : cases) EXPECT_EQ(detectBuffer(testutil::hex(der)), expected) << der;
 }
 
 }  // namespace

@@ -6,13 +6,13 @@
 #include <tuple>
 
 #include "asn1/cvel_string.h"
+#include "base/scratch_dir.h"
 #include "support/test_util.h"
 
 namespace {
 
 TEST(CvelDataStream, BufferReadsStopAtTheLimitAndWritesMoveIt) {
-  CvelString buffer;
-  testutil::assignHex(buffer, "01 02 03 04 05");
+  CvelString buffer = testutil::hexString("01 02 03 04 05");
   CvelDataStream stream(&buffer);
   unsigned char got[8] = {};
   uint32_t count = 99;
@@ -48,7 +48,15 @@ TEST(CvelDataStream, OpensOnlyFilesAndRefusesWorkWithoutOne) {
   const std::string license = testutil::dataPath("asn1crypto/LICENSE");
   EXPECT_EQ(stream.open(license.c_str(), 3), kCvelErrBadParameter);
   EXPECT_EQ(stream.open(testutil::dataPath("no-such-file").c_str(), CvelDataStream::kRead), kCvelErrIncomplete);
-  EXPECT_EQ(stream.open(KOLVARI_TEST_DATA, CvelDataStream::kRead), kCvelErrIncomplete);  // a directory
+  // A directory is refused at once, deliberately, although fopen takes it for reading.
+  EXPECT_EQ(stream.open(KOLVARI_TEST_DATA, CvelDataStream::kRead), kCvelErrIncomplete);
+  // A failed read is reported, deliberately, not passed off as the end of the file: a stream opened for
+  // writing cannot be read, and its type cannot be detected; each read is judged on its own.
+  ScratchDir dir;
+  ASSERT_EQ(stream.open(dir.write("w.bin", std::string(32, 'a')).c_str(), CvelDataStream::kWrite), kCvelOk);
+  for (int attempt = 0; attempt < 2; ++attempt) EXPECT_EQ(stream.read(&b, 1, nullptr), kCvelErrMalformed);
+  EXPECT_EQ(stream.detectType(&type), kCvelErrMalformed);
+  EXPECT_EQ(type, kCvelContentUnknown);
   ASSERT_EQ(stream.open(license.c_str(), CvelDataStream::kRead), kCvelOk);
   EXPECT_EQ(stream.detectType(nullptr), kCvelErrBadParameter);
   EXPECT_EQ(stream.close(), kCvelOk);

@@ -113,6 +113,14 @@ TEST(CvelOid, KindOfAndToDottedReadOnlyWhatIsThere) {
     const testutil::Bytes b = testutil::hex(der);
     EXPECT_FALSE(toDotted(b.data(), static_cast<uint32_t>(b.size()), text)) << der;
   }
+  // The first octet holds two arcs: below 40 the first is 0, below 80 it is 1, from 80 on it is 2.
+  const std::pair<const char*, const char*> firstArcs[] = {
+      {"06 01 27", "0.39"}, {"06 01 28", "1.0"}, {"06 01 4F", "1.39"}, {"06 01 50", "2.0"}, {"06 02 88 37", "2.999"}};
+  for (const auto& [der, dotted] : firstArcs) {
+    const testutil::Bytes b = testutil::hex(der);
+    ASSERT_TRUE(toDotted(b.data(), static_cast<uint32_t>(b.size()), text)) << der;
+    EXPECT_EQ(text, dotted) << der;
+  }
 }
 
 TEST(CvelOids, AddsEachIdentifierOnce) {
@@ -121,8 +129,7 @@ TEST(CvelOids, AddsEachIdentifierOnce) {
   EXPECT_EQ(list.add("2.5.4.3"), 0u);  // not the success code
   EXPECT_EQ(list.add(static_cast<const char*>(nullptr)), kCvelErrBadParameter);
   EXPECT_EQ(list.add(""), kCvelErrMalformed);
-  CvelString der;
-  testutil::assignHex(der, "06 03 55 04 06");
+  CvelString der = testutil::hexString("06 03 55 04 06");
   EXPECT_EQ(list.addDer(der), kCvelOk);
   EXPECT_EQ(list.indexOf("2.5.4.6"), 1);
   EXPECT_EQ(list.size(), 2u);

@@ -61,6 +61,46 @@ TEST(CvelConfiguration, ForbiddenBytesAndSizeLimit) {
   EXPECT_EQ(config.parse("x", 0), kCvelErrBadParameter);
 }
 
+// The lines handed to the visitor: headers and stored key lines only, each with the offset of its first byte
+// (a CR LF line end is two line ends to the reader), and the refused line last.
+TEST(CvelConfiguration, ParseLinesVisitsHeadersAndKeyLines) {
+  const struct {
+    const char* text;
+    CvelResult result;
+    const char* visits;  // "offset:section/key=value" per line, a header as "offset:[section]"
+  } cases[] = {
+      {"# c\n[S]\nK = v\n\nJ\n", kCvelOk, "4:[S] 8:S/K=v 15:S/J="},
+      {"K=above\n[S]\r\nK=v\r\n", kCvelOk, "8:[S] 13:S/K=v"},
+      {"[S]\n  = v\nX=\"open\nK=v\n", kCvelOk, "0:[S] 18:S/K=v"},
+      {"[S]\nA=1\nB=caf\xe9\nC=3\n", kCvelErrForbiddenByte, "0:[S] 4:S/A=1 8:S/B=caf\xe9"},
+      {"caf\xe9\n[S]\nA=1\n", kCvelOk, "5:[S] 9:S/A=1"},
+  };
+  for (const auto& c : cases) {
+    CvelConfiguration config;
+    std::string visits;
+    const std::string text = c.text;
+    EXPECT_EQ(config.parseLines(text.data(), text.size(),
+                                [&](const CvelConfiguration::ReadLine& line) {
+                                  if (!visits.empty()) visits += ' ';
+                                  visits += std::to_string(line.offset) + ":";
+                                  visits += line.header ? "[" + line.section + "]"
+                                                        : line.section + "/" + line.key + "=" + line.value;
+                                }),
+              c.result)
+        << c.text;
+    EXPECT_EQ(visits, c.visits) << c.text;
+  }
+  // The same answers as parse, and what was stored before is dropped.
+  CvelConfiguration config;
+  const std::string first = "[Old]\nK=v\n";
+  const std::string second = "[S]\nA=1\n";
+  ASSERT_EQ(config.parse(first.data(), first.size()), kCvelOk);
+  EXPECT_EQ(config.parseLines(second.data(), second.size(), [](const CvelConfiguration::ReadLine&) {}), kCvelOk);
+  EXPECT_EQ(valueOf(config, "Old", "K"), "<missing>");
+  EXPECT_EQ(valueOf(config, "S", "A"), "1");
+  EXPECT_EQ(config.parseLines(nullptr, 0, [](const CvelConfiguration::ReadLine&) {}), kCvelErrBadParameter);
+}
+
 TEST(CvelConfiguration, LookupsListingKeepAndReadFile) {
   CvelConfiguration config;
   ASSERT_EQ(parseText(config, "[S]\nb=1\nB=2\na=3\nLOGLEVEL=upper\nloglevel=lower\n"), kCvelOk);

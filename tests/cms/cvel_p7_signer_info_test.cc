@@ -6,34 +6,21 @@
 #include <string>
 
 #include "api/signer_info_record.h"
-#include "asn1/cvel_a1_input.h"
-#include "asn1/cvel_a1_stream_cursor.h"
 #include "asn1/cvel_oid.h"
 #include "cms/cvel_p7_signer_info.h"
 #include "cms/cvel_tsp_response.h"
 #include "kolvari/zarv.h"
-#include "support/openssl_text.h"
 #include "support/test_util.h"
 
 namespace {
 
 using testutil::Bytes;
+using testutil::decodeFirst;
 using testutil::hex;
 using testutil::toHex;
 
 const std::string kTimeStampToken = "1.2.840.113549.1.9.16.2.14";
 const std::string kRevocationValues = "1.2.840.113549.1.9.16.2.24";
-
-// Decodes the first element of bytes with decode(in, cursor) of T.
-template <typename T>
-CvelResult decodeFirst(const Bytes& bytes, T& object) {
-  CvelString image;
-  image.assign(bytes.data(), static_cast<uint32_t>(bytes.size()));
-  CvelA1InputString in(image, 0, image.length());
-  CvelA1StreamCursor cursor;
-  if (cursor.next(in) != kCvelOk) return 0xBAD;
-  return object.decode(in, cursor);
-}
 
 const CvelTSPResponse* tokenAt(const CvelP7SignerInfo& signer, uint32_t i) {
   CvelTSPResponse* r = nullptr;
@@ -110,13 +97,22 @@ TEST(CvelP7SignerInfo, FieldsUnderOtherTagsEndTheReadingQuietly) {
     EXPECT_EQ(toHex(signer.signerIdentifier()), row.signerIdentifier) << row.name;
     EXPECT_EQ(toHex(signer.signatureValue()), row.signatureValue) << row.name;
   }
+  // Without signed attributes the signature algorithm follows the digest algorithm, and so it is written back.
+  CvelP7SignerInfo signer;
+  CvelString out;
+  ASSERT_EQ(decodeFirst(hex(rows[3].hex), signer), kCvelOk);
+  ASSERT_EQ(signer.encode(out), kCvelOk);
+  EXPECT_EQ(toHex(out), rows[3].hex);
 }
 
 TEST(CvelP7SignerInfos, EmptyOrMalformedSetsGiveZero) {
-  // Empty; first not a SEQUENCE; a broken one; two, then something else.
+  // Empty in both length forms; first not a SEQUENCE; a broken one; a second one overrunning the SET; two,
+  // then something else; one in a SET of indefinite length.
   const struct { const char* hex; CvelResult result; uint32_t count; } rows[] = {
-      {"3100", CvelP7SignerInfos::kEmpty, 0}, {"3103020101", CvelP7SignerInfos::kEmpty, 0},
-      {"31023000", kCvelErrMalformed, 0}, {"310C 3003020101 3003020103 0500", kCvelOk, 2}};
+      {"3100", CvelP7SignerInfos::kEmpty, 0}, {"31800000", CvelP7SignerInfos::kEmpty, 0},
+      {"3103020101", CvelP7SignerInfos::kEmpty, 0}, {"31023000", kCvelErrMalformed, 0},
+      {"3109 3003020101 3010AAAA", kCvelErrMalformed, 1}, {"310C 3003020101 3003020103 0500", kCvelOk, 2},
+      {"3180 3003020101 0000", kCvelOk, 1}};
   for (const auto& row : rows) {
     CvelP7SignerInfos list;
     EXPECT_EQ(decodeFirst(hex(row.hex), list), row.result) << row.hex;

@@ -7,7 +7,6 @@
 
 #include "cms/cvel_tsp_response.h"
 #include "cms/cvel_tst_info.h"
-#include "support/openssl_text.h"
 #include "support/test_util.h"
 
 namespace {
@@ -38,6 +37,8 @@ TEST(CvelTSTInfo, FieldByFieldRules) {
       {"UTCTime", head + "170D" "3234303130313132303030305A", kCvelOk, 1, -1, -1, -1},
       {"millis only", head + genTime + "3003800107", kCvelOk, 1, -1, 7, -1},
       {"all three", head + genTime + "300A020102800201F4810164", kCvelOk, 1, 2, 500, 100},
+      // From three content octets on, the content alone goes to the decoder, which reads it as an element.
+      {"millis of three octets", head + genTime + "30058003020109", kCvelOk, 1, -1, 9, -1},
       {"ordering of two octets", head + genTime + "0102FF00", CvelTSTInfo::kNotDecoded, 1, -1, -1, -1},
       {"unknown optional field", head + genTime + "0C0141", CvelTSTInfo::kNotDecoded, 1, -1, -1, -1},
       {"element after the extensions", head + genTime + "A100" "0500", CvelTSTInfo::kNotDecoded, 1, -1, -1, -1},

@@ -264,7 +264,7 @@ const Decoder kDecoders[] = {
     {"CvelEtsRevocationValues::decode (crlVals)", kCrl, 0, revocationValues<0xA0>},
     {"CvelEtsRevocationValues::decode (ocspVals)", kBasicOcspResponse, 0, revocationValues<0xA1>},
     {"CvelOCSPResponse::parse", kOcspResponse | kBasicOcspResponse, kOcspResponse | kBasicOcspResponse,
-     readEncoded<CvelOCSPResponse, &CvelOCSPResponse::parse>},
+     [](In in, Codes& codes) { codes.push_back(CvelOCSPResponse().parse(in.p, in.n)); }},
     {"CvelA1P72::decode", kContentInfo | kToken, 0, decodeFirst<CvelA1P72, false>},
     {"CvelP71::decode", kContentInfo | kToken, 0, decodeFirst<CvelP71>},
     {"CvelTSTInfo::decode", kToken, kToken, readEncoded<CvelTSTInfo, &CvelTSTInfo::decode>},

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# The kolvari tool's command line: `--help` for the tool and for every command (a usage line and an example,
-# exit status 0); a wrong command line prints the command's usage and exits with 2; an input file that cannot
-# be read is a failure of the work, exit status 1.
+# The kolvari tool's command line: `--help` for the tool and for every command (a usage line, the options and
+# an example, exit status 0); a wrong command line prints one line naming what is wrong and one pointing at the
+# command's help, and exits with 2; an input file that cannot be read is a failure of the work, exit status 1.
 set -euo pipefail
 : "${KOLVARI:?path of the kolvari tool}"
 
@@ -28,43 +28,87 @@ for c in "${commands[@]}"; do
   checks=$((checks + 1))
 done
 
-# A wrong command line: the usage on standard error (the command's own, or the tool's), exit status 2.
+# Every option a command reads is described in its help, with its value's name.
+while read -r command option; do
+  "$KOLVARI" "$command" --help >out.txt 2>err.txt || fail "kolvari $command --help exits with $?"
+  grep -qE -- "^  $option( |$)" out.txt || fail "kolvari $command --help does not describe $option"
+  checks=$((checks + 1))
+done <<'ROWS'
+sign --p12 FILE
+sign --pass SOURCE
+sign --pkcs11 URI
+sign-pdf --p12 FILE
+sign-pdf --pass SOURCE
+sign-pdf --font FILE.ttf
+sign-pdf --field NAME
+log-check --config FILE
+log-check --library PATH
+log-check --host PROGRAM
+ROWS
+
+# A wrong command line: "kolvari COMMAND: what is wrong" and "see 'kolvari COMMAND --help'" on standard error,
+# nothing more, exit status 2.
 touch empty.txt
-while IFS='|' read -r usage args; do
+while IFS='|' read -r command message args; do
   # shellcheck disable=SC2086  # the arguments are words
   if "$KOLVARI" $args >out.txt 2>err.txt; then status=0; else status=$?; fi
   [ "$status" -eq 2 ] || fail "kolvari $args: exit status $status, not 2"
-  grep -q "^usage: kolvari $usage" err.txt || fail "kolvari $args: no usage on standard error: $(head -2 err.txt)"
+  [ "$(sed -n 1p err.txt)" = "kolvari $command: $message" ] || fail "kolvari $args: says '$(sed -n 1p err.txt)'"
+  [ "$(sed -n 2p err.txt)" = "see 'kolvari ${command#kolvari} --help'" ] || [ "$command" = "" ] ||
+    fail "kolvari $args: then '$(sed -n 2p err.txt)'"
+  [ "$(wc -l <err.txt)" -eq 2 ] || fail "kolvari $args: $(wc -l <err.txt) lines on standard error, not 2"
+  [ ! -s out.txt ] || fail "kolvari $args: writes to standard output"
   checks=$((checks + 1))
 done <<'ROWS'
-COMMAND|
-COMMAND|no-such-command
-info|info --no-such-option
-info|info --plugin
-der|der
-der|der empty.txt empty.txt
-detect|detect
-detect|detect --no-such-option empty.txt
-cert|cert
-cert|cert empty.txt empty.txt
-inspect|inspect
-inspect|inspect --no-such-option empty.txt
-log-check|log-check --config
-log-check|log-check --no-such-option
-sign|sign
-sign|sign --key k.pem --cert c.pem
-sign|sign --key k.pem --cert c.pem empty.txt other.txt
-sign|sign --key k.pem --cert c.pem --no-such-option empty.txt
-sign|sign --key k.pem --cert c.pem --time 2024-05-01 empty.txt
-sign|sign --key k.pem --cert c.pem --pkcs11 pkcs11:object=k empty.txt
-sign|sign --pkcs11-module m.so --key k.pem --cert c.pem empty.txt
-sign|sign --key k.pem --cert c.pem --out x.p7s --out-dir out empty.txt
-sign-pdf|sign-pdf --key k.pem --cert c.pem empty.txt
-sign-pdf|sign-pdf --key k.pem --cert c.pem --visible 1,10,10,0,20 empty.txt out.pdf
+info|unknown option --no-such-option|info --no-such-option
+info|--plugin needs a value|info --plugin
+der|FILE is required|der
+der|unexpected argument empty.txt|der empty.txt empty.txt
+detect|FILE is required|detect
+detect|unknown option --no-such-option|detect --no-such-option empty.txt
+cert|FILE is required|cert
+cert|unexpected argument empty.txt|cert empty.txt empty.txt
+inspect|FILE is required|inspect
+inspect|unknown option --no-such-option|inspect --no-such-option empty.txt
+log-check|--config needs a value|log-check --config
+log-check|unknown option --no-such-option|log-check --no-such-option
+sign|FILE is required|sign
+sign|FILE is required|sign --key k.pem --cert c.pem
+sign|--key KEY with --cert CERT, --p12 FILE or --pkcs11 URI is required|sign empty.txt
+sign|--key KEY with --cert CERT, --p12 FILE or --pkcs11 URI is required|sign --cert c.pem empty.txt
+sign|--key excludes --p12|sign --p12 k.p12 --key k.pem --cert c.pem empty.txt
+sign|--pass secret: not pass:TEXT, env:VAR, file:PATH, fd:N or stdin|sign --key k.pem --cert c.pem --pass secret empty.txt
+sign|--cert CERT is required|sign --key k.pem empty.txt
+sign|more than one FILE needs --out-dir DIR|sign --key k.pem --cert c.pem empty.txt other.txt
+sign|unknown option --no-such-option|sign --key k.pem --cert c.pem --no-such-option empty.txt
+sign|--time 2024-05-01: not YYYYMMDDhhmmssZ or YYMMDDhhmmssZ|sign --key k.pem --cert c.pem --time 2024-05-01 empty.txt
+sign|--key excludes --pkcs11|sign --key k.pem --cert c.pem --pkcs11 pkcs11:object=k empty.txt
+sign|--pkcs11-module requires --pkcs11|sign --pkcs11-module m.so --key k.pem --cert c.pem empty.txt
+sign|--out excludes --out-dir|sign --key k.pem --cert c.pem --out x.p7s --out-dir out empty.txt
+sign|--digest md5: not sha256, sha384 or sha512|sign --key k.pem --cert c.pem --digest md5 empty.txt
+sign|--tsa-timeout 0: not whole seconds from 1 to 600|sign --key k.pem --cert c.pem --tsa-timeout 0 empty.txt
+sign|--signer k.pem: not KEY,CERT|sign --key k.pem --cert c.pem --signer k.pem empty.txt
+sign|--signed-attr 1.2.3=0: the value is not an even number of hex digits|sign --key k.pem --cert c.pem --signed-attr 1.2.3=0 empty.txt
+sign-pdf|OUT.pdf is required|sign-pdf --key k.pem --cert c.pem empty.txt
+sign-pdf|--visible 1,10,10,0,20: the width and the height must be above 0|sign-pdf --key k.pem --cert c.pem --visible 1,10,10,0,20 empty.txt out.pdf
+sign-pdf|--visible 1,10,10: needs PAGE,X,Y,W,H|sign-pdf --key k.pem --cert c.pem --visible 1,10,10 empty.txt out.pdf
+sign-pdf|--key KEY with --cert CERT, --p12 FILE or --pkcs11 URI is required|sign-pdf empty.txt out.pdf
+sign-pdf|--p12 excludes --pkcs11|sign-pdf --p12 k.p12 --pkcs11 pkcs11:object=k empty.txt out.pdf
+sign-pdf|--pass fd:x: not pass:TEXT, env:VAR, file:PATH, fd:N or stdin|sign-pdf --key k.pem --cert c.pem --pass fd:x empty.txt out.pdf
+sign-pdf|--font requires --visible|sign-pdf --key k.pem --cert c.pem --font f.ttf empty.txt out.pdf
+sign-pdf|--field a.b: a field name cannot hold a period: it joins the names of nested fields|sign-pdf --key k.pem --cert c.pem --field a.b empty.txt out.pdf
+log-check|--library requires --host|log-check --library lib.so
+log-check|--host requires --library|log-check --host app
+sign-pdf|unknown option --fetch-revocation|sign-pdf --key k.pem --cert c.pem --fetch-revocation empty.txt out.pdf
 ROWS
-if "$KOLVARI" sign --key k.pem --cert c.pem --digest md5 empty.txt >out.txt 2>err.txt; then status=0; else status=$?; fi
-[ "$status" -eq 2 ] || fail "kolvari sign --digest md5: exit status $status, not 2"
-checks=$((checks + 1))
+
+# No command, or one the tool does not have: the list of commands, or a pointer to it; exit status 2.
+if "$KOLVARI" >out.txt 2>err.txt; then status=0; else status=$?; fi
+[ "$status" -eq 2 ] && grep -q '^usage: kolvari COMMAND' err.txt || fail "kolvari without a command: $status"
+if "$KOLVARI" no-such-command >out.txt 2>err.txt; then status=0; else status=$?; fi
+[ "$status" -eq 2 ] && [ "$(head -1 err.txt)" = "kolvari: unknown command 'no-such-command'" ] ||
+  fail "kolvari no-such-command: $status, $(head -1 err.txt)"
+checks=$((checks + 2))
 
 # An input that cannot be read: exit status 1, not the usage.
 while read -r args; do
@@ -74,6 +118,7 @@ while read -r args; do
   checks=$((checks + 1))
 done <<'ROWS'
 der missing.der
+der -- -missing.der
 detect missing.bin
 cert missing.pem
 inspect missing.p7s

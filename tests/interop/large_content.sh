@@ -23,12 +23,13 @@ make_signer rsa "/C=DE/O=Kolvari Interop/CN=rsa signer" rsa:2048
 make_signer p256 "/C=DE/O=Kolvari Interop/CN=p256 signer" ec -pkeyopt ec_paramgen_curve:P-256
 
 readonly buffer=$((1024 * 1024))
-# RSA signatures are deterministic: with a fixed time both paths give the same bytes.
+# RSA signatures are deterministic: with a fixed time both paths give the same bytes. Each run replaces the
+# output of the one before (--force).
 sign() {  # output, input, options...
   local out=$1 in=$2
   shift 2
   "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key rsa.key --cert rsa.pem --chain ca.pem \
-    --time 20240101120000Z "$@" --out "$out" "$in"
+    --time 20240101120000Z --force "$@" --out "$out" "$in"
 }
 content() {  # size: content.bin of that many random bytes
   head -c "$1" /dev/urandom > content.bin
@@ -59,7 +60,8 @@ done
 # Each length of the elements around the content (ContentInfo, its [0], SignedData, EncapsulatedContentInfo,
 # its [0], the OCTET STRING) changes from one length octet to two, and from two to three, at a content size
 # found from the empty content's encoding; just below and at each of those sizes the bytes must agree.
-sign empty.der /dev/null --attached
+: > empty.bin
+sign empty.der empty.bin --attached
 boundary_sizes=$(python3 - empty.der <<'PY'
 import sys
 der = open(sys.argv[1], 'rb').read()
@@ -122,7 +124,7 @@ content $((5 * buffer + 3))
 for mode in detached attached; do
   options=()
   [ $mode = attached ] && options=(--attached)
-  "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key p256.key --cert p256.pem "${options[@]}" --out ec.der content.bin ||
+  "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key p256.key --cert p256.pem "${options[@]}" --force --out ec.der content.bin ||
     fail "EC $mode: kolvari sign"
   if [ $mode = attached ]; then
     openssl cms -verify -binary -inform DER -in ec.der -CAfile ca.pem -out extracted.bin 2>verify.err
@@ -143,6 +145,33 @@ for name in a b; do
     --time 20240101120000Z --attached --out $name.ref batch/$name.bin || fail "batch: in-memory reference of $name"
   cmp -s batch/$name.bin.p7s $name.ref || fail "batch: $name.bin.p7s differs from the in-memory path's"
 done
+
+# A pipe cannot be read twice: with --attached it is read whole, and the bytes are those of the same content
+# from a file.
+sign piped.der <(cat content.bin) --attached || fail "pipe: kolvari sign --attached"
+KOLVARI_IN_MEMORY=1 sign piped.ref content.bin --attached || fail "pipe: in-memory reference"
+cmp -s piped.der piped.ref || fail "pipe: the attached signature differs from the file's"
+
+# The streamed path keeps the rules of every input and output: a directory is named as one, the input is
+# never its own output (not even with --force), and an existing output stays as it was without --force.
+mkdir input_dir
+cp content.bin kept.der
+refused() {  # tag, expected message, arguments of kolvari sign...
+  local tag=$1 want=$2
+  shift 2
+  set +e
+  "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key rsa.key --cert rsa.pem --attached "$@" 2>refused.err
+  local status=$?
+  set -e
+  [ "$status" -ne 0 ] || fail "$tag: exit status 0"
+  grep -qF "$want" refused.err || { cat refused.err >&2; fail "$tag: no message '$want'"; }
+}
+refused "directory input" "input_dir: is a directory" --out dir.der input_dir
+refused "output is the input" "is the input content.bin itself" --force --out content.bin content.bin
+refused "existing output" "kept.der exists (--force replaces it)" --out kept.der content.bin
+cmp -s kept.der content.bin || fail "existing output: kept.der was changed"
+cmp -s content.bin batch/a.bin || fail "output is the input: content.bin was changed"
+[ ! -e dir.der ] || fail "directory input: dir.der was written"
 
 # A write refused half-way through the content (a file-size limit of 2 MiB, its signal ignored so that the
 # write fails with EFBIG) fails the run and leaves neither the output nor a temporary file.
@@ -167,7 +196,7 @@ if [ $measure = yes ] && [ -x /usr/bin/time ]; then
   for options in "" "--attached"; do
     # shellcheck disable=SC2086
     /usr/bin/time -f %M -o peak.txt "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key rsa.key --cert rsa.pem \
-      $options --out big.der big.bin || fail "64 MiB ${options:---detached}: kolvari sign"
+      $options --force --out big.der big.bin || fail "64 MiB ${options:---detached}: kolvari sign"
     peak=$(tail -1 peak.txt)
     [ "$peak" -lt "$limit_kb" ] || fail "64 MiB ${options:---detached}: peak memory $peak KiB, limit $limit_kb KiB"
     echo "64 MiB ${options:---detached}: peak memory $peak KiB"

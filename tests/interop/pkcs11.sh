@@ -48,6 +48,10 @@ put_on_token() {  # token, label, id, with certificate (yes/no), openssl key opt
 put_on_token demo rsa 01 yes rsa:2048
 put_on_token demo ec 02 yes ec -pkeyopt ec_paramgen_curve:P-256
 put_on_token bare lonely 03 no ec -pkeyopt ec_paramgen_curve:P-256
+# Without its public key object the token shows no public half of "lonely": whether a certificate belongs to it
+# is told by a trial signature.
+pkcs11-tool --module "$module" --token-label bare --login --pin 1234 --delete-object --type pubkey --id 03 \
+  >/dev/null 2>&1
 echo 1234 > pin.txt
 for i in 1 2 3; do printf 'document %s\n' "$i" > "doc$i.txt"; done
 
@@ -92,6 +96,10 @@ token demo needs a PIN|pkcs11:token=demo;object=rsa|
 bad %-escape in the PKCS#11 URI attribute id|pkcs11:token=demo;id=%0g?pin-value=1234|
 PKCS#11 URI attribute model is not supported|pkcs11:token=demo;model=x;object=rsa?pin-value=1234|
 PKCS#11 URI gives object twice|pkcs11:token=demo;object=rsa;object=ec?pin-value=1234|
+key rsa on token demo does not belong to certificate ec.der|pkcs11:token=demo;object=rsa?pin-value=1234|--cert ec.der
+key ec on token demo does not belong to certificate rsa.der|pkcs11:token=demo;object=ec?pin-value=1234|--cert rsa.der
+key ec on token demo does not belong to certificate lonely.der|pkcs11:token=demo;object=ec?pin-value=1234|--cert lonely.der
+key lonely on token bare does not belong to certificate ec.der|pkcs11:token=bare;object=lonely?pin-value=1234|--cert ec.der
 ROWS
 
 # A batch with an unreadable file: the others are signed, the failure is named, the status is 1; an existing
@@ -100,7 +108,7 @@ rm -rf out
 mkdir out
 uri='pkcs11:token=demo;object=ec?pin-value=1234'
 if sign --pkcs11 "$uri" --out-dir out doc1.txt missing.txt doc2.txt 2>err.txt; then fail "a missing file gave status 0"; fi
-grep -q 'cannot read missing.txt' err.txt || fail "the missing file is not reported: $(cat err.txt)"
+grep -q 'missing.txt: No such file or directory' err.txt || fail "the missing file is not reported: $(cat err.txt)"
 [ -s out/doc1.txt.p7s ] && [ -s out/doc2.txt.p7s ] && [ ! -e out/missing.txt.p7s ] || fail "batch output: $(ls out)"
 before=$(cksum < out/doc1.txt.p7s)
 if sign --pkcs11 "$uri" --out-dir out doc1.txt 2>err.txt; then fail "an existing signature was replaced"; fi
@@ -108,9 +116,10 @@ grep -q 'exists' err.txt && [ "$(cksum < out/doc1.txt.p7s)" = "$before" ] || fai
 sign --pkcs11 "$uri" --out-dir out --force doc1.txt 2>err.txt || fail "--force: $(cat err.txt)"
 [ "$(cksum < out/doc1.txt.p7s)" != "$before" ] || fail "--force left the old signature"
 [ -z "$(find out -name '.*')" ] || fail "temporary files left: $(find out -name '.*')"
-# --out writes through a symbolic link (as into /dev/stdout) rather than putting a file in its place.
+# --out writes through a symbolic link (as into /dev/stdout) rather than putting a file in its place; the file
+# it names exists, so --force is needed.
 touch target.p7s && ln -s target.p7s link.p7s
-sign --pkcs11 "$uri" --out link.p7s doc1.txt 2>err.txt || fail "--out through a link: $(cat err.txt)"
+sign --pkcs11 "$uri" --force --out link.p7s doc1.txt 2>err.txt || fail "--out through a link: $(cat err.txt)"
 [ -L link.p7s ] || fail "--out replaced the symbolic link"
 openssl cms -verify -binary -inform DER -in target.p7s -content doc1.txt -CAfile ca.pem -out /dev/null 2>verify.err ||
   fail "--out through a link does not verify: $(cat verify.err)"
@@ -150,7 +159,14 @@ if command -v pdfsig > /dev/null; then
   "$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --pkcs11-module "$module" \
     --pkcs11 'pkcs11:token=demo;object=ec?pin-value=1234' doc.pdf signed.pdf 2>err.txt || fail "sign-pdf: $(cat err.txt)"
   pdfsig -nocert signed.pdf > sig.txt 2>&1 && grep -q 'Signature is Valid' sig.txt || fail "sign-pdf: $(cat sig.txt)"
-  checks=$((checks + 1))
+  # A certificate that is not the token key's: refused, nothing written.
+  if "$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --pkcs11-module "$module" --cert rsa.der \
+    --pkcs11 'pkcs11:token=demo;object=ec?pin-value=1234' doc.pdf mismatched.pdf 2>err.txt; then
+    fail "sign-pdf signed with a certificate that is not the key's"
+  fi
+  grep -qF 'key ec on token demo does not belong to certificate rsa.der' err.txt && [ ! -e mismatched.pdf ] ||
+    fail "sign-pdf with a mismatched certificate: $(cat err.txt)"
+  checks=$((checks + 2))
 fi
 
 echo "pkcs11: $checks checks passed"

@@ -2,7 +2,8 @@
 # Signs PDFs from several producers with `kolvari sign-pdf`, once and twice, and holds the results against
 # poppler's pdfsig and qpdf: every signature valid, the last one covering the whole file, qpdf --check clean,
 # the input a prefix of the output, and one changed byte inside the signed range a digest mismatch.
-# `kolvari inspect` lists the signatures of a twice-signed file. Encrypted and broken inputs are refused
+# `kolvari inspect` lists the signatures of a twice-signed file. A prepared empty signature field is filled
+# in place; signed, non-signature and dotted field names are refused. Encrypted and broken inputs are refused
 # without an output file.
 set -euo pipefail
 : "${KOLVARI:?path of the kolvari tool}"
@@ -158,6 +159,72 @@ PY
   pdfsig -nocert damaged.pdf >sig.txt 2>&1 || true
   [ "$(grep -c 'Digest Mismatch' sig.txt)" -eq 2 ] || fail "$producer: a changed byte is not a digest mismatch: $(cat sig.txt)"
   checks=$((checks + 1))
+done
+
+# Prepared empty signature fields, one whose widget is merged with the field dictionary and one with a separate
+# widget under /Kids, each beside a text field. Signing into one fills it: its dictionary (same number) takes
+# /V, its widget stays on the page with its rectangle, and the form lists the same two fields.
+python3 - "$here" <<'PY'
+import sys
+sys.dont_write_bytecode = True
+sys.path.insert(0, sys.argv[1])
+from minimal_pdf import write
+
+head = [
+    b"<< /Type /Catalog /Pages 2 0 R /AcroForm 4 0 R >>",
+    b"<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
+    b"<< /Type /Page /Parent 2 0 R /MediaBox [0 0 595 842] /Annots [5 0 R 6 0 R] >>",
+    b"<< /Fields [%s 6 0 R] /DA (/Helv 0 Tf 0 g) >>",
+]
+text = b"<< /Type /Annot /Subtype /Widget /FT /Tx /T (Comment) /V (kept) /Rect [72 500 300 530] /P 3 0 R >>"
+merged = list(head)
+merged[3] %= b"5 0 R"
+merged += [b"<< /Type /Annot /Subtype /Widget /FT /Sig /T (Approval) /F 4 /Rect [72 600 272 650] /P 3 0 R >>", text]
+write("sigfield-merged.pdf", merged)
+kids = list(head)
+kids[3] %= b"7 0 R"
+kids += [b"<< /Type /Annot /Subtype /Widget /Parent 7 0 R /F 4 /Rect [72 600 272 650] /P 3 0 R >>", text,
+         b"<< /FT /Sig /T (Approval) /Kids [5 0 R] >>"]
+write("sigfield-kids.pdf", kids)
+PY
+for layout in merged:5 kids:7; do
+  in=sigfield-${layout%:*}.pdf field=${layout#*:}
+  rm -f filled.pdf
+  "$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --key rsa.key --cert rsa.pem --chain ca.pem --field Approval \
+    "$in" filled.pdf 2>err.txt || fail "$in: sign-pdf --field Approval exits with $?: $(cat err.txt)"
+  is_prefix "$in" filled.pdf
+  check_signed filled.pdf 1
+  grep -q 'Signature Field Name: Approval' sig.txt || fail "$in: pdfsig names another field: $(cat sig.txt)"
+  tail -c +"$(($(stat -c %s "$in") + 1))" filled.pdf | grep -aq "^$field 0 obj" ||
+    fail "$in: the field object $field is not rewritten in the update"
+  qpdf --show-object="$field" filled.pdf | grep -Eq '/T \(Approval\) .*/V [0-9]+ 0 R|/V [0-9]+ 0 R.*/T \(Approval\)' ||
+    fail "$in: field $field is $(qpdf --show-object="$field" filled.pdf)"
+  qpdf --show-object=4 filled.pdf | grep -Eq "^<< /DA \(/Helv 0 Tf 0 g\) /Fields \[ $field 0 R 6 0 R \] /SigFlags 3 >>$" ||
+    fail "$in: the form is $(qpdf --show-object=4 filled.pdf)"
+  qpdf --show-object=3 filled.pdf | grep -q '/Annots \[ 5 0 R 6 0 R \]' || fail "$in: the page's widgets changed"
+  qpdf --show-object=5 filled.pdf | grep -q '/Rect \[ 72 600 272 650 \]' || fail "$in: the widget moved"
+  "$KOLVARI" inspect --json filled.pdf > inspect.json || fail "$in: inspect exits with $?"
+  python3 -c 'import json, sys; s = json.load(open(sys.argv[1]))["signatures"]; assert [x["field"] for x in s] == ["Approval"]' \
+    inspect.json || fail "$in: inspect lists $(cat inspect.json)"
+  checks=$((checks + 1))
+
+  # Refused, no output, each with its reason: the field already signed, a text field, a visible box of our
+  # own for a field that has its widget (status 1); a name with a period (status 2, the command line).
+  while IFS='|' read -r source name option status reason; do
+    rm -f out.pdf
+    # shellcheck disable=SC2086  # the option and its value are words, or none
+    if "$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --key rsa.key --cert rsa.pem --field "$name" $option \
+      "$source" out.pdf >out.txt 2>err.txt; then got=0; else got=$?; fi
+    [ "$got" -eq "$status" ] || fail "$source --field $name $option: exit status $got, not $status: $(cat err.txt)"
+    [ ! -e out.pdf ] || fail "$source --field $name $option: an output file was written"
+    grep -qF -- "$reason" err.txt || fail "$source --field $name $option: the message is $(cat err.txt)"
+    checks=$((checks + 1))
+  done <<ROWS
+filled.pdf|Approval||1|the field Approval is already signed
+$in|Comment||1|the field Comment is not a signature field (/FT /Tx)
+$in|Approval|--visible 1,10,10,100,40|1|--visible: the field Approval has its own widget
+$in|a.b||2|--field a.b: a field name cannot hold a period
+ROWS
 done
 
 # Refused inputs: encrypted, a file whose cross-reference data is broken, and one with bytes before its

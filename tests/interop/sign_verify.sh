@@ -50,14 +50,14 @@ for signer in rsa p256 p384; do
       tag="$signer/$digest/$content"
       # Detached, DER.
       "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key $signer.key --cert $signer.pem --digest $digest \
-        --out detached.der "$content" || fail "$tag: kolvari sign (detached)"
+        --force --out detached.der "$content" || fail "$tag: kolvari sign (detached)"
       verify detached.der DER "$content" || { cat verify.err >&2; fail "$tag: detached signature not verified"; }
       cp "$content" changed.bin
       flip changed.bin 7
       if verify detached.der DER changed.bin; then fail "$tag: detached signature verified a changed file"; fi
       # Attached, PEM, with the CA in the certificate set.
       "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key $signer.key --cert $signer.pem --chain ca.pem \
-        --digest $digest --attached --pem --out attached.pem "$content" || fail "$tag: kolvari sign (attached)"
+        --digest $digest --attached --pem --force --out attached.pem "$content" || fail "$tag: kolvari sign (attached)"
       verify attached.pem PEM || { cat verify.err >&2; fail "$tag: attached signature not verified"; }
       openssl cms -verify -binary -inform PEM -in attached.pem -CAfile ca.pem -out extracted.bin 2>/dev/null
       cmp -s extracted.bin "$content" || fail "$tag: attached content differs from the input"

@@ -44,21 +44,22 @@ TEST(CvelLogFile, MaxFileSizeUnits) {
       {"10m", 10485760}, {"512k", 524288}, {"1k", 1024}, {"7kb", 0}, {"100", 0}, {"10M", 0}, {"512K", 0},
       {"m", 0},          {"0k", 0},        {"-3k", 0},   {"4096m", 0},  // 4096 MiB wraps to 0 in 32 bits
       {"12xk", 12288},   // leading digits only
+      {"99999999999k", 4294966272},  // past the int range: the largest int, times 1024 in 32 bits
   };
   for (const auto& c : cases) EXPECT_EQ(CvelLogFile::parseMaxFileSize(c.value), c.limit) << c.value;
 }
 
 TEST(CvelLogFile, RollsOverPastItsLimitAndKeepsTheBackUp) {
   FileSink s("MaxFileSize = 1k\nBackUp\n", false);
-  const std::string record = std::string(99, 'r') + "\n";
-  // The size before the 11th record is 1000, not past the limit, so the file reaches 1100 bytes.
-  for (int i = 0; i < 11; ++i) s.sink->log(0x8, record.c_str());
-  ASSERT_EQ(readText(s.path).size(), 1100u);
+  // A file of exactly the limit is not past it: the next record is appended, and the file passes the limit.
+  s.sink->log(0x8, (std::string(1023, 'r') + "\n").c_str());
+  s.sink->log(0x8, "at\n");
+  ASSERT_EQ(readText(s.path).size(), 1027u);
   stampFirstOfMay(s.path);
   s.sink->log(0x8, "next\n");
   s.sink->log(0x8, "more\n");
   EXPECT_EQ(readText(s.path), "next\nmore\n");
-  EXPECT_EQ(readText(s.path + kBackUpSuffix).size(), 1100u);
+  EXPECT_EQ(readText(s.path + kBackUpSuffix).size(), 1027u);
   EXPECT_EQ(s.files(), 2u);
 }
 

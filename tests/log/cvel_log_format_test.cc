@@ -5,6 +5,7 @@
 
 #include <regex>
 #include <thread>
+#include <utility>
 
 #include "base/cvel_thread_registry.h"
 #include "log/cvel_log_level.h"
@@ -70,6 +71,11 @@ TEST_F(CvelLogFormatTest, FieldsInBothModes) {
   // Missing texts write nothing: with nothing written there is no newline either.
   EXPECT_EQ(make("FileName,FuncName,LogMsg", false).compose(nullptr, nullptr, 1, kCvelLogInfo, nullptr), "");
   EXPECT_EQ(CvelLogFormat(nullptr).compose("a.cc", "f", 1, kCvelLogInfo, "x"), "");
+  // Levels print as in the level table; any other value as eight blanks.
+  for (const auto& [level, text] : {std::pair<uint32_t, const char*>{kCvelLogData, "[DATA ] \n"},
+                                    {0x40, "[DDBG]  \n"}, {0x200, "        \n"}}) {
+    EXPECT_EQ(make("LogLevel", false).compose(nullptr, nullptr, 1, level, nullptr), text) << level;
+  }
 }
 
 TEST_F(CvelLogFormatTest, TimeStamps) {
@@ -85,6 +91,11 @@ TEST_F(CvelLogFormatTest, ThreadNumbersAndTheFillTheyLeave) {
   EXPECT_EQ(lineOnThread(make("Thread,FileName,Line,LogMsg", false), 7),
             "T.....7 x.cc" + blanks(28) + ": ..12: hello\n");
   EXPECT_EQ(lineOnThread(make("Thread,Line", true), 7), "Thread-7 12 \n");
+  // The PID field sets blanks as its fill again, which a later Line field uses, whatever the id's length.
+  const std::string pid = std::to_string(getpid());
+  EXPECT_EQ(lineOnThread(make("Thread,PID,Line", false), 7),
+            "T.....7 {" + blanks(pid.size() < 5 ? 5 - pid.size() : 0) + pid + "} " +
+                padTo("h[" + systemHostName() + "] ", 16) + "  12: \n");
   EXPECT_EQ(lineOnThread(make("Thread,Line", false), 0), "T..n/a.   12: \n");
   EXPECT_EQ(lineOnThread(make("Thread", true), 0), "Thread-? \n");
 }

@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
+#include <future>
 #include <sstream>
+#include <thread>
 
 #include "log/cvel_log_console.h"
 #include "log/cvel_log_file.h"
@@ -68,6 +71,7 @@ TEST(CvelLogger, ConfigurationDecidesWhetherAndWhatToLog) {
       {"[Common]\nLogLevel = ERROR,ALL,INFO\n" + sinks, CvelLogStartUp::kOn, 0x1ff},
       {"[Common]\nLogLevel = INFO , TRACE,,\n" + sinks, CvelLogStartUp::kOn, 0x088},
       {"[Common]\nLogLevel = info\n" + sinks, CvelLogStartUp::kOn, 0},  // on, but no level passes
+      {"[Common]\nLogLevel = DDEBUG,DDBG,DATA\n" + sinks, CvelLogStartUp::kOn, 0x140},  // DDBG is only printed
       {"[Ignore]\nlibsigner.dylib\n[Common]\nLogLevel = ALL\n" + sinks, CvelLogStartUp::kIgnoredBySuffix, 0},
       // A key must be shorter than the path to match.
       {"[Ignore]\n/opt/x/libsigner.dylib\n[Common]\nLogLevel = ALL\n" + sinks, CvelLogStartUp::kOn, 0x1ff},
@@ -117,12 +121,44 @@ TEST(CvelLogger, MessagesAndDataReachTheFile) {
   EXPECT_EQ(readText(h.log), "[ERROR] first\n[DATA ] " + h.log + ".d/blob, 3 bytes\n[DATA ] " +
                                  dump("AB\n", "x") + "\n");
   EXPECT_EQ(readText(h.log + ".d/blob"), "AB\n");
+  // With toFile but no DataDir the bytes are dumped into the record.
+  HostedLogger noDir("[Common]\nLogLevel = ALL\nFormat = LogMsg\n[Logger]\nFile = $LOG\n");
+  noDir.logger->logData("a.cc", "f", 1, bytes, 3, "x", true);
+  EXPECT_EQ(readText(noDir.log), dump("AB\n", "x") + "\n");
 
   // Without "Format" every line is empty and nothing is written, whatever the sinks.
   HostedLogger silent("[Common]\nLogLevel = ALL\n[Logger]\nFile = $LOG\n");
   EXPECT_TRUE(silent.logger->enabled());
   silent.logger->logMessage("a.cc", "f", 1, kCvelLogError, "lost");
   EXPECT_FALSE(std::filesystem::exists(silent.log));
+}
+
+// A sink that holds its first record until the test releases it.
+struct HeldSink : CvelLogBase {
+  std::promise<void> entered;
+  std::shared_future<void> release;
+  void write(const char*) override {}
+  void log(uint32_t, const char*) override {
+    entered.set_value();
+    release.wait();
+  }
+};
+
+TEST(CvelLogger, ConfigureWaitsForTheRecordBeingWritten) {
+  HostedLogger h("[Common]\nLogLevel = ALL\nFormat = LogMsg\n[Logger]\nFile = $LOG\n");
+  auto held = std::make_shared<HeldSink>();
+  std::promise<void> release;
+  held->release = release.get_future().share();
+  h.logger->addSink(held);
+  std::thread writer([&h] { h.logger->logMessage("a.cc", "f", 1, kCvelLogError, "held"); });
+  held->entered.get_future().wait();
+  auto configured = std::async(std::launch::async, [&h] { return h.logger->configure(); });
+  EXPECT_EQ(configured.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout);
+  release.set_value();
+  writer.join();
+  EXPECT_TRUE(configured.get());
+  EXPECT_EQ(h.logger->sinks().size(), 1u);  // the file sink made again; the added one is gone
+  EXPECT_EQ(readText(h.log), "held\n");
 }
 
 }  // namespace

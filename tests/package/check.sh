@@ -57,6 +57,14 @@ case " $flags " in *" -lkolvari-pkcs7 "*) ;; *) fail "pkg-config --libs lacks -l
 # shellcheck disable=SC2086  # the flags are words
 g++ -std=c++20 -o "$work/sign_host_pc" "$source/examples/sign_host.cc" $flags -lcrypto \
   -Wl,-rpath,"$prefix/$libdir" || fail "building with pkg-config's flags: $flags"
+# The static archive through pkg-config --static, as the README shows it: no run-time need of the plug-in.
+static_flags=$(pkg-config --static --cflags --libs kolvari-pkcs7) || fail "pkg-config --static"
+case " $static_flags " in *" -pthread "*) ;; *) fail "pkg-config --static lacks -pthread: $static_flags" ;; esac
+# shellcheck disable=SC2086  # the flags are words
+g++ -std=c++20 -o "$work/sign_host_pc_static" "$source/examples/sign_host.cc" -Wl,-Bstatic $static_flags \
+  -Wl,-Bdynamic -lcrypto -ldl -pthread || fail "building with pkg-config --static's flags: $static_flags"
+! readelf -d "$work/sign_host_pc_static" | grep -q 'libkolvari-pkcs7' ||
+  fail "sign_host_pc_static needs the shared plug-in"
 
 # --- each build of the example signs, and OpenSSL accepts the signature
 cd "$work"
@@ -72,7 +80,7 @@ make_signer() {  # name, openssl key options
 make_signer rsa rsa:2048
 make_signer ec ec -pkeyopt ec_paramgen_curve:P-256
 printf 'a document signed by an example host\n' > document.txt
-for host in example/sign_host example/sign_host_static sign_host_pc; do
+for host in example/sign_host example/sign_host_static sign_host_pc sign_host_pc_static; do
   for signer in rsa ec; do
     out=$(basename "$host")-$signer.p7s
     "$work/$host" "$signer.key" "$signer.pem" document.txt "$out" >/dev/null || fail "$host with the $signer signer"

@@ -6,6 +6,8 @@
 #include <iterator>
 #include <sys/wait.h>
 
+#include <gtest/gtest.h>
+
 namespace testutil {
 
 Bytes hex(const std::string& text) {
@@ -32,9 +34,22 @@ void assignHex(CvelString& out, const std::string& text) {
   out.assign(b.data(), static_cast<uint32_t>(b.size()));
 }
 
+CvelString hexString(const std::string& text) {
+  CvelString out;
+  assignHex(out, text);
+  return out;
+}
+
 Bytes toBytes(const CvelString& s) {
   if (s.isEmpty()) return {};
   return Bytes(s.data(), s.data() + s.length());
+}
+
+std::string tlv(const std::string& tag, const std::string& content) {
+  const Bytes bytes = hex(content);
+  EXPECT_LT(bytes.size(), 256u);
+  const std::string length = toHex(Bytes{static_cast<unsigned char>(bytes.size())});
+  return tag + (bytes.size() < 128 ? "" : "81") + length + toHex(bytes);
 }
 
 std::string dataPath(const std::string& name) { return std::string(KOLVARI_TEST_DATA) + "/" + name; }

@@ -32,8 +32,7 @@ TEST(CvelCertificateExtensions, RecordsKeepWhateverTheyHoldAndLookupsCount) {
   CvelCertificateExtensions list;
   CvelCertificateExtension *e = nullptr, *found = nullptr;
   for (const auto& c : cases) {
-    CvelString der;
-    assignHex(der, c.der);
+    CvelString der = hexString(c.der);
     EXPECT_EQ(list.decode(der), c.result) << c.der;  // the same list: each decode starts empty
     std::string records;
     for (uint32_t i = 0; i < list.size() && list.get(i, e) == kCvelOk; ++i)
@@ -42,8 +41,7 @@ TEST(CvelCertificateExtensions, RecordsKeepWhateverTheyHoldAndLookupsCount) {
     EXPECT_EQ(records, c.records) << c.der;
   }
   // Lookups: countById answers with a count, not a result code; an empty slot is reported.
-  CvelString keyUsage;
-  assignHex(keyUsage, "06 03 55 1D 0F");
+  CvelString keyUsage = hexString("06 03 55 1D 0F");
   EXPECT_EQ(list.countById(kOidKeyUsage, &found, 1), 2u);
   EXPECT_EQ(list.findByOid(keyUsage, 1, &e), kCvelOk);
   ASSERT_EQ(found, e);

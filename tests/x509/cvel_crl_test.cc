@@ -5,9 +5,11 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
 #include <string>
+#include <tuple>
 
-#include "support/openssl_text.h"
+#include "base/scratch_dir.h"
 #include "support/test_util.h"
 
 namespace {
@@ -36,11 +38,17 @@ TEST(CvelCRL, MalformedListsAreRefused) {
   }
 }
 
+// A list that cannot get another slot: its add destroys the object and throws, as the managed array's does.
+struct FullCRLs : CvelCRLs {
+  CvelResult add(CvelCRL* crl) override {
+    delete crl;
+    throw std::bad_alloc();
+  }
+};
+
 TEST(CvelCRLs, FindByIssuer) {
-  CvelString first, other, missing;
-  assignHex(first, "300D310B300906035504030C024341");
-  assignHex(other, "300D310B300906035504030C024342");
-  assignHex(missing, "3100");
+  const CvelString first = hexString("300D310B300906035504030C024341"),
+                   other = hexString("300D310B300906035504030C024342"), missing = hexString("3100");
   CvelCRLs list;
   list.add(new CvelCRL());
   ASSERT_EQ(list.findByIssuer(first, CvelCRLs::kCreate, nullptr), kCvelErrBadParameter);
@@ -55,6 +63,9 @@ TEST(CvelCRLs, FindByIssuer) {
   list.add(nullptr);
   EXPECT_EQ(list.findByIssuer(first, 0, &found), kCvelOk);  // met before the empty slot
   EXPECT_EQ(list.findByIssuer(missing, 0, &found), kCvelErrMalformed);
+  FullCRLs full;  // a new CRL that cannot be kept is an allocation failure, not an exception
+  EXPECT_EQ(full.findByIssuer(first, CvelCRLs::kCreate, &found), kCvelErrNullData);
+  EXPECT_EQ(found, nullptr);
 }
 
 TEST(CvelEtsRevocationValues, EncodesBothModesByHand) {
@@ -64,15 +75,17 @@ TEST(CvelEtsRevocationValues, EncodesBothModesByHand) {
   EXPECT_EQ(toHex(out), "3011" "060B2A864886F70D0109100218" "31023000");
   ASSERT_EQ(values.encode(out, CvelEtsRevocationValues::kModeValue), kCvelOk);
   EXPECT_EQ(toHex(out), "31043002" "3000");  // mode 0: one SEQUENCE more
-  CvelString der;
-  assignHex(der, tlv("30", tlv("A2", tlv("30", "3000" "0500" "3100"))));  // [2] holding two SEQUENCEs around NULL
+  // [2] holding two SEQUENCEs around NULL
+  CvelString der = hexString(tlv("30", tlv("A2", tlv("30", "3000" "0500" "3100"))));
   ASSERT_EQ(values.decode(der), kCvelOk);
   ASSERT_EQ(values.otherValues().size(), 1u);  // only SEQUENCEs are values
   ASSERT_EQ(values.encode(out, CvelEtsRevocationValues::kModeValue), kCvelOk);
   EXPECT_EQ(toHex(out), "310A" "3008" "3006" "A204" "3002" "3000");
+  ASSERT_EQ(values.encode(out, 2), kCvelOk);  // any other mode: the value in its SET, nothing more
+  EXPECT_EQ(toHex(out), "3108" "3006" "A204" "3002" "3000");
   CvelString target;  // the same bytes through a sink
   CvelA1OutputString sink(&target);
-  ASSERT_EQ(values.encode(sink, CvelEtsRevocationValues::kModeValue), kCvelOk);
+  ASSERT_EQ(values.encode(sink, 2), kCvelOk);
   EXPECT_EQ(toHex(target), toHex(out));
 }
 
@@ -88,17 +101,21 @@ TEST(CvelEtsRevocationValues, DecodeResults) {
       {tlv("30", tlv("A0", "0500")), 0, 0, 0, 0, "[0] without its SEQUENCE"},
       {"3100", 0, 0, 0, 0, "a SET"}, {"", 0, 0, 0, 0, "nothing"},
   };
+  // Each case from memory and from a DER file.
+  ScratchDir dir;
   for (const auto& c : cases) {
-    CvelString der;
-    assignHex(der, c.der);
-    CvelEtsRevocationValues values;
-    EXPECT_EQ(values.decode(der), c.result) << c.why;
-    EXPECT_EQ(values.crlValues().size(), c.crls) << c.why;
-    EXPECT_EQ(values.ocspValues().size(), c.ocsps) << c.why;
-    EXPECT_EQ(values.otherValues().size(), c.others) << c.why;
-    EXPECT_EQ(values.state(), c.result == kCvelOk ? CvelEtsRevocationValues::kDecoded
-                                                  : CvelEtsRevocationValues::kNotDecoded)
-        << c.why;
+    CvelString der = hexString(c.der);
+    CvelA1File file;
+    ASSERT_EQ(file.open(dir.write("values.der", std::string(der.c_str(), der.length())).c_str()), kCvelOk);
+    for (bool fromFile : {false, true}) {
+      CvelEtsRevocationValues values;
+      EXPECT_EQ(fromFile ? values.decode(file) : values.decode(der), c.result) << c.why;
+      EXPECT_EQ(std::make_tuple(values.crlValues().size(), values.ocspValues().size(), values.otherValues().size()),
+                std::make_tuple(c.crls, c.ocsps, c.others)) << c.why;
+      EXPECT_EQ(values.state(), c.result == kCvelOk ? CvelEtsRevocationValues::kDecoded
+                                                    : CvelEtsRevocationValues::kNotDecoded)
+          << c.why;
+    }
   }
 }
 

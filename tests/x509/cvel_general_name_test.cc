@@ -76,8 +76,7 @@ TEST(CvelGeneralNames, OnlyTheLastNameDecidesTheResult) {
   CvelGeneralNames names;
   CvelGeneralName* name = nullptr;
   for (const auto& c : cases) {
-    CvelString der;
-    assignHex(der, c.der);
+    CvelString der = hexString(c.der);
     EXPECT_EQ(names.parse(der), c.result) << c.der;
     std::string tags;
     for (uint32_t i = 0; i < names.size(); ++i) tags += names.get(i, name) == kCvelOk ? toHex({name->tag()}) : "?";

@@ -5,8 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
-#include "support/openssl_text.h"
 #include "support/test_util.h"
 
 namespace {
@@ -59,7 +59,21 @@ TEST(CvelOCSPResponse, GrammarBranches) {
     EXPECT_EQ(r.parse(der.data(), static_cast<uint32_t>(der.size())), c.result) << c.why;
     EXPECT_EQ(r.certStatusTag(), c.statusTag) << c.why;
     EXPECT_EQ(r.revocationReason(), c.reason) << c.why;
+    // Every parsed response names a type, id-pkix-ocsp-basic when it carries none (an error response too).
+    if (c.result == kCvelOk) {
+      EXPECT_EQ(toHex(r.responseType()), "06092B0601050507300101") << c.why;
+    }
   }
+}
+
+TEST(CvelOCSPResponse, UpdateTimesOfTheFirstSingleResponse) {
+  const std::string next = "180F" "32303234303230313132303030305A";  // 20240201120000Z
+  const Bytes der = hex(basic(kByKey, tlv("30", "3000" "8000" + kTime + tlv("A0", next))));
+  CvelOCSPResponse r;
+  ASSERT_EQ(r.parse(der.data(), static_cast<uint32_t>(der.size())), kCvelOk);
+  // thisUpdate is the whole element, nextUpdate the content of its [0].
+  EXPECT_EQ(std::make_pair(toHex(r.thisUpdate()), toHex(r.nextUpdate())),
+            std::make_pair(toHex(hex(kTime)), toHex(hex(next))));
 }
 
 }  // namespace

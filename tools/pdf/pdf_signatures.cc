@@ -9,6 +9,8 @@
 #include <qpdf/QPDFObjectHandle.hh>
 
 #include "commands.h"
+#include "inspect/ber_element.h"
+#include "inspect/json_output.h"
 
 namespace {
 
@@ -16,23 +18,11 @@ constexpr unsigned char kTagSequence = 0x30;
 constexpr size_t kByteRangeNumbers = 4;
 constexpr int kMaxFieldDepth = 32;
 
-// The length of the DER element at the start of bytes (header included), or 0 when bytes do not begin with a
-// whole SEQUENCE. The rest of /Contents is the placeholder's zero padding.
+// The length of the CMS at the start of /Contents (a SEQUENCE, BER with indefinite lengths allowed), or 0 when
+// bytes do not begin with a whole one. The rest of /Contents is the placeholder's zero padding.
 size_t sequenceLength(const std::string& bytes) {
-  constexpr unsigned char kLongForm = 0x80;
-  constexpr size_t kMaxLengthBytes = 4;
-  if (bytes.size() < 2 || static_cast<unsigned char>(bytes[0]) != kTagSequence) return 0;
-  const unsigned char first = static_cast<unsigned char>(bytes[1]);
-  size_t header = 2;
-  size_t length = first;
-  if (first >= kLongForm) {
-    const size_t count = first & ~kLongForm;
-    if (count == 0 || count > kMaxLengthBytes || bytes.size() < 2 + count) return 0;
-    length = 0;
-    for (size_t i = 0; i < count; ++i) length = (length << 8) | static_cast<unsigned char>(bytes[2 + i]);
-    header += count;
-  }
-  return length <= bytes.size() - header ? header + length : 0;
+  if (bytes.empty() || static_cast<unsigned char>(bytes[0]) != kTagSequence) return 0;
+  return berElementLength(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
 }
 
 std::string textOf(QPDFObjectHandle dictionary, const char* key) {
@@ -55,10 +45,13 @@ PdfSignatureEntry entryOf(const std::string& fieldName, QPDFObjectHandle signatu
   e.coversWholeFile = r.size() == kByteRangeNumbers && r[0] == 0 && r[1] >= 0 && r[2] > r[1] && r[3] >= 0 &&
                       static_cast<unsigned long long>(r[2]) + static_cast<unsigned long long>(r[3]) == fileSize;
   QPDFObjectHandle contents = signature.getKey("/Contents");
-  if (contents.isString()) {
-    const std::string bytes = contents.getStringValue();
-    e.cms.assign(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(sequenceLength(bytes)));
+  if (!contents.isString()) {
+    e.problem = "the signature dictionary has no /Contents string";
+    return e;
   }
+  const std::string bytes = contents.getStringValue();
+  e.cms.assign(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(sequenceLength(bytes)));
+  if (e.cms.empty()) e.problem = "/Contents does not begin with a whole DER or BER SEQUENCE";
   return e;
 }
 
@@ -79,6 +72,18 @@ void collect(QPDFObjectHandle fields, const std::string& prefix, int depth, size
   }
 }
 
+// The first common name of the certificate's subject as UTF-8, whatever string type holds it; else empty.
+std::string commonNameUtf8(X509* certificate) {
+  X509_NAME* subject = X509_get_subject_name(certificate);
+  const int at = X509_NAME_get_index_by_NID(subject, NID_commonName, -1);
+  if (at < 0) return "";
+  unsigned char* utf8 = nullptr;
+  const int n = ASN1_STRING_to_UTF8(&utf8, X509_NAME_ENTRY_get_data(X509_NAME_get_entry(subject, at)));
+  std::string name = n > 0 ? std::string(reinterpret_cast<const char*>(utf8), static_cast<size_t>(n)) : "";
+  OPENSSL_free(utf8);
+  return name;
+}
+
 // The signer's common name as the CMS's own certificates give it, else empty.
 std::string signerOf(const Bytes& cms) {
   const unsigned char* p = cms.data();
@@ -86,13 +91,7 @@ std::string signerOf(const Bytes& cms) {
   if (p7 == nullptr) return "";
   std::string name;
   STACK_OF(X509)* signers = PKCS7_get0_signers(p7, nullptr, 0);
-  if (signers != nullptr && sk_X509_num(signers) > 0) {
-    char text[256] = {};
-    if (X509_NAME_get_text_by_NID(X509_get_subject_name(sk_X509_value(signers, 0)), NID_commonName, text,
-                                  sizeof text) >= 0) {
-      name = text;
-    }
-  }
+  if (signers != nullptr && sk_X509_num(signers) > 0) name = commonNameUtf8(sk_X509_value(signers, 0));
   sk_X509_free(signers);
   PKCS7_free(p7);
   return name;
@@ -141,16 +140,22 @@ int inspectPdf(const std::string& path, bool json, const CmsDecoder& decodeCms) 
     for (long long n : e.byteRange) range.push(InspectValue::number(n));
     s.set("coversWholeFile", InspectValue::boolean(e.coversWholeFile));
     InspectValue cms;
-    if (!decodeCms(e.cms, cms)) {
-      allDecoded = false;
-      cms = InspectValue();
+    std::string problem = e.problem;
+    if (problem.empty() && !decodeCms(e.cms, cms)) {
+      problem = "the library cannot decode the CMS in /Contents as a SignedData";
     }
+    if (problem.empty() && signer.empty()) problem = "no certificate in the CMS matches its first signer";
+    if (!problem.empty()) {
+      std::fprintf(stderr, "kolvari inspect: %s: signature field %s: %s\n", path.c_str(), e.fieldName.c_str(),
+                   problem.c_str());
+    }
+    allDecoded = allDecoded && cms.kind() != InspectValue::kNull;
     s.set("cms", cms);
+    s.set("problem", problem.empty() ? InspectValue() : InspectValue::text(problem));
   }
   std::string text;
   if (json) {
-    value.printJson(text, 0);
-    text += "\n";
+    text = jsonDocument(value.toJson());
   } else {
     value.printText(text, 0);
   }

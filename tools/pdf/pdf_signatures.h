@@ -17,7 +17,8 @@ struct PdfSignatureEntry {
   std::string subFilter;
   std::vector<long long> byteRange;
   bool coversWholeFile = false;  // [0 a b c] with a < b and b + c the file's length
-  Bytes cms;                     // /Contents up to the end of its DER element (the padding left out)
+  Bytes cms;                     // /Contents up to the end of its DER or BER element (the padding left out)
+  std::string problem;           // why cms is empty, when it is
 };
 
 // The signature fields of a PDF, in the order of /AcroForm /Fields; false with a message when the file

@@ -11,6 +11,8 @@
 #include <qpdf/QPDFExc.hh>
 #include <qpdf/QPDFObjectHandle.hh>
 
+#include "pdf/pdf_appearance.h"
+
 namespace {
 
 constexpr char kPdfHeader[] = "%PDF-";
@@ -48,25 +50,6 @@ std::string numberText(double value) {
 // A text string for a dictionary value, in PDFDocEncoding or UTF-16BE as the text needs.
 std::string textString(const std::string& utf8) { return QPDFObjectHandle::newUnicodeString(utf8).unparse(); }
 
-// A literal string for a content stream shown in Helvetica with WinAnsiEncoding: printable ASCII kept, the
-// delimiters escaped, anything else shown as '?'.
-std::string contentString(const std::string& text) {
-  constexpr unsigned char kFirstPrintable = 0x20;
-  constexpr unsigned char kLastPrintable = 0x7E;
-  std::string out = "(";
-  for (unsigned char c : text) {
-    if (c == '(' || c == ')' || c == '\\') {
-      out.push_back('\\');
-      out.push_back(static_cast<char>(c));
-    } else if (c >= kFirstPrintable && c <= kLastPrintable) {
-      out.push_back(static_cast<char>(c));
-    } else {
-      out.push_back('?');
-    }
-  }
-  return out + ")";
-}
-
 std::string reference(const QPDFObjGen& og) {
   return std::to_string(og.getObj()) + " " + std::to_string(og.getGen()) + " R";
 }
@@ -95,28 +78,80 @@ bool topLevelFieldNames(QPDFObjectHandle fields, std::set<std::string>& names) {
   return true;
 }
 
+// The top-level field whose /T is name; an uninitialised handle when there is none.
+QPDFObjectHandle findTopLevelField(QPDFObjectHandle fields, const std::string& name) {
+  if (!fields.isArray()) return QPDFObjectHandle();
+  for (QPDFObjectHandle field : fields.getArrayAsVector()) {
+    QPDFObjectHandle title = field.getKey("/T");
+    if (title.isString() && title.getUTF8Value() == name) return field;
+  }
+  return QPDFObjectHandle();
+}
+
+// An existing field takes the signature when it is an empty signature field that the update can rewrite: /FT
+// /Sig (a top-level field inherits it from no one), no /V yet, an object of its own, and /Kids, when
+// present, only widgets (no child fields with names of their own).
+bool canFillField(QPDFObjectHandle field, const std::string& name, std::string& error) {
+  if (!field.isDictionary()) {
+    error = "the field " + name + " is not a dictionary";
+    return false;
+  }
+  QPDFObjectHandle type = field.getKey("/FT");
+  if (!type.isNameAndEquals("/Sig")) {
+    error = "the field " + name + " is not a signature field (/FT " + (type.isName() ? type.getName() : "missing") +
+            ")";
+    return false;
+  }
+  if (!field.getKey("/V").isNull()) {
+    error = "the field " + name + " is already signed";
+    return false;
+  }
+  if (!field.isIndirect()) {
+    error = "the field " + name + " is not an object of its own, so it cannot be rewritten";
+    return false;
+  }
+  QPDFObjectHandle kids = field.getKey("/Kids");
+  if (kids.isArray()) {
+    for (QPDFObjectHandle kid : kids.getArrayAsVector()) {
+      if (!kid.isDictionary() || kid.hasKey("/T")) {
+        error = "the field " + name + " has fields under it, not only widgets";
+        return false;
+      }
+      if (kid.hasKey("/V")) {
+        error = "the field " + name + " is already signed";
+        return false;
+      }
+    }
+  }
+  return true;
+}
+
+// The field dictionary with /V naming the signature. Written into the text: qpdf drops a key whose value is an
+// object that the file does not hold yet. unparseResolved gives "<< ... >>" for a dictionary.
+std::string withValue(QPDFObjectHandle field, const QPDFObjGen& signature) {
+  std::string body = field.unparseResolved();
+  const std::string close = ">>";
+  body.insert(body.size() - close.size(), "/V " + reference(signature) + " ");
+  return body;
+}
+
+// The field and each of its widgets under /Kids take /V. The value belongs to the field and the widgets would
+// inherit it; poppler (pdfsig, Okular) reads a signature's value from the widget only, and without the
+// entry there shows the field as unsigned. Widgets written inline in /Kids have no number to rewrite.
+void setValue(QPDFObjectHandle field, const QPDFObjGen& signature, UpdateObjects& objects) {
+  objects[field.getObjGen().getObj()] = {field.getObjGen().getGen(), withValue(field, signature)};
+  QPDFObjectHandle kids = field.getKey("/Kids");
+  if (!kids.isArray()) return;
+  for (QPDFObjectHandle kid : kids.getArrayAsVector()) {
+    if (kid.isIndirect()) objects[kid.getObjGen().getObj()] = {kid.getObjGen().getGen(), withValue(kid, signature)};
+  }
+}
+
 std::string freeFieldName(const std::set<std::string>& taken) {
   for (int n = 1;; ++n) {
     std::string name = "Signature" + std::to_string(n);
     if (taken.count(name) == 0) return name;
   }
-}
-
-// The appearance of a visible widget: a pale box with a border and two lines of text.
-std::string appearanceContent(const PdfSignatureFields& f) {
-  constexpr double kMaxFontSize = 10;
-  constexpr double kMargin = 4;
-  const double w = f.box.width;
-  const double h = f.box.height;
-  const double size = std::max(1.0, std::min(kMaxFontSize, (h - 2 * kMargin) / 2.5));
-  std::string s;
-  s += "q 0.93 0.95 1 rg 0 0 " + numberText(w) + " " + numberText(h) + " re f Q\n";
-  s += "q 0.1 0.2 0.5 RG 1 w 0.5 0.5 " + numberText(w - 1) + " " + numberText(h - 1) + " re S Q\n";
-  s += "BT 0 0 0 rg /F1 " + numberText(size) + " Tf " + numberText(kMargin) + " " +
-       numberText(h - kMargin - size) + " Td\n";
-  s += contentString("Digitally signed by " + f.shownSigner) + " Tj\n";
-  s += "0 " + numberText(-1.3 * size) + " Td " + contentString("Date: " + f.shownTime) + " Tj\nET\n";
-  return s;
 }
 
 struct Reading {
@@ -187,14 +222,17 @@ void addToAnnots(const Reading& r, QPDFObjectHandle widgetRef, UpdateObjects& ob
   rewrite(objects, page);
 }
 
-// Adds the field to /AcroForm /Fields and sets /SigFlags 3; an existing form keeps its fields and entries.
+// Adds the field to /AcroForm /Fields (unless fieldRef is uninitialised: a field the form lists already) and
+// sets /SigFlags 3; an existing form keeps its fields and entries.
 void addToForm(const Reading& r, QPDFObjectHandle fieldRef, UpdateObjects& objects) {
   QPDFObjectHandle root = r.root;
   QPDFObjectHandle form = root.getKey("/AcroForm");
   const bool formIndirect = form.isDictionary() && form.isIndirect();
   if (!form.isDictionary()) form = QPDFObjectHandle::newDictionary();
   QPDFObjectHandle fields = form.getKey("/Fields");
-  if (fields.isArray() && fields.isIndirect()) {
+  if (!fieldRef.isInitialized()) {
+    // Listed already.
+  } else if (fields.isArray() && fields.isIndirect()) {
     fields.appendItem(fieldRef);
     rewrite(objects, fields);
   } else {
@@ -240,15 +278,6 @@ std::string widgetDictionary(const PdfSignatureFields& f, const std::string& fie
                   reference(page);
   if (appearance > 0) d += " /AP << /N " + std::to_string(appearance) + " 0 R >>";
   return d + " >>";
-}
-
-std::string appearanceStream(const PdfSignatureFields& f) {
-  const std::string content = appearanceContent(f);
-  return "<< /Type /XObject /Subtype /Form /BBox [0 0 " + numberText(f.box.width) + " " +
-         numberText(f.box.height) +
-         "] /Resources << /Font << /F1 << /Type /Font /Subtype /Type1 /BaseFont /Helvetica"
-         " /Encoding /WinAnsiEncoding >> >> >> /Length " +
-         std::to_string(content.size()) + " >>\nstream\n" + content + "endstream";
 }
 
 // The trailer entries an update carries over: /Root, /Info and /ID.
@@ -365,6 +394,30 @@ size_t findText(const Bytes& data, const std::string& text, size_t from) {
   return at == data.end() ? std::string::npos : static_cast<size_t>(at - data.begin());
 }
 
+// A new signature field with its widget on the page (and its appearance when visible), listed in the form.
+void addNewField(QPDF& pdf, const Reading& r, const PdfSignatureFields& fields, size_t contentsCapacity,
+                 const std::string& fieldName, UpdateObjects& objects, int& signatureNumber, int& size) {
+  int next = r.nextNumber;
+  const int signature = next++;
+  signatureNumber = signature;
+  const int widget = next++;
+  const int appearance = fields.visible ? next : 0;
+  const std::vector<std::string> appearanceObjects =
+      fields.visible ? pdfAppearanceObjects(fields, appearance) : std::vector<std::string>();
+  next += static_cast<int>(appearanceObjects.size());
+  // Handles that stand for the new objects, so that qpdf writes references to them in rewritten objects.
+  QPDFObjectHandle widgetRef = pdf.getObject(widget, 0);
+  addToAnnots(r, widgetRef, objects);
+  addToForm(r, widgetRef, objects);
+  objects[signature] = {0, signatureDictionary(fields, contentsCapacity)};
+  objects[widget] = {0, widgetDictionary(fields, fieldName, r.page.getObjGen(), QPDFObjGen(signature, 0),
+                                         appearance)};
+  for (size_t i = 0; i < appearanceObjects.size(); ++i) {
+    objects[appearance + static_cast<int>(i)] = {0, appearanceObjects[i]};
+  }
+  size = next;
+}
+
 }  // namespace
 
 bool findLastCrossReference(const Bytes& data, size_t& offset, bool& isTable) {
@@ -389,6 +442,18 @@ bool findLastCrossReference(const Bytes& data, size_t& offset, bool& isTable) {
     }
   }
   return false;
+}
+
+bool checkPdfFieldName(const std::string& name, std::string& error) {
+  if (name.empty()) {
+    error = "a field name cannot be empty";
+    return false;
+  }
+  if (name.find('.') != std::string::npos) {
+    error = "a field name cannot hold a period: it joins the names of nested fields";
+    return false;
+  }
+  return true;
 }
 
 bool preparePdfUpdate(const Bytes& input, const PdfSignatureFields& fields, size_t contentsCapacity,
@@ -423,27 +488,26 @@ bool preparePdfUpdate(const Bytes& input, const PdfSignatureFields& fields, size
       error = "the PDF's form lists a field that cannot be read";
       return false;
     }
+    if (!fields.fieldName.empty() && !checkPdfFieldName(fields.fieldName, error)) return false;
     out.fieldName = fields.fieldName.empty() ? freeFieldName(taken) : fields.fieldName;
     if (taken.count(out.fieldName) != 0) {
-      error = "the PDF already has a field named " + out.fieldName;
-      return false;
+      QPDFObjectHandle existing = findTopLevelField(r.root.getKey("/AcroForm").getKey("/Fields"), out.fieldName);
+      if (!canFillField(existing, out.fieldName, error)) return false;
+      if (fields.visible) {
+        error = "--visible: the field " + out.fieldName + " has its own widget; sign into it without --visible";
+        return false;
+      }
+      signatureNumber = r.nextNumber;
+      size = signatureNumber + 1;
+      // The field keeps its number, its widgets and their pages; only its value is new.
+      setValue(existing, QPDFObjGen(signatureNumber, 0), objects);
+      addToForm(r, QPDFObjectHandle(), objects);
+      objects[signatureNumber] = {0, signatureDictionary(fields, contentsCapacity)};
+      trailerEntries = carriedTrailerEntries(r.trailer);
+    } else {
+      addNewField(pdf, r, fields, contentsCapacity, out.fieldName, objects, signatureNumber, size);
+      trailerEntries = carriedTrailerEntries(r.trailer);
     }
-
-    int next = r.nextNumber;
-    const int signature = next++;
-    signatureNumber = signature;
-    const int widget = next++;
-    const int appearance = fields.visible ? next++ : 0;
-    // Handles that stand for the new objects, so that qpdf writes references to them in rewritten objects.
-    QPDFObjectHandle widgetRef = pdf.getObject(widget, 0);
-    addToAnnots(r, widgetRef, objects);
-    addToForm(r, widgetRef, objects);
-    objects[signature] = {0, signatureDictionary(fields, contentsCapacity)};
-    objects[widget] = {0, widgetDictionary(fields, out.fieldName, r.page.getObjGen(), QPDFObjGen(signature, 0),
-                                           appearance)};
-    if (appearance > 0) objects[appearance] = {0, appearanceStream(fields)};
-    size = next;
-    trailerEntries = carriedTrailerEntries(r.trailer);
   } catch (const QPDFExc& e) {
     error = e.getErrorCode() == qpdf_e_password ? kEncrypted : std::string("cannot read the PDF: ") + e.what();
     return false;

@@ -6,9 +6,12 @@
 #define KOLVARI_TOOLS_PDF_PDF_UPDATE_H
 
 #include <cstddef>
+#include <memory>
 #include <string>
 
 #include "host_crypto.h"
+
+class TrueTypeFont;
 
 // Where the widget shows on its page, in default user space units; PAGE counts from 1.
 struct PdfVisibleBox {
@@ -21,7 +24,9 @@ struct PdfVisibleBox {
 
 // What the signature dictionary and the field say. Empty texts are left out of the dictionary.
 struct PdfSignatureFields {
-  std::string fieldName;  // empty: the first free "SignatureN"
+  // Empty: a new field, the first free "SignatureN". A name the form has already must be an empty top-level
+  // signature field: it takes the signature as its value and keeps its widgets (--visible is refused then).
+  std::string fieldName;
   std::string reason;
   std::string location;
   std::string contactInfo;
@@ -31,6 +36,9 @@ struct PdfSignatureFields {
   PdfVisibleBox box;
   std::string shownSigner;  // the appearance's lines, for a visible widget
   std::string shownTime;
+  // With a font the appearance draws its lines in it, embedded whole (pdf/pdf_appearance.h); without,
+  // in the standard Helvetica.
+  std::shared_ptr<const TrueTypeFont> font;
 };
 
 // The input with the update appended and the /Contents placeholder still zeros.
@@ -40,6 +48,10 @@ struct PdfPreparedUpdate {
   size_t contentsEnd = 0;    // the offset just after '>'
   std::string fieldName;     // the name the field was given
 };
+
+// Whether name can be given to a signature field: not empty, and no period (which joins the names of
+// nested fields); false with the reason.
+bool checkPdfFieldName(const std::string& name, std::string& error);
 
 // Reads input with libqpdf and appends the update, with room for a CMS of up to contentsCapacity bytes.
 // Encrypted files and files whose cross-reference data cannot be read as they are get false and a message.

@@ -1,54 +1,48 @@
 #include "services/sign_services.h"
 
-#include <cstdlib>
+#include <string>
 
-const char kSignServicesUsage[] =
-    "                    [--tsa URL [--tsa-digest sha256|sha384|sha512] [--tsa-timeout SECONDS]]\n"
-    "                    [--ocsp-response FILE]... [--revocation-crl FILE]... [--fetch-revocation]\n"
-    "                    [--allow-revoked]\n";
+#include "cli/validators.h"
 
-namespace {
-
-constexpr long kMaxTimeoutSeconds = 600;
-
-// Whole seconds from 1 to kMaxTimeoutSeconds.
-bool parseSeconds(const std::string& text, long& out) {
-  if (text.empty() || text.size() > 3) return false;
-  for (char c : text) {
-    if (c < '0' || c > '9') return false;
-  }
-  out = std::strtol(text.c_str(), nullptr, 10);
-  return out >= 1 && out <= kMaxTimeoutSeconds;
+void addTimeStampOptions(CLI::App& app, SignServices& out) {
+  const std::string group = "time stamp";
+  addValue(app, "--tsa", out.tsa.url, "URL",
+           "add an RFC 3161 time-stamp token over the signature value, asked of the time-stamp authority at URL "
+           "(HTTP POST, a random nonce, certReq)")
+      ->group(group);
+  addValue(app, "--tsa-digest", out.tsa.digest, "NAME",
+           "the hash of the signature value the token covers: sha256 (default), sha384, sha512")
+      ->check(digestName())
+      ->group(group);
+  // One limit for every HTTP exchange of the run: the time stamp and the revocation fetches.
+  app.add_option_function<std::string>(
+         "--tsa-timeout",
+         [&out](const std::string& v) { out.tsa.timeoutSeconds = out.revocation.timeoutSeconds = std::stol(v); },
+         "time limit of each HTTP exchange, time stamp and revocation fetches (default 10)")
+      ->option_text("SECONDS")
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
+      ->check(timeoutSeconds())
+      ->group(group);
 }
 
-}  // namespace
-
-int parseSignServiceOption(const Arguments& args, size_t& i, SignServices& out) {
-  const std::string& a = args[i];
-  const bool flag = a == "--fetch-revocation" || a == "--allow-revoked";
-  const bool valued = a == "--tsa" || a == "--tsa-digest" || a == "--tsa-timeout" || a == "--ocsp-response" ||
-                      a == "--revocation-crl";
-  if (!flag && !valued) return 0;
-  if (a == "--fetch-revocation") out.revocation.fetch = true;
-  if (a == "--allow-revoked") out.revocation.allowRevoked = true;
-  if (flag) return 1;
-  if (i + 1 >= args.size()) return -1;
-  const std::string& v = args[++i];
-  if (a == "--tsa") {
-    out.tsa.url = v;
-  } else if (a == "--tsa-digest") {
-    if (findDigest(v) == nullptr) return -1;
-    out.tsa.digest = v;
-  } else if (a == "--tsa-timeout") {
-    // One limit for every HTTP exchange of the run: the time stamp and the revocation fetches.
-    if (!parseSeconds(v, out.tsa.timeoutSeconds)) return -1;
-    out.revocation.timeoutSeconds = out.tsa.timeoutSeconds;
-  } else if (a == "--ocsp-response") {
-    out.revocation.ocspResponseFiles.push_back(v);
-  } else {
-    out.revocation.crlFiles.push_back(v);
-  }
-  return 1;
+void addRevocationOptions(CLI::App& app, SignServices& out) {
+  const std::string group = "long-term validation data";
+  addList(app, "--ocsp-response", out.revocation.ocspResponseFiles, "FILE",
+          "an OCSP response (DER) for the signer certificate, kept in the revocation values (repeatable)")
+      ->group(group);
+  addList(app, "--revocation-crl", out.revocation.crlFiles, "FILE",
+          "a CRL (PEM or DER) for the signer certificate, kept in the revocation values (repeatable; --crl only "
+          "puts CRLs into the SignedData)")
+      ->group(group);
+  addFlag(app, "--fetch-revocation", out.revocation.fetch,
+          "ask the OCSP responder of the signer certificate's Authority Information Access, or failing that its "
+          "CRL distribution point, and keep the answer")
+      ->group(group);
+  addFlag(app, "--allow-revoked", out.revocation.allowRevoked,
+          "sign even when a source says the signer certificate is revoked. With any of these options the "
+          "certificate values (the signer certificate and the others given) and the revocation values are added "
+          "as unsigned attributes")
+      ->group(group);
 }
 
 AfterSignature signServicesHook(const SignServices& services, const std::vector<Bytes>& certificates) {

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "commands.h"
+#include "cli/command_line.h"
 #include "services/revocation_client.h"
 #include "services/tsa_client.h"
 #include "signing/signature_builder.h"
@@ -18,12 +18,10 @@ struct SignServices {
   RevocationOptions revocation;
 };
 
-// The usage lines of these options.
-extern const char kSignServicesUsage[];
-
-// Reads the option at args[i] (advancing i past its value): 1 when it was one of these options, 0 when it is
-// not, -1 when its value is missing or bad.
-int parseSignServiceOption(const Arguments& args, size_t& i, SignServices& out);
+// The time-stamp options (--tsa, --tsa-digest, --tsa-timeout) and the long-term validation options
+// (--ocsp-response, --revocation-crl, --fetch-revocation, --allow-revoked), declared on a command's options.
+void addTimeStampOptions(CLI::App& app, SignServices& out);
+void addRevocationOptions(CLI::App& app, SignServices& out);
 
 // The hook that adds what was asked for, or an empty hook when nothing was. certificates are the ones the
 // signature carries; they make up the certificate values beside the signer certificate.

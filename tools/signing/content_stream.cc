@@ -118,36 +118,25 @@ bool findEnclosing(const Bytes& der, std::array<Header, kEnclosing>& h) {
 
 }  // namespace
 
-ContentFile::~ContentFile() {
-  if (fd_ >= 0) close(fd_);
-}
-
 bool ContentFile::open(const std::string& path, std::string& error) {
   path_ = path;
-  fd_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd_ < 0 || fstat(fd_, &opened_) != 0) {
-    error = "cannot read " + path + ": " + std::strerror(errno);
-    return false;
-  }
-  if (S_ISDIR(opened_.st_mode)) {
-    error = "cannot read " + path + ": it is a directory";
+  if (!file_.open(path, error)) return false;
+  if (fstat(file_.descriptor(), &opened_) != 0) {
+    error = path + ": " + std::strerror(errno);
     return false;
   }
   regular_ = S_ISREG(opened_.st_mode);
   // Read from start to end: the kernel may read further ahead.
-  if (regular_) posix_fadvise(fd_, 0, 0, POSIX_FADV_SEQUENTIAL);
+  if (regular_) posix_fadvise(file_.descriptor(), 0, 0, POSIX_FADV_SEQUENTIAL);
   buffer_.resize(kContentReadBuffer);
   return true;
 }
 
 // Fills the buffer as far as one read gives; got is 0 at the end of the file.
 bool ContentFile::readChunk(size_t& got, std::string& error) {
-  ssize_t n = 0;
-  do {
-    n = read(fd_, buffer_.data(), buffer_.size());
-  } while (n < 0 && errno == EINTR);
+  const long n = file_.read(buffer_.data(), buffer_.size());
   if (n < 0) {
-    error = "cannot read " + path_ + ": " + std::strerror(errno);
+    error = path_ + ": " + std::strerror(errno);
     return false;
   }
   got = static_cast<size_t>(n);
@@ -157,7 +146,7 @@ bool ContentFile::readChunk(size_t& got, std::string& error) {
 bool ContentFile::unchangedSince(const struct stat& before, std::string& error) const {
   struct stat now;
   if (!regular_) return true;
-  if (fstat(fd_, &now) == 0 && now.st_size == before.st_size && static_cast<uint64_t>(now.st_size) == size_ &&
+  if (fstat(file_.descriptor(), &now) == 0 && now.st_size == before.st_size && static_cast<uint64_t>(now.st_size) == size_ &&
       sameTime(now.st_mtim, before.st_mtim) && sameTime(now.st_ctim, before.st_ctim)) {
     return true;
   }
@@ -207,7 +196,7 @@ bool ContentFile::copyInKernel(int to, uint64_t& left, std::string& error) {
   loff_t from = 0;
   while (left > 0) {
     const size_t chunk = left < kMaxKernelCopy ? static_cast<size_t>(left) : kMaxKernelCopy;
-    const ssize_t n = copy_file_range(fd_, &from, to, nullptr, chunk, 0);
+    const ssize_t n = copy_file_range(file_.descriptor(), &from, to, nullptr, chunk, 0);
     if (n < 0 && errno == EINTR) continue;
     if (n < 0 && from == 0 && kernelCannotCopy(errno)) return true;
     if (n < 0) return false;  // a write error: the caller names the output
@@ -221,7 +210,7 @@ bool ContentFile::copyInKernel(int to, uint64_t& left, std::string& error) {
 }
 
 bool ContentFile::copyTo(ByteSink& sink, std::string& error) {
-  if (!regular_ || lseek(fd_, 0, SEEK_SET) != 0) {
+  if (!regular_ || lseek(file_.descriptor(), 0, SEEK_SET) != 0) {
     error = "cannot read " + path_ + " a second time";
     return false;
   }

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "host_crypto.h"
+#include "io/input_file.h"
 #include "signing/byte_sink.h"
 
 // Bytes read from the input at a time.
@@ -22,11 +23,10 @@ class ContentFile {
   ContentFile() = default;
   ContentFile(const ContentFile&) = delete;
   ContentFile& operator=(const ContentFile&) = delete;
-  ~ContentFile();
 
-  // Opens path for reading; false with a message naming it.
+  // Opens path as every input opens (io/input_file.h); false with a message naming it.
   bool open(const std::string& path, std::string& error);
-  // A plain file, which can be read a second time; a pipe or a device is read once.
+  // A plain file, which can be read a second time; a pipe is read once.
   bool rereadable() const { return regular_; }
   // The digest of the whole content; its length is size() afterwards.
   bool digest(const DigestChoice& digest, Bytes& out, std::string& error);
@@ -42,7 +42,7 @@ class ContentFile {
   bool readChunk(size_t& got, std::string& error);
   bool copyInKernel(int to, uint64_t& left, std::string& error);
 
-  int fd_ = -1;
+  InputFile file_;
   std::string path_;
   bool regular_ = false;
   uint64_t size_ = 0;

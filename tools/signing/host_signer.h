@@ -7,6 +7,10 @@
 
 #include "host_crypto.h"
 
+// Whether a signer's key is the private half of a certificate's public key. kUnknown: the signer cannot tell
+// from what it can read (the caller then checks a trial signature instead).
+enum class KeyMatch { kSame, kDifferent, kUnknown };
+
 class HostSigner {
  public:
   virtual ~HostSigner() = default;
@@ -14,6 +18,8 @@ class HostSigner {
   virtual const char* signatureOid(const DigestChoice& digest) const = 0;
   // Signs data (hashing it with digest): PKCS #1 v1.5 for RSA, a DER ECDSA-Sig-Value for EC keys.
   virtual bool sign(const DigestChoice& digest, const Bytes& data, Bytes& signature, std::string& error) = 0;
+  // Compares the key with publicKey (a certificate's) without signing anything.
+  virtual KeyMatch matches(EVP_PKEY* /*publicKey*/) { return KeyMatch::kUnknown; }
 };
 
 // A private key read from a file and used with OpenSSL in this process.
@@ -23,6 +29,9 @@ class KeyFileSigner : public HostSigner {
   const char* signatureOid(const DigestChoice& digest) const override { return signatureOidFor(key_.get(), digest); }
   bool sign(const DigestChoice& digest, const Bytes& data, Bytes& signature, std::string& error) override {
     return signBytes(key_.get(), digest, data, signature, error);
+  }
+  KeyMatch matches(EVP_PKEY* publicKey) override {
+    return EVP_PKEY_eq(key_.get(), publicKey) == 1 ? KeyMatch::kSame : KeyMatch::kDifferent;
   }
 
  private:

@@ -5,11 +5,52 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 
 namespace {
+
+// What a signal handler may read: fixed buffers, each valid while its length is not zero.
+char gTemporary[PATH_MAX];
+volatile sig_atomic_t gTemporaryLength = 0;
+constexpr size_t kNoteCapacity = 1024;
+char gNote[kNoteCapacity];
+volatile sig_atomic_t gNoteLength = 0;
+constexpr int kInterruptSignals[] = {SIGINT, SIGTERM, SIGHUP};
+
+void onInterrupt(int signal) {
+  if (gTemporaryLength > 0) unlink(gTemporary);
+  if (gNoteLength > 0) {
+    const ssize_t ignored = write(STDERR_FILENO, gNote, static_cast<size_t>(gNoteLength));
+    static_cast<void>(ignored);
+  }
+  std::signal(signal, SIG_DFL);
+  raise(signal);
+}
+
+void installInterruptHandlers() {
+  static bool installed = false;
+  if (installed) return;
+  installed = true;
+  struct sigaction action {};
+  action.sa_handler = onInterrupt;
+  sigemptyset(&action.sa_mask);
+  for (int s : kInterruptSignals) sigaddset(&action.sa_mask, s);
+  for (int s : kInterruptSignals) sigaction(s, &action, nullptr);
+}
+
+// The temporary file a signal removes; an empty path for none.
+void setTemporary(const std::string& path) {
+  gTemporaryLength = 0;
+  if (path.empty() || path.size() >= sizeof gTemporary) return;
+  installInterruptHandlers();
+  std::memcpy(gTemporary, path.c_str(), path.size() + 1);
+  gTemporaryLength = static_cast<sig_atomic_t>(path.size());
+}
 
 constexpr mode_t kCreateMode = 0666;  // less the umask, as any created file
 constexpr int kNameAttempts = 100;   // names left behind by an earlier process of the same id
@@ -59,12 +100,14 @@ bool writeFileThrough(const std::string& path, bool replace, const FileFiller& f
     error = "cannot write " + path + ": " + std::strerror(errno);
     return false;
   }
+  setTemporary(temporary);
   std::string fillError;
   const bool filled = fill(fd, fillError);
   const int fillErrno = errno;
   const bool written = close(fd) == 0 && filled;
   if (!filled) {
     unlink(temporary.c_str());
+    setTemporary(std::string());
     error = !fillError.empty() ? fillError : "cannot write " + path + ": " + std::strerror(fillErrno);
     return false;
   }
@@ -81,10 +124,49 @@ bool writeFileThrough(const std::string& path, bool replace, const FileFiller& f
   if (!placed) {
     const int why = errno;
     unlink(temporary.c_str());
+    setTemporary(std::string());
     error = why == EEXIST ? path + " exists (--force replaces it)" : "cannot write " + path + ": " + std::strerror(why);
     return false;
   }
+  setTemporary(std::string());
   return true;
+}
+
+bool checkOutput(const std::string& path, const std::string& input, bool replace, std::string& error) {
+  struct stat out;
+  if (stat(path.c_str(), &out) != 0) return true;  // nothing there yet (or not reachable: the write says why)
+  struct stat in;
+  if (!input.empty() && stat(input.c_str(), &in) == 0 && in.st_dev == out.st_dev && in.st_ino == out.st_ino) {
+    error = path + " is the input " + input + " itself";
+    return false;
+  }
+  if (S_ISDIR(out.st_mode)) {
+    error = path + ": is a directory";
+    return false;
+  }
+  if (S_ISREG(out.st_mode) && !replace) {
+    error = path + " exists (--force replaces it)";
+    return false;
+  }
+  return true;
+}
+
+bool writeOutputFile(const std::string& path, const std::string& input, const void* bytes, size_t size,
+                     bool replace, std::string& error) {
+  return checkOutput(path, input, replace, error) && writeWholeFile(path, bytes, size, replace, error);
+}
+
+bool writeOutputFile(const std::string& path, const std::string& input, const FileFiller& fill, bool replace,
+                     std::string& error) {
+  return checkOutput(path, input, replace, error) && writeFileThrough(path, replace, fill, error);
+}
+
+void setInterruptNote(const std::string& note) {
+  installInterruptHandlers();
+  gNoteLength = 0;
+  const size_t length = std::min(note.size(), kNoteCapacity);
+  std::memcpy(gNote, note.data(), length);
+  gNoteLength = static_cast<sig_atomic_t>(length);
 }
 
 ProgressLine::ProgressLine(size_t total, bool shown)

@@ -19,6 +19,22 @@ using FileFiller = std::function<bool(int fd, std::string& error)>;
 // passes through without being held whole.
 bool writeFileThrough(const std::string& path, bool replace, const FileFiller& fill, std::string& error);
 
+// The rule of every output the tool writes: an existing path is refused unless replace (--force), and the
+// input itself (the same device and inode) in any case, as is a directory. False with a one-line message.
+bool checkOutput(const std::string& path, const std::string& input, bool replace, std::string& error);
+
+// checkOutput, then writeWholeFile.
+bool writeOutputFile(const std::string& path, const std::string& input, const void* bytes, size_t size,
+                     bool replace, std::string& error);
+
+// checkOutput, then writeFileThrough.
+bool writeOutputFile(const std::string& path, const std::string& input, const FileFiller& fill, bool replace,
+                     std::string& error);
+
+// What to print when a signal (SIGINT, SIGTERM, SIGHUP) ends the process. Whether or not a note is set, the
+// temporary file being written is removed first, and the process then ends by the signal.
+void setInterruptNote(const std::string& note);
+
 // "done/total  N sig/s  Ms left", redrawn in place on standard error (a terminal) at most a few times a second.
 class ProgressLine {
  public:

@@ -4,7 +4,9 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <openssl/asn1.h>
 #include <openssl/bn.h>
+#include <openssl/core_names.h>
 #include <openssl/ecdsa.h>
 
 #include <cstdio>
@@ -135,6 +137,33 @@ bool ecdsaSigValue(const Bytes& raw, Bytes& out) {
   return n > 0;
 }
 
+// Whether the big-endian integer bytes equal the key's BIGNUM parameter name.
+bool sameNumber(EVP_PKEY* key, const char* name, const Bytes& bytes) {
+  BIGNUM* own = nullptr;
+  BIGNUM* other = BN_bin2bn(bytes.data(), static_cast<int>(bytes.size()), nullptr);
+  const bool same = other != nullptr && EVP_PKEY_get_bn_param(key, name, &own) == 1 && BN_cmp(own, other) == 0;
+  BN_free(own);
+  BN_free(other);
+  return same;
+}
+
+// The point of a CKA_EC_POINT: a DER OCTET STRING around it as the standard says, or the bare point that
+// some tokens give.
+Bytes ecPointOf(const Bytes& attribute) {
+  const unsigned char* p = attribute.data();
+  ASN1_OCTET_STRING* wrapped = d2i_ASN1_OCTET_STRING(nullptr, &p, static_cast<long>(attribute.size()));
+  Bytes point = attribute;
+  if (wrapped != nullptr && p == attribute.data() + attribute.size()) {
+    point.assign(wrapped->data, wrapped->data + wrapped->length);
+  }
+  ASN1_OCTET_STRING_free(wrapped);
+  return point;
+}
+
+// The first byte of a compressed EC point (SEC 1, 2.3.3); the certificate's key is read uncompressed.
+constexpr unsigned char kCompressedEven = 0x02;
+constexpr unsigned char kCompressedOdd = 0x03;
+
 }  // namespace
 
 // The loaded module, the logged-in session and the key found on it.
@@ -156,6 +185,50 @@ class Pkcs11Session {
   }
 
   CK_KEY_TYPE keyType() const { return keyType_; }
+
+  std::string name() const {
+    if (!keyLabel_.empty()) return std::string(keyLabel_.begin(), keyLabel_.end()) + " on token " + tokenLabel_;
+    std::string hex = "id ";
+    for (unsigned char b : keyId_) {
+      char digits[3];
+      std::snprintf(digits, sizeof digits, "%02x", b);
+      hex += digits;
+    }
+    return hex + " on token " + tokenLabel_;
+  }
+
+  KeyMatch matches(EVP_PKEY* publicKey) {
+    const bool rsa = keyType_ == CKK_RSA;
+    if (EVP_PKEY_get_base_id(publicKey) != (rsa ? EVP_PKEY_RSA : EVP_PKEY_EC)) return KeyMatch::kDifferent;
+    const CK_OBJECT_HANDLE holder = publicHalfHolder(rsa ? CKA_MODULUS : CKA_EC_POINT);
+    std::string ignored;
+    if (rsa) {
+      Bytes modulus, exponent;
+      if (holder == CK_INVALID_HANDLE || !attribute(holder, CKA_MODULUS, modulus, ignored) ||
+          !attribute(holder, CKA_PUBLIC_EXPONENT, exponent, ignored) || modulus.empty() || exponent.empty()) {
+        return KeyMatch::kUnknown;
+      }
+      return sameNumber(publicKey, OSSL_PKEY_PARAM_RSA_N, modulus) &&
+                     sameNumber(publicKey, OSSL_PKEY_PARAM_RSA_E, exponent)
+                 ? KeyMatch::kSame
+                 : KeyMatch::kDifferent;
+    }
+    Bytes attributeValue;
+    if (holder == CK_INVALID_HANDLE || !attribute(holder, CKA_EC_POINT, attributeValue, ignored)) {
+      return KeyMatch::kUnknown;
+    }
+    const Bytes point = ecPointOf(attributeValue);
+    if (point.empty() || point[0] == kCompressedEven || point[0] == kCompressedOdd) return KeyMatch::kUnknown;
+    constexpr size_t kLargestPoint = 1 + 2 * 66;  // uncompressed P-521
+    Bytes own(kLargestPoint);
+    size_t length = 0;
+    if (EVP_PKEY_get_octet_string_param(publicKey, OSSL_PKEY_PARAM_ENCODED_PUBLIC_KEY, own.data(), own.size(),
+                                        &length) != 1) {
+      return KeyMatch::kUnknown;
+    }
+    own.resize(length);
+    return own == point ? KeyMatch::kSame : KeyMatch::kDifferent;
+  }
 
   bool certificate(Bytes& out, std::string& error) {
     CK_OBJECT_CLASS certificateClass = CKO_CERTIFICATE;
@@ -322,6 +395,23 @@ class Pkcs11Session {
     return true;
   }
 
+  // The object that shows the key's public half: the one public key object with the key's id (or, for a key
+  // without an id, its label), else the private key object when it carries the attribute itself.
+  CK_OBJECT_HANDLE publicHalfHolder(CK_ATTRIBUTE_TYPE shown) {
+    CK_OBJECT_CLASS publicClass = CKO_PUBLIC_KEY;
+    std::vector<CK_ATTRIBUTE> match{{CKA_CLASS, &publicClass, sizeof publicClass}};
+    if (!keyId_.empty()) {
+      match.push_back({CKA_ID, keyId_.data(), keyId_.size()});
+    } else {
+      match.push_back({CKA_LABEL, keyLabel_.data(), keyLabel_.size()});
+    }
+    std::vector<CK_OBJECT_HANDLE> found;
+    std::string ignored;
+    if (findObjects(match, found, ignored) && found.size() == 1) return found.front();
+    Bytes value;
+    return attribute(key_, shown, value, ignored) && !value.empty() ? key_ : CK_INVALID_HANDLE;
+  }
+
   // Up to two matching objects: enough to tell "none", "one" and "more than one" apart.
   bool findObjects(std::vector<CK_ATTRIBUTE>& match, std::vector<CK_OBJECT_HANDLE>& found, std::string& error) {
     constexpr CK_ULONG kEnoughToTell = 2;
@@ -390,6 +480,10 @@ const char* PKCS11Signer::signatureOid(const DigestChoice& digest) const {
 bool PKCS11Signer::sign(const DigestChoice& digest, const Bytes& data, Bytes& signature, std::string& error) {
   return session_->sign(digest, data, signature, error);
 }
+
+KeyMatch PKCS11Signer::matches(EVP_PKEY* publicKey) { return session_->matches(publicKey); }
+
+std::string PKCS11Signer::name() const { return session_->name(); }
 
 bool PKCS11Signer::certificate(Bytes& out, std::string& error) { return session_->certificate(out, error); }
 

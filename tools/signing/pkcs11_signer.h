@@ -27,6 +27,12 @@ class PKCS11Signer : public HostSigner {
 
   const char* signatureOid(const DigestChoice& digest) const override;
   bool sign(const DigestChoice& digest, const Bytes& data, Bytes& signature, std::string& error) override;
+  // Compares the token's public half of the key (its public key object with the key's id, else the private key
+  // object's own CKA_MODULUS or CKA_EC_POINT) with publicKey.
+  KeyMatch matches(EVP_PKEY* publicKey) override;
+
+  // The key as messages name it: "rsa on token demo" (its label, else its id in hex).
+  std::string name() const;
 
   // The certificate object with the key's id (or, for a key without an id, its label), DER; false with a
   // message when the token holds none.

@@ -1,0 +1,76 @@
+#!/usr/bin/env bash
+# Faults of the machine: a disk that fills up under a batch, a single signature and a signed PDF (a 64 KB tmpfs,
+# so this needs root; exit 77 when it cannot be mounted), and a batch ended by a signal. Either way only whole
+# signatures are left, no temporary file, and the messages say which files were done.
+set -euo pipefail
+: "${KOLVARI:?path of the kolvari tool}"
+: "${KOLVARI_PLUGIN:?path of the plug-in}"
+here=$(cd "$(dirname "$0")" && pwd)
+
+work=$(mktemp -d)
+cd "$work"
+mkdir disk
+cleanup() { cd /; umount "$work/disk" 2>/dev/null || true; rm -rf "$work"; }
+trap cleanup EXIT
+fail() { echo "FAIL: $*" >&2; exit 1; }
+checks=0
+
+. "$here/../support/test_pki.sh"
+make_test_ca "Kolvari Disk CA"
+serial=200
+make_signer p256 "/CN=disk signer" ec -pkeyopt ec_paramgen_curve:P-256
+sign() { "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key p256.key --cert p256.pem "$@"; }
+whole() {  # attached signature
+  openssl cms -verify -binary -inform DER -in "$1" -CAfile ca.pem -out /dev/null 2>verify.err
+}
+no_temporaries() {  # folder
+  [ -z "$(find "$1" -name '.*' -type f)" ] || fail "temporary files left in $1: $(find "$1" -name '.*' -type f)"
+}
+
+# ---- a signal in the middle of a batch: the input after two files is a FIFO no one writes to ----
+printf 'a\n' > a.txt
+printf 'b\n' > b.txt
+printf 'c\n' > c.txt
+mkfifo blocked.txt
+mkdir out
+"$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key p256.key --cert p256.pem --out-dir out a.txt b.txt blocked.txt c.txt \
+  2>err.txt &
+pid=$!
+for _ in $(seq 1 100); do [ -e out/b.txt.p7s ] && break; sleep 0.1; done
+sleep 0.2
+kill -TERM "$pid"
+if wait "$pid"; then status=0; else status=$?; fi
+[ "$status" -eq 143 ] || fail "a batch ended by SIGTERM: exit status $status, not 143"
+grep -qx 'kolvari sign: interrupted after 2 of 4 files were signed (the last: b.txt); no partial signature is left' err.txt ||
+  fail "the interrupted batch says: $(cat err.txt)"
+[ "$(ls out)" = "$(printf 'a.txt.p7s\nb.txt.p7s')" ] || fail "after the signal out holds: $(ls -A out)"
+no_temporaries out
+checks=$((checks + 1))
+
+# ---- a full disk ----
+mount -t tmpfs -o size=64k tmpfs disk 2>/dev/null || { echo "full disk: cannot mount a tmpfs (not root?)"; exit 77; }
+for i in 1 2 3 4 5 6 7 8; do head -c 12000 /dev/urandom > "f$i.bin"; done
+if sign --attached --out-dir disk f*.bin 2>err.txt; then fail "a batch onto a full disk gave status 0"; fi
+made=$(find disk -name '*.p7s' | wc -l)
+[ "$made" -ge 1 ] && [ "$made" -lt 8 ] || fail "the disk took $made of 8 signatures: make it fit 1 to 7"
+grep -q 'No space left on device' err.txt || fail "the full disk is not named: $(cat err.txt)"
+grep -q "$((8 - made)) of 8 files not signed (each named above); the other $made signatures are whole in disk" err.txt ||
+  fail "the batch summary: $(tail -1 err.txt)"
+for s in disk/*.p7s; do whole "$s" || fail "$s is not whole: $(cat verify.err)"; done
+no_temporaries disk
+checks=$((checks + 1))
+
+# One signature and one PDF onto the full disk: nothing written, the message names the output.
+if sign --attached --out disk/one.p7s f1.bin 2>err.txt; then fail "--out onto a full disk gave status 0"; fi
+grep -q 'cannot write disk/one.p7s: No space left on device' err.txt || fail "--out onto a full disk: $(cat err.txt)"
+[ ! -e disk/one.p7s ] || fail "--out left a partial signature"
+python3 "$here/minimal_pdf.py" in.pdf
+if "$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --key p256.key --cert p256.pem in.pdf disk/out.pdf 2>err.txt; then
+  fail "sign-pdf onto a full disk gave status 0"
+fi
+grep -q 'cannot write disk/out.pdf: No space left on device' err.txt || fail "sign-pdf onto a full disk: $(cat err.txt)"
+[ ! -e disk/out.pdf ] || fail "sign-pdf left a partial PDF"
+no_temporaries disk
+checks=$((checks + 2))
+
+echo "full disk: $checks checks passed"

@@ -1,0 +1,58 @@
+#!/usr/bin/env bash
+# The README's offline way of trying time stamps and revocation: scripts/loopback_tsa.sh serves a time-stamp
+# authority and an OCSP responder on 127.0.0.1; `kolvari sign --tsa ... --fetch-revocation` with the signer it
+# made must give a signature that `openssl cms -verify` accepts and whose token `openssl ts -verify` accepts.
+# The script is always stopped, and it stops by itself after a bounded time as well.
+set -euo pipefail
+: "${KOLVARI:?path of the kolvari tool}"
+: "${KOLVARI_PLUGIN:?path of the plug-in}"
+here=$(cd "$(dirname "$0")" && pwd)
+work=$(mktemp -d)
+services=
+stop() {
+  if [ -n "$services" ]; then
+    kill "$services" 2> /dev/null || true
+    wait "$services" 2> /dev/null || true
+  fi
+  rm -rf "$work"
+}
+trap stop EXIT
+fail() { echo "FAIL: $*" >&2; exit 1; }
+
+KOLVARI_LOOPBACK_SECONDS=120 bash "$here/../../scripts/loopback_tsa.sh" "$work/pki" > "$work/services.txt" 2>&1 &
+services=$!
+for _ in $(seq 300); do
+  grep -q '^ready$' "$work/services.txt" 2> /dev/null && break
+  kill -0 "$services" 2> /dev/null || { cat "$work/services.txt" >&2; fail "loopback_tsa.sh ended early"; }
+  sleep 0.1
+done
+grep -q '^ready$' "$work/services.txt" || fail "loopback_tsa.sh did not get ready"
+tsa=$(sed -n 's/^time-stamp authority: //p' "$work/services.txt")
+case "$tsa" in http://127.0.0.1:*/tsa) ;; *) fail "unexpected authority URL '$tsa'" ;; esac
+
+cd "$work"
+echo "a document signed against the loopback services" > doc.txt
+"$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key pki/signer.key --cert pki/signer.pem --chain pki/ca.pem \
+  --tsa "$tsa" --fetch-revocation --tsa-timeout 20 --out doc.p7s doc.txt ||
+  fail "kolvari sign against the loopback services"
+openssl cms -verify -binary -inform DER -in doc.p7s -content doc.txt -CAfile pki/ca.pem -purpose any \
+  -out /dev/null 2> verify.log || { cat verify.log >&2; fail "openssl cms -verify"; }
+"$KOLVARI" inspect --json doc.p7s > inspect.json || fail "kolvari inspect"
+/usr/bin/python3 - inspect.json <<'PY' || fail "the signature lacks a matching token or revocation values"
+import json, sys
+found = {}
+def walk(node):
+    if isinstance(node, dict):
+        for key, value in node.items():
+            if key == "imprintMatches" and value is True:
+                found["token"] = True
+            if key == "revocationValues" and value:
+                found["revocation"] = True
+            walk(value)
+    elif isinstance(node, list):
+        for value in node:
+            walk(value)
+walk(json.load(open(sys.argv[1])))
+sys.exit(0 if found.get("token") and found.get("revocation") else 1)
+PY
+echo "loopback services: signature with token and revocation values verified"

@@ -1,0 +1,164 @@
+#!/usr/bin/env bash
+# Text that is not ASCII, and what `kolvari cert` and `kolvari inspect` make readable, held against the
+# openssl command, NSS (pdfsig) and poppler (pdftotext):
+# - names with ü, ö, a comma and a multi-valued RDN, in UTF8String, T61String and BMPString: `cert --json`
+#   gives the RFC 4514 string openssl prints (-nameopt RFC2253 without escaping the UTF-8), the text of each
+#   attribute and the algorithms by openssl's names; `inspect --json` carries the UTF-8 text;
+# - `detect --json` on file names that are UTF-8 and that are not;
+# - the signed attributes decoded, against openssl's view, hashlib and the certificate's own DER;
+# - a PDF signed by NSS (BER with indefinite lengths) inspected with its signer, and a damaged one named;
+# - a visible signature of Jürgen drawn as "Jürgen" (and the WinAnsi extras), read back by pdftotext, and
+#   Greek and Cyrillic in an embedded TrueType font (--font), with cut font files refused.
+# Exit 77 when poppler, the NSS tools or the DejaVu fonts are missing.
+set -euo pipefail
+: "${KOLVARI:?path of the kolvari tool}"
+: "${KOLVARI_PLUGIN:?path of the plug-in}"
+here=$(cd "$(dirname "$0")" && pwd)
+for tool in pdfsig pdftotext certutil pk12util; do
+  command -v "$tool" > /dev/null || { echo "SKIP: $tool is not installed"; exit 77; }
+done
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work"
+fail() { echo "FAIL: $*" >&2; exit 1; }
+export LC_ALL=C.UTF-8 PYTHONIOENCODING=utf-8
+
+# make NAME MASK SUBJECT [KEYOPT]: a self-signed certificate whose strings openssl writes under MASK.
+make() {
+  printf '[req]\ndistinguished_name=dn\nstring_mask=%s\n[dn]\n' "$2" > "$1.cnf"
+  openssl req -x509 -newkey "${4:-rsa:2048}" -nodes -keyout "$1.key" -out "$1.pem" -days 30 -utf8 \
+    -config "$1.cnf" -subj "$3" 2> /dev/null || fail "openssl req $1"
+}
+make utf8 utf8only '/C=DE/O=Müller, Söhne+OU=Büro/CN=Jürgen'
+make t61 default '/C=DE/O=Bäckerei #1/CN=Jürgen Groß '
+make bmp pkix '/C=FR/CN=Zoë <Ωmega>' ec:<(openssl ecparam -name prime256v1)
+# A Name of an unknown attribute type and of a non-string value, dumped as #hex by both sides.
+make odd utf8only '/C=DE/1.2.3.4=odd/CN=x'
+
+# cert --json and inspect --json against openssl.
+for name in utf8 t61 bmp odd; do
+  "$KOLVARI" cert --json "$name.pem" > "$name.json" || fail "kolvari cert $name"
+  openssl x509 -in "$name.pem" -noout -subject -issuer -nameopt RFC2253,-esc_msb > "$name.names"
+  openssl x509 -in "$name.pem" -noout -text > "$name.text"
+  python3 - "$name" <<'PY' || fail "cert --json $name: $(cat "$name.json")"
+import json, re, sys
+name = sys.argv[1]
+raw = open(name + ".json", "rb").read()
+ours = json.loads(raw)
+theirs = dict(line.split("=", 1) for line in open(name + ".names", encoding="utf-8").read().splitlines())
+
+def rdns(text):  # RDNs, and within a multi-valued RDN the attributes as a set (neither side keeps an order)
+    parts = re.split(r"(?<!\\),", text)
+    return [frozenset(re.split(r"(?<!\\)\+", p)) for p in parts]
+
+for key, label in (("subjectRfc4514", "subject"), ("issuerRfc4514", "issuer")):
+    assert rdns(ours[key]) == rdns(theirs[label]), f"{key}: ours {ours[key]!r}, openssl {theirs[label]!r}"
+text = open(name + ".text").read()
+assert ours["signatureAlgorithmName"] == re.search(r"Signature Algorithm: (\S+)", text).group(1)
+assert ours["publicKeyAlgorithm"] == re.search(r"Public Key Algorithm: (\S+)", text).group(1)
+curve = re.search(r"ASN1 OID: (\S+)", text)
+assert ours["publicKeyParameter"] == (curve.group(1) if curve else None), ours["publicKeyParameter"]
+want = {"utf8": "Jürgen", "t61": "Jürgen Groß ", "bmp": "Zoë <Ωmega>", "odd": "x"}[name]
+cn = [n for n in ours["subjectNames"] if n["oid"] == "2.5.4.3"]
+assert cn and cn[0]["text"] == want, cn
+assert want.encode() in raw, "the UTF-8 text is not in the output as it is"
+PY
+done
+
+# inspect --json of a signature by that signer carries the same UTF-8 name; the signed attributes decoded.
+printf 'Text for the attribute check\n' > doc.txt
+"$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key utf8.key --cert utf8.pem --time 20240501090307Z --out doc.p7s \
+  doc.txt 2> /dev/null || fail "kolvari sign"
+"$KOLVARI" inspect --json doc.p7s > doc.json || fail "kolvari inspect doc.p7s"
+openssl cms -cmsout -print -inform DER -in doc.p7s > doc.print
+openssl x509 -in utf8.pem -outform DER -out utf8.der
+openssl x509 -in utf8.pem -noout -serial -issuer -nameopt RFC2253,-esc_msb > utf8.serial
+python3 - <<'PY' || fail "signed attributes: $(cat doc.json)"
+import datetime, hashlib, json, re
+ours = json.load(open("doc.json", encoding="utf-8"))
+assert "CN=Jürgen" in ours["certificates"][0]["subject"], ours["certificates"]
+assert "CN=Jürgen" in ours["signerInfos"][0]["sid"]["issuer"], ours["signerInfos"][0]["sid"]
+attrs = {a["name"]: a["decoded"] for a in ours["signerInfos"][0]["signedAttributes"]}
+printed = open("doc.print").read()
+m = re.search(r"object: contentType \(1.2.840.113549.1.9.3\)\n\s+set:\n\s+OBJECT:\S+ \(([\d.]+)\)", printed)
+assert attrs["contentType"]["oid"] == m.group(1) and attrs["contentType"]["name"] == "data", attrs["contentType"]
+m = re.search(r"object: signingTime \(1.2.840.113549.1.9.5\)\n\s+set:\n\s+(?:UTCTIME|GENERALIZEDTIME):(.*) GMT", printed)
+when = datetime.datetime.strptime(" ".join(m.group(1).split()), "%b %d %H:%M:%S %Y").strftime("%Y%m%d%H%M%SZ")
+assert attrs["signingTime"] == when == "20240501090307Z", (attrs["signingTime"], when)
+assert attrs["messageDigest"] == hashlib.sha256(open("doc.txt", "rb").read()).hexdigest().upper()
+ids = attrs["signingCertificateV2"]
+serial, issuer = (l.split("=", 1)[1] for l in open("utf8.serial", encoding="utf-8").read().splitlines())
+assert len(ids) == 1 and ids[0]["hashAlgorithm"]["name"] == "sha256", ids
+assert ids[0]["certHash"] == hashlib.sha256(open("utf8.der", "rb").read()).hexdigest().upper(), ids
+assert int(ids[0]["serialNumber"], 16) == int(serial, 16), (ids, serial)
+assert ids[0]["issuer"].split(",")[0] == issuer.split(",")[0] == "CN=Jürgen", (ids, issuer)
+others = [a for a in ours["signerInfos"][0]["signedAttributes"] if a["name"] not in attrs or a["decoded"] is None]
+assert not others, others
+PY
+
+# detect --json: a UTF-8 file name stays as it is, one that is not UTF-8 has U+FFFD and the JSON still parses.
+cp utf8.pem "zertifikat-ü.pem"
+cp utf8.pem "$(printf 'latin1-\xfc.pem')"
+"$KOLVARI" detect --json "zertifikat-ü.pem" "$(printf 'latin1-\xfc.pem')" > detect.json || fail "detect"
+python3 -c 'import json; rows = json.load(open("detect.json", encoding="utf-8"));
+assert [r["file"] for r in rows] == ["zertifikat-ü.pem", "latin1-\ufffd.pem"], rows' || fail "detect: $(cat -v detect.json)"
+
+# A PDF signed by NSS: BER with indefinite lengths in /Contents.
+/usr/bin/python3 "$here/minimal_pdf.py" doc.pdf
+mkdir nss
+certutil -N -d sql:nss --empty-password
+openssl pkcs12 -export -inkey utf8.key -in utf8.pem -name signer -passout pass: -out utf8.p12
+pk12util -i utf8.p12 -d sql:nss -W "" > /dev/null
+pdfsig -add-signature -nssdir sql:nss -nick signer doc.pdf nss.pdf > /dev/null 2>&1 || fail "pdfsig -add-signature"
+grep -aq '/Contents <3080' nss.pdf || fail "pdfsig wrote no indefinite-length CMS; the test needs one"
+"$KOLVARI" inspect --json nss.pdf > nss.json 2> nss.err || fail "inspect nss.pdf: $(cat nss.err)"
+python3 - <<'PY' || fail "inspect nss.pdf: $(cat nss.json)"
+import json
+s = json.load(open("nss.json", encoding="utf-8"))["signatures"][0]
+assert s["signer"] == "Jürgen" and s["problem"] is None, s
+attrs = {a["name"]: a["decoded"] for a in s["cms"]["signerInfos"][0]["signedAttributes"]}
+assert attrs["contentType"]["name"] == "data" and len(attrs["messageDigest"]) == 64, attrs
+PY
+# The same PDF with its CMS damaged: named with the field and the reason, exit status 1.
+LC_ALL=C sed 's|/Contents <3080|/Contents <3180|' nss.pdf > damaged.pdf
+status=0
+"$KOLVARI" inspect damaged.pdf > /dev/null 2> damaged.err || status=$?
+[ "$status" -eq 1 ] || fail "damaged.pdf: exit status $status"
+grep -q "damaged.pdf: signature field .*: /Contents does not begin with a whole DER or BER SEQUENCE" damaged.err ||
+  fail "damaged.pdf: $(cat damaged.err)"
+
+# A visible signature: the appearance draws the name in WinAnsiEncoding.
+"$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --key utf8.key --cert utf8.pem --visible 1,50,50,300,60 \
+  doc.pdf visible.pdf 2> /dev/null || fail "sign-pdf --visible"
+"$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --key utf8.key --cert utf8.pem --visible 1,50,150,300,60 \
+  --name 'Œuvre – 5 € «ß» (東)' doc.pdf named.pdf 2> /dev/null || fail "sign-pdf --visible --name"
+pdftotext visible.pdf - | grep -q "^Digitally signed by Jürgen$" || fail "visible: $(pdftotext visible.pdf -)"
+pdftotext named.pdf - | grep -qF "Digitally signed by Œuvre – 5 € «ß» (?)" || fail "named: $(pdftotext named.pdf -)"
+
+# Any script with --font: DejaVu Sans embedded as a Type0 font, its text read back through ToUnicode, the
+# signature still valid; what is not a TrueType font (or a cut one) refused with the option named.
+font=/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf
+[ -r "$font" ] || { echo "SKIP: $font (fonts-dejavu-core) is not installed"; exit 77; }
+"$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --key bmp.key --cert bmp.pem --visible 1,50,50,300,60 \
+  --font "$font" --name 'Jürgen Δοκιμή Проверка' doc.pdf font.pdf 2> font.err || fail "--font: $(cat font.err)"
+pdftotext font.pdf - | grep -qF "Digitally signed by Jürgen Δοκιμή Проверка" || fail "font: $(pdftotext font.pdf -)"
+pdfsig font.pdf 2>&1 | grep -q "Signature is Valid" || fail "font.pdf: $(pdfsig font.pdf 2>&1)"
+# Without --name the certificate's BMPString CN is drawn.
+"$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --key bmp.key --cert bmp.pem --visible 1,50,50,300,60 \
+  --font "$font" doc.pdf cn.pdf 2> /dev/null || fail "--font with the certificate's name"
+pdftotext cn.pdf - | grep -qF "Digitally signed by Zoë <Ωmega>" || fail "cn.pdf: $(pdftotext cn.pdf -)"
+for length in 0 12 100 2000 200000; do
+  head -c "$length" "$font" > cut.ttf
+  status=0
+  "$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --key utf8.key --cert utf8.pem --visible 1,50,50,300,60 \
+    --font cut.ttf doc.pdf cut.pdf 2> cut.err || status=$?
+  [ "$status" -eq 2 ] && grep -q "^kolvari sign-pdf: --font cut.ttf: " cut.err && [ ! -e cut.pdf ] ||
+    fail "font cut at $length bytes: status $status, $(cat cut.err)"
+done
+status=0
+"$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --key utf8.key --cert utf8.pem --font "$font" doc.pdf x.pdf \
+  2> nofont.err || status=$?
+[ "$status" -eq 2 ] && grep -qx -- "kolvari sign-pdf: --font requires --visible" nofont.err || fail "--font without --visible: $status"
+
+echo "names, JSON text, attributes, BER PDF and appearance text agree"

@@ -1,0 +1,413 @@
+#!/usr/bin/env bash
+# `kolvari verify` on signatures made by other software and by kolvari itself, and on faults made from them:
+# each row of a table names a signature, the options, and the indication and sub-indication expected. Where
+# `openssl cms -verify` (or poppler's pdfsig) has an opinion, its verdict must agree with ours. The time-stamp
+# and OCSP cases use the loopback services of tests/interop/ltv_server.py on 127.0.0.1, always stopped.
+set -euo pipefail
+: "${KOLVARI:?path of the kolvari tool}"
+: "${KOLVARI_PLUGIN:?path of the plug-in}"
+here=$(cd "$(dirname "$0")" && pwd)
+
+missing=()
+for tool in openssl certtool /usr/bin/python3; do command -v "$tool" > /dev/null || missing+=("$tool"); done
+/usr/bin/python3 -c 'import asn1crypto' 2> /dev/null || missing+=(python3-asn1crypto)
+if [ ${#missing[@]} -ne 0 ]; then
+  echo "verify skipped, missing: ${missing[*]} (scripts/deps.sh installs them)"
+  exit 77
+fi
+
+work=$(mktemp -d)
+server=
+stop() {
+  if [ -n "$server" ]; then
+    kill "$server" 2> /dev/null || true
+    wait "$server" 2> /dev/null || true
+  fi
+  rm -rf "$work"
+}
+trap stop EXIT
+cd "$work"
+fail() { echo "FAIL: $*" >&2; exit 1; }
+checks=0
+
+# Flips the lowest bit of the byte at offset (negative: from the end) of a file copied to out.
+flip() {  # in out offset
+  python3 -c 'import sys; d = bytearray(open(sys.argv[1], "rb").read()); d[int(sys.argv[3])] ^= 1
+open(sys.argv[2], "wb").write(d)' "$1" "$2" "$3"
+}
+# The offset of the first (or with "last" the last) occurrence of the bytes given in hex.
+offset_of() {  # file hex [last]
+  python3 -c 'import sys; d = open(sys.argv[1], "rb").read(); h = bytes.fromhex(sys.argv[2])
+print(d.rindex(h) if sys.argv[3] else d.index(h))' "$1" "$2" "${3:-}"
+}
+
+# ---- the loopback services and the PKI they serve (as in ltv.sh) ----
+mkdir pki
+/usr/bin/python3 "$here/ltv_server.py" "$work/pki" "$work/port" &
+server=$!
+for _ in $(seq 100); do [ -s port ] && break; kill -0 "$server" 2> /dev/null || fail "the server did not start"; sleep 0.1; done
+[ -s port ] || fail "the server did not report its port"
+base=http://127.0.0.1:$(cat port)
+cd pki
+cat > x509.cnf <<EOF2
+[req]
+distinguished_name = dn
+[dn]
+[ca]
+basicConstraints = critical,CA:TRUE
+keyUsage = critical,keyCertSign,cRLSign
+[signer]
+keyUsage = critical,digitalSignature,nonRepudiation
+authorityInfoAccess = OCSP;URI:$base/ocsp
+[encipher]
+keyUsage = critical,keyEncipherment
+[tsa]
+keyUsage = critical,digitalSignature
+extendedKeyUsage = critical,timeStamping
+[ocsp]
+keyUsage = critical,digitalSignature
+extendedKeyUsage = critical,OCSPSigning
+EOF2
+# issue NAME SERIAL SECTION SUBJECT KEY-OPTIONS...
+issue() {
+  local name=$1 serial=$2 section=$3 subject=$4
+  shift 4
+  openssl genpkey "$@" -out "$name.key" 2> /dev/null
+  openssl req -new -key "$name.key" -subj "$subject" -config x509.cnf |
+    openssl x509 -req -CA ca.pem -CAkey ca.key -set_serial "0x$serial" -days 30 -extfile x509.cnf \
+      -extensions "$section" -out "$name.pem" 2> /dev/null
+}
+openssl genpkey -algorithm EC -pkeyopt ec_paramgen_curve:P-256 -out ca.key
+openssl req -x509 -new -key ca.key -subj "/CN=Verify Test CA" -days 30 -config x509.cnf -extensions ca -out ca.pem
+openssl req -x509 -newkey rsa:2048 -nodes -keyout other.key -subj "/CN=Other CA" -days 30 -out other.pem 2> /dev/null
+issue rsa 1001 signer "/O=Kolvari/CN=rsa signer" -algorithm RSA -pkeyopt rsa_keygen_bits:2048
+issue ec 1002 signer "/O=Kolvari/CN=ec signer" -algorithm EC -pkeyopt ec_paramgen_curve:P-384
+issue ed 1003 signer "/O=Kolvari/CN=ed25519 signer" -algorithm ED25519
+issue revoked 1004 signer "/O=Kolvari/CN=revoked signer" -algorithm EC -pkeyopt ec_paramgen_curve:P-256
+issue encipher 1005 encipher "/O=Kolvari/CN=encipher only" -algorithm EC -pkeyopt ec_paramgen_curve:P-256
+issue tsa 2001 tsa "/CN=Verify Test TSA" -algorithm EC -pkeyopt ec_paramgen_curve:P-256
+issue ocsp 2002 ocsp "/CN=Verify Test OCSP" -algorithm EC -pkeyopt ec_paramgen_curve:P-256
+now=$(date -u +%y%m%d%H%M%SZ)
+printf 'V\t491231235959Z\t\t1001\tunknown\t/O=Kolvari/CN=rsa signer\n' > index.txt
+printf 'R\t491231235959Z\t%s\t1004\tunknown\t/O=Kolvari/CN=revoked signer\n' "$now" >> index.txt
+openssl crl -in /dev/null 2> /dev/null || true
+echo 01 > tsaserial
+cat > ts.cnf <<'EOF2'
+[tsa]
+default_tsa = tsa_config
+[tsa_config]
+serial = ./tsaserial
+crypto_device = builtin
+signer_cert = ./tsa.pem
+certs = ./ca.pem
+signer_key = ./tsa.key
+signer_digest = sha256
+default_policy = 1.2.3.4.1
+digests = sha256, sha384
+ordering = no
+ess_cert_id_alg = sha256
+EOF2
+cd "$work"
+head -c 300000 /dev/urandom > content.bin
+printf 'the signed text\n' > content.txt
+printf 'another text\n' > other.txt
+
+# ---- signatures made by other software and by kolvari ----
+cms_sign() {  # out signer extra-options...
+  local out=$1 signer=$2
+  shift 2
+  openssl cms -sign -binary -in content.bin -signer "pki/$signer.pem" -inkey "pki/$signer.key" -certfile pki/ca.pem \
+    -outform DER -out "$out" "$@"
+}
+cms_sign ossl-rsa-detached.p7s rsa
+cms_sign ossl-ec-detached.p7s ec
+cms_sign ossl-rsa-attached.p7s rsa -nodetach
+cms_sign ossl-ec-stream.p7s ec -nodetach -stream
+cms_sign ossl-rsa-pss.p7s rsa -keyopt rsa_padding_mode:pss
+openssl cms -sign -binary -in content.bin -signer pki/ec.pem -inkey pki/ec.key -outform PEM -out ossl-ec.pem
+certtool --p7-detached-sign --load-privkey pki/rsa.key --load-certificate pki/rsa.pem --infile content.bin \
+  --outfile gnutls-rsa.p7s > /dev/null 2>&1
+certtool --p7-detached-sign --p7-time --load-privkey pki/ed.key --load-certificate pki/ed.pem --infile content.bin \
+  --outfile gnutls-ed25519.p7s > /dev/null 2>&1
+ksign() {  # out signer extra-options...
+  local out=$1 signer=$2
+  shift 2
+  "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key "pki/$signer.key" --cert "pki/$signer.pem" --chain pki/ca.pem \
+    --out "$out" "$@" content.bin 2> err.txt || fail "kolvari sign $out: $(cat err.txt)"
+}
+ksign kolvari-ec.p7s ec
+ksign kolvari-rsa-attached.pem rsa --attached --pem
+ksign kolvari-tsa.p7s ec --tsa "$base/tsa"
+ksign kolvari-ocsp.p7s rsa --fetch-revocation
+ksign kolvari-revoked.p7s revoked --fetch-revocation --allow-revoked
+ksign kolvari-encipher.p7s encipher
+# A time-stamp over other data: the token of kolvari-tsa.p7s, whose imprint covers that signature's value,
+# given to another signature as its signature time-stamp.
+token=$(/usr/bin/python3 - kolvari-tsa.p7s <<'PY'
+import sys
+from asn1crypto import cms
+signer = cms.ContentInfo.load(open(sys.argv[1], "rb").read())["content"]["signer_infos"][0]
+for a in signer["unsigned_attrs"]:
+    if a["type"].dotted == "1.2.840.113549.1.9.16.2.14":
+        print(a["values"][0].dump().hex())
+PY
+)
+ksign kolvari-foreign-token.p7s ec --unsigned-attr "1.2.840.113549.1.9.16.2.14=$token"
+
+# Two signers in one SignedData: both judged, both pass.
+openssl cms -sign -binary -in content.bin -signer pki/rsa.pem -inkey pki/rsa.key -signer pki/ec.pem -inkey pki/ec.key \
+  -outform DER -out ossl-two-signers.p7s
+# A certificate flood: 300 certificates beside the signer's.
+for i in $(seq 300); do
+  openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout /dev/null -subj "/CN=flood $i" \
+    -days 1 2> /dev/null
+done > flood.pem
+cms_sign ossl-flood.p7s ec -certfile flood.pem
+# A loop of issuers: A issued by B, B issued by A, the signer issued by A; no trust anchor is reached.
+openssl genpkey -algorithm EC -pkeyopt ec_paramgen_curve:P-256 -out loop-a.key
+openssl genpkey -algorithm EC -pkeyopt ec_paramgen_curve:P-256 -out loop-b.key
+openssl req -x509 -new -key loop-a.key -subj "/CN=Loop A" -days 30 -config pki/x509.cnf -extensions ca -out loop-a0.pem
+loop_issue() {  # out subject-key subject issuer-cert issuer-key section
+  openssl req -new -key "$2" -subj "$3" -config pki/x509.cnf |
+    openssl x509 -req -CA "$4" -CAkey "$5" -set_serial "0x$RANDOM" -days 30 -extfile pki/x509.cnf -extensions "$6" \
+      -out "$1" 2> /dev/null
+}
+loop_issue loop-b.pem loop-b.key "/CN=Loop B" loop-a0.pem loop-a.key ca
+loop_issue loop-a.pem loop-a.key "/CN=Loop A" loop-b.pem loop-b.key ca
+loop_issue loop-signer.pem pki/ec.key "/CN=looped signer" loop-a.pem loop-a.key signer
+cat loop-a.pem loop-b.pem > loop-chain.pem
+openssl cms -sign -binary -in content.bin -signer loop-signer.pem -inkey pki/ec.key -certfile loop-chain.pem \
+  -outform DER -out ossl-loop.p7s
+"$KOLVARI" verify --json --trust pki/ca.pem --content content.bin ossl-two-signers.p7s > two.json ||
+  fail "ossl-two-signers.p7s: $(cat two.json)"
+python3 -c 'import json, sys; s = json.load(open(sys.argv[1]))["signatures"]
+assert sorted(x["signer"] for x in s) == ["CN=ec signer,O=Kolvari", "CN=rsa signer,O=Kolvari"], s' two.json ||
+  fail "ossl-two-signers.p7s: $(cat two.json)"
+checks=$((checks + 1))
+
+# ---- faults made from them ----
+# Changed content inside an attached signature: the content is the last OCTET STRING before the certificates.
+flip ossl-rsa-attached.p7s changed-content.p7s "$(( $(offset_of ossl-rsa-attached.p7s "$(head -c 16 content.bin | od -An -tx1 | tr -d " \n")") + 5 ))"
+# A changed signed attribute: a digit of the signing time (the last UTCTime, after the certificates').
+flip ossl-ec-detached.p7s changed-attribute.p7s "$(( $(offset_of ossl-ec-detached.p7s 170d last) + 5 ))"
+# A flipped signature byte: the signature value ends the file when there are no unsigned attributes.
+flip ossl-rsa-detached.p7s flipped-signature.p7s -1
+
+# ---- the table: FILE|OPTIONS|INDICATION|SUB-INDICATION|what openssl cms -verify says (pass, fail or -) ----
+while IFS='|' read -r file options indication sub openssl_says; do
+  [ -z "$file" ] && continue
+  # shellcheck disable=SC2086  # OPTIONS are words
+  set +e
+  "$KOLVARI" verify --json $options "$file" > out.json 2> err.txt
+  status=$?
+  set -e
+  python3 - out.json "$indication" "$sub" <<'PY' || fail "$file ($options): $(cat out.json err.txt)"
+import json, sys
+report = json.load(open(sys.argv[1]))
+s = report["signatures"]
+assert len(s) >= 1, "no signature"
+got = (s[0]["indication"], s[0]["subIndication"] or "-")
+assert got == (sys.argv[2], sys.argv[3]), "got %s / %s" % got
+assert all(k in s[0] for k in ("signer", "signingTime", "timestamp", "checks"))
+PY
+  expected_status=1
+  [ "$indication" = TOTAL_PASSED ] && expected_status=0
+  [ "$status" = "$expected_status" ] || fail "$file ($options): exit status $status, expected $expected_status"
+  if [ "$openssl_says" != - ]; then
+    content=
+    case "$options" in *--content*) content="-content $(echo "$options" | sed 's/.*--content \([^ ]*\).*/\1/')";; esac
+    trust=$(echo "$options" | sed 's/.*--trust \([^ ]*\).*/\1/')
+    attime=
+    case "$options" in *--at*) attime="-attime $(python3 -c 'import calendar, sys, time
+print(calendar.timegm(time.strptime(sys.argv[1], "%Y%m%d%H%M%SZ")))' "$(echo "$options" | sed 's/.*--at \([^ ]*\).*/\1/')")";; esac
+    inform=DER
+    case "$file" in *.pem|gnutls-*) inform=PEM;; esac
+    # shellcheck disable=SC2086
+    if openssl cms -verify -binary -inform $inform -in "$file" $content -CAfile "$trust" -purpose any $attime \
+      -out /dev/null 2> /dev/null; then said=pass; else said=fail; fi
+    [ "$said" = "$openssl_says" ] || fail "$file ($options): openssl cms -verify says $said"
+  fi
+  checks=$((checks + 1))
+done <<EOF
+ossl-rsa-detached.p7s|--trust pki/ca.pem --content content.bin|TOTAL_PASSED|-|pass
+ossl-ec-detached.p7s|--trust pki/ca.pem --content content.bin|TOTAL_PASSED|-|pass
+ossl-rsa-attached.p7s|--trust pki/ca.pem|TOTAL_PASSED|-|pass
+ossl-ec-stream.p7s|--trust pki/ca.pem|TOTAL_PASSED|-|pass
+ossl-rsa-pss.p7s|--trust pki/ca.pem --content content.bin|TOTAL_PASSED|-|pass
+ossl-ec.pem|--trust pki/ca.pem --content content.bin|TOTAL_PASSED|-|pass
+gnutls-rsa.p7s|--trust pki/ca.pem --content content.bin|TOTAL_PASSED|-|pass
+gnutls-ed25519.p7s|--trust pki/ca.pem --content content.bin|TOTAL_PASSED|-|-
+kolvari-ec.p7s|--trust pki/ca.pem --content content.bin|TOTAL_PASSED|-|pass
+kolvari-rsa-attached.pem|--trust pki/ca.pem|TOTAL_PASSED|-|pass
+kolvari-tsa.p7s|--trust pki/ca.pem --content content.bin|TOTAL_PASSED|-|pass
+kolvari-ocsp.p7s|--trust pki/ca.pem --content content.bin|TOTAL_PASSED|-|pass
+kolvari-ocsp.p7s|--trust pki/ca.pem --content content.bin --revocation fetch --timeout 5|TOTAL_PASSED|-|-
+ossl-rsa-detached.p7s|--trust pki/ca.pem --content content.bin --revocation fetch --timeout 5|TOTAL_PASSED|-|-
+changed-content.p7s|--trust pki/ca.pem|TOTAL_FAILED|HASH_FAILURE|fail
+changed-attribute.p7s|--trust pki/ca.pem --content content.bin|TOTAL_FAILED|SIG_CRYPTO_FAILURE|fail
+flipped-signature.p7s|--trust pki/ca.pem --content content.bin|TOTAL_FAILED|SIG_CRYPTO_FAILURE|fail
+ossl-ec-detached.p7s|--trust pki/ca.pem --content other.txt|TOTAL_FAILED|HASH_FAILURE|fail
+gnutls-ed25519.p7s|--trust pki/ca.pem --content other.txt|TOTAL_FAILED|HASH_FAILURE|-
+gnutls-rsa.p7s|--trust pki/ca.pem --content other.txt|TOTAL_FAILED|SIG_CRYPTO_FAILURE|fail
+ossl-rsa-detached.p7s|--trust pki/other.pem --content content.bin|INDETERMINATE|NO_CERTIFICATE_CHAIN_FOUND|fail
+ossl-rsa-detached.p7s|--trust pki/ca.pem --content content.bin --at 20991231000000Z|INDETERMINATE|OUT_OF_BOUNDS_NO_POE|fail
+kolvari-revoked.p7s|--trust pki/ca.pem --content content.bin|INDETERMINATE|REVOKED_NO_POE|-
+kolvari-revoked.p7s|--trust pki/ca.pem --content content.bin --revocation none|TOTAL_PASSED|-|pass
+kolvari-foreign-token.p7s|--trust pki/ca.pem --content content.bin|TOTAL_FAILED|HASH_FAILURE|-
+kolvari-encipher.p7s|--trust pki/ca.pem --content content.bin|INDETERMINATE|CHAIN_CONSTRAINTS_FAILURE|-
+ossl-rsa-detached.p7s|--trust pki/ca.pem|INDETERMINATE|FORMAT_FAILURE|-
+ossl-flood.p7s|--trust pki/ca.pem --content content.bin|INDETERMINATE|FORMAT_FAILURE|-
+ossl-loop.p7s|--trust pki/ca.pem --content content.bin|INDETERMINATE|NO_CERTIFICATE_CHAIN_FOUND|fail
+EOF
+
+# The time-stamp sets the validation time: the time-stamped signature passes and says when it was stamped.
+"$KOLVARI" verify --json --trust pki/ca.pem --content content.bin kolvari-tsa.p7s > tsa.json
+python3 -c 'import json, sys; s = json.load(open(sys.argv[1]))["signatures"][0]
+assert s["timestamp"] is not None and [c["outcome"] for c in s["checks"] if c["name"] == "time-stamp"] == ["passed"], s' \
+  tsa.json || fail "kolvari-tsa.p7s: $(cat tsa.json)"
+# The embedded OCSP response is what passes the revocation check (not a skip for want of data).
+"$KOLVARI" verify --json --trust pki/ca.pem --content content.bin kolvari-ocsp.p7s > ocsp.json
+python3 -c 'import json, sys; s = json.load(open(sys.argv[1]))["signatures"][0]
+assert [c["outcome"] for c in s["checks"] if c["name"] == "revocation"] == ["passed"], s' \
+  ocsp.json || fail "kolvari-ocsp.p7s: $(cat ocsp.json)"
+checks=$((checks + 2))
+
+# ---- PDFs: kolvari sign-pdf once, twice, time-stamped, then changed ----
+python3 "$here/minimal_pdf.py" plain.pdf
+spdf() {  # in out signer extra-options...
+  local in=$1 out=$2 signer=$3
+  shift 3
+  "$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --key "pki/$signer.key" --cert "pki/$signer.pem" --chain pki/ca.pem \
+    "$@" "$in" "$out" 2> err.txt || fail "kolvari sign-pdf $out: $(cat err.txt)"
+}
+spdf plain.pdf once.pdf ec
+spdf once.pdf twice.pdf rsa
+spdf plain.pdf stamped.pdf ec --tsa "$base/tsa"
+# A later incremental update that adds an annotation object.
+python3 - once.pdf annotated.pdf <<'PY'
+import re, sys
+d = open(sys.argv[1], "rb").read()
+prev = int(re.findall(rb"startxref\s+(\d+)", d)[-1])
+out = bytearray(d)
+at = len(out)
+out += b"100 0 obj\n<< /Type /Annot /Subtype /Text /Rect [0 0 10 10] /Contents (added later) >>\nendobj\n"
+xref = len(out)
+out += b"xref\n100 1\n%010d 00000 n \ntrailer\n<< /Size 101 /Root 1 0 R /Prev %d >>\nstartxref\n%d\n%%%%EOF\n" % (at, prev, xref)
+open(sys.argv[2], "wb").write(out)
+PY
+# A byte of the signed range changed.
+flip once.pdf changed.pdf 20
+# A /ByteRange whose first part ends 10 bytes early, so that the range skips bytes before /Contents; the
+# numbers keep their width so that no offset moves.
+python3 - once.pdf skipping.pdf <<'PY'
+import re, sys
+d = open(sys.argv[1], "rb").read()
+m = re.search(rb"/ByteRange \[0( +)(\d+)", d)
+a = m.group(2)
+b = str(int(a) - 10).encode().rjust(len(a))
+open(sys.argv[2], "wb").write(d[:m.start(2)] + b + d[m.end(2):])
+PY
+
+# A document time-stamp added to once.pdf by hand: a /DocTimeStamp dictionary (/SubFilter /ETSI.RFC3161) in
+# one more revision, its token asked of `openssl ts -reply` over the SHA-256 of the byte range.
+python3 - once.pdf stamped-doc.pdf.part <<'PY'
+import re, sys
+d = open(sys.argv[1], "rb").read()
+prev = int(re.findall(rb"startxref\s+(\d+)", d)[-1])
+fields = re.findall(rb"/Fields \[([^\]]*)\]", d)[-1].strip()
+out = bytearray(d)
+offsets = {}
+offsets[1] = len(out)
+out += b"1 0 obj\n<< /AcroForm << /Fields [ %s 7 0 R ] /SigFlags 3 >> /Pages 2 0 R /Type /Catalog >>\nendobj\n" % fields
+offsets[6] = len(out)
+out += b"6 0 obj\n<< /Type /DocTimeStamp /Filter /Adobe.PPKLite /SubFilter /ETSI.RFC3161\n/ByteRange [0 0000000000 0000000000 0000000000]\n/Contents <"
+gap_start = len(out) - 1
+out += b"0" * 16384
+out += b">"
+gap_end = len(out)
+out += b" >>\nendobj\n"
+offsets[7] = len(out)
+out += b"7 0 obj\n<< /Type /Annot /Subtype /Widget /FT /Sig /T (DocTimeStamp1) /V 6 0 R /F 132 /Rect [0 0 0 0] /P 3 0 R >>\nendobj\n"
+xref = len(out)
+out += b"xref\n1 1\n%010d 00000 n \n6 2\n%010d 00000 n \n%010d 00000 n \n" % (offsets[1], offsets[6], offsets[7])
+out += b"trailer\n<< /Size 8 /Root 1 0 R /Prev %d >>\nstartxref\n%d\n%%%%EOF\n" % (prev, xref)
+numbers = b"0 %010d %010d %010d" % (gap_start, gap_end, len(out) - gap_end)
+out = out.replace(b"0 0000000000 0000000000 0000000000", numbers, 1)
+open(sys.argv[2], "wb").write(out)
+PY
+read -r gap_start gap_end < <(python3 -c 'import re, sys; d = open(sys.argv[1], "rb").read()
+m = re.findall(rb"/ByteRange \[0 (\d+) (\d+)", d)[-1]; print(int(m[0]), int(m[1]))' stamped-doc.pdf.part)
+digest=$( (head -c "$gap_start" stamped-doc.pdf.part; tail -c +"$((gap_end + 1))" stamped-doc.pdf.part) | openssl dgst -sha256 -r | cut -d' ' -f1)
+(cd pki && openssl ts -query -digest "$digest" -sha256 -cert -out ../doc.tsq 2> /dev/null &&
+  openssl ts -reply -config ts.cnf -queryfile ../doc.tsq -token_out -out ../doc.tst 2> /dev/null) ||
+  fail "openssl ts could not make the document time-stamp"
+python3 - stamped-doc.pdf.part doc.tst "$gap_start" stamped-doc.pdf <<'PY'
+import sys
+d = bytearray(open(sys.argv[1], "rb").read())
+token = open(sys.argv[2], "rb").read().hex().upper().encode()
+at = int(sys.argv[3]) + 1
+d[at:at + len(token)] = token
+open(sys.argv[4], "wb").write(d)
+PY
+flip stamped-doc.pdf stamped-doc-changed.pdf 20
+
+# FILE|signature (from 1)|INDICATION|SUB-INDICATION|coversWholeFile|kinds of the later revisions|pdfsig says
+while IFS='|' read -r file index indication sub whole later pdfsig_says; do
+  set +e
+  "$KOLVARI" verify --json --trust pki/ca.pem "$file" > out.json 2> err.txt
+  set -e
+  python3 - out.json "$index" "$indication" "$sub" "$whole" "$later" <<'PY' || fail "$file #$index: $(cat out.json err.txt)"
+import json, sys
+s = json.load(open(sys.argv[1]))["signatures"][int(sys.argv[2]) - 1]
+got = (s["indication"], s["subIndication"] or "-", str(s["coversWholeFile"]).lower(),
+       ",".join(r["kind"] for r in s["laterRevisions"]) or "-")
+assert got == tuple(sys.argv[3:7]), "got %s" % (got,)
+PY
+  if [ "$pdfsig_says" != - ] && command -v pdfsig > /dev/null; then
+    pdfsig -nocert "$file" > sig.txt 2>&1 || true
+    said=$(awk -v n="$index" '/^Signature #/ {i++} i == n && /Signature Validation:/ {print ($0 ~ /Signature is Valid/) ? "valid" : "invalid"}' sig.txt)
+    [ "$said" = "$pdfsig_says" ] || fail "$file #$index: pdfsig says $said: $(cat sig.txt)"
+  fi
+  checks=$((checks + 1))
+done <<'EOF'
+once.pdf|1|TOTAL_PASSED|-|true|-|valid
+twice.pdf|1|TOTAL_PASSED|-|false|signature|valid
+twice.pdf|2|TOTAL_PASSED|-|true|-|valid
+stamped.pdf|1|TOTAL_PASSED|-|true|-|valid
+annotated.pdf|1|TOTAL_PASSED|-|false|annotations|valid
+changed.pdf|1|TOTAL_FAILED|HASH_FAILURE|true|-|invalid
+skipping.pdf|1|INDETERMINATE|FORMAT_FAILURE|false|-|invalid
+stamped-doc.pdf|1|TOTAL_PASSED|-|false|document time-stamp|valid
+stamped-doc.pdf|2|TOTAL_PASSED|-|true|-|-
+stamped-doc-changed.pdf|2|TOTAL_FAILED|HASH_FAILURE|true|-|-
+EOF
+"$KOLVARI" verify --json --trust pki/ca.pem stamped.pdf > stamped.json
+python3 -c 'import json, sys; assert json.load(open(sys.argv[1]))["signatures"][0]["timestamp"]' stamped.json ||
+  fail "stamped.pdf: no time-stamp time: $(cat stamped.json)"
+"$KOLVARI" verify --json --trust pki/ca.pem stamped-doc.pdf > stamped-doc.json
+python3 -c 'import json, sys; s = json.load(open(sys.argv[1]))["signatures"][1]
+assert s["kind"] == "document time-stamp" and s["timestamp"] and s["signer"] == "CN=Verify Test TSA", s' \
+  stamped-doc.json || fail "stamped-doc.pdf: $(cat stamped-doc.json)"
+checks=$((checks + 2))
+
+# ---- command lines and files that are not what verify reads: exit status 2, one line naming the fault ----
+while IFS='|' read -r options message; do
+  set +e
+  # shellcheck disable=SC2086
+  "$KOLVARI" verify $options > /dev/null 2> err.txt
+  status=$?
+  set -e
+  [ "$status" = 2 ] || fail "verify $options: exit status $status, expected 2"
+  grep -q -- "$message" err.txt || fail "verify $options: message $(cat err.txt)"
+  checks=$((checks + 1))
+done <<'EOF'
+--trust pki/ca.pem content.txt|content.txt is not a CMS SignedData
+--trust pki/ca.pem missing.p7s|cannot read missing.p7s
+--revocation maybe ossl-ec.pem|--revocation maybe
+--at 20241301000000Z ossl-ec.pem|--at 20241301000000Z
+--trust missing.pem ossl-ec.pem|missing.pem
+--content missing.bin ossl-ec-detached.p7s|--content missing.bin
+--bogus ossl-ec.pem|--bogus
+EOF
+
+echo "verify: $checks checks passed"

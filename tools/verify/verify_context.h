@@ -1,0 +1,47 @@
+// What every signature of one `kolvari verify` run is judged against: the trust anchors, the time, the
+// revocation policy, and the certificates and revocation data that lie beside the signatures (a PDF's DSS).
+#ifndef KOLVARI_TOOLS_VERIFY_VERIFY_CONTEXT_H
+#define KOLVARI_TOOLS_VERIFY_VERIFY_CONTEXT_H
+
+#include <ctime>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <openssl/x509.h>
+
+#include "verify/verify_crypto.h"
+
+enum class RevocationMode { kNone, kEmbedded, kFetch };
+
+struct VerifyOptions {
+  std::vector<std::string> trustFiles;
+  std::string trustDir;
+  bool systemTrust = false;
+  std::optional<time_t> at;
+  RevocationMode revocation = RevocationMode::kEmbedded;
+  long timeoutSeconds = 10;
+};
+
+struct StoreDeleter {
+  void operator()(X509_STORE* s) const { X509_STORE_free(s); }
+};
+
+struct VerifyContext {
+  VerifyOptions options;
+  std::unique_ptr<X509_STORE, StoreDeleter> store;
+  time_t now = 0;                       // --at, else the time the run started
+  std::vector<Certificate> extraCertificates;  // from the PDF's DSS
+  std::vector<Bytes> extraOcsp;                // from the PDF's DSS
+  std::vector<Bytes> extraCrls;                // from the PDF's DSS
+};
+
+// Loads the trust anchors the options name into a new store; false with a message naming the file.
+bool loadTrust(VerifyContext& context, std::string& error);
+
+// Feeds the signed content to sink in chunks; false when it cannot be read.
+using ChunkSink = std::function<void(const unsigned char*, size_t)>;
+using ContentFeed = std::function<bool(const ChunkSink&)>;
+
+#endif  // KOLVARI_TOOLS_VERIFY_VERIFY_CONTEXT_H

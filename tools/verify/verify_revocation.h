@@ -1,0 +1,22 @@
+// The revocation check of a signer certificate: the OCSP responses and CRLs at hand (and, when asked, those
+// fetched from the certificate's responder or distribution point) that its issuer or an authorised responder
+// signed and that are current at the validation time.
+#ifndef KOLVARI_TOOLS_VERIFY_VERIFY_REVOCATION_H
+#define KOLVARI_TOOLS_VERIFY_VERIFY_REVOCATION_H
+
+#include <ctime>
+#include <vector>
+
+#include "verify/verify_context.h"
+#include "verify/verify_report.h"
+
+struct RevocationData {
+  std::vector<Bytes> ocsp;  // OCSPResponse or BasicOCSPResponse
+  std::vector<Bytes> crls;
+};
+
+// Adds the revocation check for certificate, issued by issuer, at time t to report.
+void checkRevocation(const VerifyContext& context, X509* certificate, X509* issuer, RevocationData data,
+                     time_t t, SignatureReport& report);
+
+#endif  // KOLVARI_TOOLS_VERIFY_VERIFY_REVOCATION_H
