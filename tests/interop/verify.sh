@@ -402,7 +402,7 @@ while IFS='|' read -r options message; do
   checks=$((checks + 1))
 done <<'EOF'
 --trust pki/ca.pem content.txt|content.txt is not a CMS SignedData
---trust pki/ca.pem missing.p7s|cannot read missing.p7s
+--trust pki/ca.pem missing.p7s|missing.p7s: No such file or directory
 --revocation maybe ossl-ec.pem|--revocation maybe
 --at 20241301000000Z ossl-ec.pem|--at 20241301000000Z
 --trust missing.pem ossl-ec.pem|missing.pem

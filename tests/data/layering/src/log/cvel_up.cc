@@ -1,2 +1,0 @@
-#include "base/cvel_file.h"
-#include "api/p72_container.h"
