@@ -15,6 +15,7 @@ packages+=(libqpdf-dev qpdf poppler-utils python3-reportlab)  # kolvari sign-pdf
 packages+=(libcli11-dev)  # the option reader of the kolvari tool (header-only)
 packages+=(nlohmann-json3-dev)  # the tool's JSON output
 packages+=(fonts-dejavu-core)  # a TrueType font for sign-pdf --font in tests/interop/text.sh
+packages+=(time)  # /usr/bin/time -v: peak memory in tests/interop/large_content.sh and scripts/bench_large.sh
 
 missing=()
 for p in "${packages[@]}"; do

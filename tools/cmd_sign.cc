@@ -2,11 +2,14 @@
 // (keys, hashing, signing) or a PKCS#11 token (signing), and drives the library through the signing run:
 // signed attributes, data to be signed, signature, SignerInfo, container. Given many files it loads the
 // plug-in, the keys and the certificates once and signs each file in turn.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -17,6 +20,8 @@
 #include "host_crypto.h"
 #include "io/input_file.h"
 #include "services/sign_services.h"
+#include "signing/byte_sink.h"
+#include "signing/content_stream.h"
 #include "signing/host_signer.h"
 #include "signing/key_source.h"
 #include "signing/output_file.h"
@@ -30,6 +35,10 @@ namespace {
 constexpr char kDerOrderVariable[] = "KOLVARI_DER_ATTRIBUTE_ORDER";
 constexpr char kPemLabel[] = "PKCS7";
 constexpr char kSignatureSuffix[] = ".p7s";
+// A test hook: "1" reads each input whole and has the plug-in encode an attached content itself, the
+// reference that the streamed output is compared with.
+constexpr char kInMemoryVariable[] = "KOLVARI_IN_MEMORY";
+constexpr mode_t kCreateMode = 0666;  // less the umask, as any created file
 
 // One signer: its key file and its certificate file (the signer certificate first).
 struct SignerFiles {
@@ -168,28 +177,35 @@ std::string outputPath(const std::string& directory, const std::string& input) {
   return directory + "/" + name + kSignatureSuffix;
 }
 
-// The signature of input: into --out-dir, into --out, or to standard output. A file is refused when it exists
-// (unless --force) or is the input itself.
-bool writeOutput(const SignOptions& o, const std::string& input, const Bytes& der, std::string& error) {
-  std::string pem;
-  const char* bytes = reinterpret_cast<const char*>(der.data());
-  size_t size = der.size();
-  if (o.pem) {
-    pem = toPem(der, kPemLabel);
-    bytes = pem.data();
-    size = pem.size();
-  }
-  if (!o.outDir.empty()) return writeOutputFile(outputPath(o.outDir, input), input, bytes, size, o.force, error);
+// Writes a signature's bytes into a sink; false when the sink refused them (errno set) or, with a message in
+// error, when the content could not be read.
+using SignatureWriter = std::function<bool(ByteSink& sink, std::string& error)>;
+
+// The signature of input: into --out-dir, into --out, or to standard output; as PEM text with --pem. A file
+// is refused when it exists (unless --force) or is the input itself.
+bool writeOutput(const SignOptions& o, const std::string& input, const SignatureWriter& produce, std::string& error) {
+  const SignatureWriter encoded = !o.pem ? produce : [&produce](ByteSink& sink, std::string& e) {
+    PemSink pem(sink, kPemLabel);
+    return produce(pem, e) && pem.finish();
+  };
+  const FileFiller fill = [&encoded](int fd, std::string& e) {
+    FdSink sink(fd);
+    return encoded(sink, e);
+  };
+  if (!o.outDir.empty()) return writeOutputFile(outputPath(o.outDir, input), input, fill, o.force, error);
   // Only a plain file is replaced by a rename: through a symbolic link, a device or a pipe (--out /dev/stdout)
   // the bytes are written as they come, since a rename would put a file in place of the link or the device node.
   struct stat target;
   const bool notRegular = !o.out.empty() && lstat(o.out.c_str(), &target) == 0 && !S_ISREG(target.st_mode);
-  if (!o.out.empty() && !notRegular) return writeOutputFile(o.out, input, bytes, size, o.force, error);
+  if (!o.out.empty() && !notRegular) return writeOutputFile(o.out, input, fill, o.force, error);
   if (notRegular && !checkOutput(o.out, input, o.force, error)) return false;
-  FILE* to = notRegular ? std::fopen(o.out.c_str(), "wb") : stdout;
-  bool written = to != nullptr && std::fwrite(bytes, 1, size, to) == size && std::fflush(to) == 0;
-  if (notRegular && to != nullptr) written = std::fclose(to) == 0 && written;
-  if (!written) error = "cannot write the output";
+  std::fflush(stdout);
+  const int fd = notRegular ? open(o.out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kCreateMode)
+                            : STDOUT_FILENO;
+  std::string fillError;
+  bool written = fd >= 0 && fill(fd, fillError);
+  if (notRegular && fd >= 0) written = close(fd) == 0 && written;
+  if (!written) error = !fillError.empty() ? fillError : "cannot write the output";
   return written;
 }
 
@@ -242,17 +258,54 @@ bool loadSigners(const SignOptions& o, SigningSetup& s, std::string& error) {
   return true;
 }
 
+// An input as it is signed: streamed from its file, or held whole when the plug-in encodes it (the test
+// hook, or an attached signature of an input that cannot be read twice, a pipe).
+struct InputContent {
+  ContentFile file;
+  Bytes whole;
+  bool inMemory = false;
+};
+
+bool inMemoryRequested() {
+  const char* value = std::getenv(kInMemoryVariable);
+  return value != nullptr && std::strcmp(value, "1") == 0;
+}
+
+bool hashInput(const SignOptions& o, const DigestChoice& digest, const std::string& input, InputContent& content,
+               Bytes& messageDigest, std::string& error) {
+  if (!content.file.open(input, error)) return false;
+  content.inMemory = inMemoryRequested() || (o.attached && !content.file.rereadable());
+  if (!content.inMemory) return content.file.digest(digest, messageDigest, error);
+  if (!content.file.readAll(content.whole, error)) return false;
+  if (!digestBytes(digest, content.whole, messageDigest)) {
+    error = "cannot hash: " + opensslError();
+    return false;
+  }
+  return true;
+}
+
+// Writes the container: the plug-in's encoding as it is, or, for content streamed from the file, the
+// plug-in's encoding around an empty content with the file's bytes spliced in.
+bool writeContainer(const SignOptions& o, const std::string& input, const Bytes& message, InputContent& content,
+                    std::string& error) {
+  if (!o.attached || content.inMemory) {
+    return writeOutput(o, input, [&message](ByteSink& sink, std::string&) { return sink.write(message); }, error);
+  }
+  SplicedContainer parts;
+  if (!spliceContent(message, content.file.size(), parts, error)) return false;
+  const SignatureWriter spliced = [&parts, &content](ByteSink& sink, std::string& e) {
+    return sink.write(parts.head) && content.file.copyTo(sink, e) && sink.write(parts.tail);
+  };
+  return writeOutput(o, input, spliced, error);
+}
+
 // Signs one file with every signer and writes its signature.
 bool signFile(const ZarvPlugin& zarv, const SignOptions& o, const DigestChoice* digest, SigningSetup& s,
               const std::string& input, std::string& error) {
   if (!o.outDir.empty() && !checkOutput(outputPath(o.outDir, input), input, o.force, error)) return false;
-  Bytes content;
-  if (!readInputFile(input, content, error)) return false;
+  InputContent content;
   Bytes messageDigest;
-  if (!digestBytes(*digest, content, messageDigest)) {
-    error = "cannot hash: " + opensslError();
-    return false;
-  }
+  if (!hashInput(o, *digest, input, content, messageDigest, error)) return false;
   // The container's certificates and CRLs are the same for every file: only its content and signer infos change.
   ContainerRequest& container = s.container;
   container.digest = digest;
@@ -279,10 +332,11 @@ bool signFile(const ZarvPlugin& zarv, const SignOptions& o, const DigestChoice* 
     if (!buildSignerInfo(zarv, request, container.signerInfos[i], error)) return false;
   }
   Bytes message;
-  container.attachedContent = o.attached ? &content : nullptr;
+  const Bytes emptyContent;
+  container.attachedContent = !o.attached ? nullptr : content.inMemory ? &content.whole : &emptyContent;
   const bool built = buildContainer(zarv, container, message, error);
   container.attachedContent = nullptr;  // content does not outlive this call
-  return built && writeOutput(o, input, message, error);
+  return built && writeContainer(o, input, message, content, error);
 }
 
 // What the interrupted batch has done, for the message a signal prints.

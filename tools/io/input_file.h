@@ -21,6 +21,9 @@ class InputFile {
   long read(unsigned char* buffer, size_t capacity);
   // The rest of the file appended to out; false with a message naming the file.
   bool readAll(std::vector<unsigned char>& out, std::string& error);
+  // The open descriptor, -1 when none, for a reader that needs more than read: the file's status, a second
+  // pass from the start, a copy the kernel makes. It stays the file's own, closed with it.
+  int descriptor() const { return fd_; }
 
  private:
   int fd_ = -1;

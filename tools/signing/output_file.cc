@@ -70,6 +70,13 @@ bool writeAll(int fd, const unsigned char* bytes, size_t size) {
 }  // namespace
 
 bool writeWholeFile(const std::string& path, const void* bytes, size_t size, bool replace, std::string& error) {
+  const FileFiller all = [bytes, size](int fd, std::string&) {
+    return writeAll(fd, static_cast<const unsigned char*>(bytes), size);
+  };
+  return writeFileThrough(path, replace, all, error);
+}
+
+bool writeFileThrough(const std::string& path, bool replace, const FileFiller& fill, std::string& error) {
   struct stat existing;
   if (!replace && lstat(path.c_str(), &existing) == 0) {
     error = path + " exists (--force replaces it)";
@@ -94,8 +101,16 @@ bool writeWholeFile(const std::string& path, const void* bytes, size_t size, boo
     return false;
   }
   setTemporary(temporary);
-  bool written = writeAll(fd, static_cast<const unsigned char*>(bytes), size);
-  written = close(fd) == 0 && written;
+  std::string fillError;
+  const bool filled = fill(fd, fillError);
+  const int fillErrno = errno;
+  const bool written = close(fd) == 0 && filled;
+  if (!filled) {
+    unlink(temporary.c_str());
+    setTemporary(std::string());
+    error = !fillError.empty() ? fillError : "cannot write " + path + ": " + std::strerror(fillErrno);
+    return false;
+  }
   // Without replace, a name that appeared since the check above is refused, never overwritten.
   bool placed =
       written && renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, path.c_str(), replace ? 0 : RENAME_NOREPLACE) == 0;
@@ -139,6 +154,11 @@ bool checkOutput(const std::string& path, const std::string& input, bool replace
 bool writeOutputFile(const std::string& path, const std::string& input, const void* bytes, size_t size,
                      bool replace, std::string& error) {
   return checkOutput(path, input, replace, error) && writeWholeFile(path, bytes, size, replace, error);
+}
+
+bool writeOutputFile(const std::string& path, const std::string& input, const FileFiller& fill, bool replace,
+                     std::string& error) {
+  return checkOutput(path, input, replace, error) && writeFileThrough(path, replace, fill, error);
 }
 
 void setInterruptNote(const std::string& note) {

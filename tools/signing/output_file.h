@@ -4,12 +4,20 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <string>
 
 // Writes size bytes to a temporary file beside path and renames it to path, so that a reader sees either
 // nothing or the whole file. Without replace an existing path is left alone and reported. False with a
 // one-line message.
 bool writeWholeFile(const std::string& path, const void* bytes, size_t size, bool replace, std::string& error);
+
+// Writes the content into the temporary file's descriptor. False when a write failed (errno says why, error
+// left empty) or, with a message in error, for a fault of its own (an input that could not be read).
+using FileFiller = std::function<bool(int fd, std::string& error)>;
+// As writeWholeFile, with the content written by fill, in as many pieces as it likes: a file of any size
+// passes through without being held whole.
+bool writeFileThrough(const std::string& path, bool replace, const FileFiller& fill, std::string& error);
 
 // The rule of every output the tool writes: an existing path is refused unless replace (--force), and the
 // input itself (the same device and inode) in any case, as is a directory. False with a one-line message.
@@ -18,6 +26,10 @@ bool checkOutput(const std::string& path, const std::string& input, bool replace
 // checkOutput, then writeWholeFile.
 bool writeOutputFile(const std::string& path, const std::string& input, const void* bytes, size_t size,
                      bool replace, std::string& error);
+
+// checkOutput, then writeFileThrough.
+bool writeOutputFile(const std::string& path, const std::string& input, const FileFiller& fill, bool replace,
+                     std::string& error);
 
 // What to print when a signal (SIGINT, SIGTERM, SIGHUP) ends the process. Whether or not a note is set, the
 // temporary file being written is removed first, and the process then ends by the signal.

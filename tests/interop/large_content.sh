@@ -1,0 +1,208 @@
+#!/usr/bin/env bash
+# `kolvari sign` on files larger than its read buffer (1 MiB): the input is hashed as it is read and an
+# attached content is copied from the file into the output between the plug-in's encoding of the rest. The
+# streamed bytes must equal those of the whole-file path (KOLVARI_IN_MEMORY=1, where the plug-in encodes the
+# content itself) for every size where a length of the six elements around the content changes its number
+# of octets, OpenSSL must verify the result and give back the content, a write that fails half-way must
+# leave nothing behind, and a 64 MiB file must be signed in far less memory than the file takes.
+set -euo pipefail
+: "${KOLVARI:?path of the kolvari tool}"
+: "${KOLVARI_PLUGIN:?path of the plug-in}"
+
+here=$(cd "$(dirname "$0")" && pwd)
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work"
+
+fail() { echo "FAIL: $*" >&2; exit 1; }
+
+. "$here/../support/test_pki.sh"
+make_test_ca "Kolvari Large Content CA"
+serial=4096
+make_signer rsa "/C=DE/O=Kolvari Interop/CN=rsa signer" rsa:2048
+make_signer p256 "/C=DE/O=Kolvari Interop/CN=p256 signer" ec -pkeyopt ec_paramgen_curve:P-256
+
+readonly buffer=$((1024 * 1024))
+# RSA signatures are deterministic: with a fixed time both paths give the same bytes. Each run replaces the
+# output of the one before (--force).
+sign() {  # output, input, options...
+  local out=$1 in=$2
+  shift 2
+  "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key rsa.key --cert rsa.pem --chain ca.pem \
+    --time 20240101120000Z --force "$@" --out "$out" "$in"
+}
+content() {  # size: content.bin of that many random bytes
+  head -c "$1" /dev/urandom > content.bin
+  [ "$(stat -c %s content.bin)" -eq "$1" ] || fail "cannot make a file of $1 bytes"
+}
+same_as_in_memory() {  # tag, options...
+  local tag=$1
+  shift
+  sign streamed.out content.bin "$@" || fail "$tag: kolvari sign $*"
+  KOLVARI_IN_MEMORY=1 sign in_memory.out content.bin "$@" || fail "$tag: kolvari sign $* (in memory)"
+  cmp -s streamed.out in_memory.out || fail "$tag: streamed bytes differ from the in-memory path's ($*)"
+}
+
+# Sizes around the read buffer and a file several buffers long, in every output form.
+checks=0
+for size in 0 1 $((buffer - 1)) $buffer $((buffer + 1)) $((5 * buffer + 3)); do
+  content "$size"
+  for options in "" "--attached" "--pem" "--attached --pem"; do
+    # shellcheck disable=SC2086  # the options are separate words
+    same_as_in_memory "$size bytes" $options
+    checks=$((checks + 1))
+  done
+  openssl cms -verify -binary -inform DER -in <(sign /dev/stdout content.bin --attached) \
+    -CAfile ca.pem -out extracted.bin 2>verify.err || { cat verify.err >&2; fail "$size bytes: not verified"; }
+  cmp -s extracted.bin content.bin || fail "$size bytes: the attached content differs from the input"
+done
+
+# Each length of the elements around the content (ContentInfo, its [0], SignedData, EncapsulatedContentInfo,
+# its [0], the OCTET STRING) changes from one length octet to two, and from two to three, at a content size
+# found from the empty content's encoding; just below and at each of those sizes the bytes must agree.
+: > empty.bin
+sign empty.der empty.bin --attached
+boundary_sizes=$(python3 - empty.der <<'PY'
+import sys
+der = open(sys.argv[1], 'rb').read()
+
+def header(at):
+    """(header length, content length) of the element at offset at."""
+    first = der[at + 1]
+    if first < 0x80:
+        return 2, first
+    count = first & 0x7F
+    return 2 + count, int.from_bytes(der[at + 2:at + 2 + count], 'big')
+
+def skip(at):
+    h, n = header(at)
+    return at + h + n
+
+# ContentInfo, [0], SignedData; then version and digestAlgorithms are skipped; EncapsulatedContentInfo
+# (skipping its OID), [0], OCTET STRING.
+offsets = [0]
+offsets.append(skip(offsets[0] + header(0)[0]))
+offsets.append(offsets[1] + header(offsets[1])[0])
+at = skip(skip(offsets[2] + header(offsets[2])[0]))
+offsets.append(at)
+offsets.append(skip(at + header(at)[0]))
+offsets.append(offsets[4] + header(offsets[4])[0])
+empty = [header(o)[1] for o in offsets]
+assert empty[5] == 0, "the OCTET STRING of an empty content is not empty"
+
+def header_size(length):
+    return 2 if length < 0x80 else 2 + (length.bit_length() + 7) // 8
+
+def lengths(n):
+    out, growth = [], n
+    for length in reversed(empty):
+        out.append(length + growth)
+        growth += header_size(length + growth) - header_size(length)
+    return list(reversed(out))
+
+sizes = set()
+for element in range(6):
+    for limit in (0x80, 0x100, 0x10000):
+        n = 0
+        while lengths(n)[element] < limit:
+            n += max(1, limit - lengths(n)[element] - 8)
+        while n > 0 and lengths(n - 1)[element] >= limit:
+            n -= 1
+        sizes.update({n - 1, n} - {-1})
+print(' '.join(str(s) for s in sorted(sizes)))
+PY
+)
+[ -n "$boundary_sizes" ] || fail "no boundary sizes found"
+for size in $boundary_sizes; do
+  content "$size"
+  same_as_in_memory "$size bytes (length boundary)" --attached
+  checks=$((checks + 1))
+done
+
+# OpenSSL verifies a streamed EC signature (random, so compared with nothing) and gives back the content.
+content $((5 * buffer + 3))
+for mode in detached attached; do
+  options=()
+  [ $mode = attached ] && options=(--attached)
+  "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key p256.key --cert p256.pem "${options[@]}" --force --out ec.der content.bin ||
+    fail "EC $mode: kolvari sign"
+  if [ $mode = attached ]; then
+    openssl cms -verify -binary -inform DER -in ec.der -CAfile ca.pem -out extracted.bin 2>verify.err
+    cmp -s extracted.bin content.bin || fail "EC attached: the content differs from the input"
+  else
+    openssl cms -verify -binary -inform DER -in ec.der -content content.bin -CAfile ca.pem -out /dev/null 2>verify.err
+  fi || { cat verify.err >&2; fail "EC $mode: not verified"; }
+done
+
+# A batch streams each file into --out-dir.
+mkdir batch
+cp content.bin batch/a.bin
+head -c 3 content.bin > batch/b.bin
+"$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key rsa.key --cert rsa.pem --time 20240101120000Z --attached \
+  --out-dir batch batch/a.bin batch/b.bin || fail "batch: kolvari sign --out-dir"
+for name in a b; do
+  KOLVARI_IN_MEMORY=1 "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key rsa.key --cert rsa.pem \
+    --time 20240101120000Z --attached --out $name.ref batch/$name.bin || fail "batch: in-memory reference of $name"
+  cmp -s batch/$name.bin.p7s $name.ref || fail "batch: $name.bin.p7s differs from the in-memory path's"
+done
+
+# A pipe cannot be read twice: with --attached it is read whole, and the bytes are those of the same content
+# from a file.
+sign piped.der <(cat content.bin) --attached || fail "pipe: kolvari sign --attached"
+KOLVARI_IN_MEMORY=1 sign piped.ref content.bin --attached || fail "pipe: in-memory reference"
+cmp -s piped.der piped.ref || fail "pipe: the attached signature differs from the file's"
+
+# The streamed path keeps the rules of every input and output: a directory is named as one, the input is
+# never its own output (not even with --force), and an existing output stays as it was without --force.
+mkdir input_dir
+cp content.bin kept.der
+refused() {  # tag, expected message, arguments of kolvari sign...
+  local tag=$1 want=$2
+  shift 2
+  set +e
+  "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key rsa.key --cert rsa.pem --attached "$@" 2>refused.err
+  local status=$?
+  set -e
+  [ "$status" -ne 0 ] || fail "$tag: exit status 0"
+  grep -qF "$want" refused.err || { cat refused.err >&2; fail "$tag: no message '$want'"; }
+}
+refused "directory input" "input_dir: is a directory" --out dir.der input_dir
+refused "output is the input" "is the input content.bin itself" --force --out content.bin content.bin
+refused "existing output" "kept.der exists (--force replaces it)" --out kept.der content.bin
+cmp -s kept.der content.bin || fail "existing output: kept.der was changed"
+cmp -s content.bin batch/a.bin || fail "output is the input: content.bin was changed"
+[ ! -e dir.der ] || fail "directory input: dir.der was written"
+
+# A write refused half-way through the content (a file-size limit of 2 MiB, its signal ignored so that the
+# write fails with EFBIG) fails the run and leaves neither the output nor a temporary file.
+mkdir limited
+set +e
+(trap '' XFSZ; ulimit -f 2048; sign limited/out.der content.bin --attached) 2>limited.err
+status=$?
+set -e
+[ "$status" -eq 1 ] || fail "a failed write: exit status $status, want 1"
+grep -q "cannot write limited/out.der" limited.err || { cat limited.err >&2; fail "a failed write is not named"; }
+[ -z "$(ls -A limited)" ] || fail "a failed write left $(ls -A limited)"
+
+# Memory: a 64 MiB file read whole would take at least 64 MiB; streamed, the peak stays near the tool's
+# own size. Measured only on the plain build: sanitizers and valgrind reserve memory of their own.
+measure=yes
+if ! head -c 4 "$KOLVARI" | grep -q ELF || ldd "$KOLVARI" 2>/dev/null | grep -q 'libasan\|libtsan'; then
+  measure=no
+fi
+if [ $measure = yes ] && [ -x /usr/bin/time ]; then
+  head -c $((64 * buffer)) /dev/zero > big.bin
+  limit_kb=$((40 * 1024))
+  for options in "" "--attached"; do
+    # shellcheck disable=SC2086
+    /usr/bin/time -f %M -o peak.txt "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key rsa.key --cert rsa.pem \
+      $options --force --out big.der big.bin || fail "64 MiB ${options:---detached}: kolvari sign"
+    peak=$(tail -1 peak.txt)
+    [ "$peak" -lt "$limit_kb" ] || fail "64 MiB ${options:---detached}: peak memory $peak KiB, limit $limit_kb KiB"
+    echo "64 MiB ${options:---detached}: peak memory $peak KiB"
+  done
+else
+  echo "memory not measured: the tool runs under a sanitizer or a wrapper"
+fi
+
+echo "large content: $checks streamed outputs equal to the in-memory path's"
