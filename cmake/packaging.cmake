@@ -25,15 +25,17 @@ set_target_properties(kolvari-pkcs7 PROPERTIES EXPORT_NAME plugin)
 set_target_properties(kolvari_core PROPERTIES EXPORT_NAME static)
 
 install(FILES ${PROJECT_SOURCE_DIR}/include/kolvari/zarv.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kolvari)
+# The core's own archive is never installed (its rule is outside every install): the exported static target
+# names the path where the sealed archive below is installed.
 install(TARGETS kolvari-pkcs7 kolvari_core kolvari_headers EXPORT KolvariPkcs7Targets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT kolvari_unsealed EXCLUDE_FROM_ALL)
 install(EXPORT KolvariPkcs7Targets NAMESPACE ${KOLVARI_PACKAGE_NAME}:: DESTINATION ${KOLVARI_CMAKE_DIR})
 # The static library as installed: the core's objects linked into one relocatable object whose hidden symbols
 # (everything but the ZARV_ interface) are made local, so that a host linking it statically meets none of the
 # library's internal names (currentTime, openFile, ...) and none can clash with a name of its own. It is
-# installed over the archive that the rule above puts in place, under the same name the exported target
-# names. The build tree keeps the plain archive, which the tests, the tools and the plug-in link. The section
+# installed under the name the exported target names. The build tree keeps the plain archive, which the
+# tests, the tools and the plug-in link. The section
 # groups of inline and template code become plain sections in the one object: a host that instantiates the
 # same standard templates keeps its own copies, and ours stay whole instead of being dropped from under the
 # references that the merged object makes to them.
