@@ -195,7 +195,9 @@ for layout in merged:5 kids:7; do
   is_prefix "$in" filled.pdf
   check_signed filled.pdf 1
   grep -q 'Signature Field Name: Approval' sig.txt || fail "$in: pdfsig names another field: $(cat sig.txt)"
-  tail -c +"$(($(stat -c %s "$in") + 1))" filled.pdf | grep -aq "^$field 0 obj" ||
+  # The update into a file first: grep -q would end a pipe early and fail tail under pipefail.
+  tail -c +"$(($(stat -c %s "$in") + 1))" filled.pdf > update.bin
+  grep -aq "^$field 0 obj" update.bin ||
     fail "$in: the field object $field is not rewritten in the update"
   qpdf --show-object="$field" filled.pdf | grep -Eq '/T \(Approval\) .*/V [0-9]+ 0 R|/V [0-9]+ 0 R.*/T \(Approval\)' ||
     fail "$in: field $field is $(qpdf --show-object="$field" filled.pdf)"
