@@ -85,7 +85,8 @@ class CvelA1Writer {
       ok_ = false;
       return;
     }
-    std::memcpy(at_, src, n);
+    // n is at most left_, the room of a buffer in memory, so it fits size_t on 32-bit builds too.
+    std::memcpy(at_, src, static_cast<size_t>(n));
     at_ += n;
     left_ -= n;
   }
