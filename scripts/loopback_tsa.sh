@@ -12,7 +12,6 @@
 # KOLVARI_LOOPBACK_SECONDS set, for that many seconds.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-server_script="$root/tests/interop/ltv_server.py"
 
 for tool in openssl /usr/bin/python3; do
   command -v "$tool" > /dev/null || { echo "loopback_tsa: $tool is missing (scripts/deps.sh installs it)" >&2; exit 1; }
@@ -27,27 +26,16 @@ else
   dir=$(mktemp -d)
   keep=0
 fi
-server=
+fail() { echo "loopback_tsa: $*" >&2; exit 1; }
+. "$root/tests/support/loopback_services.sh"
 stop() {
-  if [ -n "$server" ]; then
-    kill "$server" 2> /dev/null || true
-    wait "$server" 2> /dev/null || true
-  fi
+  stop_loopback_services
   [ "$keep" -eq 1 ] || rm -rf "$dir"
 }
 trap stop EXIT
 trap 'exit 0' INT TERM
 
-rm -f "$dir/port"
-/usr/bin/python3 "$server_script" "$dir" "$dir/port" &
-server=$!
-for _ in $(seq 100); do
-  [ -s "$dir/port" ] && break
-  kill -0 "$server" 2> /dev/null || { echo "loopback_tsa: the server did not start" >&2; exit 1; }
-  sleep 0.1
-done
-[ -s "$dir/port" ] || { echo "loopback_tsa: the server did not report its port" >&2; exit 1; }
-base=http://127.0.0.1:$(cat "$dir/port")
+start_loopback_services "$dir"
 
 cd "$dir"
 cat > x509.cnf <<EOF
@@ -68,52 +56,15 @@ extendedKeyUsage = critical,timeStamping
 keyUsage = critical,digitalSignature
 extendedKeyUsage = critical,OCSPSigning
 EOF
-key() { openssl ecparam -name prime256v1 -genkey -noout -out "$1.key"; }
-issue() {  # NAME SERIAL SECTION SUBJECT
-  key "$1"
-  openssl req -new -key "$1.key" -subj "$4" -config x509.cnf |
-    openssl x509 -req -CA ca.pem -CAkey ca.key -set_serial "0x$2" -days 30 -extfile x509.cnf -extensions "$3" \
-      -out "$1.pem" 2> /dev/null
-}
-key ca
-openssl req -x509 -new -key ca.key -subj "/CN=Loopback Test CA" -days 30 -config x509.cnf -extensions ca -out ca.pem
-issue signer 1001 signer "/CN=Loopback Signer"
-issue tsa 2001 tsa "/CN=Loopback TSA"
-issue ocsp 2002 ocsp "/CN=Loopback OCSP Responder"
+make_loopback_ca "/CN=Loopback Test CA"
+issue_certificate signer 1001 signer "/CN=Loopback Signer"
+issue_certificate tsa 2001 tsa "/CN=Loopback TSA"
+issue_certificate ocsp 2002 ocsp "/CN=Loopback OCSP Responder"
 printf 'V\t491231235959Z\t\t1001\tunknown\t/CN=Loopback Signer\n' > index.txt
-echo 01 > crlnumber
-cat > ca.cnf <<'EOF'
-[ca]
-default_ca = test
-[test]
-database = index.txt
-crlnumber = crlnumber
-default_md = sha256
-default_crl_days = 30
-certificate = ca.pem
-private_key = ca.key
-EOF
-openssl ca -gencrl -config ca.cnf -out ca.crl.pem 2> /dev/null
-openssl crl -in ca.crl.pem -outform DER -out ca.crl
-echo 01 > tsaserial
-cat > ts.cnf <<'EOF'
-[tsa]
-default_tsa = tsa_config
-[tsa_config]
-serial = ./tsaserial
-crypto_device = builtin
-signer_cert = ./tsa.pem
-certs = ./ca.pem
-signer_key = ./tsa.key
-signer_digest = sha256
-default_policy = 1.2.3.4.1
-digests = sha256, sha384, sha512
-accuracy = secs:1
-ordering = no
+make_loopback_crl 30
+write_tsa_config "sha256, sha384, sha512" "accuracy = secs:1
 tsa_name = yes
-ess_cert_id_chain = no
-ess_cert_id_alg = sha256
-EOF
+ess_cert_id_chain = no"
 
 cat <<EOF
 time-stamp authority: $base/tsa

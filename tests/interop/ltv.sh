@@ -21,12 +21,9 @@ if [ ${#missing[@]} -ne 0 ]; then
 fi
 
 work=$(mktemp -d)
-server=
+. "$here/../support/loopback_services.sh"
 stop() {
-  if [ -n "$server" ]; then
-    kill "$server" 2> /dev/null || true
-    wait "$server" 2> /dev/null || true
-  fi
+  stop_loopback_services
   rm -rf "$work"
 }
 trap stop EXIT
@@ -35,11 +32,7 @@ fail() { echo "FAIL: $*" >&2; exit 1; }
 
 # ---- the loopback services; the certificates below name their port ----
 mkdir pki
-/usr/bin/python3 "$here/ltv_server.py" "$work/pki" "$work/port" &
-server=$!
-for _ in $(seq 100); do [ -s port ] && break; kill -0 "$server" 2> /dev/null || fail "the server did not start"; sleep 0.1; done
-[ -s port ] || fail "the server did not report its port"
-base=http://127.0.0.1:$(cat port)
+start_loopback_services "$work/pki"
 
 # ---- the test PKI, in pki/ where the server reads it ----
 cd pki
@@ -67,59 +60,21 @@ extendedKeyUsage = critical,timeStamping
 keyUsage = critical,digitalSignature
 extendedKeyUsage = critical,OCSPSigning
 EOF
-key() { openssl ecparam -name prime256v1 -genkey -noout -out "$1.key"; }
-# issue NAME SERIAL SECTION SUBJECT
-issue() {
-  key "$1"
-  openssl req -new -key "$1.key" -subj "$4" -config x509.cnf |
-    openssl x509 -req -CA ca.pem -CAkey ca.key -set_serial "0x$2" -days 30 -extfile x509.cnf -extensions "$3" \
-      -out "$1.pem" 2> /dev/null
-}
-key ca
-openssl req -x509 -new -key ca.key -subj "/CN=LTV Test CA" -days 30 -config x509.cnf -extensions ca -out ca.pem
-issue good 1001 signer "/CN=Good Signer"
-issue revoked 1002 signer "/CN=Revoked Signer"
-issue fallback 1003 crl_only "/CN=Fallback Signer"
-issue plain 1004 no_services "/CN=Plain Signer"
-issue tsa 2001 tsa "/CN=LTV Test TSA"
-issue ocsp 2002 ocsp "/CN=LTV Test OCSP Responder"
+make_loopback_ca "/CN=LTV Test CA"
+issue_certificate good 1001 signer "/CN=Good Signer"
+issue_certificate revoked 1002 signer "/CN=Revoked Signer"
+issue_certificate fallback 1003 crl_only "/CN=Fallback Signer"
+issue_certificate plain 1004 no_services "/CN=Plain Signer"
+issue_certificate tsa 2001 tsa "/CN=LTV Test TSA"
+issue_certificate ocsp 2002 ocsp "/CN=LTV Test OCSP Responder"
 now=$(date -u +%y%m%d%H%M%SZ)
 printf 'V\t491231235959Z\t\t1001\tunknown\t/CN=Good Signer\n' > index.txt
 printf 'R\t491231235959Z\t%s\t1002\tunknown\t/CN=Revoked Signer\n' "$now" >> index.txt
 printf 'V\t491231235959Z\t\t1003\tunknown\t/CN=Fallback Signer\n' >> index.txt
-echo 01 > crlnumber
-cat > ca.cnf <<'EOF'
-[ca]
-default_ca = test
-[test]
-database = index.txt
-crlnumber = crlnumber
-default_md = sha256
-default_crl_days = 1
-certificate = ca.pem
-private_key = ca.key
-EOF
-openssl ca -gencrl -config ca.cnf -out ca.crl.pem 2> /dev/null
-openssl crl -in ca.crl.pem -outform DER -out ca.crl
-echo 01 > tsaserial
-cat > ts.cnf <<'EOF'
-[tsa]
-default_tsa = tsa_config
-[tsa_config]
-serial = ./tsaserial
-crypto_device = builtin
-signer_cert = ./tsa.pem
-certs = ./ca.pem
-signer_key = ./tsa.key
-signer_digest = sha256
-default_policy = 1.2.3.4.1
-digests = sha256, sha384
-accuracy = secs:1
-ordering = no
+make_loopback_crl 1
+write_tsa_config "sha256, sha384" "accuracy = secs:1
 tsa_name = yes
-ess_cert_id_chain = no
-ess_cert_id_alg = sha256
-EOF
+ess_cert_id_chain = no"
 # An OCSP response for the revoked signer, fetched by the openssl command, for the case of a response that
 # does not cover the certificate being signed with.
 openssl ocsp -issuer ca.pem -cert revoked.pem -url "$base/ocsp" -respout revoked.ocsp -noverify > /dev/null 2>&1 ||

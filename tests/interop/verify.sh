@@ -17,12 +17,9 @@ if [ ${#missing[@]} -ne 0 ]; then
 fi
 
 work=$(mktemp -d)
-server=
+. "$here/../support/loopback_services.sh"
 stop() {
-  if [ -n "$server" ]; then
-    kill "$server" 2> /dev/null || true
-    wait "$server" 2> /dev/null || true
-  fi
+  stop_loopback_services
   rm -rf "$work"
 }
 trap stop EXIT
@@ -43,11 +40,7 @@ print(d.rindex(h) if sys.argv[3] else d.index(h))' "$1" "$2" "${3:-}"
 
 # ---- the loopback services and the PKI they serve (as in ltv.sh) ----
 mkdir pki
-/usr/bin/python3 "$here/ltv_server.py" "$work/pki" "$work/port" &
-server=$!
-for _ in $(seq 100); do [ -s port ] && break; kill -0 "$server" 2> /dev/null || fail "the server did not start"; sleep 0.1; done
-[ -s port ] || fail "the server did not report its port"
-base=http://127.0.0.1:$(cat port)
+start_loopback_services "$work/pki"
 cd pki
 cat > x509.cnf <<EOF2
 [req]
@@ -68,45 +61,19 @@ extendedKeyUsage = critical,timeStamping
 keyUsage = critical,digitalSignature
 extendedKeyUsage = critical,OCSPSigning
 EOF2
-# issue NAME SERIAL SECTION SUBJECT KEY-OPTIONS...
-issue() {
-  local name=$1 serial=$2 section=$3 subject=$4
-  shift 4
-  openssl genpkey "$@" -out "$name.key" 2> /dev/null
-  openssl req -new -key "$name.key" -subj "$subject" -config x509.cnf |
-    openssl x509 -req -CA ca.pem -CAkey ca.key -set_serial "0x$serial" -days 30 -extfile x509.cnf \
-      -extensions "$section" -out "$name.pem" 2> /dev/null
-}
-openssl genpkey -algorithm EC -pkeyopt ec_paramgen_curve:P-256 -out ca.key
-openssl req -x509 -new -key ca.key -subj "/CN=Verify Test CA" -days 30 -config x509.cnf -extensions ca -out ca.pem
+make_loopback_ca "/CN=Verify Test CA"
 openssl req -x509 -newkey rsa:2048 -nodes -keyout other.key -subj "/CN=Other CA" -days 30 -out other.pem 2> /dev/null
-issue rsa 1001 signer "/O=Kolvari/CN=rsa signer" -algorithm RSA -pkeyopt rsa_keygen_bits:2048
-issue ec 1002 signer "/O=Kolvari/CN=ec signer" -algorithm EC -pkeyopt ec_paramgen_curve:P-384
-issue ed 1003 signer "/O=Kolvari/CN=ed25519 signer" -algorithm ED25519
-issue revoked 1004 signer "/O=Kolvari/CN=revoked signer" -algorithm EC -pkeyopt ec_paramgen_curve:P-256
-issue encipher 1005 encipher "/O=Kolvari/CN=encipher only" -algorithm EC -pkeyopt ec_paramgen_curve:P-256
-issue tsa 2001 tsa "/CN=Verify Test TSA" -algorithm EC -pkeyopt ec_paramgen_curve:P-256
-issue ocsp 2002 ocsp "/CN=Verify Test OCSP" -algorithm EC -pkeyopt ec_paramgen_curve:P-256
+issue_certificate rsa 1001 signer "/O=Kolvari/CN=rsa signer" -algorithm RSA -pkeyopt rsa_keygen_bits:2048
+issue_certificate ec 1002 signer "/O=Kolvari/CN=ec signer" -algorithm EC -pkeyopt ec_paramgen_curve:P-384
+issue_certificate ed 1003 signer "/O=Kolvari/CN=ed25519 signer" -algorithm ED25519
+issue_certificate revoked 1004 signer "/O=Kolvari/CN=revoked signer" -algorithm EC -pkeyopt ec_paramgen_curve:P-256
+issue_certificate encipher 1005 encipher "/O=Kolvari/CN=encipher only" -algorithm EC -pkeyopt ec_paramgen_curve:P-256
+issue_certificate tsa 2001 tsa "/CN=Verify Test TSA" -algorithm EC -pkeyopt ec_paramgen_curve:P-256
+issue_certificate ocsp 2002 ocsp "/CN=Verify Test OCSP" -algorithm EC -pkeyopt ec_paramgen_curve:P-256
 now=$(date -u +%y%m%d%H%M%SZ)
 printf 'V\t491231235959Z\t\t1001\tunknown\t/O=Kolvari/CN=rsa signer\n' > index.txt
 printf 'R\t491231235959Z\t%s\t1004\tunknown\t/O=Kolvari/CN=revoked signer\n' "$now" >> index.txt
-openssl crl -in /dev/null 2> /dev/null || true
-echo 01 > tsaserial
-cat > ts.cnf <<'EOF2'
-[tsa]
-default_tsa = tsa_config
-[tsa_config]
-serial = ./tsaserial
-crypto_device = builtin
-signer_cert = ./tsa.pem
-certs = ./ca.pem
-signer_key = ./tsa.key
-signer_digest = sha256
-default_policy = 1.2.3.4.1
-digests = sha256, sha384
-ordering = no
-ess_cert_id_alg = sha256
-EOF2
+write_tsa_config "sha256, sha384"
 cd "$work"
 head -c 300000 /dev/urandom > content.bin
 printf 'the signed text\n' > content.txt
