@@ -1,6 +1,6 @@
 // The signing helpers of the tool: the PKCS #11 URI (RFC 7512), a token's ECDSA r||s turned into the DER
 // ECDSA-Sig-Value (expected bytes derived from X.690 and checked with `openssl asn1parse`), and the output
-// writer's rule that a file appears whole or not at all.
+// writer's rule that a file appears whole or not at all, and the --time the signer is given.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,6 +12,7 @@
 #include <iterator>
 #include <string>
 
+#include "cli/signing_time.h"
 #include "signing/output_file.h"
 #include "signing/pkcs11_signer.h"
 #include "signing/pkcs11_uri.h"
@@ -216,3 +217,42 @@ TEST_F(OutputFile, PiecesArriveWholeAndTheTargetFolderMustExist) {
 }
 
 }  // namespace
+
+struct TimeCase {
+  const char* text;
+  const char* problem;  // empty: accepted
+  const char* longForm;
+};
+
+TEST(SigningTime, TheCalendarAndTheUtcTimeCentury) {
+  const TimeCase cases[] = {
+      {"20241301000000Z", "month 13", ""},
+      {"20240001000000Z", "month 0", ""},
+      {"20240230256199Z", "day 30 of February 2024", ""},
+      {"20230229120000Z", "day 29 of February 2023", ""},
+      {"19000229120000Z", "day 29 of February 1900", ""},
+      {"20240431000000Z", "day 31 of April 2024", ""},
+      {"20240100000000Z", "day 0 of January 2024", ""},
+      {"20240101240000Z", "hour 24", ""},
+      {"20240101236000Z", "minute 60", ""},
+      {"20240101235960Z", "second 60", ""},
+      {"241301000000Z", "month 13", ""},
+      {"2024010112000Z", "not YYYYMMDDhhmmssZ or YYMMDDhhmmssZ", ""},
+      {"20240101120000", "not YYYYMMDDhhmmssZ or YYMMDDhhmmssZ", ""},
+      {"2024010112000+Z", "not YYYYMMDDhhmmssZ or YYMMDDhhmmssZ", ""},
+      {"20240229120000Z", "", "20240229120000Z"},
+      {"20000229120000Z", "", "20000229120000Z"},
+      {"20241231235959Z", "", "20241231235959Z"},
+      {"240501090307Z", "", "20240501090307Z"},
+      {"990501090307Z", "", "19990501090307Z"},
+      {"491231235959Z", "", "20491231235959Z"},
+      {"500101000000Z", "", "19500101000000Z"},
+  };
+  for (const TimeCase& c : cases) {
+    std::string longForm;
+    EXPECT_EQ(readSigningTime(c.text, longForm), c.problem) << c.text;
+    if (*c.problem == '\0') {
+      EXPECT_EQ(longForm, c.longForm) << c.text;
+    }
+  }
+}
