@@ -32,8 +32,15 @@ refused() {  # status, message, output, command...
 }
 
 # A signature OpenSSL verifies against ca.pem: detached over CONTENT, or attached without it.
-verifies() {  # signature (DER), [content]
-  openssl cms -verify -binary -inform DER -in "$1" ${2:+-content "$2"} -CAfile ca.pem -out /dev/null 2>verify.err
+verifies() {  # signature, [content], [DER or PEM]
+  openssl cms -verify -binary -inform "${3:-DER}" -in "$1" ${2:+-content "$2"} -CAfile ca.pem -out /dev/null \
+    2>verify.err
+}
+
+# Flips the lowest bit of the byte at OFFSET of FILE, in place.
+flip() {  # file, offset
+  python3 -c 'import sys; p, at = sys.argv[1], int(sys.argv[2]); d = bytearray(open(p, "rb").read()); d[at] ^= 1
+open(p, "wb").write(d)' "$1" "$2"
 }
 
 # The tool's signing commands with the plug-in and the options in the array signer (empty: each call gives its own).
