@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # The start of every interop script, sourced after `set -euo pipefail`: a work folder that is removed at exit
 # (KEEP_WORK=1 keeps it and prints its path), the script's folder in $here, the test PKI helpers, and the
 # checks the scripts share. `requires TOOL...` exits 77 (skipped) when a tool is not installed.
@@ -5,7 +6,7 @@
 here=$(cd "$(dirname "${BASH_SOURCE[1]}")" && pwd)
 work=$(mktemp -d)
 trap '[ -n "${KEEP_WORK:-}" ] && echo "work folder: $work" || rm -rf "$work"' EXIT
-cd "$work"
+cd "$work" || exit 1
 . "$here/../support/test_pki.sh"
 
 fail() { echo "FAIL: $*" >&2; exit 1; }
