@@ -79,7 +79,6 @@ cannot load the PKCS#11 module /no/such/module.so|pkcs11:token=demo;object=rsa?p
 token bare holds no certificate for the key|pkcs11:token=bare;object=lonely?pin-value=1234|
 no token absent present|pkcs11:token=absent;object=rsa?pin-value=1234|
 token demo needs a PIN|pkcs11:token=demo;object=rsa|
-PKCS#11 URI gives object twice|pkcs11:token=demo;object=rsa;object=ec?pin-value=1234|
 key rsa on token demo does not belong to certificate ec.der|pkcs11:token=demo;object=rsa?pin-value=1234|--cert ec.der
 key ec on token demo does not belong to certificate rsa.der|pkcs11:token=demo;object=ec?pin-value=1234|--cert rsa.der
 key ec on token demo does not belong to certificate lonely.der|pkcs11:token=demo;object=ec?pin-value=1234|--cert lonely.der

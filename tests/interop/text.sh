@@ -57,26 +57,20 @@ assert want.encode() in raw, "the UTF-8 text is not in the output as it is"
 PY
 done
 
-# inspect --json of a signature by that signer carries the same UTF-8 name; the signed attributes decoded.
+# inspect --json of a signature by that signer carries the same UTF-8 name; the signed attributes hold the
+# document's digest and the certificate's hash, serial and issuer (their grammar: attribute_view_test.cc).
 printf 'Text for the attribute check\n' > doc.txt
-sign --key utf8.key --cert utf8.pem --time 20240501090307Z --out doc.p7s \
-  doc.txt 2> /dev/null || fail "kolvari sign"
+sign --key utf8.key --cert utf8.pem --time 20240501090307Z --out doc.p7s doc.txt 2> /dev/null || fail "kolvari sign"
 "$KOLVARI" inspect --json doc.p7s > doc.json || fail "kolvari inspect doc.p7s"
-openssl cms -cmsout -print -inform DER -in doc.p7s > doc.print
 openssl x509 -in utf8.pem -outform DER -out utf8.der
 openssl x509 -in utf8.pem -noout -serial -issuer -nameopt RFC2253,-esc_msb > utf8.serial
 python3 - <<'PY' || fail "signed attributes: $(cat doc.json)"
-import datetime, hashlib, json, re
+import hashlib, json
 ours = json.load(open("doc.json", encoding="utf-8"))
 assert "CN=Jürgen" in ours["certificates"][0]["subject"], ours["certificates"]
 assert "CN=Jürgen" in ours["signerInfos"][0]["sid"]["issuer"], ours["signerInfos"][0]["sid"]
 attrs = {a["name"]: a["decoded"] for a in ours["signerInfos"][0]["signedAttributes"]}
-printed = open("doc.print").read()
-m = re.search(r"object: contentType \(1.2.840.113549.1.9.3\)\n\s+set:\n\s+OBJECT:\S+ \(([\d.]+)\)", printed)
-assert attrs["contentType"]["oid"] == m.group(1) and attrs["contentType"]["name"] == "data", attrs["contentType"]
-m = re.search(r"object: signingTime \(1.2.840.113549.1.9.5\)\n\s+set:\n\s+(?:UTCTIME|GENERALIZEDTIME):(.*) GMT", printed)
-when = datetime.datetime.strptime(" ".join(m.group(1).split()), "%b %d %H:%M:%S %Y").strftime("%Y%m%d%H%M%SZ")
-assert attrs["signingTime"] == when == "20240501090307Z", (attrs["signingTime"], when)
+assert attrs["contentType"]["name"] == "data" and attrs["signingTime"] == "20240501090307Z", attrs
 assert attrs["messageDigest"] == hashlib.sha256(open("doc.txt", "rb").read()).hexdigest().upper()
 ids = attrs["signingCertificateV2"]
 serial, issuer = (l.split("=", 1)[1] for l in open("utf8.serial", encoding="utf-8").read().splitlines())
