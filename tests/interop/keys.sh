@@ -20,28 +20,51 @@ grep -q 'Proc-Type: 4,ENCRYPTED' rsa_trad.key && grep -q 'ENCRYPTED PRIVATE KEY'
   fail "openssl did not write the encrypted keys expected"
 printf 'secret\nnot the pass phrase\n' > pass.txt
 export KOLVARI_TEST_PASS=secret
+openssl pkcs12 -export -inkey ec.key -in ec.pem -certfile ca.pem -passout pass:p12secret -out ec.p12
+openssl pkcs12 -export -inkey rsa.key -in rsa.pem -passout pass: -out open.p12
+openssl pkcs12 -export -inkey ec.key -nocerts -passout pass:p12secret -out keyonly.p12 2>/dev/null
 
 verify() {  # signature, [content]
   verifies "$1" "${2:-doc.txt}" || fail "$1 does not verify: $(cat verify.err)"
 }
 
-# A key that does not belong to the certificate: refused before anything is written, whichever signer it is.
-rm -rf out && mkdir out
-while IFS='|' read -r expected options; do
+# Refused before anything is written, each with its message and exit status 1: a key that is not the
+# certificate's (whichever signer it is, in a batch too), a wrong or missing pass phrase or one whose source
+# cannot be read, and PKCS #12 files that do not give a key with its certificate.
+mkdir out
+while IFS='|' read -r command expected options; do
   # shellcheck disable=SC2086  # options are words
-  refused 1 "$expected" out.p7s sign $options --out out.p7s doc.txt
-  # shellcheck disable=SC2086
-  refused 1 "$expected" out/doc.txt.p7s sign $options --out-dir out doc.txt
+  case $command in
+    sign) refused 1 "$expected" out.p7s sign $options --out out.p7s doc.txt ;;
+    batch) refused 1 "$expected" out/doc.txt.p7s sign $options --out-dir out doc.txt ;;
+    pdf) refused 1 "$expected" out.pdf sign_pdf $options doc.pdf out.pdf ;;
+  esac
 done <<'ROWS'
-key ec.key does not belong to certificate rsa.pem|--key ec.key --cert rsa.pem
-key rsa.key does not belong to certificate ec.pem|--key rsa.key --cert ec.pem
-key ec2.key does not belong to certificate ec.pem|--key ec2.key --cert ec.pem
-key rsa.key does not belong to certificate ec.pem|--key ec.key --cert ec.pem --signer rsa.key,ec.pem
-key ec_p8.der does not belong to certificate rsa.pem|--key ec_p8.der --cert rsa.pem --pass pass:secret
+sign|key ec.key does not belong to certificate rsa.pem|--key ec.key --cert rsa.pem
+sign|key rsa.key does not belong to certificate ec.pem|--key rsa.key --cert ec.pem
+sign|key ec2.key does not belong to certificate ec.pem|--key ec2.key --cert ec.pem
+sign|key rsa.key does not belong to certificate ec.pem|--key ec.key --cert ec.pem --signer rsa.key,ec.pem
+sign|key ec_p8.der does not belong to certificate rsa.pem|--key ec_p8.der --cert rsa.pem --pass pass:secret
+batch|key ec2.key does not belong to certificate ec.pem|--key ec2.key --cert ec.pem
+batch|key rsa.key does not belong to certificate ec.pem|--key ec.key --cert ec.pem --signer rsa.key,ec.pem
+pdf|key ec.key does not belong to certificate rsa.pem|--key ec.key --cert rsa.pem
+pdf|key rsa.key does not belong to certificate ec.pem|--key rsa.key --cert ec.pem
+sign|wrong pass phrase for rsa_trad.key|--key rsa_trad.key --cert rsa.pem --pass pass:wrong
+sign|wrong pass phrase for rsa_p8.key|--key rsa_p8.key --cert rsa.pem --pass pass:wrong
+sign|wrong pass phrase for ec_p8.der|--key ec_p8.der --cert ec.pem --pass pass:wrong
+sign|wrong pass phrase for ec_trad.key|--key ec.key --cert ec.pem --signer ec_trad.key,ec.pem --pass stdin
+sign|rsa_p8.key is encrypted and there is no terminal to ask on: give --pass|--key rsa_p8.key --cert rsa.pem
+sign|--pass env:KOLVARI_UNSET_PASS: KOLVARI_UNSET_PASS is not set|--key rsa_p8.key --cert rsa.pem --pass env:KOLVARI_UNSET_PASS
+sign|--pass file:missing.txt: cannot read missing.txt|--key rsa_p8.key --cert rsa.pem --pass file:missing.txt
+pdf|wrong pass phrase for rsa_p8.key|--key rsa_p8.key --cert rsa.pem --pass pass:x
+sign|wrong pass phrase for ec.p12|--p12 ec.p12 --pass pass:wrong
+sign|ec.p12 is encrypted and there is no terminal to ask on|--p12 ec.p12
+sign|keyonly.p12 holds no certificate for its key (give --cert)|--p12 keyonly.p12 --pass pass:p12secret
+sign|key keyonly.p12 does not belong to certificate rsa.pem|--p12 keyonly.p12 --pass pass:p12secret --cert rsa.pem
+sign|rsa.pem is not a PKCS #12 file|--p12 rsa.pem --pass pass:x
+pdf|wrong pass phrase for ec.p12|--p12 ec.p12 --pass pass:wrong
 ROWS
 [ -z "$(ls -A out)" ] || fail "the refused batches left $(ls -A out)"
-refused 1 "key ec.key does not belong to certificate rsa.pem" out.pdf sign_pdf --key ec.key --cert rsa.pem doc.pdf out.pdf
-refused 1 "key rsa.key does not belong to certificate ec.pem" out.pdf sign_pdf --key rsa.key --cert ec.pem doc.pdf out.pdf
 
 # Each --pass form opens each kind of encrypted key; the signature verifies. Every run has pass.txt on standard
 # input and on descriptor 3, for the stdin and fd: forms.
@@ -66,21 +89,6 @@ rm -f out.pdf
 sign_pdf --key rsa_trad.key --cert rsa.pem --pass file:pass.txt doc.pdf out.pdf || fail "sign-pdf with --pass"
 [ -s out.pdf ] || fail "sign-pdf with --pass wrote nothing"
 
-# A wrong pass phrase says so; no pass phrase off a terminal says how to give one; a source that cannot be read
-# is named.
-while IFS='|' read -r expected options; do
-  # shellcheck disable=SC2086
-  refused 1 "$expected" out2.p7s sign $options --out out2.p7s doc.txt
-done <<'ROWS'
-wrong pass phrase for rsa_trad.key|--key rsa_trad.key --cert rsa.pem --pass pass:wrong
-wrong pass phrase for rsa_p8.key|--key rsa_p8.key --cert rsa.pem --pass pass:wrong
-wrong pass phrase for ec_p8.der|--key ec_p8.der --cert ec.pem --pass pass:wrong
-wrong pass phrase for ec_trad.key|--key ec.key --cert ec.pem --signer ec_trad.key,ec.pem --pass stdin
-rsa_p8.key is encrypted and there is no terminal to ask on: give --pass|--key rsa_p8.key --cert rsa.pem
---pass env:KOLVARI_UNSET_PASS: KOLVARI_UNSET_PASS is not set|--key rsa_p8.key --cert rsa.pem --pass env:KOLVARI_UNSET_PASS
---pass file:missing.txt: cannot read missing.txt|--key rsa_p8.key --cert rsa.pem --pass file:missing.txt
-ROWS
-refused 1 "wrong pass phrase for rsa_p8.key" out.pdf sign_pdf --key rsa_p8.key --cert rsa.pem --pass pass:x doc.pdf out.pdf
 # A --pass that is none of the forms is a usage error.
 for bad in secret pass fd:x file: env:; do
   refused 2 "--pass $bad" out2.p7s sign --key rsa_p8.key --cert rsa.pem --pass "$bad" --out out2.p7s doc.txt
@@ -94,11 +102,8 @@ grep -q 'Enter pass phrase for rsa_p8.key:' <<<"$shown" && [ -s out.p7s ] || fai
 ! grep -q secret <<<"$shown" || fail "the pass phrase was echoed: $shown"
 verify out.p7s
 
-# PKCS #12: the key, the certificate and the chain from the file. --cert gives the signer certificate of a file
-# that holds none, and is checked against its key like any other.
-openssl pkcs12 -export -inkey ec.key -in ec.pem -certfile ca.pem -passout pass:p12secret -out ec.p12
-openssl pkcs12 -export -inkey rsa.key -in rsa.pem -passout pass: -out open.p12
-openssl pkcs12 -export -inkey ec.key -nocerts -passout pass:p12secret -out keyonly.p12 2>/dev/null
+# PKCS #12: the key, the certificate and the chain from the file; --cert gives the signer certificate of a file
+# that holds none.
 while IFS='|' read -r certificates options; do
   rm -f out.p7s
   # shellcheck disable=SC2086
@@ -120,16 +125,4 @@ sign_pdf --p12 ec.p12 --pass pass:p12secret doc.pdf out.pdf 2>err.txt || fail "s
 if command -v pdfsig >/dev/null; then
   pdfsig -nocert out.pdf >sig.txt 2>&1 && grep -q 'Signature is Valid' sig.txt || fail "sign-pdf --p12: $(cat sig.txt)"
 fi
-while IFS='|' read -r expected options; do
-  # shellcheck disable=SC2086
-  refused 1 "$expected" out2.p7s sign $options --out out2.p7s doc.txt
-done <<'ROWS'
-wrong pass phrase for ec.p12|--p12 ec.p12 --pass pass:wrong
-ec.p12 is encrypted and there is no terminal to ask on|--p12 ec.p12
-keyonly.p12 holds no certificate for its key (give --cert)|--p12 keyonly.p12 --pass pass:p12secret
-key keyonly.p12 does not belong to certificate rsa.pem|--p12 keyonly.p12 --pass pass:p12secret --cert rsa.pem
-rsa.pem is not a PKCS #12 file|--p12 rsa.pem --pass pass:x
-ROWS
-refused 1 "wrong pass phrase for ec.p12" out.pdf sign_pdf --p12 ec.p12 --pass pass:wrong doc.pdf out.pdf
-
 echo "keys: passed"
