@@ -3,14 +3,8 @@
 # by other software and by `kolvari sign`, time-stamp tokens and responses, OCSP responses (good, revoked,
 # unknown), CRLs and a certificate. A truncated file and a file of another type give one line and a failure.
 set -euo pipefail
-: "${KOLVARI:?path of the kolvari tool}"
-: "${KOLVARI_PLUGIN:?path of the plug-in}"
-: "${KOLVARI_TEST_DATA:?path of tests/data}"
-
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-data=$KOLVARI_TEST_DATA
-fail() { echo "FAIL: $*" >&2; exit 1; }
+. "$(dirname "$0")/../support/interop.sh"
+data=${KOLVARI_TEST_DATA:?path of tests/data}
 checked=0
 
 # check KIND FILE [OPENSSL-INPUT]: inspects FILE and compares with the openssl text of the input (FILE by

@@ -2,11 +2,8 @@
 # `kolvari der` against `openssl asn1parse -i`: the same offsets, depths, header lengths and lengths for every
 # element of real DER files (the Mozilla roots of the machine, and the CMS, OCSP and certificate fixtures).
 set -euo pipefail
-: "${KOLVARI:?path of the kolvari tool}"
+. "$(dirname "$0")/../support/interop.sh"
 : "${KOLVARI_TEST_DATA:?path of tests/data}"
-
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
 
 # offset depth header-length length, one element per line.
 openssl_tree() { openssl asn1parse -inform DER -i -in "$1" | grep -E "^ *[0-9]+:d=" | sed -E 's/^ *([0-9]+):d=([0-9]+) +hl=([0-9]+) +l= *([0-9]+).*/\1 \2 \3 \4/'; }
@@ -16,12 +13,8 @@ compared=0
 check() {
   local file=$1
   openssl_tree "$file" > "$work/expected"
-  kolvari_tree "$file" > "$work/actual" || { echo "FAIL: kolvari der failed on $file" >&2; exit 1; }
-  if ! diff -q "$work/expected" "$work/actual" >/dev/null; then
-    echo "FAIL: element trees differ for $file" >&2
-    diff "$work/expected" "$work/actual" | head -20 >&2
-    exit 1
-  fi
+  kolvari_tree "$file" > "$work/actual" || fail "kolvari der failed on $file"
+  diff "$work/expected" "$work/actual" > "$work/diff" || fail "element trees differ for $file: $(head -20 "$work/diff")"
   compared=$((compared + 1))
 }
 

@@ -4,13 +4,9 @@
 # content-type code (the refined signedData kinds are unit cases); the JSON form and the handling of
 # unreadable arguments are checked too.
 set -euo pipefail
-: "${KOLVARI:?path of the kolvari tool}"
+. "$(dirname "$0")/../support/interop.sh"
 : "${KOLVARI_TEST_DATA:?path of tests/data}"
-
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
 checked=0
-fail() { echo "FAIL: $*" >&2; exit 1; }
 # expect CODE FILE...: every file is reported with CODE (hexadecimal, as printed).
 expect() {
   local code=$1 wrong

@@ -3,13 +3,7 @@
 # an example, exit status 0); a wrong command line prints one line naming what is wrong and one pointing at the
 # command's help, and exits with 2; an input file that cannot be read is a failure of the work, exit status 1.
 set -euo pipefail
-: "${KOLVARI:?path of the kolvari tool}"
-
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work"
-fail() { echo "FAIL: $*" >&2; exit 1; }
-checks=0
+. "$(dirname "$0")/../support/interop.sh"
 
 commands=(info der detect cert inspect log-check sign sign-pdf)
 
@@ -18,21 +12,18 @@ for c in "${commands[@]}"; do
   grep -q "^  $c " out.txt || fail "kolvari --help does not list $c"
 done
 grep -q '^example:' out.txt || fail "kolvari --help shows no example"
-checks=$((checks + 1))
 
 for c in "${commands[@]}"; do
   "$KOLVARI" "$c" --help >out.txt 2>err.txt || fail "kolvari $c --help exits with $?"
   head -1 out.txt | grep -q "^usage: kolvari $c" || fail "kolvari $c --help starts with: $(head -1 out.txt)"
   grep -A1 '^example:' out.txt | grep -q "^  kolvari $c " || fail "kolvari $c --help shows no example of $c"
   [ ! -s err.txt ] || fail "kolvari $c --help writes to standard error"
-  checks=$((checks + 1))
 done
 
 # Every option a command reads is described in its help, with its value's name.
 while read -r command option; do
   "$KOLVARI" "$command" --help >out.txt 2>err.txt || fail "kolvari $command --help exits with $?"
   grep -qE -- "^  $option( |$)" out.txt || fail "kolvari $command --help does not describe $option"
-  checks=$((checks + 1))
 done <<'ROWS'
 sign --p12 FILE
 sign --pass SOURCE
@@ -51,14 +42,13 @@ ROWS
 touch empty.txt
 while IFS='|' read -r command message args; do
   # shellcheck disable=SC2086  # the arguments are words
-  if "$KOLVARI" $args >out.txt 2>err.txt; then status=0; else status=$?; fi
+  status=$(status_of "$KOLVARI" $args)
   [ "$status" -eq 2 ] || fail "kolvari $args: exit status $status, not 2"
   [ "$(sed -n 1p err.txt)" = "kolvari $command: $message" ] || fail "kolvari $args: says '$(sed -n 1p err.txt)'"
   [ "$(sed -n 2p err.txt)" = "see 'kolvari ${command#kolvari} --help'" ] || [ "$command" = "" ] ||
     fail "kolvari $args: then '$(sed -n 2p err.txt)'"
   [ "$(wc -l <err.txt)" -eq 2 ] || fail "kolvari $args: $(wc -l <err.txt) lines on standard error, not 2"
   [ ! -s out.txt ] || fail "kolvari $args: writes to standard output"
-  checks=$((checks + 1))
 done <<'ROWS'
 info|unknown option --no-such-option|info --no-such-option
 info|--plugin needs a value|info --plugin
@@ -103,19 +93,16 @@ sign-pdf|unknown option --fetch-revocation|sign-pdf --key k.pem --cert c.pem --f
 ROWS
 
 # No command, or one the tool does not have: the list of commands, or a pointer to it; exit status 2.
-if "$KOLVARI" >out.txt 2>err.txt; then status=0; else status=$?; fi
+status=$(status_of "$KOLVARI")
 [ "$status" -eq 2 ] && grep -q '^usage: kolvari COMMAND' err.txt || fail "kolvari without a command: $status"
-if "$KOLVARI" no-such-command >out.txt 2>err.txt; then status=0; else status=$?; fi
+status=$(status_of "$KOLVARI" no-such-command)
 [ "$status" -eq 2 ] && [ "$(head -1 err.txt)" = "kolvari: unknown command 'no-such-command'" ] ||
   fail "kolvari no-such-command: $status, $(head -1 err.txt)"
-checks=$((checks + 2))
 
 # An input that cannot be read: exit status 1, not the usage.
 while read -r args; do
   # shellcheck disable=SC2086
-  if "$KOLVARI" $args >out.txt 2>err.txt; then status=0; else status=$?; fi
-  [ "$status" -eq 1 ] || fail "kolvari $args: exit status $status for a missing file, not 1"
-  checks=$((checks + 1))
+  [ "$(status_of "$KOLVARI" $args)" -eq 1 ] || fail "kolvari $args: exit status $status for a missing file, not 1"
 done <<'ROWS'
 der missing.der
 der -- -missing.der
@@ -126,4 +113,4 @@ sign --key missing.key --cert missing.pem empty.txt
 sign-pdf --key missing.key --cert missing.pem empty.txt out.pdf
 ROWS
 
-echo "help: $checks checks passed"
+echo "help: passed"

@@ -1,26 +1,13 @@
 #!/usr/bin/env bash
-# Keys as users keep them, for `kolvari sign` and `kolvari sign-pdf`: a key that does not belong to the
-# certificate is refused before anything is written; encrypted keys (traditional PEM, PKCS #8 in PEM and DER)
-# open with each --pass form of openssl's -passin, or a prompt on a terminal; PKCS #12 files give the key, the
-# certificate and the chain. Signatures verify with `openssl cms -verify`; each refusal has its own message,
-# exit status 1 and no output.
+# Keys as users keep them, for `kolvari sign` and `kolvari sign-pdf`: a key that is not the certificate's is
+# refused before anything is written; encrypted keys (traditional PEM, PKCS #8 in PEM and DER) open with each
+# --pass form, or a prompt on a terminal; PKCS #12 files give the key, the certificate and the chain.
 set -euo pipefail
-: "${KOLVARI:?path of the kolvari tool}"
-: "${KOLVARI_PLUGIN:?path of the plug-in}"
-
-here=$(cd "$(dirname "$0")" && pwd)
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work"
-fail() { echo "FAIL: $*" >&2; exit 1; }
-checks=0
-
-. "$here/../support/test_pki.sh"
+. "$(dirname "$0")/../support/interop.sh"
 make_test_ca "Kolvari Keys CA"
-serial=300
 make_signer rsa "/CN=rsa keys signer" rsa:2048
-make_signer ec "/CN=ec keys signer" ec -pkeyopt ec_paramgen_curve:P-256
-make_signer ec2 "/CN=second ec keys signer" ec -pkeyopt ec_paramgen_curve:P-256
+make_signer ec "/CN=ec keys signer" ec:P-256
+make_signer ec2 "/CN=second ec keys signer" ec:P-256
 printf 'a document\n' > doc.txt
 /usr/bin/python3 "$here/minimal_pdf.py" doc.pdf
 
@@ -33,43 +20,51 @@ grep -q 'Proc-Type: 4,ENCRYPTED' rsa_trad.key && grep -q 'ENCRYPTED PRIVATE KEY'
   fail "openssl did not write the encrypted keys expected"
 printf 'secret\nnot the pass phrase\n' > pass.txt
 export KOLVARI_TEST_PASS=secret
+openssl pkcs12 -export -inkey ec.key -in ec.pem -certfile ca.pem -passout pass:p12secret -out ec.p12
+openssl pkcs12 -export -inkey rsa.key -in rsa.pem -passout pass: -out open.p12
+openssl pkcs12 -export -inkey ec.key -nocerts -passout pass:p12secret -out keyonly.p12 2>/dev/null
 
-sign() { "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" "$@"; }
-sign_pdf() { "$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" "$@"; }
 verify() {  # signature, [content]
-  openssl cms -verify -binary -inform DER -in "$1" -content "${2:-doc.txt}" -CAfile ca.pem -out /dev/null \
-    2>verify.err || fail "$1 does not verify: $(cat verify.err)"
-}
-# Runs a command that must fail: exit status 1, the message expected, and the output file not created.
-refused() {  # expected message, output that must not exist, command...
-  local expected=$1 output=$2
-  shift 2
-  rm -f "$output"
-  if "$@" 2>err.txt </dev/null; then status=0; else status=$?; fi
-  [ "$status" -eq 1 ] || fail "$*: exit status $status, not 1 ($(cat err.txt))"
-  grep -qF -- "$expected" err.txt || fail "$*: '$(cat err.txt)', not '$expected'"
-  [ "$(wc -l < err.txt)" -eq 1 ] || fail "$*: more than one line: $(cat err.txt)"
-  [ ! -e "$output" ] || fail "$*: $output was written"
-  checks=$((checks + 1))
+  verifies "$1" "${2:-doc.txt}" || fail "$1 does not verify: $(cat verify.err)"
 }
 
-# A key that does not belong to the certificate: refused before anything is written, whichever signer it is.
-rm -rf out && mkdir out
-while IFS='|' read -r expected options; do
+# Refused before anything is written, each with its message and exit status 1: a key that is not the
+# certificate's (whichever signer it is, in a batch too), a wrong or missing pass phrase or one whose source
+# cannot be read, and PKCS #12 files that do not give a key with its certificate.
+mkdir out
+while IFS='|' read -r command expected options; do
   # shellcheck disable=SC2086  # options are words
-  refused "$expected" out.p7s sign $options --out out.p7s doc.txt
-  # shellcheck disable=SC2086
-  refused "$expected" out/doc.txt.p7s sign $options --out-dir out doc.txt
+  case $command in
+    sign) refused 1 "$expected" out.p7s sign $options --out out.p7s doc.txt ;;
+    batch) refused 1 "$expected" out/doc.txt.p7s sign $options --out-dir out doc.txt ;;
+    pdf) refused 1 "$expected" out.pdf sign_pdf $options doc.pdf out.pdf ;;
+  esac
 done <<'ROWS'
-key ec.key does not belong to certificate rsa.pem|--key ec.key --cert rsa.pem
-key rsa.key does not belong to certificate ec.pem|--key rsa.key --cert ec.pem
-key ec2.key does not belong to certificate ec.pem|--key ec2.key --cert ec.pem
-key rsa.key does not belong to certificate ec.pem|--key ec.key --cert ec.pem --signer rsa.key,ec.pem
-key ec_p8.der does not belong to certificate rsa.pem|--key ec_p8.der --cert rsa.pem --pass pass:secret
+sign|key ec.key does not belong to certificate rsa.pem|--key ec.key --cert rsa.pem
+sign|key rsa.key does not belong to certificate ec.pem|--key rsa.key --cert ec.pem
+sign|key ec2.key does not belong to certificate ec.pem|--key ec2.key --cert ec.pem
+sign|key rsa.key does not belong to certificate ec.pem|--key ec.key --cert ec.pem --signer rsa.key,ec.pem
+sign|key ec_p8.der does not belong to certificate rsa.pem|--key ec_p8.der --cert rsa.pem --pass pass:secret
+batch|key ec2.key does not belong to certificate ec.pem|--key ec2.key --cert ec.pem
+batch|key rsa.key does not belong to certificate ec.pem|--key ec.key --cert ec.pem --signer rsa.key,ec.pem
+pdf|key ec.key does not belong to certificate rsa.pem|--key ec.key --cert rsa.pem
+pdf|key rsa.key does not belong to certificate ec.pem|--key rsa.key --cert ec.pem
+sign|wrong pass phrase for rsa_trad.key|--key rsa_trad.key --cert rsa.pem --pass pass:wrong
+sign|wrong pass phrase for rsa_p8.key|--key rsa_p8.key --cert rsa.pem --pass pass:wrong
+sign|wrong pass phrase for ec_p8.der|--key ec_p8.der --cert ec.pem --pass pass:wrong
+sign|wrong pass phrase for ec_trad.key|--key ec.key --cert ec.pem --signer ec_trad.key,ec.pem --pass stdin
+sign|rsa_p8.key is encrypted and there is no terminal to ask on: give --pass|--key rsa_p8.key --cert rsa.pem
+sign|--pass env:KOLVARI_UNSET_PASS: KOLVARI_UNSET_PASS is not set|--key rsa_p8.key --cert rsa.pem --pass env:KOLVARI_UNSET_PASS
+sign|--pass file:missing.txt: cannot read missing.txt|--key rsa_p8.key --cert rsa.pem --pass file:missing.txt
+pdf|wrong pass phrase for rsa_p8.key|--key rsa_p8.key --cert rsa.pem --pass pass:x
+sign|wrong pass phrase for ec.p12|--p12 ec.p12 --pass pass:wrong
+sign|ec.p12 is encrypted and there is no terminal to ask on|--p12 ec.p12
+sign|keyonly.p12 holds no certificate for its key (give --cert)|--p12 keyonly.p12 --pass pass:p12secret
+sign|key keyonly.p12 does not belong to certificate rsa.pem|--p12 keyonly.p12 --pass pass:p12secret --cert rsa.pem
+sign|rsa.pem is not a PKCS #12 file|--p12 rsa.pem --pass pass:x
+pdf|wrong pass phrase for ec.p12|--p12 ec.p12 --pass pass:wrong
 ROWS
 [ -z "$(ls -A out)" ] || fail "the refused batches left $(ls -A out)"
-refused "key ec.key does not belong to certificate rsa.pem" out.pdf sign_pdf --key ec.key --cert rsa.pem doc.pdf out.pdf
-refused "key rsa.key does not belong to certificate ec.pem" out.pdf sign_pdf --key rsa.key --cert ec.pem doc.pdf out.pdf
 
 # Each --pass form opens each kind of encrypted key; the signature verifies. Every run has pass.txt on standard
 # input and on descriptor 3, for the stdin and fd: forms.
@@ -78,7 +73,6 @@ while IFS='|' read -r key cert source; do
   sign --key "$key" --cert "$cert" --pass "$source" --out out.p7s doc.txt <pass.txt 3<pass.txt 2>err.txt ||
     fail "$key --pass $source: $(cat err.txt)"
   verify out.p7s
-  checks=$((checks + 1))
 done <<'ROWS'
 rsa_trad.key|rsa.pem|pass:secret
 rsa_p8.key|rsa.pem|env:KOLVARI_TEST_PASS
@@ -94,29 +88,11 @@ verify out.p7s
 rm -f out.pdf
 sign_pdf --key rsa_trad.key --cert rsa.pem --pass file:pass.txt doc.pdf out.pdf || fail "sign-pdf with --pass"
 [ -s out.pdf ] || fail "sign-pdf with --pass wrote nothing"
-checks=$((checks + 2))
 
-# A wrong pass phrase says so; no pass phrase off a terminal says how to give one; a source that cannot be read
-# is named.
-while IFS='|' read -r expected options; do
-  # shellcheck disable=SC2086
-  refused "$expected" out2.p7s sign $options --out out2.p7s doc.txt
-done <<'ROWS'
-wrong pass phrase for rsa_trad.key|--key rsa_trad.key --cert rsa.pem --pass pass:wrong
-wrong pass phrase for rsa_p8.key|--key rsa_p8.key --cert rsa.pem --pass pass:wrong
-wrong pass phrase for ec_p8.der|--key ec_p8.der --cert ec.pem --pass pass:wrong
-wrong pass phrase for ec_trad.key|--key ec.key --cert ec.pem --signer ec_trad.key,ec.pem --pass stdin
-rsa_p8.key is encrypted and there is no terminal to ask on: give --pass|--key rsa_p8.key --cert rsa.pem
---pass env:KOLVARI_UNSET_PASS: KOLVARI_UNSET_PASS is not set|--key rsa_p8.key --cert rsa.pem --pass env:KOLVARI_UNSET_PASS
---pass file:missing.txt: cannot read missing.txt|--key rsa_p8.key --cert rsa.pem --pass file:missing.txt
-ROWS
-refused "wrong pass phrase for rsa_p8.key" out.pdf sign_pdf --key rsa_p8.key --cert rsa.pem --pass pass:x doc.pdf out.pdf
 # A --pass that is none of the forms is a usage error.
 for bad in secret pass fd:x file: env:; do
-  if sign --key rsa_p8.key --cert rsa.pem --pass "$bad" --out out2.p7s doc.txt >/dev/null 2>&1; then status=0; else status=$?; fi
-  [ "$status" -eq 2 ] || fail "--pass $bad: exit status $status, not 2"
+  refused 2 "--pass $bad" out2.p7s sign --key rsa_p8.key --cert rsa.pem --pass "$bad" --out out2.p7s doc.txt
 done
-checks=$((checks + 1))
 
 # On a terminal the pass phrase is asked for and not echoed (the pause lets the prompt turn echo off first).
 rm -f out.p7s
@@ -125,13 +101,9 @@ shown=$( (sleep "${KOLVARI_PIN_WAIT:-1}"; printf 'secret\r') | script -qec "'$KO
 grep -q 'Enter pass phrase for rsa_p8.key:' <<<"$shown" && [ -s out.p7s ] || fail "the pass phrase prompt: $shown"
 ! grep -q secret <<<"$shown" || fail "the pass phrase was echoed: $shown"
 verify out.p7s
-checks=$((checks + 1))
 
-# PKCS #12: the key, the certificate and the chain from the file. --cert gives the signer certificate of a file
-# that holds none, and is checked against its key like any other.
-openssl pkcs12 -export -inkey ec.key -in ec.pem -certfile ca.pem -passout pass:p12secret -out ec.p12
-openssl pkcs12 -export -inkey rsa.key -in rsa.pem -passout pass: -out open.p12
-openssl pkcs12 -export -inkey ec.key -nocerts -passout pass:p12secret -out keyonly.p12 2>/dev/null
+# PKCS #12: the key, the certificate and the chain from the file; --cert gives the signer certificate of a file
+# that holds none.
 while IFS='|' read -r certificates options; do
   rm -f out.p7s
   # shellcheck disable=SC2086
@@ -139,7 +111,6 @@ while IFS='|' read -r certificates options; do
   verify out.p7s
   count=$(openssl pkcs7 -inform DER -in out.p7s -print_certs | grep -c '^subject=')
   [ "$count" -eq "$certificates" ] || fail "$options: $count certificates in the SignedData, not $certificates"
-  checks=$((checks + 1))
 done <<'ROWS'
 2|--p12 ec.p12 --pass pass:p12secret
 1|--p12 open.p12
@@ -154,17 +125,4 @@ sign_pdf --p12 ec.p12 --pass pass:p12secret doc.pdf out.pdf 2>err.txt || fail "s
 if command -v pdfsig >/dev/null; then
   pdfsig -nocert out.pdf >sig.txt 2>&1 && grep -q 'Signature is Valid' sig.txt || fail "sign-pdf --p12: $(cat sig.txt)"
 fi
-checks=$((checks + 2))
-while IFS='|' read -r expected options; do
-  # shellcheck disable=SC2086
-  refused "$expected" out2.p7s sign $options --out out2.p7s doc.txt
-done <<'ROWS'
-wrong pass phrase for ec.p12|--p12 ec.p12 --pass pass:wrong
-ec.p12 is encrypted and there is no terminal to ask on|--p12 ec.p12
-keyonly.p12 holds no certificate for its key (give --cert)|--p12 keyonly.p12 --pass pass:p12secret
-key keyonly.p12 does not belong to certificate rsa.pem|--p12 keyonly.p12 --pass pass:p12secret --cert rsa.pem
-rsa.pem is not a PKCS #12 file|--p12 rsa.pem --pass pass:x
-ROWS
-refused "wrong pass phrase for ec.p12" out.pdf sign_pdf --p12 ec.p12 --pass pass:wrong doc.pdf out.pdf
-
-echo "keys: $checks checks passed"
+echo "keys: passed"

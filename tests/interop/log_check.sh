@@ -2,12 +2,8 @@
 # The kolvari tool's own logging (a configuration file beside the program switches it on) and what
 # `kolvari log-check` reports for good, ignored and malformed configuration files.
 set -euo pipefail
-: "${KOLVARI:?path of the kolvari tool}"
+. "$(dirname "$0")/../support/interop.sh"
 : "${KOLVARI_TEST_DATA:?path of tests/data}"
-
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-fail() { echo "FAIL: $*" >&2; exit 1; }
 
 # A copy of the tool with its configuration file beside it, so that no other test sees the file.
 mkdir "$work/bin"

@@ -4,20 +4,9 @@
 # made must give a signature that `openssl cms -verify` accepts and whose token `openssl ts -verify` accepts.
 # The script is always stopped, and it stops by itself after a bounded time as well.
 set -euo pipefail
-: "${KOLVARI:?path of the kolvari tool}"
-: "${KOLVARI_PLUGIN:?path of the plug-in}"
-here=$(cd "$(dirname "$0")" && pwd)
-work=$(mktemp -d)
+. "$(dirname "$0")/../support/interop.sh"
 services=
-stop() {
-  if [ -n "$services" ]; then
-    kill "$services" 2> /dev/null || true
-    wait "$services" 2> /dev/null || true
-  fi
-  rm -rf "$work"
-}
-trap stop EXIT
-fail() { echo "FAIL: $*" >&2; exit 1; }
+trap '[ -z "$services" ] || { kill "$services"; wait "$services"; } 2>/dev/null || true; rm -rf "$work"' EXIT
 
 KOLVARI_LOOPBACK_SECONDS=120 bash "$here/../../scripts/loopback_tsa.sh" "$work/pki" > "$work/services.txt" 2>&1 &
 services=$!
@@ -30,7 +19,6 @@ grep -q '^ready$' "$work/services.txt" || fail "loopback_tsa.sh did not get read
 tsa=$(sed -n 's/^time-stamp authority: //p' "$work/services.txt")
 case "$tsa" in http://127.0.0.1:*/tsa) ;; *) fail "unexpected authority URL '$tsa'" ;; esac
 
-cd "$work"
 echo "a document signed against the loopback services" > doc.txt
 "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key pki/signer.key --cert pki/signer.pem --chain pki/ca.pem \
   --tsa "$tsa" --fetch-revocation --tsa-timeout 20 --out doc.p7s doc.txt ||

@@ -7,9 +7,7 @@
 # A throw-away PKI is made with the openssl command: an RSA root, RSA / P-256 / P-384 signers under it, a
 # P-256 intermediate with an RSA signer under it, and a CRL from each CA.
 set -euo pipefail
-: "${KOLVARI:?path of the kolvari tool}"
-: "${KOLVARI_PLUGIN:?path of the plug-in}"
-here=$(cd "$(dirname "$0")" && pwd)
+. "$(dirname "$0")/../support/interop.sh"
 expected="$here/matrix.expected"
 
 # The verifiers come from Debian packages (scripts/deps.sh installs them); without one the matrix is skipped.
@@ -24,10 +22,6 @@ if [ ${#missing[@]} -ne 0 ]; then
   echo "matrix skipped, missing: ${missing[*]} (scripts/deps.sh installs them)"
   exit 77
 fi
-
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work"
 
 # ---- the test PKI ----
 cat > x509.cnf <<'EOF'

@@ -1,49 +1,17 @@
 #!/usr/bin/env bash
-# Signs a file with `kolvari sign` (the plug-in driven through dlopen, OpenSSL doing the host's hashing and
-# signing) and checks the result with OpenSSL's own CMS verifier: RSA and EC signers, SHA-256/384/512,
-# detached and attached, DER and PEM. A changed byte in the content must make verification fail.
+# `kolvari sign` (the plug-in through dlopen, OpenSSL doing the host's hashing and signing) against OpenSSL's
+# CMS verifier: RSA and EC signers, SHA-256/384/512, detached and attached, DER and PEM; a changed byte of the
+# content fails verification.
 set -euo pipefail
-: "${KOLVARI:?path of the kolvari tool}"
-: "${KOLVARI_PLUGIN:?path of the plug-in}"
-
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work"
-
-fail() { echo "FAIL: $*" >&2; exit 1; }
-
-# A test CA and three signers it issues: RSA, EC P-256 and EC P-384.
-. "$(cd "$(dirname "$0")" && pwd)/../support/test_pki.sh"
+. "$(dirname "$0")/../support/interop.sh"
 make_test_ca "Kolvari Interop CA"
-serial=4660
 make_signer rsa "/C=DE/O=Kolvari Interop/CN=rsa signer" rsa:2048
-make_signer p256 "/C=DE/O=Kolvari Interop/CN=p256 signer" ec -pkeyopt ec_paramgen_curve:P-256
-make_signer p384 "/C=DE/O=Kolvari Interop/CN=p384 signer" ec -pkeyopt ec_paramgen_curve:P-384
+make_signer p256 "/C=DE/O=Kolvari Interop/CN=p256 signer" ec:P-256
+make_signer p384 "/C=DE/O=Kolvari Interop/CN=p384 signer" ec:P-384
 
 head -c 100000 /dev/urandom > content.bin
 printf 'a short text to be signed\n' > content.txt
 
-verify() {  # message, inform, [content file]
-  local message=$1 inform=$2 content=${3:-}
-  if [ -n "$content" ]; then
-    openssl cms -verify -binary -inform "$inform" -in "$message" -content "$content" -CAfile ca.pem -out /dev/null 2>verify.err
-  else
-    openssl cms -verify -binary -inform "$inform" -in "$message" -CAfile ca.pem -out /dev/null 2>verify.err
-  fi
-}
-
-# Flips one byte of a file in place, at the given offset.
-flip() {
-  python3 - "$1" "$2" <<'PY'
-import sys
-path, at = sys.argv[1], int(sys.argv[2])
-data = bytearray(open(path, 'rb').read())
-data[at] ^= 0x01
-open(path, 'wb').write(data)
-PY
-}
-
-checks=0
 for signer in rsa p256 p384; do
   for digest in sha256 sha384 sha512; do
     for content in content.bin content.txt; do
@@ -51,22 +19,21 @@ for signer in rsa p256 p384; do
       # Detached, DER.
       "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key $signer.key --cert $signer.pem --digest $digest \
         --force --out detached.der "$content" || fail "$tag: kolvari sign (detached)"
-      verify detached.der DER "$content" || { cat verify.err >&2; fail "$tag: detached signature not verified"; }
+      verifies detached.der "$content" || { cat verify.err >&2; fail "$tag: detached signature not verified"; }
       cp "$content" changed.bin
       flip changed.bin 7
-      if verify detached.der DER changed.bin; then fail "$tag: detached signature verified a changed file"; fi
+      if verifies detached.der changed.bin; then fail "$tag: detached signature verified a changed file"; fi
       # Attached, PEM, with the CA in the certificate set.
       "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key $signer.key --cert $signer.pem --chain ca.pem \
         --digest $digest --attached --pem --force --out attached.pem "$content" || fail "$tag: kolvari sign (attached)"
-      verify attached.pem PEM || { cat verify.err >&2; fail "$tag: attached signature not verified"; }
+      verifies attached.pem "" PEM || { cat verify.err >&2; fail "$tag: attached signature not verified"; }
       openssl cms -verify -binary -inform PEM -in attached.pem -CAfile ca.pem -out extracted.bin 2>/dev/null
       cmp -s extracted.bin "$content" || fail "$tag: attached content differs from the input"
       # Change one byte of the embedded content: verification must fail.
       openssl base64 -d -in attached.pem -out attached.der
       at=$(python3 -c "import sys; d=open('attached.der','rb').read(); c=open('$content','rb').read(); print(d.find(c[:64]) + 7)")
       flip attached.der "$at"
-      if verify attached.der DER; then fail "$tag: attached signature verified changed content"; fi
-      checks=$((checks + 1))
+      if verifies attached.der; then fail "$tag: attached signature verified changed content"; fi
     done
   done
 done
@@ -76,7 +43,7 @@ done
 "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key rsa.key --cert rsa.pem --time 20240101120000Z --out b.der content.txt
 cmp -s a.der b.der || fail "a fixed --time did not give identical output"
 openssl asn1parse -inform DER -in a.der | grep -q "GENERALIZEDTIME *:20240101120000Z" || fail "signing time not found"
-verify a.der DER content.txt || fail "fixed-time signature not verified"
+verifies a.der content.txt || fail "fixed-time signature not verified"
 
 # CRLs travel in the message: OpenSSL's CRL check finds them there. A CRL that revokes the signer makes the
 # same check fail.
@@ -110,12 +77,8 @@ if openssl cms -verify -binary -crl_check -inform DER -in revoked.der -content c
 # Malformed values of the repeatable options are usage errors (exit 2), before any file is read.
 for bad in "--signer rsa.key" "--signer ,rsa.pem" "--signer rsa.key," "--signed-attr 1.2.3=050" \
            "--signed-attr =0500" "--signed-attr 1.2.3" "--unsigned-attr 1.2.3=0G" "--unsigned-attr 1.2.3="; do
-  set +e
   # shellcheck disable=SC2086  # the option and its value are two words
-  "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key rsa.key --cert rsa.pem $bad content.txt >/dev/null 2>&1
-  status=$?
-  set -e
-  [ "$status" -eq 2 ] || fail "kolvari sign $bad: exit status $status, want 2"
+  refused 2 "kolvari sign: ${bad%% *}" none.p7s sign --key rsa.key --cert rsa.pem $bad --out none.p7s content.txt
 done
 
-echo "verified $checks signer/digest/content combinations, detached and attached"
+echo "sign and verify: passed"

@@ -116,27 +116,6 @@ std::string paddedField(const unsigned char* field, size_t size) {
   return std::string(reinterpret_cast<const char*>(field), size);
 }
 
-// The ECDSA-Sig-Value SEQUENCE { r INTEGER, s INTEGER } of a token's raw r||s.
-bool ecdsaSigValue(const Bytes& raw, Bytes& out) {
-  if (raw.empty() || raw.size() % 2 != 0) return false;
-  const int half = static_cast<int>(raw.size() / 2);
-  ECDSA_SIG* sig = ECDSA_SIG_new();
-  BIGNUM* r = BN_bin2bn(raw.data(), half, nullptr);
-  BIGNUM* s = BN_bin2bn(raw.data() + half, half, nullptr);
-  if (sig == nullptr || r == nullptr || s == nullptr || ECDSA_SIG_set0(sig, r, s) != 1) {
-    BN_free(r);
-    BN_free(s);
-    ECDSA_SIG_free(sig);
-    return false;
-  }
-  unsigned char* der = nullptr;
-  const int n = i2d_ECDSA_SIG(sig, &der);
-  if (n > 0) out.assign(der, der + n);
-  OPENSSL_free(der);
-  ECDSA_SIG_free(sig);
-  return n > 0;
-}
-
 // Whether the big-endian integer bytes equal the key's BIGNUM parameter name.
 bool sameNumber(EVP_PKEY* key, const char* name, const Bytes& bytes) {
   BIGNUM* own = nullptr;
@@ -165,6 +144,27 @@ constexpr unsigned char kCompressedEven = 0x02;
 constexpr unsigned char kCompressedOdd = 0x03;
 
 }  // namespace
+
+// The ECDSA-Sig-Value SEQUENCE { r INTEGER, s INTEGER } of a token's raw r||s.
+bool ecdsaSigValue(const Bytes& raw, Bytes& out) {
+  if (raw.empty() || raw.size() % 2 != 0) return false;
+  const int half = static_cast<int>(raw.size() / 2);
+  ECDSA_SIG* sig = ECDSA_SIG_new();
+  BIGNUM* r = BN_bin2bn(raw.data(), half, nullptr);
+  BIGNUM* s = BN_bin2bn(raw.data() + half, half, nullptr);
+  if (sig == nullptr || r == nullptr || s == nullptr || ECDSA_SIG_set0(sig, r, s) != 1) {
+    BN_free(r);
+    BN_free(s);
+    ECDSA_SIG_free(sig);
+    return false;
+  }
+  unsigned char* der = nullptr;
+  const int n = i2d_ECDSA_SIG(sig, &der);
+  if (n > 0) out.assign(der, der + n);
+  OPENSSL_free(der);
+  ECDSA_SIG_free(sig);
+  return n > 0;
+}
 
 // The loaded module, the logged-in session and the key found on it.
 class Pkcs11Session {

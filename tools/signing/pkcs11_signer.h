@@ -43,6 +43,10 @@ class PKCS11Signer : public HostSigner {
   std::unique_ptr<Pkcs11Session> session_;
 };
 
+// The ECDSA-Sig-Value SEQUENCE { r INTEGER, s INTEGER } of a token's raw signature r||s (two halves of
+// equal length); false for an empty or odd-sized one.
+bool ecdsaSigValue(const Bytes& raw, Bytes& out);
+
 // Reads a PIN from the terminal with echo off; false when standard input is not a terminal.
 bool promptForPin(const std::string& prompt, std::string& pin);
 

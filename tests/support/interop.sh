@@ -1,0 +1,50 @@
+# shellcheck shell=bash
+# The start of every interop script, sourced after `set -euo pipefail`: a work folder that is removed at exit
+# (KEEP_WORK=1 keeps it and prints its path), the script's folder in $here, the test PKI helpers, and the
+# checks the scripts share. `requires TOOL...` exits 77 (skipped) when a tool is not installed.
+: "${KOLVARI:?path of the kolvari tool}"
+here=$(cd "$(dirname "${BASH_SOURCE[1]}")" && pwd)
+work=$(mktemp -d)
+trap '[ -n "${KEEP_WORK:-}" ] && echo "work folder: $work" || rm -rf "$work"' EXIT
+cd "$work" || exit 1
+. "$here/../support/test_pki.sh"
+
+fail() { echo "FAIL: $*" >&2; exit 1; }
+
+requires() {  # tool...
+  local tool
+  for tool; do command -v "$tool" >/dev/null || { echo "SKIP: $tool is not installed" >&2; exit 77; }; done
+}
+
+# The exit status of a command, its output in out.txt and its messages in err.txt.
+status_of() { if "$@" >out.txt 2>err.txt; then echo 0; else echo $?; fi; }
+
+# A command that must fail with STATUS and one line holding MESSAGE (and for a usage error the line pointing at
+# the help), and leave OUTPUT unwritten.
+refused() {  # status, message, output, command...
+  local status=$1 message=$2 output=$3 got
+  shift 3
+  rm -f "$output"
+  got=$(status_of "$@" </dev/null)
+  [ "$got" -eq "$status" ] || fail "$*: exit status $got, not $status ($(cat err.txt))"
+  grep -qF -- "$message" err.txt || fail "$*: '$(cat err.txt)', not '$message'"
+  [ "$(grep -vc "^see 'kolvari .* --help'$" err.txt)" -eq 1 ] || fail "$*: more than one line: $(cat err.txt)"
+  [ ! -e "$output" ] || fail "$*: $output was written"
+}
+
+# A signature OpenSSL verifies against ca.pem: detached over CONTENT, or attached without it.
+verifies() {  # signature, [content], [DER or PEM]
+  openssl cms -verify -binary -inform "${3:-DER}" -in "$1" ${2:+-content "$2"} -CAfile ca.pem -out /dev/null \
+    2>verify.err
+}
+
+# Flips the lowest bit of the byte at OFFSET of FILE, in place.
+flip() {  # file, offset
+  python3 -c 'import sys; p, at = sys.argv[1], int(sys.argv[2]); d = bytearray(open(p, "rb").read()); d[at] ^= 1
+open(p, "wb").write(d)' "$1" "$2"
+}
+
+# The tool's signing commands with the plug-in and the options in the array signer (empty: each call gives its own).
+signer=()
+sign() { "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" "${signer[@]}" "$@"; }
+sign_pdf() { "$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" "${signer[@]}" "$@"; }
