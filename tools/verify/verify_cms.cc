@@ -12,6 +12,7 @@
 
 #include "asn1/cvel_a1_input.h"
 #include "asn1/cvel_a1_stream_cursor.h"
+#include "asn1/cvel_oid.h"
 #include "cms/cvel_a1_p72.h"
 #include "cms/cvel_tsp_response.h"
 #include "cms/cvel_tst_info.h"
@@ -22,6 +23,7 @@
 namespace {
 
 constexpr int32_t kTagOctetString = 0x04;
+constexpr unsigned char kTagOid = 0x06;
 constexpr int32_t kTagSequence = 0x30;
 constexpr unsigned char kTagSet = 0x31;
 constexpr unsigned char kTagContextZero = 0x80;
@@ -50,11 +52,8 @@ constexpr const char* kTimeStamp = "time-stamp";
 using Attributes = std::map<std::string, std::vector<CvelString>>;
 
 std::string dottedOf(const CvelString& oidElement) {
-  const unsigned char* p = oidElement.data();
-  ASN1_OBJECT* o = d2i_ASN1_OBJECT(nullptr, &p, static_cast<long>(oidElement.length()));
-  char text[128] = {};
-  if (o != nullptr) OBJ_obj2txt(text, sizeof text, o, 1);
-  ASN1_OBJECT_free(o);
+  std::string text;
+  if (oidElement.isEmpty() || oidElement.data()[0] != kTagOid || !toDotted(oidElement, text)) text.clear();
   return text;
 }
 
@@ -132,15 +131,35 @@ struct SignerState {
   time_t validationTime = 0;
 };
 
+// The certificate whose issuer is the very DER of issuer and whose serial number is serial: the usual case, in
+// which the signer copied the name from the certificate, found without decoding the name.
+Certificate findByIssuerBytes(const CvelString& issuer, const ASN1_INTEGER* serial,
+                              const std::vector<Certificate>& certificates) {
+  for (const Certificate& c : certificates) {
+    const unsigned char* der = nullptr;
+    size_t n = 0;
+    if (X509_NAME_get0_der(X509_get_issuer_name(c.get()), &der, &n) == 1 &&
+        issuer.equals(der, static_cast<uint32_t>(n)) && ASN1_INTEGER_cmp(serial, X509_get0_serialNumber(c.get())) == 0) {
+      return c;
+    }
+  }
+  return nullptr;
+}
+
 Certificate findSigner(const CvelString& sid, const std::vector<Certificate>& certificates) {
   if (sid.isEmpty()) return nullptr;
   std::vector<CvelString> parts;
   if (sid.data()[0] == kTagSequence && childrenOf(sid, kTagSequence, parts) && parts.size() == 2) {
-    const unsigned char* p = parts[0].data();
-    X509_NAME* issuer = d2i_X509_NAME(nullptr, &p, static_cast<long>(parts[0].length()));
-    p = parts[1].data();
+    const unsigned char* p = parts[1].data();
     ASN1_INTEGER* serial = d2i_ASN1_INTEGER(nullptr, &p, static_cast<long>(parts[1].length()));
-    Certificate found;
+    Certificate found = serial == nullptr ? nullptr : findByIssuerBytes(parts[0], serial, certificates);
+    if (found || serial == nullptr) {
+      ASN1_INTEGER_free(serial);
+      return found;
+    }
+    // Names that differ in bytes may still be the same name (X509_NAME_cmp compares them canonically).
+    p = parts[0].data();
+    X509_NAME* issuer = d2i_X509_NAME(nullptr, &p, static_cast<long>(parts[0].length()));
     for (const Certificate& c : certificates) {
       if (issuer != nullptr && serial != nullptr && X509_NAME_cmp(issuer, X509_get_issuer_name(c.get())) == 0 &&
           ASN1_INTEGER_cmp(serial, X509_get0_serialNumber(c.get())) == 0) {
@@ -376,7 +395,7 @@ void judgeToken(const CvelTSTInfo& token, const ContentFeed& covered, const Veri
   SignedDataView sd{p72, &tstInfo, {}, {}};
   for (uint32_t i = 0; i < p72.certificates().size() && i <= kMaxCertificates; ++i) {
     const CvelString& der = p72.certificates().get(i)->encoded();
-    Certificate c = certificateFromDer(der.data(), der.length());
+    Certificate c = context.certificates->get(der.data(), der.length());
     if (c) sd.certificates.push_back(c);
   }
   CvelP7SignerInfo* si = nullptr;
@@ -510,7 +529,7 @@ bool verifyCms(const Bytes& der, const ContentFeed* detached, const VerifyContex
   SignedDataView sd{p72, detached != nullptr ? detached : (hasContent ? &encapsulated : nullptr), {}, {}};
   for (uint32_t i = 0; i < p72.certificates().size() && i <= kMaxCertificates; ++i) {
     const CvelString& c = p72.certificates().get(i)->encoded();
-    Certificate x = certificateFromDer(c.data(), c.length());
+    Certificate x = context.certificates->get(c.data(), c.length());
     if (x) sd.certificates.push_back(x);
   }
   for (uint32_t i = 0; i < p72.crls().size() && i <= kMaxCertificates; ++i) {

@@ -12,6 +12,9 @@ namespace {
 constexpr int kMaxPathDepth = 16;
 // RFC 4055: the default salt length of RSASSA-PSS.
 constexpr long kDefaultPssSalt = 20;
+// What the certificate cache keeps at most: far beyond the certificates of a real batch, small in memory.
+constexpr size_t kMaxCachedCertificates = 4096;
+constexpr size_t kMaxCachedBytes = 16u * 1024 * 1024;
 
 struct MdCtxDeleter {
   void operator()(EVP_MD_CTX* c) const { EVP_MD_CTX_free(c); }
@@ -66,6 +69,28 @@ Certificate certificateFromDer(const unsigned char* der, size_t n) {
     x = nullptr;
   }
   return Certificate(x, X509Deleter());
+}
+
+Certificate CertificateCache::get(const unsigned char* der, size_t n) {
+  const std::string_view key(reinterpret_cast<const char*>(der), n);
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const auto it = entries_.find(key);
+    if (it != entries_.end()) return it->second;
+  }
+  // Parsed outside the lock: another thread may parse the same certificate, and the first one stored wins.
+  Certificate parsed = certificateFromDer(der, n);
+  if (!parsed) return parsed;
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (entries_.size() >= kMaxCachedCertificates || bytes_ + n > kMaxCachedBytes) return parsed;
+  const auto inserted = entries_.emplace(std::string(key), parsed);
+  if (inserted.second) bytes_ += n;
+  return inserted.first->second;
+}
+
+size_t CertificateCache::size() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return entries_.size();
 }
 
 std::string subjectText(X509* certificate) {
