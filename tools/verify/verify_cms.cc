@@ -57,23 +57,6 @@ std::string dottedOf(const CvelString& oidElement) {
   return text;
 }
 
-// The signed attributes as received, under the SET tag the signature covers.
-Bytes setOf(const CvelString& attributes) {
-  constexpr size_t kShortFormLimit = 0x80;
-  Bytes out{kTagSet};
-  const size_t n = attributes.length();
-  if (n < kShortFormLimit) {
-    out.push_back(static_cast<unsigned char>(n));
-  } else {
-    Bytes length;
-    for (size_t v = n; v != 0; v >>= 8) length.insert(length.begin(), static_cast<unsigned char>(v & 0xFF));
-    out.push_back(static_cast<unsigned char>(kShortFormLimit | length.size()));
-    out.insert(out.end(), length.begin(), length.end());
-  }
-  out.insert(out.end(), attributes.data(), attributes.data() + n);
-  return out;
-}
-
 bool readAttributes(const Bytes& set, Attributes& out) {
   std::vector<CvelString> list;
   if (!childrenOf(copyOf(set), kTagSet, list)) return false;
@@ -193,7 +176,8 @@ bool checkFormat(const SignedDataView& sd, const CvelP7SignerInfo& si, Attribute
   } else if (md == nullptr) {
     fault = "the digest algorithm is not one OpenSSL offers";
   } else if (!si.signedAttributes().isEmpty()) {
-    if (!readAttributes(setOf(si.signedAttributes()), attributes)) {
+    if (!readAttributes(signedAttributesAsSigned(si.signedAttributes().data(), si.signedAttributes().length()),
+                               attributes)) {
       fault = "the signed attributes do not decode (or one type appears twice)";
     } else if (singleValue(attributes, kOidMessageDigest) == nullptr ||
                singleValue(attributes, kOidContentType) == nullptr) {
@@ -235,7 +219,7 @@ void checkIntegrity(const SignedDataView& sd, const CvelP7SignerInfo& si, const 
             "signature value with", "NO_SIGNING_CERTIFICATE_FOUND");
       return;
     }
-    const Bytes set = setOf(si.signedAttributes());
+    const Bytes set = signedAttributesAsSigned(si.signedAttributes().data(), si.signedAttributes().length());
     verified = verifySignatureValue(X509_get0_pubkey(signer), algorithm, md, set.data(), set.size(), signature,
                                     reason);
     if (verified == 1) reason = "the message digest matches and the signature over the signed attributes verifies";

@@ -134,6 +134,24 @@ bool timeOfGeneralized(const std::string& text, time_t& out) {
   return ok;
 }
 
+Bytes signedAttributesAsSigned(const unsigned char* content, size_t n) {
+  constexpr unsigned char kTagSet = 0x31;
+  constexpr size_t kShortFormLimit = 0x80;
+  constexpr unsigned kBitsPerOctet = 8;
+  Bytes out{kTagSet};
+  if (n < kShortFormLimit) {
+    out.push_back(static_cast<unsigned char>(n));
+  } else {
+    unsigned octets = 0;
+    for (size_t v = n; v != 0; v >>= kBitsPerOctet) ++octets;
+    out.push_back(static_cast<unsigned char>(kShortFormLimit | octets));
+    for (unsigned i = octets; i > 0; --i) out.push_back(static_cast<unsigned char>(n >> ((i - 1) * kBitsPerOctet)));
+  }
+  out.reserve(out.size() + n);
+  out.insert(out.end(), content, content + n);
+  return out;
+}
+
 int verifySignatureValue(EVP_PKEY* key, const Bytes& signatureAlgorithm, const EVP_MD* digestMd,
                          const unsigned char* data, size_t n, const Bytes& signature, std::string& reason) {
   const unsigned char* p = signatureAlgorithm.data();

@@ -53,6 +53,11 @@ bool timeOfElement(const unsigned char* der, size_t n, time_t& out);
 // The time of GeneralizedTime text (YYYYMMDDhhmmssZ); false for text that is not one.
 bool timeOfGeneralized(const std::string& text, time_t& out);
 
+// The signed attributes as the signature covers them: the content of the SignerInfo's [0] IMPLICIT field as
+// received, under a SET tag and its DER length. The attributes are never re-sorted or re-encoded, so that a
+// signer that did not sort them (or sorted them wrongly) is judged by what it signed.
+Bytes signedAttributesAsSigned(const unsigned char* content, size_t n);
+
 // Verifies signature over data with key, the algorithm named by the signatureAlgorithm element and, where
 // that names none, digestMd: RSA PKCS #1 v1.5, RSASSA-PSS, ECDSA, Ed25519. 1 verified, 0 not, -1 an
 // algorithm that is not offered (reason says which).
