@@ -122,7 +122,8 @@ Certificate findByIssuerBytes(const CvelString& issuer, const ASN1_INTEGER* seri
     const unsigned char* der = nullptr;
     size_t n = 0;
     if (X509_NAME_get0_der(X509_get_issuer_name(c.get()), &der, &n) == 1 &&
-        issuer.equals(der, static_cast<uint32_t>(n)) && ASN1_INTEGER_cmp(serial, X509_get0_serialNumber(c.get())) == 0) {
+        issuer.equals(der, static_cast<uint32_t>(n)) &&
+        ASN1_INTEGER_cmp(serial, X509_get0_serialNumber(c.get())) == 0) {
       return c;
     }
   }
