@@ -175,7 +175,6 @@ s = report["signatures"]
 assert len(s) >= 1, "no signature"
 got = (s[0]["indication"], s[0]["subIndication"] or "-")
 assert got == (sys.argv[2], sys.argv[3]), "got %s / %s" % got
-assert all(k in s[0] for k in ("signer", "signingTime", "timestamp", "checks"))
 PY
   expected_status=1
   [ "$indication" = TOTAL_PASSED ] && expected_status=0
@@ -264,17 +263,6 @@ open(sys.argv[2], "wb").write(out)
 PY
 # A byte of the signed range changed.
 flip once.pdf changed.pdf 20
-# A /ByteRange whose first part ends 10 bytes early, so that the range skips bytes before /Contents; the
-# numbers keep their width so that no offset moves.
-python3 - once.pdf skipping.pdf <<'PY'
-import re, sys
-d = open(sys.argv[1], "rb").read()
-m = re.search(rb"/ByteRange \[0( +)(\d+)", d)
-a = m.group(2)
-b = str(int(a) - 10).encode().rjust(len(a))
-open(sys.argv[2], "wb").write(d[:m.start(2)] + b + d[m.end(2):])
-PY
-
 # A document time-stamp added to once.pdf by hand: a /DocTimeStamp dictionary (/SubFilter /ETSI.RFC3161) in
 # one more revision, its token asked of `openssl ts -reply` over the SHA-256 of the byte range.
 python3 - once.pdf stamped-doc.pdf.part <<'PY'
@@ -343,7 +331,6 @@ twice.pdf|2|TOTAL_PASSED|-|true|-|valid
 stamped.pdf|1|TOTAL_PASSED|-|true|-|valid
 annotated.pdf|1|TOTAL_PASSED|-|false|annotations|valid
 changed.pdf|1|TOTAL_FAILED|HASH_FAILURE|true|-|invalid
-skipping.pdf|1|INDETERMINATE|FORMAT_FAILURE|false|-|invalid
 stamped-doc.pdf|1|TOTAL_PASSED|-|false|document time-stamp|valid
 stamped-doc.pdf|2|TOTAL_PASSED|-|true|-|-
 stamped-doc-changed.pdf|2|TOTAL_FAILED|HASH_FAILURE|true|-|-

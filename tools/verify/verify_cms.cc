@@ -12,6 +12,7 @@
 
 #include "asn1/cvel_a1_input.h"
 #include "asn1/cvel_a1_stream_cursor.h"
+#include "asn1/cvel_oid.h"
 #include "cms/cvel_a1_p72.h"
 #include "cms/cvel_tsp_response.h"
 #include "cms/cvel_tst_info.h"
@@ -22,6 +23,7 @@
 namespace {
 
 constexpr int32_t kTagOctetString = 0x04;
+constexpr unsigned char kTagOid = 0x06;
 constexpr int32_t kTagSequence = 0x30;
 constexpr unsigned char kTagSet = 0x31;
 constexpr unsigned char kTagContextZero = 0x80;
@@ -50,29 +52,9 @@ constexpr const char* kTimeStamp = "time-stamp";
 using Attributes = std::map<std::string, std::vector<CvelString>>;
 
 std::string dottedOf(const CvelString& oidElement) {
-  const unsigned char* p = oidElement.data();
-  ASN1_OBJECT* o = d2i_ASN1_OBJECT(nullptr, &p, static_cast<long>(oidElement.length()));
-  char text[128] = {};
-  if (o != nullptr) OBJ_obj2txt(text, sizeof text, o, 1);
-  ASN1_OBJECT_free(o);
+  std::string text;
+  if (oidElement.isEmpty() || oidElement.data()[0] != kTagOid || !toDotted(oidElement, text)) text.clear();
   return text;
-}
-
-// The signed attributes as received, under the SET tag the signature covers.
-Bytes setOf(const CvelString& attributes) {
-  constexpr size_t kShortFormLimit = 0x80;
-  Bytes out{kTagSet};
-  const size_t n = attributes.length();
-  if (n < kShortFormLimit) {
-    out.push_back(static_cast<unsigned char>(n));
-  } else {
-    Bytes length;
-    for (size_t v = n; v != 0; v >>= 8) length.insert(length.begin(), static_cast<unsigned char>(v & 0xFF));
-    out.push_back(static_cast<unsigned char>(kShortFormLimit | length.size()));
-    out.insert(out.end(), length.begin(), length.end());
-  }
-  out.insert(out.end(), attributes.data(), attributes.data() + n);
-  return out;
 }
 
 bool readAttributes(const Bytes& set, Attributes& out) {
@@ -132,15 +114,36 @@ struct SignerState {
   time_t validationTime = 0;
 };
 
+// The certificate whose issuer is the very DER of issuer and whose serial number is serial: the usual case, in
+// which the signer copied the name from the certificate, found without decoding the name.
+Certificate findByIssuerBytes(const CvelString& issuer, const ASN1_INTEGER* serial,
+                              const std::vector<Certificate>& certificates) {
+  for (const Certificate& c : certificates) {
+    const unsigned char* der = nullptr;
+    size_t n = 0;
+    if (X509_NAME_get0_der(X509_get_issuer_name(c.get()), &der, &n) == 1 &&
+        issuer.equals(der, static_cast<uint32_t>(n)) &&
+        ASN1_INTEGER_cmp(serial, X509_get0_serialNumber(c.get())) == 0) {
+      return c;
+    }
+  }
+  return nullptr;
+}
+
 Certificate findSigner(const CvelString& sid, const std::vector<Certificate>& certificates) {
   if (sid.isEmpty()) return nullptr;
   std::vector<CvelString> parts;
   if (sid.data()[0] == kTagSequence && childrenOf(sid, kTagSequence, parts) && parts.size() == 2) {
-    const unsigned char* p = parts[0].data();
-    X509_NAME* issuer = d2i_X509_NAME(nullptr, &p, static_cast<long>(parts[0].length()));
-    p = parts[1].data();
+    const unsigned char* p = parts[1].data();
     ASN1_INTEGER* serial = d2i_ASN1_INTEGER(nullptr, &p, static_cast<long>(parts[1].length()));
-    Certificate found;
+    Certificate found = serial == nullptr ? nullptr : findByIssuerBytes(parts[0], serial, certificates);
+    if (found || serial == nullptr) {
+      ASN1_INTEGER_free(serial);
+      return found;
+    }
+    // Names that differ in bytes may still be the same name (X509_NAME_cmp compares them canonically).
+    p = parts[0].data();
+    X509_NAME* issuer = d2i_X509_NAME(nullptr, &p, static_cast<long>(parts[0].length()));
     for (const Certificate& c : certificates) {
       if (issuer != nullptr && serial != nullptr && X509_NAME_cmp(issuer, X509_get_issuer_name(c.get())) == 0 &&
           ASN1_INTEGER_cmp(serial, X509_get0_serialNumber(c.get())) == 0) {
@@ -174,7 +177,8 @@ bool checkFormat(const SignedDataView& sd, const CvelP7SignerInfo& si, Attribute
   } else if (md == nullptr) {
     fault = "the digest algorithm is not one OpenSSL offers";
   } else if (!si.signedAttributes().isEmpty()) {
-    if (!readAttributes(setOf(si.signedAttributes()), attributes)) {
+    if (!readAttributes(signedAttributesAsSigned(si.signedAttributes().data(), si.signedAttributes().length()),
+                               attributes)) {
       fault = "the signed attributes do not decode (or one type appears twice)";
     } else if (singleValue(attributes, kOidMessageDigest) == nullptr ||
                singleValue(attributes, kOidContentType) == nullptr) {
@@ -216,7 +220,7 @@ void checkIntegrity(const SignedDataView& sd, const CvelP7SignerInfo& si, const 
             "signature value with", "NO_SIGNING_CERTIFICATE_FOUND");
       return;
     }
-    const Bytes set = setOf(si.signedAttributes());
+    const Bytes set = signedAttributesAsSigned(si.signedAttributes().data(), si.signedAttributes().length());
     verified = verifySignatureValue(X509_get0_pubkey(signer), algorithm, md, set.data(), set.size(), signature,
                                     reason);
     if (verified == 1) reason = "the message digest matches and the signature over the signed attributes verifies";
@@ -376,7 +380,7 @@ void judgeToken(const CvelTSTInfo& token, const ContentFeed& covered, const Veri
   SignedDataView sd{p72, &tstInfo, {}, {}};
   for (uint32_t i = 0; i < p72.certificates().size() && i <= kMaxCertificates; ++i) {
     const CvelString& der = p72.certificates().get(i)->encoded();
-    Certificate c = certificateFromDer(der.data(), der.length());
+    Certificate c = context.certificates->get(der.data(), der.length());
     if (c) sd.certificates.push_back(c);
   }
   CvelP7SignerInfo* si = nullptr;
@@ -510,7 +514,7 @@ bool verifyCms(const Bytes& der, const ContentFeed* detached, const VerifyContex
   SignedDataView sd{p72, detached != nullptr ? detached : (hasContent ? &encapsulated : nullptr), {}, {}};
   for (uint32_t i = 0; i < p72.certificates().size() && i <= kMaxCertificates; ++i) {
     const CvelString& c = p72.certificates().get(i)->encoded();
-    Certificate x = certificateFromDer(c.data(), c.length());
+    Certificate x = context.certificates->get(c.data(), c.length());
     if (x) sd.certificates.push_back(x);
   }
   for (uint32_t i = 0; i < p72.crls().size() && i <= kMaxCertificates; ++i) {

@@ -5,6 +5,7 @@
 
 #include <ctime>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -32,6 +33,8 @@ struct VerifyContext {
   VerifyOptions options;
   std::unique_ptr<X509_STORE, StoreDeleter> store;
   time_t now = 0;                       // --at, else the time the run started
+  // Every certificate the run reads (trust anchors, signatures, DSS) goes through this one cache.
+  std::shared_ptr<CertificateCache> certificates = std::make_shared<CertificateCache>();
   std::vector<Certificate> extraCertificates;  // from the PDF's DSS
   std::vector<Bytes> extraOcsp;                // from the PDF's DSS
   std::vector<Bytes> extraCrls;                // from the PDF's DSS

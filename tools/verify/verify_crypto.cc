@@ -12,6 +12,9 @@ namespace {
 constexpr int kMaxPathDepth = 16;
 // RFC 4055: the default salt length of RSASSA-PSS.
 constexpr long kDefaultPssSalt = 20;
+// What the certificate cache keeps at most: far beyond the certificates of a real batch, small in memory.
+constexpr size_t kMaxCachedCertificates = 4096;
+constexpr size_t kMaxCachedBytes = 16u * 1024 * 1024;
 
 struct MdCtxDeleter {
   void operator()(EVP_MD_CTX* c) const { EVP_MD_CTX_free(c); }
@@ -68,6 +71,28 @@ Certificate certificateFromDer(const unsigned char* der, size_t n) {
   return Certificate(x, X509Deleter());
 }
 
+Certificate CertificateCache::get(const unsigned char* der, size_t n) {
+  const std::string_view key(reinterpret_cast<const char*>(der), n);
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const auto it = entries_.find(key);
+    if (it != entries_.end()) return it->second;
+  }
+  // Parsed outside the lock: another thread may parse the same certificate, and the first one stored wins.
+  Certificate parsed = certificateFromDer(der, n);
+  if (!parsed) return parsed;
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (entries_.size() >= kMaxCachedCertificates || bytes_ + n > kMaxCachedBytes) return parsed;
+  const auto inserted = entries_.emplace(std::string(key), parsed);
+  if (inserted.second) bytes_ += n;
+  return inserted.first->second;
+}
+
+size_t CertificateCache::size() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return entries_.size();
+}
+
 std::string subjectText(X509* certificate) {
   BIO* bio = BIO_new(BIO_s_mem());
   if (bio == nullptr) return "";
@@ -107,6 +132,24 @@ bool timeOfGeneralized(const std::string& text, time_t& out) {
   const bool ok = t != nullptr && ASN1_GENERALIZEDTIME_set_string(t, text.c_str()) == 1 && timeOf(t, out);
   ASN1_TIME_free(t);
   return ok;
+}
+
+Bytes signedAttributesAsSigned(const unsigned char* content, size_t n) {
+  constexpr unsigned char kTagSet = 0x31;
+  constexpr size_t kShortFormLimit = 0x80;
+  constexpr unsigned kBitsPerOctet = 8;
+  Bytes out{kTagSet};
+  if (n < kShortFormLimit) {
+    out.push_back(static_cast<unsigned char>(n));
+  } else {
+    unsigned octets = 0;
+    for (size_t v = n; v != 0; v >>= kBitsPerOctet) ++octets;
+    out.push_back(static_cast<unsigned char>(kShortFormLimit | octets));
+    for (unsigned i = octets; i > 0; --i) out.push_back(static_cast<unsigned char>(n >> ((i - 1) * kBitsPerOctet)));
+  }
+  out.reserve(out.size() + n);
+  out.insert(out.end(), content, content + n);
+  return out;
 }
 
 int verifySignatureValue(EVP_PKEY* key, const Bytes& signatureAlgorithm, const EVP_MD* digestMd,

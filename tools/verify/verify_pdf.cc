@@ -43,8 +43,8 @@ std::string pdfTime(const std::string& text) {
 
 bool isHex(unsigned char c) { return std::isxdigit(c) != 0; }
 
-// The /ByteRange [0 a b c] leaves out exactly the hex string /Contents (from '<' to '>') and ends where a
-// revision ends; the index of that revision, or a reason.
+}  // namespace
+
 bool checkByteRange(const Bytes& file, const std::vector<long long>& r, const std::vector<long long>& ends,
                     size_t& revision, std::string& reason) {
   const long long size = static_cast<long long>(file.size());
@@ -66,6 +66,8 @@ bool checkByteRange(const Bytes& file, const std::vector<long long>& r, const st
   revision = static_cast<size_t>(it - ends.begin());
   return true;
 }
+
+namespace {
 
 bool contains(const Bytes& file, long long from, long long to, const char* text) {
   const auto first = file.begin() + from;

@@ -15,4 +15,9 @@ bool verifyPdf(const Bytes& file, VerifyContext& context, std::vector<SignatureR
 // The offsets just after each %%EOF marker and its end of line, in file order.
 std::vector<long long> revisionEnds(const Bytes& file);
 
+// The /ByteRange [0 a b c] leaves out exactly the hex string /Contents (from '<' to '>') and ends where a
+// revision ends (one of ends); the index of that revision, or a reason.
+bool checkByteRange(const Bytes& file, const std::vector<long long>& range, const std::vector<long long>& ends,
+                    size_t& revision, std::string& reason);
+
 #endif  // KOLVARI_TOOLS_VERIFY_VERIFY_PDF_H

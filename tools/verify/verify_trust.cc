@@ -11,7 +11,8 @@ namespace {
 // A trust folder holds at most this many files that are read.
 constexpr size_t kMaxTrustDirFiles = 4096;
 
-bool addFile(X509_STORE* store, const std::string& path, bool quietlySkip, std::string& error) {
+bool addFile(X509_STORE* store, CertificateCache& cache, const std::string& path, bool quietlySkip,
+             std::string& error) {
   std::vector<Bytes> certificates;
   if (!readCertificates(path, certificates, error) || certificates.empty()) {
     if (quietlySkip) return true;
@@ -19,14 +20,14 @@ bool addFile(X509_STORE* store, const std::string& path, bool quietlySkip, std::
     return false;
   }
   for (const Bytes& der : certificates) {
-    Certificate c = certificateFromDer(der.data(), der.size());
+    Certificate c = cache.get(der.data(), der.size());
     if (c) X509_STORE_add_cert(store, c.get());
   }
   ERR_clear_error();
   return true;
 }
 
-bool addDirectory(X509_STORE* store, const std::string& path, std::string& error) {
+bool addDirectory(X509_STORE* store, CertificateCache& cache, const std::string& path, std::string& error) {
   DIR* dir = opendir(path.c_str());
   if (dir == nullptr) {
     error = path + ": not a readable folder";
@@ -37,7 +38,7 @@ bool addDirectory(X509_STORE* store, const std::string& path, std::string& error
     if (e->d_name[0] == '.') continue;
     ++files;
     std::string ignored;
-    addFile(store, path + "/" + e->d_name, true, ignored);
+    addFile(store, cache, path + "/" + e->d_name, true, ignored);
   }
   closedir(dir);
   return true;
@@ -52,9 +53,10 @@ bool loadTrust(VerifyContext& context, std::string& error) {
     return false;
   }
   for (const std::string& file : context.options.trustFiles) {
-    if (!addFile(context.store.get(), file, false, error)) return false;
+    if (!addFile(context.store.get(), *context.certificates, file, false, error)) return false;
   }
-  if (!context.options.trustDir.empty() && !addDirectory(context.store.get(), context.options.trustDir, error)) {
+  if (!context.options.trustDir.empty() &&
+      !addDirectory(context.store.get(), *context.certificates, context.options.trustDir, error)) {
     return false;
   }
   if (context.options.systemTrust) X509_STORE_set_default_paths(context.store.get());

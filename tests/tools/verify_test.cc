@@ -1,0 +1,143 @@
+// `kolvari verify` apart from the cryptography: how the checks give the indication, the JSON report's shape,
+// the /ByteRange rules of a PDF signature, the signed attributes as the signature covers them (X.690 length
+// octets derived by hand), and the run's certificate cache over real roots from the Mozilla set.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "verify/verify_crypto.h"
+#include "verify/verify_pdf.h"
+#include "verify/verify_report.h"
+
+namespace {
+
+struct VerdictCase {
+  const char* name;
+  std::vector<std::pair<Outcome, const char*>> checks;
+  Indication indication;
+  const char* subIndication;
+};
+
+TEST(VerifyVerdict, FirstCheckThatDoesNotPassDecides) {
+  const Outcome P = Outcome::kPassed, F = Outcome::kFailed, I = Outcome::kIndeterminate, S = Outcome::kSkipped;
+  const VerdictCase cases[] = {
+      {"passed and skipped", {{P, ""}, {S, "TRY_LATER"}, {P, "HASH_FAILURE"}}, Indication::kTotalPassed, ""},
+      {"a failure", {{P, ""}, {F, "HASH_FAILURE"}, {I, "NO_CERTIFICATE_CHAIN_FOUND"}}, Indication::kTotalFailed,
+       "HASH_FAILURE"},
+      {"the first fault, not the worst", {{P, ""}, {I, "NO_CERTIFICATE_CHAIN_FOUND"}, {F, "SIG_CRYPTO_FAILURE"}},
+       Indication::kIndeterminate, "NO_CERTIFICATE_CHAIN_FOUND"},
+      {"after a skip", {{S, "FORMAT_FAILURE"}, {F, "SIG_CRYPTO_FAILURE"}}, Indication::kTotalFailed,
+       "SIG_CRYPTO_FAILURE"},
+  };
+  for (const VerdictCase& c : cases) {
+    SignatureReport r;
+    for (const auto& [outcome, sub] : c.checks) r.add("check", outcome, "reason", sub);
+    EXPECT_EQ(r.indication(), c.indication) << c.name;
+    EXPECT_EQ(r.subIndication(), c.subIndication) << c.name;
+  }
+}
+
+TEST(VerifyReport, JsonShape) {
+  SignatureReport cms;
+  cms.signer = "CN=a";
+  cms.signingTime = "2024-01-02T03:04:05Z";
+  cms.add("integrity", Outcome::kFailed, "differs", "HASH_FAILURE");
+  SignatureReport pdf;
+  pdf.field = "Sig1";
+  pdf.timestamp = "2024-01-02T03:04:06Z";
+  pdf.coversWholeFile = false;
+  pdf.laterRevisions.push_back(LaterRevision{1234, "annotations"});
+  pdf.add("integrity", Outcome::kPassed, "verifies", "SIG_CRYPTO_FAILURE");
+  // Null where there is nothing to say, coversWholeFile and laterRevisions for a PDF only.
+  const nlohmann::json expected = nlohmann::json::parse(R"({"signatures": [
+    {"kind": "signature", "indication": "TOTAL_FAILED", "subIndication": "HASH_FAILURE", "signer": "CN=a",
+     "signingTime": "2024-01-02T03:04:05Z", "timestamp": null, "checks": [
+       {"name": "integrity", "outcome": "failed", "subIndication": "HASH_FAILURE", "reason": "differs"}]},
+    {"kind": "signature", "field": "Sig1", "indication": "TOTAL_PASSED", "subIndication": null, "signer": null,
+     "signingTime": null, "timestamp": "2024-01-02T03:04:06Z", "coversWholeFile": false,
+     "laterRevisions": [{"end": 1234, "kind": "annotations"}], "checks": [
+       {"name": "integrity", "outcome": "passed", "subIndication": null, "reason": "verifies"}]}]})");
+  EXPECT_EQ(nlohmann::json::parse(reportJson({cms, pdf})), expected);
+}
+
+TEST(VerifyPdf, ByteRangeRules) {
+  const std::string first = "%PDF-1.7\n1 0 obj\n<< /Type /Sig /Contents <0A1b2C> >>\nendobj\n%%EOF\n";
+  const std::string text = first + "2 0 obj\n<< >>\nendobj\n%%EOF\r\n";
+  const Bytes file(text.begin(), text.end());
+  const long long lt = static_cast<long long>(text.find("<0A1b2C>"));
+  const long long gt = lt + 8;  // just after '>'
+  const long long end1 = static_cast<long long>(first.size());
+  const long long end2 = static_cast<long long>(text.size());
+  const std::vector<long long> ends = revisionEnds(file);
+  ASSERT_EQ(ends, (std::vector<long long>{end1, end2}));
+  struct Case {
+    const char* name;
+    std::vector<long long> range;
+    bool ok;
+    size_t revision;
+  };
+  const Case cases[] = {
+      {"the first revision", {0, lt, gt, end1 - gt}, true, 0},
+      {"the whole file", {0, lt, gt, end2 - gt}, true, 1},
+      {"not from 0", {1, lt, gt, end1 - gt}, false, 0},
+      {"skips bytes before /Contents", {0, lt - 4, gt, end1 - gt}, false, 0},
+      {"skips bytes after /Contents", {0, lt, gt + 1, end1 - gt - 1}, false, 0},
+      {"leaves out more than the hex string", {0, lt, gt + 3, end1 - gt - 3}, false, 0},  // up to " >>"
+      {"ends inside a revision", {0, lt, gt, end1 - gt - 1}, false, 0},
+      {"ends beyond the file", {0, lt, gt, end2 - gt + 1}, false, 0},
+      {"three numbers", {0, lt, gt}, false, 0},
+      {"a negative length", {0, lt, gt, -1}, false, 0},
+  };
+  for (const Case& c : cases) {
+    size_t revision = 99;
+    std::string reason;
+    EXPECT_EQ(checkByteRange(file, c.range, ends, revision, reason), c.ok) << c.name << ": " << reason;
+    if (c.ok) {
+      EXPECT_EQ(revision, c.revision) << c.name;
+    }
+  }
+}
+
+TEST(VerifySignedAttributes, RetaggedAsReceived) {
+  // Two attributes out of DER's SET OF order (30 03 06 01 02 sorts after 30 03 06 01 01): kept as they are.
+  const Bytes unsorted = {0x30, 0x03, 0x06, 0x01, 0x02, 0x30, 0x03, 0x06, 0x01, 0x01};
+  const Bytes expected = {0x31, 0x0A, 0x30, 0x03, 0x06, 0x01, 0x02, 0x30, 0x03, 0x06, 0x01, 0x01};
+  EXPECT_EQ(signedAttributesAsSigned(unsorted.data(), unsorted.size()), expected);
+  const std::pair<size_t, Bytes> lengths[] = {
+      {0x7F, {0x31, 0x7F}},       {0x80, {0x31, 0x81, 0x80}},          {0xFF, {0x31, 0x81, 0xFF}},
+      {0x100, {0x31, 0x82, 0x01, 0x00}}, {0x10000, {0x31, 0x83, 0x01, 0x00, 0x00}},
+  };
+  for (const auto& [n, header] : lengths) {
+    const Bytes content(n, 0xA5);
+    const Bytes set = signedAttributesAsSigned(content.data(), n);
+    ASSERT_EQ(set.size(), header.size() + n) << n;
+    EXPECT_EQ(Bytes(set.begin(), set.begin() + static_cast<std::ptrdiff_t>(header.size())), header) << n;
+  }
+}
+
+TEST(VerifyCertificateCache, SameBytesSameCertificateOnly) {
+  std::vector<Bytes> a;
+  std::vector<Bytes> b;
+  std::string error;
+  ASSERT_TRUE(readCertificates("/usr/share/ca-certificates/mozilla/ACCVRAIZ1.crt", a, error)) << error;
+  ASSERT_TRUE(readCertificates("/usr/share/ca-certificates/mozilla/ISRG_Root_X1.crt", b, error)) << error;
+  CertificateCache cache;
+  const Certificate first = cache.get(a[0].data(), a[0].size());
+  ASSERT_TRUE(first);
+  EXPECT_EQ(cache.get(a[0].data(), a[0].size()), first);
+  EXPECT_NE(cache.get(b[0].data(), b[0].size()), first);
+  // One byte of the signature changed: still a certificate, but another one.
+  Bytes changed = a[0];
+  changed.back() ^= 1;
+  const Certificate other = cache.get(changed.data(), changed.size());
+  ASSERT_TRUE(other);
+  EXPECT_NE(other, first);
+  EXPECT_FALSE(cache.get(a[0].data(), a[0].size() - 1));  // truncated: not read, not kept
+  EXPECT_EQ(cache.size(), 3u);
+}
+
+}  // namespace
