@@ -146,6 +146,10 @@ PdfLevel checkOptions(const SignPdfOptions& o) {
   if (!o.level.empty()) readPdfLevel(o.level, level);
   if (level == PdfLevel::kB && stamped) throw UsageError("--level B-B: --tsa makes the signature B-T");
   if (level != PdfLevel::kB && !stamped) throw UsageError("--level " + o.level + ": needs --tsa URL");
+  const ValidationDataOptions& v = o.validation;
+  if (level < PdfLevel::kLT && (!v.ocspResponseFiles.empty() || !v.crlFiles.empty() || v.allowMissing)) {
+    throw UsageError("--ocsp-response, --revocation-crl and --allow-missing-revocation need --level B-LT or B-LTA");
+  }
   return level;
 }
 
@@ -318,7 +322,10 @@ ToolCommand signPdfCommand() {
           "and in /AcroForm (/SigFlags 3; existing fields kept), and a cross-reference section of the same form as "
           "the file's last one. The digest of the /ByteRange (the whole file but /Contents) goes to the plug-in as "
           "the message digest; the detached CMS it builds (signing-certificate-v2, no signing-time attribute) is "
-          "written into /Contents in hex. Earlier signatures stay valid. The signer is --key with --cert, --p12 or "
+          "written into /Contents in hex. At --level B-LT a second update adds the document security store (the "
+          "certificates and OCSP responses or CRLs of the signer's and the time-stamp authority's chains), and at "
+          "B-LTA a third a document time-stamp. Earlier signatures stay valid. The signer is --key with --cert, "
+          "--p12 or "
           "--pkcs11. Encrypted PDFs and PDFs whose cross-reference data cannot be read are refused, and OUT.pdf is "
           "not written; so is a key that does not belong to its certificate, and an existing OUT.pdf unless "
           "--force.",
