@@ -17,6 +17,7 @@
 namespace {
 
 constexpr char kEncrypted[] = "the PDF is encrypted";
+constexpr size_t kStoreArrays = 3;  // /Certs, /OCSPs, /CRLs
 
 std::string reference(const QPDFObjGen& og) {
   return std::to_string(og.getObj()) + " " + std::to_string(og.getGen()) + " R";
@@ -91,10 +92,11 @@ std::string arrayText(const std::vector<std::string>& items) {
 }
 
 // One /VRI value: the streams of the entry's data, each array left out when empty.
-bool vriValue(const PdfValidationEntry& entry, StoreArray* arrays[3], DssUpdate& update, std::string& out) {
-  const std::vector<Bytes>* lists[3] = {&entry.certificates, &entry.ocspResponses, &entry.crls};
+bool vriValue(const PdfValidationEntry& entry, StoreArray* const (&arrays)[kStoreArrays], DssUpdate& update,
+              std::string& out) {
+  const std::vector<Bytes>* lists[kStoreArrays] = {&entry.certificates, &entry.ocspResponses, &entry.crls};
   out = "<<";
-  for (size_t i = 0; i < 3; ++i) {
+  for (size_t i = 0; i < kStoreArrays; ++i) {
     std::vector<std::string> items;
     for (const Bytes& data : *lists[i]) {
       std::string written;
@@ -134,7 +136,7 @@ bool buildUpdate(QPDF& pdf, const std::vector<PdfValidationEntry>& entries, DssU
   StoreArray certs{"/Certs", "/Cert", {}, {}};
   StoreArray ocsps{"/OCSPs", "/OCSP", {}, {}};
   StoreArray crls{"/CRLs", "/CRL", {}, {}};
-  StoreArray* arrays[3] = {&certs, &ocsps, &crls};
+  StoreArray* const arrays[kStoreArrays] = {&certs, &ocsps, &crls};
   for (StoreArray* a : arrays) readExisting(dss, *a);
 
   std::map<std::string, std::string> vri;  // key (with its slash), value as written
