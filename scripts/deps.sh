@@ -9,6 +9,7 @@ packages=(cmake make g++ libgtest-dev libbenchmark-dev libssl-dev openssl clang 
 packages+=(gnutls-bin libnss3-tools python3-asn1crypto default-jdk-headless libbcprov-java libbcpkix-java libbcutil-java)
 packages+=(g++-multilib)  # the 32-bit build of scripts/test.sh
 packages+=(libcurl4-openssl-dev)  # the tool's HTTP client (time stamps, OCSP, CRLs)
+packages+=(zlib1g-dev)  # the compressed streams of a PDF document security store
 # A software token and the token tools for tests/interop/pkcs11.sh; p11-kit's header for the tool's build.
 packages+=(softhsm2 opensc p11-kit libp11-kit-dev)
 packages+=(libqpdf-dev qpdf poppler-utils python3-reportlab)  # kolvari sign-pdf and tests/interop/sign_pdf.sh

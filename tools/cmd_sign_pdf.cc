@@ -15,6 +15,7 @@
 #include "commands.h"
 #include "host_crypto.h"
 #include "io/input_file.h"
+#include "pdf/pdf_long_term.h"
 #include "pdf/pdf_update.h"
 #include "pdf/truetype_font.h"
 #include "services/sign_services.h"
@@ -39,6 +40,8 @@ struct SignPdfOptions {
   SignerSource signer;  // --key/--cert, --p12 or --pkcs11
   std::string pass;
   SignServices services;  // only the time stamp: long-term data would not fit a placeholder sized in advance
+  std::string level;      // empty: B-T with --tsa, B-B without
+  ValidationDataOptions validation;  // B-LT and B-LTA: the document security store
   std::vector<std::string> chain;
   std::string digest = "sha256";
   PdfSignatureFields fields;
@@ -84,6 +87,16 @@ void defineOptions(CLI::App& app, SignPdfOptions& o) {
                         "(KOLVARI_DER_ATTRIBUTE_ORDER=1), as validators that re-encode them expect")
       ->group(content);
   addTimeStampOptions(app, o.services);
+  addValue(app, "--level", o.level, "LEVEL",
+           "B-B, B-T (a signature time-stamp, from --tsa), B-LT (then a document security store update with the "
+           "validation data of the signer's and the authority's chains) or B-LTA (then a document time-stamp "
+           "from --tsa); default B-T with --tsa, B-B without")
+      ->check(valueCheck("level", [](std::string& v) {
+        PdfLevel level;
+        return readPdfLevel(v, level) ? std::string() : "B-B, B-T, B-LT or B-LTA";
+      }))
+      ->group(content);
+  addValidationDataOptions(app, o.validation);
 
   const std::string fields = "signature dictionary and field";
   addValue(app, "--reason", o.fields.reason, "TEXT", "/Reason of the signature dictionary")->group(fields);
@@ -125,9 +138,35 @@ void defineOptions(CLI::App& app, SignPdfOptions& o) {
 }
 
 // The rules between options that CLI11's own do not say.
-void checkOptions(const SignPdfOptions& o) {
+PdfLevel checkOptions(const SignPdfOptions& o) {
   const std::string keyFault = signerKeyFault(o.signer);
   if (!keyFault.empty()) throw UsageError(keyFault);
+  const bool stamped = !o.services.tsa.url.empty();
+  PdfLevel level = stamped ? PdfLevel::kT : PdfLevel::kB;
+  if (!o.level.empty()) readPdfLevel(o.level, level);
+  if (level == PdfLevel::kB && stamped) throw UsageError("--level B-B: --tsa makes the signature B-T");
+  if (level != PdfLevel::kB && !stamped) throw UsageError("--level " + o.level + ": needs --tsa URL");
+  const ValidationDataOptions& v = o.validation;
+  if (level < PdfLevel::kLT && (!v.ocspResponseFiles.empty() || !v.crlFiles.empty() || v.allowMissing)) {
+    throw UsageError("--ocsp-response, --revocation-crl and --allow-missing-revocation need --level B-LT or B-LTA");
+  }
+  return level;
+}
+
+// B-LT and B-LTA: the updates after the signature's own, for the signature just made.
+bool addLongTermUpdates(const SignPdfOptions& o, PdfLevel level, Bytes& document, std::string& error) {
+  PdfLongTermRequest request;
+  request.validation = o.validation;
+  request.validation.timeoutSeconds = o.services.tsa.timeoutSeconds;
+  request.scope = PdfExtendScope::kNewest;
+  request.documentTimeStamp = level == PdfLevel::kLTA;
+  request.tsa = o.services.tsa;
+  std::vector<std::string> notes;
+  Bytes extended;
+  if (!extendPdfLongTerm(document, request, extended, notes, error)) return false;
+  for (const std::string& note : notes) std::fprintf(stderr, "kolvari sign-pdf: note: %s\n", note.c_str());
+  document = std::move(extended);
+  return true;
 }
 
 // The certificate subject's common name, else its whole subject line.
@@ -233,7 +272,7 @@ int failed(const std::string& error) {
 }
 
 int signPdfWith(SignPdfOptions o) {
-  checkOptions(o);
+  const PdfLevel level = checkOptions(o);
   PdfSigningRun run;
   run.digest = findDigest(o.digest);
   std::string error;
@@ -268,6 +307,7 @@ int signPdfWith(SignPdfOptions o) {
   if (!o.services.tsa.url.empty()) run.extraRoom = kTimeStampRoom;
   Bytes output;
   if (!signPdf(zarv, run, input, o.fields, output, error)) return failed(o.input + ": " + error);
+  if (level >= PdfLevel::kLT && !addLongTermUpdates(o, level, output, error)) return failed(o.input + ": " + error);
   // Through a temporary file and a rename: a failed write leaves no half-written OUT.
   if (!writeOutputFile(o.output, o.input, output.data(), output.size(), o.force, error)) return failed(error);
   return kExitOk;
@@ -282,7 +322,10 @@ ToolCommand signPdfCommand() {
           "and in /AcroForm (/SigFlags 3; existing fields kept), and a cross-reference section of the same form as "
           "the file's last one. The digest of the /ByteRange (the whole file but /Contents) goes to the plug-in as "
           "the message digest; the detached CMS it builds (signing-certificate-v2, no signing-time attribute) is "
-          "written into /Contents in hex. Earlier signatures stay valid. The signer is --key with --cert, --p12 or "
+          "written into /Contents in hex. At --level B-LT a second update adds the document security store (the "
+          "certificates and OCSP responses or CRLs of the signer's and the time-stamp authority's chains), and at "
+          "B-LTA a third a document time-stamp. Earlier signatures stay valid. The signer is --key with --cert, "
+          "--p12 or "
           "--pkcs11. Encrypted PDFs and PDFs whose cross-reference data cannot be read are refused, and OUT.pdf is "
           "not written; so is a key that does not belong to its certificate, and an existing OUT.pdf unless "
           "--force.",

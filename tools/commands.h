@@ -26,6 +26,8 @@ ToolCommand verifyCommand();
 ToolCommand logCheckCommand();
 ToolCommand signCommand();
 ToolCommand signPdfCommand();
+ToolCommand timeStampPdfCommand();
+ToolCommand extendPdfCommand();
 
 // `kolvari sign ARGS...`: reads args as the tool does and signs (the batch benchmark runs it in-process).
 int runSign(const Arguments& args);

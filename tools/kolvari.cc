@@ -13,7 +13,8 @@ namespace {
 
 std::vector<ToolCommand> allCommands() {
   return {infoCommand(),    derCommand(),      detectCommand(), certCommand(),    inspectCommand(),
-          verifyCommand(),  logCheckCommand(), signCommand(),   signPdfCommand()};
+          verifyCommand(),  logCheckCommand(), signCommand(),   signPdfCommand(), timeStampPdfCommand(),
+          extendPdfCommand()};
 }
 
 // Runs a command between two records of the tool's logger: the command line, and the exit status.

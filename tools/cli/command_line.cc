@@ -1,5 +1,6 @@
 #include "cli/command_line.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 #include <sstream>
@@ -113,10 +114,12 @@ int wrongCommandLine(const std::string& command, const std::string& message) {
 
 std::string toolHelp(const std::vector<ToolCommand>& commands) {
   std::string out = "usage: kolvari COMMAND [ARGS]\n       kolvari COMMAND --help\n\ncommands:\n";
+  // The summaries in one column, after the longest name.
+  size_t width = 0;
+  for (const ToolCommand& c : commands) width = std::max(width, std::string(c.name).size());
   for (const ToolCommand& c : commands) {
-    char line[160];
-    std::snprintf(line, sizeof line, "  %-10s %s\n", c.name, c.summary);
-    out += line;
+    const std::string name = c.name;
+    out += "  " + name + std::string(width - name.size() + 1, ' ') + c.summary + "\n";
   }
   return out + "\nexample:\n  kolvari inspect document.p7s\n\n" + kExitStatuses;
 }

@@ -54,12 +54,8 @@ std::string reference(const QPDFObjGen& og) {
   return std::to_string(og.getObj()) + " " + std::to_string(og.getGen()) + " R";
 }
 
-// The objects of the update: new ones and rewritten ones, by number, each with its generation and body.
-struct UpdateObject {
-  int generation = 0;
-  std::string body;  // everything between "N G obj\n" and "\nendobj\n"
-};
-using UpdateObjects = std::map<int, UpdateObject>;
+// The objects of the update: new ones and rewritten ones, by number.
+using UpdateObjects = PdfUpdateObjects;
 
 void rewrite(UpdateObjects& objects, QPDFObjectHandle object) {
   objects[object.getObjGen().getObj()] = {object.getObjGen().getGen(), object.unparseResolved()};
@@ -253,8 +249,9 @@ void addToForm(const Reading& r, QPDFObjectHandle fieldRef, UpdateObjects& objec
 }
 
 std::string signatureDictionary(const PdfSignatureFields& f, size_t contentsCapacity) {
-  std::string d = "<< /Type /Sig /Filter /Adobe.PPKLite /SubFilter /ETSI.CAdES.detached";
-  d += " /M " + textString(f.pdfTime);
+  std::string d = f.documentTimeStamp ? "<< /Type /DocTimeStamp /Filter /Adobe.PPKLite /SubFilter /ETSI.RFC3161"
+                                      : "<< /Type /Sig /Filter /Adobe.PPKLite /SubFilter /ETSI.CAdES.detached";
+  if (!f.documentTimeStamp) d += " /M " + textString(f.pdfTime);
   if (!f.name.empty()) d += " /Name " + textString(f.name);
   if (!f.reason.empty()) d += " /Reason " + textString(f.reason);
   if (!f.location.empty()) d += " /Location " + textString(f.location);
@@ -456,8 +453,9 @@ bool checkPdfFieldName(const std::string& name, std::string& error) {
   return true;
 }
 
-bool preparePdfUpdate(const Bytes& input, const PdfSignatureFields& fields, size_t contentsCapacity,
-                      PdfPreparedUpdate& out, std::string& error) {
+std::string pdfCarriedTrailerEntries(const QPDFObjectHandle& trailer) { return carriedTrailerEntries(trailer); }
+
+bool readPdfUpdateBase(const Bytes& input, PdfUpdateBase& base, std::string& error) {
   if (input.size() > kMaxInput) {
     error = "the PDF is larger than " + std::to_string(kMaxInput) + " bytes";
     return false;
@@ -468,14 +466,40 @@ bool preparePdfUpdate(const Bytes& input, const PdfSignatureFields& fields, size
     error = std::string("not a PDF that can be updated: the file does not begin with ") + kPdfHeader + "N.N";
     return false;
   }
-  size_t previous = 0;
-  bool isTable = false;
-  if (!findLastCrossReference(input, previous, isTable)) {
+  if (!findLastCrossReference(input, base.previous, base.isTable)) {
     error = "not a PDF that can be read: no startxref at its end that points into the file";
     return false;
   }
+  return true;
+}
+
+void appendPdfUpdate(Bytes& document, const PdfUpdateBase& base, const PdfUpdateObjects& objects, int size,
+                     std::map<int, size_t>& offsets) {
+  if (!document.empty() && document.back() != '\n' && document.back() != '\r') document.push_back('\n');
+  std::map<int, int> generations;
+  for (const auto& [number, object] : objects) {
+    offsets[number] = document.size();
+    generations[number] = object.generation;
+    appendText(document, std::to_string(number) + " " + std::to_string(object.generation) + " obj\n");
+    appendText(document, object.body);
+    appendText(document, "\nendobj\n");
+  }
+  const std::string prev = " /Prev " + std::to_string(base.previous);
+  if (base.isTable) {
+    appendTable(document, offsets, generations,
+                "<< /Size " + std::to_string(size) + base.trailerEntries + prev + " >>");
+  } else {
+    appendXrefStream(document, size, offsets, generations,
+                     " /Size " + std::to_string(size + 1) + base.trailerEntries + prev);
+  }
+}
+
+bool preparePdfUpdate(const Bytes& input, const PdfSignatureFields& fields, size_t contentsCapacity,
+                      PdfPreparedUpdate& out, std::string& error) {
+  PdfUpdateBase base;
+  if (!readPdfUpdateBase(input, base, error)) return false;
   UpdateObjects objects;
-  std::string trailerEntries;
+  std::string& trailerEntries = base.trailerEntries;
   int size = 0;
   int signatureNumber = 0;
   try {
@@ -517,24 +541,8 @@ bool preparePdfUpdate(const Bytes& input, const PdfSignatureFields& fields, size
   }
 
   out.document = input;
-  if (!out.document.empty() && out.document.back() != '\n' && out.document.back() != '\r') {
-    out.document.push_back('\n');
-  }
   std::map<int, size_t> offsets;
-  std::map<int, int> generations;
-  for (const auto& [number, object] : objects) {
-    offsets[number] = out.document.size();
-    generations[number] = object.generation;
-    appendText(out.document, std::to_string(number) + " " + std::to_string(object.generation) + " obj\n" +
-                                 object.body + "\nendobj\n");
-  }
-  const std::string prev = " /Prev " + std::to_string(previous);
-  if (isTable) {
-    appendTable(out.document, offsets, generations, "<< /Size " + std::to_string(size) + trailerEntries + prev + " >>");
-  } else {
-    appendXrefStream(out.document, size, offsets, generations,
-                     " /Size " + std::to_string(size + 1) + trailerEntries + prev);
-  }
+  appendPdfUpdate(out.document, base, objects, size, offsets);
 
   // The placeholder and the byte range, now that every offset is known.
   const std::string contentsKey = "/Contents <";

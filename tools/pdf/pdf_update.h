@@ -6,11 +6,13 @@
 #define KOLVARI_TOOLS_PDF_PDF_UPDATE_H
 
 #include <cstddef>
+#include <map>
 #include <memory>
 #include <string>
 
 #include "host_crypto.h"
 
+class QPDFObjectHandle;
 class TrueTypeFont;
 
 // Where the widget shows on its page, in default user space units; PAGE counts from 1.
@@ -39,6 +41,8 @@ struct PdfSignatureFields {
   // With a font the appearance draws its lines in it, embedded whole (pdf/pdf_appearance.h); without,
   // in the standard Helvetica.
   std::shared_ptr<const TrueTypeFont> font;
+  // A document time-stamp: /Type /DocTimeStamp, /SubFilter /ETSI.RFC3161, no /M (the token holds the time).
+  bool documentTimeStamp = false;
 };
 
 // The input with the update appended and the /Contents placeholder still zeros.
@@ -67,5 +71,34 @@ bool fillPdfContents(PdfPreparedUpdate& update, const Bytes& cms, std::string& e
 // Where a cross-reference section starts, as the last startxref of data says, and whether it is a
 // table ("xref" keyword) rather than a stream. False when data has no readable startxref.
 bool findLastCrossReference(const Bytes& data, size_t& offset, bool& isTable);
+
+// An object an incremental update writes: its generation and its body, everything between "N G obj\n" and
+// "\nendobj\n" (a stream's binary data included).
+struct PdfUpdateObject {
+  int generation = 0;
+  std::string body;
+};
+using PdfUpdateObjects = std::map<int, PdfUpdateObject>;
+
+// What an update builds on: the input's last cross-reference section, its form, and the trailer entries the
+// update carries over (/Root, /Info, /ID, as text).
+struct PdfUpdateBase {
+  size_t previous = 0;
+  bool isTable = false;
+  std::string trailerEntries;
+};
+
+// Checks that input can take an update (its size, its header, a startxref that points into it) and fills
+// previous and isTable; false with a message.
+bool readPdfUpdateBase(const Bytes& input, PdfUpdateBase& base, std::string& error);
+
+// The trailer entries an update carries over from the input's trailer: /Root, /Info and /ID.
+std::string pdfCarriedTrailerEntries(const QPDFObjectHandle& trailer);
+
+// Appends the objects to document (the input), then a cross-reference section of the input's form with /Prev
+// and the carried trailer entries. size is one above the largest object number in use, the new ones included;
+// offsets receives where each object starts.
+void appendPdfUpdate(Bytes& document, const PdfUpdateBase& base, const PdfUpdateObjects& objects, int size,
+                     std::map<int, size_t>& offsets);
 
 #endif  // KOLVARI_TOOLS_PDF_PDF_UPDATE_H

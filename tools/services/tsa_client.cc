@@ -118,18 +118,11 @@ bool checkTimeStampResponse(const Bytes& response, const DigestChoice& digest, c
   return true;
 }
 
-bool timeStampAttribute(const TsaOptions& options, const Bytes& signatureValue, ServiceAttribute& out,
-                        std::string& error) {
-  const DigestChoice* digest = findDigest(options.digest);
-  if (digest == nullptr) {
-    error = "unknown time-stamp digest '" + options.digest + "' (sha256, sha384 or sha512)";
-    return false;
-  }
-  Bytes imprint;
+bool requestTimeStampToken(const TsaOptions& options, const DigestChoice& digest, const Bytes& imprint,
+                           Bytes& token, std::string& error) {
   Bytes nonce;
   HttpExchange exchange;
-  if (!digestBytes(*digest, signatureValue, imprint) || !randomNonce(nonce) ||
-      !timeStampRequest(*digest, imprint, nonce, exchange.body)) {
+  if (!randomNonce(nonce) || !timeStampRequest(digest, imprint, nonce, exchange.body)) {
     error = "cannot make the time-stamp request: " + opensslError();
     return false;
   }
@@ -142,6 +135,21 @@ bool timeStampAttribute(const TsaOptions& options, const Bytes& signatureValue, 
     error = "time-stamp authority: " + why;
     return false;
   }
+  return checkTimeStampResponse(response, digest, imprint, nonce, token, error);
+}
+
+bool timeStampAttribute(const TsaOptions& options, const Bytes& signatureValue, ServiceAttribute& out,
+                        std::string& error) {
+  const DigestChoice* digest = findDigest(options.digest);
+  if (digest == nullptr) {
+    error = "unknown time-stamp digest '" + options.digest + "' (sha256, sha384 or sha512)";
+    return false;
+  }
+  Bytes imprint;
+  if (!digestBytes(*digest, signatureValue, imprint)) {
+    error = "cannot make the time-stamp request: " + opensslError();
+    return false;
+  }
   out.oid = kOidTimeStampTokenAttribute;
-  return checkTimeStampResponse(response, *digest, imprint, nonce, out.value, error);
+  return requestTimeStampToken(options, *digest, imprint, out.value, error);
 }

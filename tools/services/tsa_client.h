@@ -25,6 +25,10 @@ bool timeStampRequest(const DigestChoice& digest, const Bytes& imprint, const By
 // content is a TSTInfo, the same digest algorithm, imprint and nonce. token receives the token's DER.
 bool checkTimeStampResponse(const Bytes& response, const DigestChoice& digest, const Bytes& imprint,
                             const Bytes& nonce, Bytes& token, std::string& error);
+// Asks the authority for a token over imprint, the digest of the data to be time-stamped; token receives the
+// checked token's DER (a ContentInfo holding SignedData).
+bool requestTimeStampToken(const TsaOptions& options, const DigestChoice& digest, const Bytes& imprint,
+                           Bytes& token, std::string& error);
 // The whole exchange for one signature value; out is the attribute holding the token.
 bool timeStampAttribute(const TsaOptions& options, const Bytes& signatureValue, ServiceAttribute& out,
                         std::string& error);

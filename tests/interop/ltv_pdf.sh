@@ -1,0 +1,240 @@
+#!/usr/bin/env bash
+# Long-term PDF signatures against the loopback time-stamp authority and OCSP responder (tests/support/
+# loopback_services.sh): `kolvari sign-pdf` at each level for an RSA and an EC signer, `kolvari extend-pdf` on
+# PDFs signed by kolvari and by poppler's pdfsig, run twice to renew, and `kolvari timestamp-pdf`. Each output
+# is held against pdfsig (every signature and time-stamp valid), qpdf --check, its input (a prefix of it), and
+# its document security store as qpdf's JSON shows it (the certificates, the OCSP responses, a /VRI entry per
+# signature keyed by the SHA-1 of its /Contents). A time-stamp authority that is down gives one line and no file.
+set -euo pipefail
+: "${KOLVARI:?path of the kolvari tool}"
+: "${KOLVARI_PLUGIN:?path of the plug-in}"
+here=$(cd "$(dirname "$0")" && pwd)
+missing=()
+for tool in pdfsig qpdf openssl /usr/bin/python3; do command -v "$tool" > /dev/null || missing+=("$tool"); done
+/usr/bin/python3 -c 'import asn1crypto' 2> /dev/null || missing+=(python3-asn1crypto)
+if [ ${#missing[@]} -ne 0 ]; then
+  echo "ltv_pdf skipped, missing: ${missing[*]} (scripts/deps.sh installs them)"
+  exit 77
+fi
+
+work=$(mktemp -d)
+. "$here/../support/loopback_services.sh"
+stop() {
+  stop_loopback_services
+  rm -rf "$work"
+}
+trap stop EXIT
+cd "$work"
+fail() { echo "FAIL: $*" >&2; exit 1; }
+
+mkdir pki
+start_loopback_services "$work/pki"
+cd pki
+cat > x509.cnf <<EOF
+[req]
+distinguished_name = dn
+[dn]
+[ca]
+basicConstraints = critical,CA:TRUE
+keyUsage = critical,keyCertSign,cRLSign
+[signer]
+keyUsage = critical,digitalSignature,nonRepudiation
+authorityInfoAccess = OCSP;URI:$base/ocsp
+[down]
+keyUsage = critical,digitalSignature,nonRepudiation
+authorityInfoAccess = OCSP;URI:$base/ocsp/down
+[plain]
+keyUsage = critical,digitalSignature
+[tsa]
+keyUsage = critical,digitalSignature
+extendedKeyUsage = critical,timeStamping
+authorityInfoAccess = OCSP;URI:$base/ocsp
+[ocsp]
+keyUsage = critical,digitalSignature
+extendedKeyUsage = critical,OCSPSigning
+EOF
+make_loopback_ca "/CN=PDF LTV CA"
+issue_certificate rsa 1001 signer "/CN=RSA Signer" -algorithm RSA -pkeyopt rsa_keygen_bits:2048
+issue_certificate ec 1002 signer "/CN=EC Signer"
+issue_certificate down 1003 down "/CN=Down Signer"
+issue_certificate plain 1004 plain "/CN=Plain Signer"
+issue_certificate tsa 2001 tsa "/CN=PDF LTV TSA"
+issue_certificate ocsp 2002 ocsp "/CN=PDF LTV OCSP Responder"
+for s in "1001 RSA Signer" "1002 EC Signer" "1003 Down Signer" "2001 PDF LTV TSA"; do
+  printf 'V\t491231235959Z\t\t%s\tunknown\t/CN=%s\n' "${s%% *}" "${s#* }" >> index.txt
+done
+make_loopback_crl 1
+write_tsa_config "sha256"
+cd "$work"
+
+/usr/bin/python3 "$here/minimal_pdf.py" classic.pdf
+qpdf --object-streams=generate classic.pdf objstm.pdf
+
+# FILE SIGNATURES DOCTIMESTAMPS: pdfsig finds the signatures valid (it has no opinion on document
+# time-stamps), `openssl ts -verify` each time-stamp token over its byte range, qpdf --check passes.
+check_pdf() {
+  pdfsig -nocert "$1" > sig.txt 2>&1 || fail "$1: pdfsig: $(cat sig.txt)"
+  [ "$(grep -c '^Signature #' sig.txt)" -eq $(($2 + $3)) ] || fail "$1: not $2 + $3 signatures: $(cat sig.txt)"
+  [ "$(grep -c 'Signature is Valid' sig.txt)" -eq "$2" ] || fail "$1: an invalid signature: $(cat sig.txt)"
+  qpdf --check "$1" > check.txt 2>&1 || fail "$1: qpdf --check: $(cat check.txt)"
+  qpdf --json=2 "$1" > ts.json || [ $? -eq 3 ] || fail "$1: qpdf --json"
+  rm -f ts-*.range
+  /usr/bin/python3 - "$1" ts.json <<'PY' || fail "$1: the document time-stamps cannot be read"
+import json, sys
+from asn1crypto import parser
+pdf = open(sys.argv[1], "rb").read()
+for n, o in enumerate(json.load(open(sys.argv[2]))["qpdf"][1].values()):
+    v = o.get("value") if isinstance(o, dict) else None
+    if isinstance(v, dict) and v.get("/Type") == "/DocTimeStamp" and v.get("/SubFilter") == "/ETSI.RFC3161":
+        a, b, c, d = v["/ByteRange"]
+        open("ts-%d.range" % n, "wb").write(pdf[a:a + b] + pdf[c:c + d])
+        open("ts-%d.token" % n, "wb").write(b"".join(parser.parse(bytes.fromhex(v["/Contents"][2:]), strict=False)[3:]))
+PY
+  [ "$(find . -maxdepth 1 -name 'ts-*.range' | wc -l)" -eq "$3" ] || fail "$1: not $3 document time-stamp(s)"
+  for range in ts-*.range; do
+    [ -e "$range" ] || continue
+    openssl ts -verify -data "$range" -in "${range%.range}.token" -token_in -CAfile pki/ca.pem > err.txt 2>&1 ||
+      fail "$1: openssl ts -verify: $(cat err.txt)"
+  done
+}
+is_prefix() { cmp -s "$1" <(head -c "$(stat -c %s "$1")" "$2") || fail "$1 is not a prefix of $2"; }
+
+# FILE CERTIFICATE-NAMES OCSP-SERIALS VRI-COUNT: the store as qpdf decodes it.
+check_dss() {
+  qpdf --json=2 --json-stream-data=inline --decode-level=generalized "$1" > dss.json ||
+    [ $? -eq 3 ] || fail "$1: qpdf --json"
+  /usr/bin/python3 - dss.json "$2" "$3" "$4" <<'PY' || fail "$1: the document security store"
+import base64, hashlib, json, sys
+from asn1crypto import ocsp, parser, x509
+objects = json.load(open(sys.argv[1]))["qpdf"][1]
+value = lambda v: objects["obj:" + v]["value"] if isinstance(v, str) and v.endswith(" R") else v
+data = lambda ref: base64.b64decode(objects["obj:" + ref]["stream"]["data"])
+dss = value(value(value(objects["trailer"]["value"]["/Root"])["/DSS"]))
+names = sorted(x509.Certificate.load(data(r)).subject.native["common_name"] for r in dss["/Certs"])
+assert names == sorted(sys.argv[2].split(",")), names
+serials = []
+for r in dss.get("/OCSPs", []):
+    response = ocsp.OCSPResponse.load(data(r))
+    single = response["response_bytes"]["response"].parsed["tbs_response_data"]["responses"][0]
+    assert single["cert_status"].name == "good", single["cert_status"].name
+    serials.append("%x" % single["cert_id"]["serial_number"].native)
+assert sorted(serials) == sorted(sys.argv[3].split(",")), serials
+contents = set()
+for o in objects.values():
+    v = o.get("value") if isinstance(o, dict) else None
+    if isinstance(v, dict) and "/ByteRange" in v:
+        parts = parser.parse(bytes.fromhex(v["/Contents"][2:]), strict=False)  # the CMS without the padding
+        contents.add(hashlib.sha1(b"".join(parts[3:])).hexdigest().upper())
+keys = {k[1:] for k in value(dss["/VRI"])}
+assert len(keys) == int(sys.argv[4]) and keys - {"KEPT"} <= contents, (keys, contents)
+for k in keys:
+    assert value(value(dss["/VRI"])["/" + k])["/Cert"], k
+PY
+}
+
+sign_pdf() {  # SIGNER IN OUT ARGS...
+  local signer=$1 in=$2 out=$3
+  shift 3
+  "$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --key "pki/$signer.key" --cert "pki/$signer.pem" --chain pki/ca.pem \
+    "$@" "$in" "$out"
+}
+
+# ---- sign-pdf at each level: SIGNER|IN|LEVEL|doc time-stamps|DSS names|OCSP serials ----
+while IFS='|' read -r signer in level stamps names serials; do
+  out=$signer-$level.pdf
+  args=(--level "$level")
+  [ "$level" = B-B ] || args+=(--tsa "$base/tsa")
+  sign_pdf "$signer" "$in.pdf" "$out" "${args[@]}" 2> err.txt || fail "$out: sign-pdf: $(cat err.txt)"
+  is_prefix "$in.pdf" "$out"
+  check_pdf "$out" 1 "$stamps"
+  [ -z "$names" ] || check_dss "$out" "$names" "$serials" 1
+done <<EOF
+rsa|classic|B-B|0||
+rsa|objstm|B-T|0||
+rsa|classic|B-LT|0|PDF LTV CA,PDF LTV TSA,RSA Signer|1001,2001
+rsa|objstm|B-LTA|1|PDF LTV CA,PDF LTV TSA,RSA Signer|1001,2001
+ec|objstm|B-B|0||
+ec|classic|B-T|0||
+ec|objstm|B-LT|0|EC Signer,PDF LTV CA,PDF LTV TSA|1002,2001
+ec|classic|B-LTA|1|EC Signer,PDF LTV CA,PDF LTV TSA|1002,2001
+EOF
+
+# ---- extend-pdf on a kolvari B-B signature, then again: the renewal covers the first time-stamp ----
+extend() {  # IN OUT ARGS...
+  local in=$1 out=$2
+  shift 2
+  "$KOLVARI" extend-pdf --tsa "$base/tsa" "$@" "$in" "$out" 2> err.txt || fail "$out: extend-pdf: $(cat err.txt)"
+  is_prefix "$in" "$out"
+}
+extend ec-B-B.pdf ec-extended.pdf --level B-LTA
+check_pdf ec-extended.pdf 1 1
+check_dss ec-extended.pdf "EC Signer,PDF LTV CA" 1002 1
+extend ec-extended.pdf ec-renewed.pdf --level B-LTA
+check_pdf ec-renewed.pdf 1 2
+check_dss ec-renewed.pdf "EC Signer,PDF LTV CA,PDF LTV TSA" 1002,2001 2
+# A given response takes the place of the responder the certificate names, which is down.
+sign_pdf down classic.pdf down.pdf || fail "down.pdf: sign-pdf"
+openssl ocsp -issuer pki/ca.pem -cert pki/down.pem -url "$base/ocsp" -respout down.ocsp -noverify > /dev/null 2>&1 ||
+  fail "openssl ocsp could not ask the responder"
+extend down.pdf down-given.pdf --level B-LT --ocsp-response down.ocsp
+check_pdf down-given.pdf 1 0
+check_dss down-given.pdf "Down Signer,PDF LTV CA" 1003 1
+# A certificate that names no responder: refused below, and with --allow-missing-revocation named in a note.
+sign_pdf plain classic.pdf plain.pdf || fail "plain.pdf: sign-pdf"
+extend plain.pdf plain-lt.pdf --level B-LT --allow-missing-revocation
+grep -q 'note: no revocation data for /CN=Plain Signer' err.txt || fail "plain-lt.pdf: no note: $(cat err.txt)"
+
+# A store the file has already, written inline in the catalog with the CA certificate and a /VRI entry of
+# its own: merged into one store, the certificate not stored twice, the entry kept.
+openssl x509 -in pki/ca.pem -outform DER -out ca.der
+/usr/bin/python3 - "$here" <<'PY'
+import sys
+sys.path.insert(0, sys.argv[1])
+from minimal_pdf import write
+ca = open("ca.der", "rb").read()
+write("stored.pdf", [b"<< /Type /Catalog /Pages 2 0 R /DSS << /Certs [4 0 R] /VRI << /KEPT << /Cert [4 0 R] >> >> >> >>",
+                     b"<< /Type /Pages /Kids [3 0 R] /Count 1 >>", b"<< /Type /Page /Parent 2 0 R /MediaBox [0 0 595 842] >>",
+                     b"<< /Length %d >>\nstream\n%s\nendstream" % (len(ca), ca)])
+PY
+sign_pdf ec stored.pdf stored-signed.pdf || fail "stored-signed.pdf: sign-pdf"
+extend stored-signed.pdf stored-lt.pdf --level B-LT
+check_pdf stored-lt.pdf 1 0
+check_dss stored-lt.pdf "EC Signer,PDF LTV CA" 1002 2
+
+# ---- extend-pdf on a signature made by poppler (NSS), when this pdfsig can sign ----
+mkdir nss
+certutil -N -d sql:nss --empty-password > /dev/null 2>&1 || true
+openssl pkcs12 -export -inkey pki/rsa.key -in pki/rsa.pem -certfile pki/ca.pem -name poppler -passout pass: \
+  -out rsa.p12 2> /dev/null
+if pk12util -i rsa.p12 -d sql:nss -W '' > /dev/null 2>&1 &&
+  pdfsig -add-signature -nssdir sql:nss -nick poppler classic.pdf poppler.pdf > /dev/null 2>&1; then
+  # pdfsig sends the signer's certificate alone: --chain gives its issuer.
+  extend poppler.pdf poppler-lta.pdf --level B-LTA --chain pki/ca.pem
+  check_pdf poppler-lta.pdf 1 1
+  check_dss poppler-lta.pdf "PDF LTV CA,RSA Signer" 1001 1
+else
+  echo "ltv_pdf: pdfsig cannot sign here; the extend-pdf row on a poppler signature is skipped"
+fi
+
+# ---- timestamp-pdf alone, on an unsigned PDF ----
+"$KOLVARI" timestamp-pdf --tsa "$base/tsa" classic.pdf stamped.pdf || fail "timestamp-pdf"
+is_prefix classic.pdf stamped.pdf
+check_pdf stamped.pdf 0 1
+
+# ---- failures: one line naming the URL (and the certificate), no output ----
+# NAME|COMMAND ARGS|the message
+while IFS='|' read -r name args message; do
+  status=0
+  # shellcheck disable=SC2086  # ARGS are words
+  "$KOLVARI" $args failed.pdf 2> err.txt || status=$?
+  [ "$status" -eq 1 ] || fail "$name: exit status $status, expected 1: $(cat err.txt)"
+  [ ! -e failed.pdf ] || fail "$name: an output file was written"
+  [ "$(wc -l < err.txt)" -eq 1 ] && grep -qF -- "$message" err.txt || fail "$name: got: $(cat err.txt)"
+done <<EOF
+tsa-down|timestamp-pdf --tsa $base/tsa/http500 classic.pdf|$base/tsa/http500 answered with HTTP status 500
+tsa-garbage|extend-pdf --level B-LTA --tsa $base/tsa/wrong-imprint ec-extended.pdf|$base/tsa/wrong-imprint: the time-stamp token's message imprint
+responder-down|extend-pdf --level B-LT down.pdf|/CN=Down Signer: OCSP $base/ocsp/down answered with HTTP status 503
+no-responder|extend-pdf --level B-LT plain.pdf|/CN=Plain Signer names no OCSP responder
+lta-tsa-down|sign-pdf --plugin $KOLVARI_PLUGIN --key pki/ec.key --cert pki/ec.pem --chain pki/ca.pem --level B-LTA --tsa $base/tsa/slow --tsa-timeout 1 classic.pdf|no answer from $base/tsa/slow within 1 s
+EOF
+echo "ltv_pdf: passed"
