@@ -417,8 +417,14 @@ int signWith(SignOptions& o) {
   std::vector<ContainerRequest> containers(jobs, setup.container);
   std::vector<std::string> errors(o.inputs.size());
   std::vector<char> signedOk(o.inputs.size(), 0);
+  std::mutex noteLock;
   const BatchWork work = [&](size_t item, unsigned worker) {
     signedOk[item] = signFile(zarv, o, digest, setup, containers[worker], o.inputs[item], errors[item]) ? 1 : 0;
+    // The note counts every signature in place, in the order they were finished.
+    if (signedOk[item] != 0 && batch) {
+      const std::lock_guard<std::mutex> hold(noteLock);
+      setInterruptNote(interruptNote(++signedCount, o.inputs.size(), o.inputs[item]));
+    }
   };
   // Reported in the order of the inputs, whichever thread finished first.
   const BatchReport report = [&](size_t item) {
@@ -426,8 +432,6 @@ int signWith(SignOptions& o) {
       progress.clear();
       std::fprintf(stderr, "kolvari sign: %s\n", errors[item].c_str());
       ++failed;
-    } else if (batch) {
-      setInterruptNote(interruptNote(++signedCount, o.inputs.size(), o.inputs[item]));
     }
     std::string().swap(errors[item]);
     progress.step();
