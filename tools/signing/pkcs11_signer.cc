@@ -467,11 +467,11 @@ class Pkcs11Session {
     if (initialized_ && p11_->C_GetTokenInfo(slot_, &info) == CKR_OK) {
       const bool bounded = info.ulMaxSessionCount != CK_EFFECTIVELY_INFINITE &&
                            info.ulMaxSessionCount != CK_UNAVAILABLE_INFORMATION;
-      const CK_ULONG free = bounded && info.ulSessionCount != CK_UNAVAILABLE_INFORMATION &&
+      const CK_ULONG spare = bounded && info.ulSessionCount != CK_UNAVAILABLE_INFORMATION &&
                                     info.ulSessionCount <= info.ulMaxSessionCount
                                 ? info.ulMaxSessionCount - info.ulSessionCount
                                 : 0;
-      sessionLimit_ = !bounded ? kMostJobs : 1 + std::min<CK_ULONG>(free, kMostJobs - 1);
+      sessionLimit_ = !bounded ? kMostJobs : 1 + std::min<CK_ULONG>(spare, kMostJobs - 1);
     }
     idle_.push_back(session_);
     return true;
