@@ -4,7 +4,7 @@
 set -euo pipefail
 
 packages=(cmake make g++ libgtest-dev libbenchmark-dev libssl-dev openssl clang python3
-          python3-cryptography ca-certificates git zip ghostscript pkg-config dpkg-dev file)
+          python3-cryptography ca-certificates git zip ghostscript pkg-config dpkg-dev file lintian)
 # The verifiers of the interoperability matrix (tests/interop/matrix.sh).
 packages+=(gnutls-bin libnss3-tools python3-asn1crypto default-jdk-headless libbcprov-java libbcpkix-java libbcutil-java)
 packages+=(g++-multilib)  # the 32-bit build of scripts/test.sh

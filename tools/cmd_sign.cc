@@ -11,6 +11,8 @@
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -20,6 +22,7 @@
 #include "host_crypto.h"
 #include "io/input_file.h"
 #include "services/sign_services.h"
+#include "signing/batch_runner.h"
 #include "signing/byte_sink.h"
 #include "signing/content_stream.h"
 #include "signing/host_signer.h"
@@ -67,6 +70,7 @@ struct SignOptions {
   std::string outDir;
   bool force = false;
   bool quiet = false;
+  unsigned jobs = defaultJobs();
   std::vector<std::string> inputs;
 };
 
@@ -106,6 +110,18 @@ ExtraAttribute parseAttribute(const std::string& text) {
     out.value.push_back(static_cast<unsigned char>(hexDigitValue(text[i]) * 16 + hexDigitValue(text[i + 1])));
   }
   return out;
+}
+
+// --jobs: a whole number of threads from 1 to kMostJobs.
+CLI::Validator jobsCount() {
+  return valueCheck("count", [](std::string& v) {
+    constexpr size_t kMostDigits = 2;
+    bool digits = !v.empty() && v.size() <= kMostDigits;
+    for (char c : v) digits = digits && c >= '0' && c <= '9';
+    const unsigned long count = digits ? std::stoul(v) : 0;
+    return count >= 1 && count <= kMostJobs ? std::string()
+                                            : "not a whole number from 1 to " + std::to_string(kMostJobs);
+  });
 }
 
 void defineOptions(CLI::App& app, SignOptions& o) {
@@ -157,6 +173,12 @@ void defineOptions(CLI::App& app, SignOptions& o) {
   addFlag(app, "--force", o.force, "replace an existing output file (never the input itself)")->group(output);
   addFlag(app, "--pem", o.pem, "write PEM instead of DER")->group(output);
   addFlag(app, "--quiet", o.quiet, "no progress line (it is shown only on a terminal anyway)")->group(output);
+  app.add_option("--jobs", o.jobs,
+                 "with --out-dir, sign N files at a time (default: the number of cores); messages and outputs "
+                 "are the same as with --jobs 1")
+      ->option_text("N")
+      ->check(jobsCount())
+      ->group(output);
   addValue(app, "--plugin", o.plugin, "PATH", "the plug-in to load")->group(output);
   addFiles(app, "FILE", o.inputs, "the files to sign");
 }
@@ -229,9 +251,21 @@ bool checkSignerInputs(const SignOptions& o, std::string& error) {
 struct SigningSetup {
   std::vector<std::unique_ptr<HostSigner>> signers;
   std::vector<Bytes> signerCertificates;
-  std::vector<Bytes> certificateHashes;  // made by the first file's run, for all the others
-  ContainerRequest container;
+  std::vector<Bytes> certificateHashes;  // made once, for every file
+  ContainerRequest container;           // without signer infos
+  std::mutex libraryLock;               // the plug-in's signer-info calls, one thread at a time
 };
+
+bool hashSignerCertificates(const DigestChoice& digest, SigningSetup& s, std::string& error) {
+  s.certificateHashes.resize(s.signerCertificates.size());
+  for (size_t i = 0; i < s.signerCertificates.size(); ++i) {
+    if (!digestBytes(digest, s.signerCertificates[i], s.certificateHashes[i])) {
+      error = "cannot hash: " + opensslError();
+      return false;
+    }
+  }
+  return true;
+}
 
 bool loadSigners(const SignOptions& o, SigningSetup& s, std::string& error) {
   // --key/--cert (or --p12, or --pkcs11) sign first, then each --signer in the order given; --pass serves
@@ -299,25 +333,16 @@ bool writeContainer(const SignOptions& o, const std::string& input, const Bytes&
   return writeOutput(o, input, spliced, error);
 }
 
-// Signs one file with every signer and writes its signature.
+// Signs one file with every signer and writes its signature. container is the caller's (one per thread):
+// its certificates and CRLs are the same for every file, only its content and signer infos change.
 bool signFile(const ZarvPlugin& zarv, const SignOptions& o, const DigestChoice* digest, SigningSetup& s,
-              const std::string& input, std::string& error) {
+              ContainerRequest& container, const std::string& input, std::string& error) {
   if (!o.outDir.empty() && !checkOutput(outputPath(o.outDir, input), input, o.force, error)) return false;
   InputContent content;
   Bytes messageDigest;
   if (!hashInput(o, *digest, input, content, messageDigest, error)) return false;
-  // The container's certificates and CRLs are the same for every file: only its content and signer infos change.
-  ContainerRequest& container = s.container;
   container.digest = digest;
   container.signerInfos.assign(s.signers.size(), Bytes());
-  for (size_t i = s.certificateHashes.size(); i < s.signers.size(); ++i) {
-    s.certificateHashes.emplace_back();
-    if (!digestBytes(*digest, s.signerCertificates[i], s.certificateHashes.back())) {
-      s.certificateHashes.pop_back();
-      error = "cannot hash: " + opensslError();
-      return false;
-    }
-  }
   for (size_t i = 0; i < s.signers.size(); ++i) {
     SignerInfoRequest request;
     request.digest = digest;
@@ -329,6 +354,7 @@ bool signFile(const ZarvPlugin& zarv, const SignOptions& o, const DigestChoice* 
     request.signedAttributes = o.signedAttributes;
     request.unsignedAttributes = o.unsignedAttributes;
     request.afterSignature = signServicesHook(o.services, container.certificates);
+    request.libraryLock = &s.libraryLock;
     if (!buildSignerInfo(zarv, request, container.signerInfos[i], error)) return false;
   }
   Bytes message;
@@ -337,6 +363,17 @@ bool signFile(const ZarvPlugin& zarv, const SignOptions& o, const DigestChoice* 
   const bool built = buildContainer(zarv, container, message, error);
   container.attachedContent = nullptr;  // content does not outlive this call
   return built && writeContainer(o, input, message, content, error);
+}
+
+// The threads a run signs on: --jobs for a batch, unless two inputs share a name. Their outputs are then the
+// same path, and which of them is refused (or, with --force, which one stays) must not depend on timing.
+unsigned jobsFor(const SignOptions& o) {
+  if (o.outDir.empty()) return 1;
+  std::set<std::string> outputs;
+  for (const std::string& input : o.inputs) {
+    if (!outputs.insert(outputPath(o.outDir, input)).second) return 1;
+  }
+  return o.jobs;
 }
 
 // What the interrupted batch has done, for the message a signal prints.
@@ -354,7 +391,7 @@ int signWith(SignOptions& o) {
   SigningSetup setup;
   const bool oneOutput = o.outDir.empty() && !o.out.empty();
   if (!checkSignerInputs(o, error) || (oneOutput && !checkOutput(o.out, o.inputs.front(), o.force, error)) ||
-      !loadSigners(o, setup, error)) {
+      !loadSigners(o, setup, error) || !hashSignerCertificates(*digest, setup, error)) {
     std::fprintf(stderr, "kolvari sign: %s\n", error.c_str());
     return kExitFailure;
   }
@@ -376,16 +413,30 @@ int signWith(SignOptions& o) {
   size_t signedCount = 0;
   const bool batch = !o.outDir.empty();
   if (batch) setInterruptNote(interruptNote(0, o.inputs.size(), ""));
-  for (const std::string& input : o.inputs) {
-    if (!signFile(zarv, o, digest, setup, input, error)) {
-      progress.clear();
-      std::fprintf(stderr, "kolvari sign: %s\n", error.c_str());
-      ++failed;
-    } else if (batch) {
-      setInterruptNote(interruptNote(++signedCount, o.inputs.size(), input));
+  const unsigned jobs = jobsFor(o);
+  std::vector<ContainerRequest> containers(jobs, setup.container);
+  std::vector<std::string> errors(o.inputs.size());
+  std::vector<char> signedOk(o.inputs.size(), 0);
+  std::mutex noteLock;
+  const BatchWork work = [&](size_t item, unsigned worker) {
+    signedOk[item] = signFile(zarv, o, digest, setup, containers[worker], o.inputs[item], errors[item]) ? 1 : 0;
+    // The note counts every signature in place, in the order they were finished.
+    if (signedOk[item] != 0 && batch) {
+      const std::lock_guard<std::mutex> hold(noteLock);
+      setInterruptNote(interruptNote(++signedCount, o.inputs.size(), o.inputs[item]));
     }
+  };
+  // Reported in the order of the inputs, whichever thread finished first.
+  const BatchReport report = [&](size_t item) {
+    if (signedOk[item] == 0) {
+      progress.clear();
+      std::fprintf(stderr, "kolvari sign: %s\n", errors[item].c_str());
+      ++failed;
+    }
+    std::string().swap(errors[item]);
     progress.step();
-  }
+  };
+  runBatch(o.inputs.size(), jobs, work, report);
   progress.finish();
   if (failed > 0 && o.inputs.size() > 1) {
     std::fprintf(stderr,
@@ -404,7 +455,7 @@ ToolCommand signCommand() {
           "library build the signed attributes, signs them (RSA PKCS #1 v1.5 or ECDSA) and has the library encode "
           "the SignerInfo and the SignedData. The signer is --key with --cert, --p12 or --pkcs11. Given many files "
           "with --out-dir, the plug-in, the keys and the certificates are loaded once and each FILE gets "
-          "DIR/FILE.p7s; a file that cannot be read or signed is reported and skipped, and the exit status is 1 "
+          "DIR/FILE.p7s, --jobs files at a time, with the messages in the order of the files; a file that cannot be read or signed is reported and skipped, and the exit status is 1 "
           "when any was. A key that does not belong to its certificate is refused before anything is written. An "
           "output appears whole or not at all, also on a full disk or when the run is interrupted.",
           "kolvari sign --key signer.key --cert signer.pem --chain ca.pem --out document.p7s document.txt\n"

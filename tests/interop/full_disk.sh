@@ -13,13 +13,15 @@ no_temporaries() {  # folder
   [ -z "$(find "$1" -name '.*' -type f)" ] || fail "temporary files left in $1: $(find "$1" -name '.*' -type f)"
 }
 
-# ---- a signal in the middle of a batch: the input after two files is a FIFO no one writes to ----
+# ---- a signal in the middle of a batch: the input after two files is a FIFO no one writes to (one thread,
+# so that c.txt waits behind it) ----
 printf 'a\n' > a.txt
 printf 'b\n' > b.txt
 printf 'c\n' > c.txt
 mkfifo blocked.txt
 mkdir out
-"$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" "${signer[@]}" --out-dir out a.txt b.txt blocked.txt c.txt 2>err.txt &
+"$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" "${signer[@]}" --jobs 1 --out-dir out a.txt b.txt blocked.txt \
+  c.txt 2>err.txt &
 pid=$!
 for _ in $(seq 1 100); do [ -e out/b.txt.p7s ] && break; sleep 0.1; done
 sleep 0.2

@@ -2,8 +2,9 @@
 # `kolvari sign --pkcs11` against a real token: SoftHSM2 in a temporary directory holds an RSA and an EC key
 # with their certificates; signatures made on it, one per file of a batch, verify with `openssl cms -verify`.
 # Each way a token run can go wrong gives its own message and leaves no signature file behind; the batch
-# skips what it cannot read, keeps existing signatures unless --force, and draws its progress line only on a
-# terminal. (The URI grammar and the r||s conversion: tests/tools/signing_test.cc.)
+# skips what it cannot read, keeps existing signatures unless --force, draws its progress line only on a
+# terminal, and signs on several sessions at once with the bytes of one. (The URI grammar and the r||s
+# conversion: tests/tools/signing_test.cc.)
 set -euo pipefail
 . "$(dirname "$0")/../support/interop.sh"
 module=/usr/lib/softhsm/libsofthsm2.so
@@ -123,6 +124,15 @@ shown=$(run_on_terminal --quiet)
 rm -rf out && mkdir out
 sign --pkcs11 "$uri" --out-dir out many*.txt 2>err.txt
 [ ! -s err.txt ] || fail "progress written into a pipe: $(cat err.txt)"
+
+# Four threads sign on sessions of their own: the same bytes as one thread (RSA on the token is deterministic).
+for jobs in 1 4; do
+  rm -rf "jobs$jobs" && mkdir "jobs$jobs"
+  sign --pkcs11 'pkcs11:token=demo;object=rsa?pin-value=1234' --time 20240229120000Z --jobs "$jobs" \
+    --out-dir "jobs$jobs" many*.txt 2>err.txt || fail "--jobs $jobs: $(cat err.txt)"
+done
+diff -r jobs1 jobs4 >/dev/null && [ "$(ls jobs4 | wc -l)" -eq 20 ] || fail "--jobs 4 on the token: not --jobs 1's bytes"
+checks=$((checks + 1))
 
 # Without a PIN in the URI it is asked for on the terminal, and what is typed is not echoed. The pause lets
 # the prompt turn echo off first (that flushes anything typed before); KOLVARI_PIN_WAIT lengthens it for a

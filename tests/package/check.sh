@@ -2,8 +2,9 @@
 # The installed tree as a host developer meets it. Installs a built tree into a staging prefix, checks the
 # files and the plug-in's SONAME, builds examples/ against the prefix with find_package(KolvariPkcs7) (plug-in
 # and static library), has `openssl cms -verify` accept what the example signs, compiles the example once more
-# with the flags `pkg-config` gives, runs the installed tool, and builds the Debian package with cpack and
-# checks what `dpkg-deb` lists in it. Nothing is rebuilt: the tree must have been built before.
+# with the flags `pkg-config` gives, runs the installed tool, and builds the three Debian packages with cpack,
+# checks what `dpkg-deb` lists in each and that lintian finds no error. Nothing is rebuilt: the tree must have
+# been built before. Without dpkg-deb or lintian the package part is skipped (exit 77).
 #   check.sh BUILD_DIR SOURCE_DIR
 set -euo pipefail
 build=$(cd "${1:?build directory}" && pwd)
@@ -24,7 +25,8 @@ libdir=$(sed -n 's/^libdir=\${prefix}\///p' "$prefix"/lib*/pkgconfig/kolvari-pkc
 [ -n "$libdir" ] || fail "no pkg-config file under $prefix/lib*/pkgconfig"
 lib=$libdir/libkolvari-pkcs7 cfg=$libdir/cmake/KolvariPkcs7/KolvariPkcs7
 expected=(include/kolvari/zarv.h bin/kolvari "$lib.so.1.0.0" "$lib.so.1" "$lib.so" "$lib.a" "$cfg"Config.cmake
-  "$cfg"ConfigVersion.cmake "$cfg"Targets.cmake "$libdir/pkgconfig/kolvari-pkcs7.pc" share/doc/kolvari-pkcs7/README.md)
+  "$cfg"ConfigVersion.cmake "$cfg"Targets.cmake "$libdir/pkgconfig/kolvari-pkcs7.pc"
+  share/doc/libkolvari-pkcs7-dev/README.md share/man/man1/kolvari.1.gz)
 for f in "${expected[@]}"; do
   [ -e "$prefix/$f" ] || fail "cmake --install did not put $f in place"
 done
@@ -104,19 +106,34 @@ printf 'another document\n' > other.txt
 ! openssl cms -verify -binary -inform DER -in sign_host-rsa.p7s -content other.txt -CAfile ca.pem -out /dev/null \
   2>/dev/null || fail "openssl cms -verify accepts a signature over another document"
 
-# --- the Debian package, with the project's CPack settings. cpack would first build every target of the tree
-# (tests, fuzz replays) before installing it; here it packs the tree just installed from the same rules.
-cpack -G DEB --config "$build/CPackConfig.cmake" -B "$work/deb" \
-  -D CPACK_INSTALL_CMAKE_PROJECTS= -D "CPACK_INSTALLED_DIRECTORIES=$work/stage;." >"$work/cpack.log" 2>&1 ||
-  { cat "$work/cpack.log" >&2; fail "cpack -G DEB"; }
-deb=$(ls "$work"/deb/kolvari-pkcs7_*.deb 2>/dev/null | head -1)
-[ -n "$deb" ] || fail "cpack made no kolvari-pkcs7_*.deb"
-dpkg-deb -c "$deb" | awk '{print $6}' > contents.txt
-for f in "${expected[@]}"; do
-  grep -qx "\./usr/$f" contents.txt || fail "the .deb lacks /usr/$f"
+# --- the Debian packages, with the project's CPack settings: cpack packs the tree as built, one package per
+# install component, and lintian reports no error on any of them
+for tool in dpkg-deb dpkg-shlibdeps lintian; do
+  command -v "$tool" >/dev/null || { echo "package check: $tool is not installed (scripts/deps.sh)" >&2; exit 77; }
 done
-[ "$(dpkg-deb -f "$deb" Package)" = kolvari-pkcs7 ] || fail "package name"
-dpkg-deb -f "$deb" Depends | grep -q 'libssl3' || fail "the package does not depend on libssl3: $(dpkg-deb -f "$deb" Depends)"
-dpkg-deb -f "$deb" Maintainer | grep -q '@' || fail "the package names no maintainer"
+cpack -G DEB --config "$build/CPackConfig.cmake" -B "$work/deb" >"$work/cpack.log" 2>&1 ||
+  { cat "$work/cpack.log" >&2; fail "cpack -G DEB"; }
+version=$(dpkg-deb -f "$work"/deb/kolvari_*.deb Version)
+runtime=$work/deb/libkolvari-pkcs7-1_${version}_$(dpkg --print-architecture).deb
+dev=${runtime/-1_/-dev_} tool=${runtime/libkolvari-pkcs7-1_/kolvari_}
+# package|what it must hold (grep -E over dpkg-deb -c)|what it must not
+while IFS='|' read -r deb holds lacks; do
+  [ -f "${!deb}" ] || fail "cpack made no ${!deb##*/}"
+  dpkg-deb -c "${!deb}" | awk '{print $6}' > contents.txt
+  for f in $holds; do grep -qE "^\./usr/$f\$" contents.txt || fail "${!deb##*/} lacks /usr/$f"; done
+  ! grep -qE "$lacks" contents.txt || fail "${!deb##*/} holds $(grep -E "$lacks" contents.txt | head -1)"
+done <<'ROWS'
+runtime|lib.*/libkolvari-pkcs7\.so\.1 lib.*/libkolvari-pkcs7\.so\.1\.0\.0 share/doc/libkolvari-pkcs7-1/copyright|\.so$|\.a$|bin/
+dev|include/kolvari/zarv\.h lib.*/libkolvari-pkcs7\.so lib.*/libkolvari-pkcs7\.a lib.*/pkgconfig/kolvari-pkcs7\.pc lib.*/cmake/KolvariPkcs7/KolvariPkcs7Config\.cmake|\.so\.1|bin/
+tool|bin/kolvari share/man/man1/kolvari\.1\.gz share/doc/kolvari/changelog\.gz|\.so|include/
+ROWS
+dpkg-deb -f "$runtime" Depends | grep -qvE 'libssl|libcurl|libqpdf' ||
+  fail "the runtime package depends on the tool's libraries: $(dpkg-deb -f "$runtime" Depends)"
+dpkg-deb -f "$tool" Depends | grep -q 'libkolvari-pkcs7-1' && dpkg-deb -f "$tool" Depends | grep -q 'libssl3' ||
+  fail "the tool's dependencies: $(dpkg-deb -f "$tool" Depends)"
+dpkg-deb --ctrl-tarfile "$runtime" | tar -xO ./shlibs | grep -q '^libkolvari-pkcs7 1 libkolvari-pkcs7-1' ||
+  fail "the runtime package has no shlibs entry"
+lintian --tag-display-limit 0 "$runtime" "$dev" "$tool" >lintian.txt 2>&1 || true
+! grep -q '^E:' lintian.txt || fail "lintian reports errors: $(grep '^E:' lintian.txt | head -3)"
 
-echo "package check passed ($(basename "$deb"))"
+echo "package check passed ($(cd "$work/deb" && echo *.deb))"

@@ -6,24 +6,33 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
+
+#include "signing/batch_runner.h"
 
 namespace {
 
-// What a signal handler may read: fixed buffers, each valid while its length is not zero.
-char gTemporary[PATH_MAX];
-volatile sig_atomic_t gTemporaryLength = 0;
+// What a signal handler may read: fixed buffers, each valid while its length is not zero. Each thread that
+// writes an output has a slot of its own for its temporary file (a batch writes on many threads at once).
+constexpr size_t kTemporarySlots = kMostJobs + 1;  // the workers of a batch and the main thread
+char gTemporaries[kTemporarySlots][PATH_MAX];
+volatile sig_atomic_t gTemporaryLengths[kTemporarySlots] = {};
+std::atomic<size_t> gSlotsTaken{0};
 constexpr size_t kNoteCapacity = 1024;
 char gNote[kNoteCapacity];
 volatile sig_atomic_t gNoteLength = 0;
 constexpr int kInterruptSignals[] = {SIGINT, SIGTERM, SIGHUP};
 
 void onInterrupt(int signal) {
-  if (gTemporaryLength > 0) unlink(gTemporary);
+  for (size_t slot = 0; slot < kTemporarySlots; ++slot) {
+    if (gTemporaryLengths[slot] > 0) unlink(gTemporaries[slot]);
+  }
   if (gNoteLength > 0) {
     const ssize_t ignored = write(STDERR_FILENO, gNote, static_cast<size_t>(gNoteLength));
     static_cast<void>(ignored);
@@ -33,23 +42,32 @@ void onInterrupt(int signal) {
 }
 
 void installInterruptHandlers() {
-  static bool installed = false;
-  if (installed) return;
-  installed = true;
-  struct sigaction action {};
-  action.sa_handler = onInterrupt;
-  sigemptyset(&action.sa_mask);
-  for (int s : kInterruptSignals) sigaddset(&action.sa_mask, s);
-  for (int s : kInterruptSignals) sigaction(s, &action, nullptr);
+  static std::once_flag installed;
+  std::call_once(installed, [] {
+    struct sigaction action {};
+    action.sa_handler = onInterrupt;
+    sigemptyset(&action.sa_mask);
+    for (int s : kInterruptSignals) sigaddset(&action.sa_mask, s);
+    for (int s : kInterruptSignals) sigaction(s, &action, nullptr);
+  });
+}
+
+// This thread's slot, taken on its first output; kTemporarySlots when every slot is taken (a thread beyond
+// the batch's bound, whose temporary file a signal then leaves behind).
+size_t temporarySlot() {
+  thread_local const size_t slot = std::min(gSlotsTaken.fetch_add(1), kTemporarySlots);
+  return slot;
 }
 
 // The temporary file a signal removes; an empty path for none.
 void setTemporary(const std::string& path) {
-  gTemporaryLength = 0;
-  if (path.empty() || path.size() >= sizeof gTemporary) return;
+  const size_t slot = temporarySlot();
+  if (slot == kTemporarySlots) return;
+  gTemporaryLengths[slot] = 0;
+  if (path.empty() || path.size() >= sizeof gTemporaries[slot]) return;
   installInterruptHandlers();
-  std::memcpy(gTemporary, path.c_str(), path.size() + 1);
-  gTemporaryLength = static_cast<sig_atomic_t>(path.size());
+  std::memcpy(gTemporaries[slot], path.c_str(), path.size() + 1);
+  gTemporaryLengths[slot] = static_cast<sig_atomic_t>(path.size());
 }
 
 constexpr mode_t kCreateMode = 0666;  // less the umask, as any created file
@@ -88,7 +106,7 @@ bool writeFileThrough(const std::string& path, bool replace, const FileFiller& f
   const std::string directory = slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
   const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
   const std::string stem = directory + "." + name + "." + std::to_string(getpid()) + ".";
-  static unsigned counter = 0;
+  static std::atomic<unsigned> counter{0};
   std::string temporary;
   int fd = -1;
   for (int attempt = 0; fd < 0 && attempt < kNameAttempts; ++attempt) {

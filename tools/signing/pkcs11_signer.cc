@@ -9,11 +9,16 @@
 #include <openssl/core_names.h>
 #include <openssl/ecdsa.h>
 
+#include <algorithm>
+#include <condition_variable>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
 #include <vector>
 
 #include <p11-kit/pkcs11.h>
+
+#include "signing/batch_runner.h"
 
 const char kDefaultPkcs11Module[] = "p11-kit-proxy.so";
 
@@ -173,6 +178,9 @@ class Pkcs11Session {
   Pkcs11Session(const Pkcs11Session&) = delete;
   Pkcs11Session& operator=(const Pkcs11Session&) = delete;
   ~Pkcs11Session() {
+    for (CK_SESSION_HANDLE extra : idle_) {
+      if (extra != session_) p11_->C_CloseSession(extra);
+    }
     if (session_ != CK_INVALID_HANDLE) p11_->C_CloseSession(session_);
     if (initialized_) p11_->C_Finalize(nullptr);
     if (module_ != nullptr) dlclose(module_);
@@ -181,7 +189,7 @@ class Pkcs11Session {
   bool open(const std::string& modulePath, const Pkcs11Uri& uri, std::string& error) {
     return load(modulePath, error) && findToken(uri, error) &&
            ok("C_OpenSession", p11_->C_OpenSession(slot_, CKF_SERIAL_SESSION, nullptr, nullptr, &session_), error) &&
-           logIn(uri, error) && findKey(uri, error);
+           logIn(uri, error) && findKey(uri, error) && allowSessions();
   }
 
   CK_KEY_TYPE keyType() const { return keyType_; }
@@ -273,18 +281,11 @@ class Pkcs11Session {
         input = digestValue;
       }
     }
-    if (!ok("C_SignInit", p11_->C_SignInit(session_, &mechanism, key_), error)) return false;
-    constexpr size_t kFirstGuess = 512;
-    Bytes raw(kFirstGuess);
-    CK_ULONG length = raw.size();
-    CK_RV rv = p11_->C_Sign(session_, input.data(), input.size(), raw.data(), &length);
-    if (rv == CKR_BUFFER_TOO_SMALL) {
-      // The operation stays active after CKR_BUFFER_TOO_SMALL; length now holds the size needed.
-      raw.resize(length);
-      rv = p11_->C_Sign(session_, input.data(), input.size(), raw.data(), &length);
-    }
-    if (!ok("C_Sign", rv, error)) return false;
-    raw.resize(length);
+    Bytes raw;
+    const CK_SESSION_HANDLE session = takeSession();
+    const bool signedOk = signOn(session, mechanism, input, raw, error);
+    giveBack(session);
+    if (!signedOk) return false;
     if (keyType_ == CKK_RSA) {
       signature = std::move(raw);
       return true;
@@ -438,6 +439,70 @@ class Pkcs11Session {
     return ok("C_GetAttributeValue", p11_->C_GetAttributeValue(session_, object, &a, 1), error);
   }
 
+  // One signature on session, which no other thread uses meanwhile.
+  bool signOn(CK_SESSION_HANDLE session, CK_MECHANISM& mechanism, Bytes& input, Bytes& raw, std::string& error) {
+    if (!ok("C_SignInit", p11_->C_SignInit(session, &mechanism, key_), error)) return false;
+    constexpr size_t kFirstGuess = 512;
+    raw.resize(kFirstGuess);
+    CK_ULONG length = raw.size();
+    CK_RV rv = p11_->C_Sign(session, input.data(), input.size(), raw.data(), &length);
+    if (rv == CKR_BUFFER_TOO_SMALL) {
+      // The operation stays active after CKR_BUFFER_TOO_SMALL; length now holds the size needed.
+      raw.resize(length);
+      rv = p11_->C_Sign(session, input.data(), input.size(), raw.data(), &length);
+    }
+    if (!ok("C_Sign", rv, error)) return false;
+    raw.resize(length);
+    return true;
+  }
+
+  // How many sessions the threads of a batch may sign on at once. A module that took our C_Initialize with
+  // CKF_OS_LOCKING_OK may be called from many threads; one that someone else initialised may not have been
+  // told so, and signs on the one session. The token's ulMaxSessionCount bounds the rest; a session opened
+  // after the login shares it (the login holds for the whole application), and a key object's handle is
+  // the same in every session of the application.
+  bool allowSessions() {
+    CK_TOKEN_INFO info;
+    sessionLimit_ = 1;
+    if (initialized_ && p11_->C_GetTokenInfo(slot_, &info) == CKR_OK) {
+      const bool bounded = info.ulMaxSessionCount != CK_EFFECTIVELY_INFINITE &&
+                           info.ulMaxSessionCount != CK_UNAVAILABLE_INFORMATION;
+      const CK_ULONG spare = bounded && info.ulSessionCount != CK_UNAVAILABLE_INFORMATION &&
+                                    info.ulSessionCount <= info.ulMaxSessionCount
+                                ? info.ulMaxSessionCount - info.ulSessionCount
+                                : 0;
+      sessionLimit_ = !bounded ? kMostJobs : 1 + std::min<CK_ULONG>(spare, kMostJobs - 1);
+    }
+    idle_.push_back(session_);
+    return true;
+  }
+
+  // A session of this thread's own: an idle one, a new one while the limit allows and the token opens it,
+  // else the next one another thread gives back.
+  CK_SESSION_HANDLE takeSession() {
+    std::unique_lock<std::mutex> hold(poolLock_);
+    if (idle_.empty() && openSessions_ < sessionLimit_) {
+      CK_SESSION_HANDLE extra = CK_INVALID_HANDLE;
+      if (p11_->C_OpenSession(slot_, CKF_SERIAL_SESSION, nullptr, nullptr, &extra) == CKR_OK) {
+        ++openSessions_;
+        return extra;
+      }
+      sessionLimit_ = openSessions_;  // the token's own limit, whatever it said
+    }
+    sessionGiven_.wait(hold, [this] { return !idle_.empty(); });
+    const CK_SESSION_HANDLE session = idle_.back();
+    idle_.pop_back();
+    return session;
+  }
+
+  void giveBack(CK_SESSION_HANDLE session) {
+    {
+      const std::lock_guard<std::mutex> hold(poolLock_);
+      idle_.push_back(session);
+    }
+    sessionGiven_.notify_one();
+  }
+
   bool supports(CK_MECHANISM_TYPE mechanism) {
     CK_MECHANISM_INFO info;
     return p11_->C_GetMechanismInfo(slot_, mechanism, &info) == CKR_OK && (info.flags & CKF_SIGN) != 0;
@@ -451,6 +516,11 @@ class Pkcs11Session {
   std::string tokenLabel_;
   CK_SESSION_HANDLE session_ = CK_INVALID_HANDLE;
   CK_OBJECT_HANDLE key_ = CK_INVALID_HANDLE;
+  std::mutex poolLock_;  // idle_, openSessions_, sessionLimit_
+  std::condition_variable sessionGiven_;
+  std::vector<CK_SESSION_HANDLE> idle_;  // sessions no thread signs on, session_ among them
+  size_t openSessions_ = 1;
+  size_t sessionLimit_ = 1;
   CK_KEY_TYPE keyType_ = 0;
   Bytes keyId_;
   Bytes keyLabel_;

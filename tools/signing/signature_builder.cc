@@ -75,6 +75,11 @@ bool setSignedAttributes(const ZarvPlugin& zarv, SignerInfoRecord* signer, const
          addAttributes(zarv, signer, r.signedAttributes, true, error);
 }
 
+// The library's turn of one thread: request.libraryLock held, when there is one.
+std::unique_lock<std::mutex> libraryTurn(std::mutex* lock) {
+  return lock != nullptr ? std::unique_lock<std::mutex>(*lock) : std::unique_lock<std::mutex>();
+}
+
 // ContentInfo { id-data, [0] { OCTET STRING content } } for attached signing.
 bool attachedContentInfo(const Bytes& content, Bytes& out) {
   CvelA1Node info = CvelA1Node::constructed(
@@ -94,28 +99,41 @@ bool buildSignerInfo(const ZarvPlugin& zarv, const SignerInfoRequest& r, Bytes& 
   }
   OwnedHandle<SignerInfoRecord> signer(zarv.releaseSignerInfo);
   Bytes dtbs;
+  {
+    // Each turn starts with a call that sets the library's OID state from a known identifier (the digest,
+    // then the signature algorithm), so the bytes do not depend on which thread had the turn before.
+    const std::unique_lock<std::mutex> turn = libraryTurn(r.libraryLock);
+    if (!called("ZARV_CreateSignerInfo", zarv.createSignerInfo(signer.out()), error) ||
+        !setSignedAttributes(zarv, signer.get(), r, error) ||
+        !called("ZARV_GetDTBS", zarv.getDTBS(signer.get(), &dtbs), error)) {
+      return false;
+    }
+  }
   Bytes signature;
-  if (!called("ZARV_CreateSignerInfo", zarv.createSignerInfo(signer.out()), error) ||
-      !setSignedAttributes(zarv, signer.get(), r, error) ||
-      !called("ZARV_GetDTBS", zarv.getDTBS(signer.get(), &dtbs), error) ||
-      !r.signer->sign(*r.digest, dtbs, signature, error) ||
-      !called("ZARV_SetP1Signature", zarv.setP1Signature(signer.get(), signatureOid, signature), error) ||
+  if (!r.signer->sign(*r.digest, dtbs, signature, error)) return false;
+  std::unique_lock<std::mutex> turn = libraryTurn(r.libraryLock);
+  if (!called("ZARV_SetP1Signature", zarv.setP1Signature(signer.get(), signatureOid, signature), error) ||
       !addAttributes(zarv, signer.get(), r.unsignedAttributes, false, error)) {
     return false;
   }
   if (r.afterSignature) {
+    if (turn.owns_lock()) turn.unlock();
     std::vector<ExtraAttribute> more;
-    if (!r.afterSignature(signature, r.certificate, more, error) ||
-        !addAttributes(zarv, signer.get(), more, false, error)) {
-      return false;
-    }
+    if (!r.afterSignature(signature, r.certificate, more, error)) return false;
+    if (turn.mutex() != nullptr) turn.lock();
+    if (!addAttributes(zarv, signer.get(), more, false, error)) return false;
   }
   return called("ZARV_EncodeSignerInfo", zarv.encodeSignerInfo(signer.get(), &signerInfo), error);
 }
 
 bool buildContainer(const ZarvPlugin& zarv, const ContainerRequest& r, Bytes& out, std::string& error) {
   CvelString digestOid;
-  if (fromDotted(r.digest->digestOid, digestOid, 0) != kCvelOk) {
+  // The tool's own OID converter keeps a process-wide state too: one thread at a time.
+  static std::mutex converterLock;
+  std::unique_lock<std::mutex> converting(converterLock);
+  const CvelResult converted = fromDotted(r.digest->digestOid, digestOid, 0);
+  converting.unlock();
+  if (converted != kCvelOk) {
     error = std::string("cannot encode the digest OID ") + r.digest->digestOid;
     return false;
   }

@@ -4,6 +4,7 @@
 #define KOLVARI_TOOLS_SIGNING_SIGNATURE_BUILDER_H
 
 #include <functional>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,10 @@ struct SignerInfoRequest {
   std::vector<ExtraAttribute> signedAttributes;
   std::vector<ExtraAttribute> unsignedAttributes;
   AfterSignature afterSignature;
+  // Held around the plug-in's calls when many threads build signer infos at once: the calls that take OID
+  // text share one converter in the library and must not overlap. The host's signing and afterSignature run
+  // outside it. Null: the caller is the only thread.
+  std::mutex* libraryLock = nullptr;
 };
 
 // The encoded SignerInfo; false with a one-line message in error.
