@@ -8,14 +8,13 @@
 #include <sstream>
 #include <thread>
 
+#include "base/scratch_dir.h"
 #include "log/cvel_log_console.h"
 #include "log/cvel_log_file.h"
 #include "log/cvel_log_system.h"
-#include "log_test_util.h"
 
 namespace {
 
-using logtest::readText;
 
 std::string dump(const std::string& bytes, const char* name) {
   std::ostringstream out;
@@ -60,7 +59,7 @@ struct HostedLogger {
     if (module[0] != '/') module = dir.file(module);
     std::string text = config;
     for (size_t at; (at = text.find("$LOG")) != std::string::npos;) text.replace(at, 4, log);
-    logtest::writeText((besideModule ? module : program) + ".cfgLog", text);
+    writeText((besideModule ? module : program) + ".cfgLog", text);
     logger = std::make_unique<CvelLogger>(module, program);
   }
 };
