@@ -1,9 +1,7 @@
 #!/usr/bin/env bash
-# The installed tree as a host developer meets it. Installs a built tree into a staging prefix, checks the
-# files and the plug-in's SONAME, builds examples/ against the prefix with find_package(KolvariPkcs7) (plug-in
-# and static library), has `openssl cms -verify` accept what the example signs, compiles the example once more
-# with the flags `pkg-config` gives, runs the installed tool, and builds the Debian package with cpack and
-# checks what `dpkg-deb` lists in it. Nothing is rebuilt: the tree must have been built before.
+# The installed tree as a host developer meets it: files and SONAME in a staging prefix, examples/ built against
+# it with find_package(KolvariPkcs7) and with pkg-config's flags (plug-in and static library), their signatures
+# accepted by `openssl cms -verify`, the installed tool, and the Debian package. The tree must be built before.
 #   check.sh BUILD_DIR SOURCE_DIR
 set -euo pipefail
 build=$(cd "${1:?build directory}" && pwd)
@@ -99,10 +97,6 @@ for host in example/sign_host example/sign_host_static sign_host_pc sign_host_pc
       2>verify.err || { cat verify.err >&2; fail "openssl cms -verify rejects $out"; }
   done
 done
-# The same check fails on a document that was not signed.
-printf 'another document\n' > other.txt
-! openssl cms -verify -binary -inform DER -in sign_host-rsa.p7s -content other.txt -CAfile ca.pem -out /dev/null \
-  2>/dev/null || fail "openssl cms -verify accepts a signature over another document"
 
 # --- the Debian package, with the project's CPack settings. cpack would first build every target of the tree
 # (tests, fuzz replays) before installing it; here it packs the tree just installed from the same rules.
