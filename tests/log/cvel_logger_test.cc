@@ -43,11 +43,9 @@ TEST(CvelLogger, HexDumpLayout) {
   for (const auto& c : cases) EXPECT_EQ(dump(c.bytes, c.name), c.expected) << c.bytes.size();
 }
 
-// Start-up from the file beside the program, and a configuration the parser refuses, are the log_check
-// interop script's; many threads through one logger are the threads test's.
-// A logger in the scratch folder. The library is `module` (an empty one: the program itself; a relative one:
-// in the folder); the program is <dir>/app. The configuration lies beside the program, or with besideModule
-// beside the library.
+// A logger for the program <dir>/app and the library `module` (empty: the program; relative: in the folder),
+// its configuration beside the program or, with besideModule, beside the library. Start-up from the file
+// beside the program and a refused configuration are log_check.sh's; many threads are the threads test's.
 struct HostedLogger {
   ScratchDir dir;
   std::string program = dir.file("app");
