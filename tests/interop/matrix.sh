@@ -120,16 +120,14 @@ contents+=(doc.txt)
 verify_openssl() {  # FILE CONTENT
   local content=() out
   [ "$2" = - ] || content=(-content "$2")
-  out=$(openssl cms -verify -binary -inform DER -in "$1" "${content[@]}" -CAfile root.pem -out /dev/null 2>&1) && return
-  echo "$out" | grep -m1 -i 'error\|fail'
-  return 1
+  out=$(openssl cms -verify -binary -inform DER -in "$1" "${content[@]}" -CAfile root.pem -out /dev/null 2>&1) ||
+    { grep -m1 -i 'error\|fail' <<< "$out"; return 1; }
 }
 verify_gnutls() {
   local content=() out
   [ "$2" = - ] || content=(--load-data "$2")
-  out=$(certtool --p7-verify --inder --infile "$1" "${content[@]}" --load-ca-certificate root.pem 2>&1) && return
-  echo "$out" | grep -m1 'Signature status\|error' | sed 's/^[[:space:]]*//'
-  return 1
+  out=$(certtool --p7-verify --inder --infile "$1" "${content[@]}" --load-ca-certificate root.pem 2>&1) ||
+    { grep -m1 'Signature status\|error' <<< "$out" | sed 's/^[[:space:]]*//'; return 1; }
 }
 mkdir nssdb
 certutil -N -d sql:nssdb --empty-password
@@ -139,10 +137,9 @@ verify_nss() {
   # ("signer0.status=GoodSignature"), which -h 1 prints to the output.
   local content=() out
   [ "$2" = - ] || content=(-c "$2")
-  out=$(cmsutil -D -n -h 1 -i "$1" "${content[@]}" -d sql:nssdb 2>&1) || { echo "$out" | head -1; return 1; }
+  out=$(cmsutil -D -n -h 1 -i "$1" "${content[@]}" -d sql:nssdb 2>&1) || { head -1 <<< "$out"; return 1; }
   grep -q 'status=' <<< "$out" || { echo "no signer status"; return 1; }
-  grep -o 'status=[A-Za-z]*' <<< "$out" | grep -v 'status=GoodSignature$' && return 1
-  return 0
+  ! grep -o 'status=[A-Za-z]*' <<< "$out" | grep -v 'status=GoodSignature$'
 }
 
 declare -A cell
