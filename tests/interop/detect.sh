@@ -1,8 +1,7 @@
 #!/usr/bin/env bash
-# `kolvari detect` on files made by other software: the Mozilla roots as PEM and DER, the real CMS fixtures,
-# and the files of tests/data/detect made by openssl (cms, ts, ca), zip and ghostscript. Each must get its
-# content-type code (the refined signedData kinds are unit cases); the JSON form and the handling of
-# unreadable arguments are checked too.
+# `kolvari detect` on files made by other software (the Mozilla roots as PEM and DER, CMS, OCSP and the files
+# of tests/data/detect), each with its content-type code (the refined signedData kinds are unit cases); the
+# JSON form, and unreadable arguments.
 set -euo pipefail
 . "$(dirname "$0")/../support/interop.sh"
 : "${KOLVARI_TEST_DATA:?path of tests/data}"
