@@ -67,12 +67,9 @@ TEST(ZarvContainer, ContentTypeIsTakenAsZeroTerminatedText) {
 }
 
 TEST(ZarvContainer, DigestAlgorithmsAreKeptOnceInUnsignedByteOrder) {
-  // SHA-1 2B 0E 03 02 1A, SHA-256 60 86 48 01 65 03 04 02 01 after its proper prefix, then 7F before 81 00
-  // (a signed-char comparison would put 81 first). Each becomes SEQUENCE { OID, NULL }: 30 09 (11 bytes),
-  // 30 0C (14), 30 0D (15), 30 05 (7), 30 06 (8); SET 31 37 (55). SignedData 3 + 57 + 13 + 2 = 75 in 30 4B;
-  // A0 4D; 11 + 79 = 90 in 30 5A. The same bytes from genconf with the SET written as IMPLICIT:17U,SEQUENCE
-  // (so that openssl keeps the order) holding SEQUENCE { OID, NULL } for 1.3.14.3.2.26, 2.16.840.1.101.3.4.2,
-  // 2.16.840.1.101.3.4.2.1, 2.47 and 2.48.
+  // SHA-256 after its proper prefix, 7F before 81 00 (a signed-char comparison would put 81 first). Each as
+  // SEQUENCE { OID, NULL }: 11, 14, 15, 7, 8 bytes in SET 31 37; 3 + 57 + 13 + 2 = 75 in 30 4B; A0 4D;
+  // 11 + 79 = 90 in 30 5A (also from genconf, the SET written as IMPLICIT:17U,SEQUENCE to keep the order).
   Container c;
   for (const char* oid : {"81 00", "60 86 48 01 65 03 04 02 01", "2B 0E 03 02 1A", "7F",
                           "60 86 48 01 65 03 04 02 01", "60 86 48 01 65 03 04 02", "81 00"})

@@ -92,10 +92,8 @@ TEST(CvelConfiguration, ParseLinesVisitsHeadersAndKeyLines) {
   }
   // The same answers as parse, and what was stored before is dropped.
   CvelConfiguration config;
-  const std::string first = "[Old]\nK=v\n";
-  const std::string second = "[S]\nA=1\n";
-  ASSERT_EQ(config.parse(first.data(), first.size()), kCvelOk);
-  EXPECT_EQ(config.parseLines(second.data(), second.size(), [](const CvelConfiguration::ReadLine&) {}), kCvelOk);
+  ASSERT_EQ(parseText(config, "[Old]\nK=v\n"), kCvelOk);
+  EXPECT_EQ(config.parseLines("[S]\nA=1\n", 8, [](const CvelConfiguration::ReadLine&) {}), kCvelOk);
   EXPECT_EQ(valueOf(config, "Old", "K"), "<missing>");
   EXPECT_EQ(valueOf(config, "S", "A"), "1");
   EXPECT_EQ(config.parseLines(nullptr, 0, [](const CvelConfiguration::ReadLine&) {}), kCvelErrBadParameter);

@@ -1,4 +1,5 @@
-// A fresh directory under /tmp for one test, removed with everything in it when the test ends, pass or fail.
+// A fresh directory under /tmp for one test, removed with everything in it when the test ends, pass or fail;
+// whole-file text, and a configuration from text.
 #ifndef KOLVARI_TESTS_BASE_SCRATCH_DIR_H
 #define KOLVARI_TESTS_BASE_SCRATCH_DIR_H
 
@@ -7,8 +8,24 @@
 
 #include <cstdio>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <string>
+
+#include "base/cvel_configuration.h"
+
+inline void writeText(const std::string& path, const std::string& text) {
+  std::ofstream(path, std::ios::binary) << text;
+}
+
+inline std::string readText(const std::string& path) {
+  std::ostringstream text;
+  text << std::ifstream(path, std::ios::binary).rdbuf();
+  return text.str();
+}
+
+inline void parseInto(CvelConfiguration& configuration, const std::string& text) {
+  configuration.parse(text.data(), text.size());
+}
 
 class ScratchDir {
  public:
@@ -27,13 +44,10 @@ class ScratchDir {
   std::string file(const std::string& name) const { return path_ + "/" + name; }
   // Writes text to the file name in the directory and returns its path.
   std::string write(const std::string& name, const std::string& text) const {
-    std::ofstream(file(name), std::ios::binary) << text;
+    writeText(file(name), text);
     return file(name);
   }
-  std::string read(const std::string& name) const {
-    std::ifstream in(file(name), std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  }
+  std::string read(const std::string& name) const { return readText(file(name)); }
 
  private:
   std::string path_;

@@ -1,13 +1,8 @@
-// Every real sample of the test data is damaged in three ways: cut short at every length; the length octets of
-// one element at a time made hostile (indefinite, four octets of FF, a five-octet length); one element cut short
-// inside outer elements whose lengths are lowered to match. Each damaged copy is handed to every decoder that
-// accepts the sample's kind, which must come back with one of the library's result codes. Every input lies in
-// a buffer of exactly its size, so AddressSanitizer reports any read past its end.
-//
-// The elements are found by a small reader of this file's own that knows only the DER rules, not by the
-// library's cursors; it also looks inside OCTET STRING and BIT STRING contents that hold DER. The bare DER cursor
-// walks over any bytes are fuzz_a1_context's and fuzz_a1_stream_cursor's; here the cursors are met through the
-// decoders.
+// Every real sample of the test data damaged three ways (cut short; one element's length octets made hostile;
+// one element cut short inside outer elements whose lengths are lowered to match), handed to every decoder of
+// its kind, which must return one of the library's result codes. Each input lies in a buffer of exactly its
+// size, so AddressSanitizer reports any read past its end. The elements are found by a DER reader of this
+// file's own, not by the library's cursors.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -295,10 +290,8 @@ const Decoder kDecoders[] = {
 
 // ---- The damaged inputs ----
 
-// Samples up to this size are cut at every length; larger ones near the start, the end and the boundaries of
-// a bounded number of their elements, so that a 1.2 MB CRL does not cost a quadratic sweep. At most
-// kMaxMutated elements of one sample (evenly spread) get hostile length octets or are cut inside; fewer in the
-// large samples.
+// Samples up to this size are cut at every length; larger ones (a 1.2 MB CRL) near the start, the end and
+// the boundaries of some elements. At most kMaxMutated elements of a sample, evenly spread, are damaged inside.
 constexpr size_t kEveryLengthUpTo = 8192;
 constexpr size_t kEdge = 128;
 constexpr size_t kMaxBoundaryElements = 48;
@@ -374,8 +367,7 @@ struct Damage {
 
 class TruncationSweep : public ::testing::TestWithParam<Damage> {};
 
-// Whole samples first read with success where a decoder of their kind reads them in full: the table is right,
-// and the damaged copies reach deep into the decoders rather than failing at the first byte.
+// Whole samples read with success where a decoder reads them in full: the damaged copies reach deep.
 TEST_P(TruncationSweep, EveryDecoderReturnsADocumentedCode) {
   const std::set<CvelResult> kDocumented = {0, kCvelOk, kCvelErrBadParameter, kCvelErrNoMemory, kCvelErrMalformed,
                                             kCvelErrIncomplete, kCvelErrNullData, kCvelErrEndOfData};

@@ -1,11 +1,6 @@
-// The BouncyCastle column of the interoperability matrix.
-//
-// Usage: java MatrixVerify [SIGNATURE CONTENT]...   (CONTENT is "-" for attached signatures)
-//
-// Each signer of each signature is verified with SignerInformation.verify against its certificate from the
-// container (the message digest, the signature over the re-encoded signed attributes, and the certificate's
-// validity at the signing time). Prints one line per signature: its path, a tab, then "accepted" or
-// "rejected: why".
+// The BouncyCastle column of the interoperability matrix: java MatrixVerify [SIGNATURE CONTENT]... (CONTENT "-"
+// when attached). Every signer is verified with SignerInformation.verify against its certificate from the
+// container; prints per signature its path, a tab, and "accepted" or "rejected: why".
 import java.nio.file.Files;
 import java.nio.file.Paths;
 import java.security.Security;

@@ -1,8 +1,6 @@
 #!/usr/bin/python3
-"""Holds `kolvari cert --json` against the Debian python3-cryptography package (OpenSSL underneath) for
-every Mozilla root and the certificates of the test data: serial, issuer, subject and their attributes,
-validity, the TBSCertificate, signature and every extension's OID, criticality and value. The tool is named
-by KOLVARI, the test data folder by KOLVARI_TEST_DATA."""
+"""`kolvari cert --json` (the tool in KOLVARI) against python3-cryptography for every Mozilla root and the
+certificates of KOLVARI_TEST_DATA: serial, names, validity, TBSCertificate, signature and every extension."""
 
 import glob
 import json
@@ -26,8 +24,7 @@ def fail(name, text):
     failures.append(f"{name}: {text}")
 
 
-def der_content(hex_text, tag):
-    """The content octets of one DER element given as hex, checking its tag and that nothing follows."""
+def der_content(hex_text, tag):  # the content octets of one DER element in hex; its tag and length checked
     b = bytes.fromhex(hex_text)
     if not b or b[0] != tag:
         raise ValueError(f"tag {b[:1].hex()} instead of {tag:02x}")
@@ -55,8 +52,7 @@ def openssl(command, path, *options):
 
 
 def validity(path, certificate):
-    """Both validity times as YYYYMMDDhhmmssZ. Python's datetime has no year 0, so for such a certificate the
-    times are taken from the openssl command instead."""
+    """Both validity times as YYYYMMDDhhmmssZ; from openssl for a year 0, which Python's datetime lacks."""
     try:
         return tuple(t.strftime("%Y%m%d%H%M%SZ") for t in (certificate.not_valid_before, certificate.not_valid_after))
     except ValueError:
@@ -72,8 +68,7 @@ def compare_names(name, label, ours, theirs):
     count = sum(len(rdn) for rdn in theirs.rdns)
     if len(ours) != count:
         return fail(name, f"{label}: {len(ours)} attributes instead of {count}")
-    # Attributes in encoding order; within a multi-valued RDN the other side keeps no order, so each RDN is
-    # compared as a set.
+    # Attributes in encoding order; a multi-valued RDN as a set, since the other side keeps no order in it.
     at = 0
     for rdn in theirs.rdns:
         got = sorted((m["oid"], decode_string(m["value"])) for m in ours[at:at + len(rdn)])
@@ -84,9 +79,8 @@ def compare_names(name, label, ours, theirs):
 
 
 def openssl_extension_values(path):
-    """The OCTET STRING of every extension, in order, as `openssl asn1parse` dumps it: cryptography re-encodes
-    some values (string types of policy texts, the bits of a key usage), so where its encoding differs from
-    the certificate's the raw value comes from here."""
+    """Every extension's OCTET STRING as `openssl asn1parse` dumps it, for the values cryptography re-encodes
+    (string types of policy texts, the bits of a key usage)."""
     values = []
     in_extensions = False
     for line in openssl("asn1parse", path).splitlines():

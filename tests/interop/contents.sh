@@ -45,11 +45,9 @@ def token(t, text):
     same(int(t["serialNumber"], 16), int(field("Serial number", text), 16), "serial")
     same(t["genTime"], when(field("Time stamp", text)), "genTime")
     acc = field("Accuracy", text)
-    if acc == "unspecified":
-        same(t["accuracy"], None, "accuracy")
-    else:
-        parts = [None if p.startswith("unspecified") else int(p.split()[0], 16) for p in acc.split(", ")]
-        same([t["accuracy"][k] for k in ("seconds", "millis", "micros")], parts, "accuracy")
+    parts = None if acc == "unspecified" else [None if p.startswith("unspecified") else int(p.split()[0], 16)
+                                               for p in acc.split(", ")]
+    same(t["accuracy"] and [t["accuracy"][k] for k in ("seconds", "millis", "micros")], parts, "accuracy")
     same(t["ordering"], field("Ordering", text) == "yes", "ordering")
     nonce = field("Nonce", text)
     same(None if t["nonce"] is None else int(t["nonce"], 16),
@@ -67,8 +65,7 @@ if kind == "cms":
     same(sorted(int(c["serialNumber"], 16) for c in sd["certificates"]),
          sorted(int(s, 0) for s in re.findall(r"^          serialNumber: (\S+)", theirs.split("\n    crls:")[0], re.M)), "certificate serials")
     crls = theirs.split("\n    crls:\n")[1].split("\n    signerInfos:")[0]
-    same(sd["crlCount"], len(re.findall(r"^      d\.crl:", crls, re.M)),
-         "CRLs")
+    same(sd["crlCount"], len(re.findall(r"^      d\.crl:", crls, re.M)), "CRLs")
     signers = theirs.split("\n    signerInfos:\n")[1]
     same(len(sd["signerInfos"]), signers.count("d.issuerAndSerialNumber:") + signers.count("d.subjectKeyIdentifier:"),
          "signer count")
@@ -95,8 +92,7 @@ elif kind == "ocsp":
     same(ours["responseStatus"], int(re.search(r"\((0x[0-9a-f]+)\)", field("OCSP Response Status")).group(1), 16), "status")
     same(ours["producedAt"], when(field("Produced At")), "producedAt")
     rid = field("Responder Id")
-    same(ours.get("responderKeyHash") is not None, re.fullmatch(r"[0-9A-F]{40}", rid) is not None, "responder form")
-    if "responderKeyHash" in ours: same(ours["responderKeyHash"], rid, "responder key hash")
+    same(ours.get("responderKeyHash"), rid if re.fullmatch(r"[0-9A-F]{40}", rid) else None, "responder key hash")
     same(ours["certStatus"], field("Cert Status"), "cert status")
     same(ours["thisUpdate"], when(field("This Update")), "thisUpdate")
     nu = field("Next Update")
@@ -106,8 +102,7 @@ elif kind == "ocsp":
     if field("Revocation Reason"):
         same(ours["revocationReason"], int(re.search(r"\((0x[0-9a-fA-F]+)\)", field("Revocation Reason")).group(1), 16),
              "reason")
-    certs = theirs.count("Certificate:\n")
-    same(ours["certificates"], certs, "certificates")
+    same(ours["certificates"], theirs.count("Certificate:\n"), "certificates")
 elif kind == "crl":
     same(ours["type"], "crl", "type")
     same(ours["thisUpdate"], when(field("Last Update")), "thisUpdate")
@@ -145,7 +140,6 @@ check ocsp "$data/asn1crypto/ocsp_response"
 mkdir "$work/revocation"
 (cd "$work/revocation" && bash "$data/ocsp/make_revocation.sh" "$work/revocation" > /dev/null 2>&1)
 for name in good revoked unknown; do check ocsp "$work/revocation/$name.ocsp"; done
-"$KOLVARI" inspect --json "$work/revocation/revoked.ocsp" | grep -q '"certStatus": "revoked"' || fail "revoked status"
 check crl "$data/asn1crypto/eid2011.crl"
 check crl "$data/tsp/crl.der"
 
@@ -155,14 +149,10 @@ printf 'Kolvari inspect test content\n' > content.txt
 "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key good.key --cert good.pem --chain ca.pem --crl crl.der \
   --attached --out signed.p7 content.txt > /dev/null 2>&1 || fail "kolvari sign"
 check cms signed.p7
-python3 - <<'PY' || fail "kolvari-signed message"
-import json, subprocess, os
-sd = json.loads(subprocess.check_output([os.environ["KOLVARI"], "inspect", "--json", "signed.p7"]))
-assert sd["contentMode"] == "attached" and sd["contentLength"] == 29, sd["contentMode"]
-assert sd["crlCount"] == 1 and len(sd["certificates"]) == 2, (sd["crlCount"], sd["certificates"])
-names = {a["name"] for a in sd["signerInfos"][0]["signedAttributes"]}
-assert names == {"contentType", "messageDigest", "signingTime", "signingCertificateV2"}, names
-PY
+# What check does not compare: the content's length and the attributes' names.
+"$KOLVARI" inspect --json signed.p7 | python3 -c 'import json, sys; sd = json.load(sys.stdin)
+assert sd["contentLength"] == 29 and {a["name"] for a in sd["signerInfos"][0]["signedAttributes"]} == {
+  "contentType", "messageDigest", "signingTime", "signingCertificateV2"}, sd' || fail "kolvari-signed message"
 
 # A certificate: the same object as `kolvari cert --json`.
 "$KOLVARI" inspect --json "$data/asn1crypto/test-der.crt" > "$work/inspect-cert.json"

@@ -6,12 +6,11 @@
 #include <ctime>
 #include <filesystem>
 
+#include "base/scratch_dir.h"
 #include "log/cvel_log_console.h"
-#include "log_test_util.h"
 
 namespace {
 
-using logtest::readText;
 
 // The back-up name of a file modified at 09:03:07 local time on 1 May 2024 (see stampFirstOfMay).
 constexpr const char* kBackUpSuffix = "_20240501090307.log";
@@ -30,7 +29,7 @@ struct FileSink {
   CvelConfiguration configuration;
   std::unique_ptr<CvelLogFile> sink;
   FileSink(const std::string& fileSection, bool truncate, std::string file = "$") {
-    logtest::parseInto(configuration, "[Logger]\nFile = " + (file == "$" ? path : file) + "\n[File]\n" + fileSection);
+    parseInto(configuration, "[Logger]\nFile = " + (file == "$" ? path : file) + "\n[File]\n" + fileSection);
     sink = std::make_unique<CvelLogFile>(&configuration, truncate);
   }
   size_t files() const {
@@ -71,7 +70,7 @@ TEST(CvelLogFile, OverwriteStartsAfreshOnce) {
   };
   for (const auto& c : cases) {
     FileSink s(c.fileSection, c.truncate);
-    logtest::writeText(s.path, "old\n");
+    writeText(s.path, "old\n");
     stampFirstOfMay(s.path);
     s.sink->log(0x1, "one\n");
     s.sink->log(0x1, "two\n");
@@ -89,7 +88,7 @@ TEST(CvelLogFile, OverwriteStartsAfreshOnce) {
 TEST(CvelLogConsole, OnlyTheExactStdoutSelectsStandardOutput) {
   for (const std::string value : {"stdout", "STDOUT", "stderr", ""}) {
     CvelConfiguration configuration;
-    logtest::parseInto(configuration, "[Logger]\nConsole = " + value + "\n");
+    parseInto(configuration, "[Logger]\nConsole = " + value + "\n");
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
     CvelLogConsole(&configuration).log(0x10, "line\n");

@@ -8,8 +8,8 @@
 #include <utility>
 
 #include "base/cvel_thread_registry.h"
+#include "base/scratch_dir.h"
 #include "log/cvel_log_level.h"
-#include "log_test_util.h"
 
 namespace {
 
@@ -31,7 +31,7 @@ class CvelLogFormatTest : public ::testing::Test {
   static CvelLogFormat make(const std::string& format, bool blank) {
     CvelConfiguration configuration;
     std::string text = "[Common]\nFormat = " + format + "\n" + (blank ? "Mode = Blank\n" : "");
-    logtest::parseInto(configuration, text);
+    parseInto(configuration, text);
     configuration.setText("Common", "LogModule", "/opt/x/libsigner.1.dylib");
     configuration.setText("Common", "LogProcess", "/usr/bin/app.bin");
     return CvelLogFormat(&configuration);

@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "log_test_util.h"
+#include "base/scratch_dir.h"
 
 namespace {
 
@@ -23,8 +23,8 @@ constexpr CvelSystemLogCalls kRecorder = {recordOpen, recordSend, recordClose};
 
 TEST(CvelLogSystem, SendsOnlyTheFourSevereLevelsWithTheLevelAsSeverity) {
   CvelConfiguration configuration, noProcess;
-  logtest::parseInto(configuration, "[Common]\nLogProcess = /usr/bin/app.bin\n");
-  logtest::parseInto(noProcess, "[Common]\nLogLevel = ALL\n");
+  parseInto(configuration, "[Common]\nLogProcess = /usr/bin/app.bin\n");
+  parseInto(noProcess, "[Common]\nLogLevel = ALL\n");
   CvelLogSystem(&noProcess, &kRecorder).log(0x1, "no ident, nothing sent\n");
   CvelLogSystem sink(&configuration, &kRecorder);
   for (uint32_t level = 1; level <= 0x200; level <<= 1) sink.log(level, "100% done\n");

@@ -8,14 +8,13 @@
 #include <sstream>
 #include <thread>
 
+#include "base/scratch_dir.h"
 #include "log/cvel_log_console.h"
 #include "log/cvel_log_file.h"
 #include "log/cvel_log_system.h"
-#include "log_test_util.h"
 
 namespace {
 
-using logtest::readText;
 
 std::string dump(const std::string& bytes, const char* name) {
   std::ostringstream out;
@@ -44,11 +43,9 @@ TEST(CvelLogger, HexDumpLayout) {
   for (const auto& c : cases) EXPECT_EQ(dump(c.bytes, c.name), c.expected) << c.bytes.size();
 }
 
-// Start-up from the file beside the program, and a configuration the parser refuses, are the log_check
-// interop script's; many threads through one logger are the threads test's.
-// A logger in the scratch folder. The library is `module` (an empty one: the program itself; a relative one:
-// in the folder); the program is <dir>/app. The configuration lies beside the program, or with besideModule
-// beside the library.
+// A logger for the program <dir>/app and the library `module` (empty: the program; relative: in the folder),
+// its configuration beside the program or, with besideModule, beside the library. Start-up from the file
+// beside the program and a refused configuration are log_check.sh's; many threads are the threads test's.
 struct HostedLogger {
   ScratchDir dir;
   std::string program = dir.file("app");
@@ -60,7 +57,7 @@ struct HostedLogger {
     if (module[0] != '/') module = dir.file(module);
     std::string text = config;
     for (size_t at; (at = text.find("$LOG")) != std::string::npos;) text.replace(at, 4, log);
-    logtest::writeText((besideModule ? module : program) + ".cfgLog", text);
+    writeText((besideModule ? module : program) + ".cfgLog", text);
     logger = std::make_unique<CvelLogger>(module, program);
   }
 };

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "base/cvel_thread_registry.h"
+#include "base/scratch_dir.h"
 #include "log/cvel_logger.h"
-#include "log/log_test_util.h"
 
 namespace {
 
@@ -31,10 +31,10 @@ std::string message(int worker, int record) {
 TEST(CvelLoggerThreads, RecordsFromManyThreadsStayWholeAndInOrder) {
   ScratchDir dir;
   const std::string program = dir.file("app"), log = dir.file("threads.log");
-  logtest::writeText(program + ".cfgLog", "[Common]\nLogLevel = INFO\nFormat = Thread,LogLevel,LogMsg\n"
+  writeText(program + ".cfgLog", "[Common]\nLogLevel = INFO\nFormat = Thread,LogLevel,LogMsg\n"
                                           "[Logger]\nFile = " + log + "\n[File]\nOverwrite\n");
   // Overwrite: the first record, whichever thread writes it, starts the file afresh, exactly once.
-  logtest::writeText(log, "stale\n");
+  writeText(log, "stale\n");
   currentThreadEntry();  // this thread is the registry's main thread
   CvelLogger logger(program, program);
   ASSERT_TRUE(logger.enabled());
@@ -50,7 +50,7 @@ TEST(CvelLoggerThreads, RecordsFromManyThreadsStayWholeAndInOrder) {
   }
   for (std::thread& t : workers) t.join();
 
-  const std::string file = logtest::readText(log);
+  const std::string file = readText(log);
   EXPECT_EQ(file, bytes->text);  // both sinks saw the records in the same order
   std::istringstream lines(file);
   std::vector<int> next(kThreads + 1, 0);

@@ -1,8 +1,6 @@
-// The exported calls under the threading rules a host is given: distinct container handles on distinct
-// threads at the same time, and the signer-info calls (which share the process-wide dotted-OID converter)
-// on one thread at a time, here serialised by the host's own mutex while the containers keep running.
-// Every thread must get the bytes a single thread gets. Built a second time with ThreadSanitizer by
-// scripts/test.sh, which reports any state the calls share without a lock.
+// The exported calls under a host's threading rules: container handles on many threads at once, the signer-info
+// calls (sharing the dotted-OID converter) one at a time under the host's mutex; every thread must get the
+// single-thread bytes. scripts/test.sh builds it again with ThreadSanitizer.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -25,7 +23,6 @@ const std::string kSha256 = "2.16.840.1.101.3.4.2.1";
 // id-sha256 as OID content octets, the form the container takes for digest algorithms.
 const Bytes kSha256Content = {0x60, 0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x02, 0x01};
 const Bytes kVersionOne = {0x02, 0x01, 0x01};
-
 
 // One whole signer-info run; an empty result when any call fails.
 Bytes signerInfo(const Bytes& certificate) {
