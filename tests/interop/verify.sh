@@ -60,6 +60,12 @@ extendedKeyUsage = critical,timeStamping
 [ocsp]
 keyUsage = critical,digitalSignature
 extendedKeyUsage = critical,OCSPSigning
+[ica]
+basicConstraints = critical,CA:TRUE
+keyUsage = critical,keyCertSign,cRLSign
+authorityInfoAccess = OCSP;URI:$base/ocsp
+[leaf]
+keyUsage = critical,digitalSignature
 EOF2
 make_loopback_ca "/CN=Verify Test CA"
 openssl req -x509 -newkey rsa:2048 -nodes -keyout other.key -subj "/CN=Other CA" -days 30 -out other.pem 2> /dev/null
@@ -70,9 +76,11 @@ issue_certificate revoked 1004 signer "/O=Kolvari/CN=revoked signer" -algorithm 
 issue_certificate encipher 1005 encipher "/O=Kolvari/CN=encipher only" -algorithm EC -pkeyopt ec_paramgen_curve:P-256
 issue_certificate tsa 2001 tsa "/CN=Verify Test TSA" -algorithm EC -pkeyopt ec_paramgen_curve:P-256
 issue_certificate ocsp 2002 ocsp "/CN=Verify Test OCSP" -algorithm EC -pkeyopt ec_paramgen_curve:P-256
+issue_certificate ica 1007 ica "/CN=Verify Test Intermediate"
 now=$(date -u +%y%m%d%H%M%SZ)
 printf 'V\t491231235959Z\t\t1001\tunknown\t/O=Kolvari/CN=rsa signer\n' > index.txt
 printf 'R\t491231235959Z\t%s\t1004\tunknown\t/O=Kolvari/CN=revoked signer\n' "$now" >> index.txt
+printf 'R\t491231235959Z\t%s\t1007\tunknown\t/CN=Verify Test Intermediate\n' "$now" >> index.txt
 write_tsa_config "sha256, sha384"
 cd "$work"
 head -c 300000 /dev/urandom > content.bin
@@ -143,6 +151,10 @@ loop_issue loop-b.pem loop-b.key "/CN=Loop B" loop-a0.pem loop-a.key ca
 loop_issue loop-a.pem loop-a.key "/CN=Loop A" loop-b.pem loop-b.key ca
 loop_issue loop-signer.pem pki/ec.key "/CN=looped signer" loop-a.pem loop-a.key signer
 cat loop-a.pem loop-b.pem > loop-chain.pem
+# A signer under a revoked intermediate CA, which names its OCSP responder; the signer names none.
+loop_issue ica-signer.pem pki/ec.key "/CN=signer under the intermediate" pki/ica.pem pki/ica.key leaf
+openssl cms -sign -binary -in content.bin -signer ica-signer.pem -inkey pki/ec.key -certfile pki/ica.pem \
+  -outform DER -out ossl-ica.p7s
 openssl cms -sign -binary -in content.bin -signer loop-signer.pem -inkey pki/ec.key -certfile loop-chain.pem \
   -outform DER -out ossl-loop.p7s
 "$KOLVARI" verify --json --trust pki/ca.pem --content content.bin ossl-two-signers.p7s > two.json ||
@@ -210,6 +222,8 @@ kolvari-tsa.p7s|--trust pki/ca.pem --content content.bin|TOTAL_PASSED|-|pass
 kolvari-ocsp.p7s|--trust pki/ca.pem --content content.bin|TOTAL_PASSED|-|pass
 kolvari-ocsp.p7s|--trust pki/ca.pem --content content.bin --revocation fetch --timeout 5|TOTAL_PASSED|-|-
 ossl-rsa-detached.p7s|--trust pki/ca.pem --content content.bin --revocation fetch --timeout 5|TOTAL_PASSED|-|-
+ossl-ica.p7s|--trust pki/ca.pem --content content.bin|TOTAL_PASSED|-|pass
+ossl-ica.p7s|--trust pki/ca.pem --content content.bin --revocation fetch --timeout 5|INDETERMINATE|REVOKED_NO_POE|-
 changed-content.p7s|--trust pki/ca.pem|TOTAL_FAILED|HASH_FAILURE|fail
 changed-attribute.p7s|--trust pki/ca.pem --content content.bin|TOTAL_FAILED|SIG_CRYPTO_FAILURE|fail
 flipped-signature.p7s|--trust pki/ca.pem --content content.bin|TOTAL_FAILED|SIG_CRYPTO_FAILURE|fail

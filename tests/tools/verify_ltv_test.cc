@@ -104,8 +104,6 @@ TEST(VerifyRevisions, KindOfEachUpdateInTablesAndObjectStreams) {
       {"an annotation", {{3, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 10 10] /Annots [7 0 R] >>"},
                          {7, "<< /Type /Annot /Subtype /Text /Rect [0 0 1 1] >>"}}, kChangeAnnotations},
       {"the page box", {{3, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 20 20] >>"}}, kChangeOther},
-      {"the catalog", {{1, "<< /Type /Catalog /Pages 2 0 R /AcroForm << /Fields [4 0 R] >> /OpenAction [3 0 R "
-                           "/Fit] >>"}}, kChangeOther},
   };
   for (bool packed : {false, true}) {
     for (const auto& c : cases) {
