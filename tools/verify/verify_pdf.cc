@@ -85,31 +85,40 @@ std::vector<std::string> laterKinds(const Bytes& file, const std::vector<long lo
   return kinds;
 }
 
-// The DSS's certificates, responses and CRLs, with those of the /VRI entry of this signature (keyed by the
-// SHA-1 of its /Contents, with or without the placeholder's padding), as the context's extra data.
-void useValidationData(const Bytes& file, const PdfSignatureEntry& e, const DocumentSecurityStore& dss,
-                       VerifyContext& context) {
-  ValidationData data = dss.data;
+// The bytes of the hex string in file[from, to), up to its first byte that is not a hex digit.
+Bytes hexBytes(const Bytes& file, long long from, long long to) {
+  constexpr unsigned kNibble = 4;
+  auto value = [](unsigned char c) {
+    return static_cast<unsigned>(std::isdigit(c) ? c - '0' : std::tolower(c) - 'a' + 10);
+  };
+  Bytes out;
+  for (size_t i = static_cast<size_t>(from); i + 1 < static_cast<size_t>(to) && isHex(file[i]) && isHex(file[i + 1]);
+       i += 2) {
+    out.push_back(static_cast<unsigned char>(value(file[i]) << kNibble | value(file[i + 1])));
+  }
+  return out;
+}
+
+// The /VRI entry of a signature, keyed by the SHA-1 of its /Contents with or without the placeholder's
+// padding; null when the DSS has none.
+const ValidationData* vriEntry(const Bytes& file, const PdfSignatureEntry& e, const DocumentSecurityStore& dss) {
+  if (dss.vri.empty()) return nullptr;
   std::vector<std::string> keys;
   if (!e.cms.empty()) keys.push_back(vriKey(e.cms.data(), e.cms.size()));
   const std::vector<long long>& b = e.byteRange;
   if (b.size() == kByteRangeNumbers && b[1] >= 0 && b[2] > b[1] + 1 && b[2] <= static_cast<long long>(file.size())) {
-    constexpr unsigned kNibble = 4;
-    auto value = [](unsigned char c) {
-      return static_cast<unsigned>(std::isdigit(c) ? c - '0' : (std::tolower(c) - 'a' + 10));
-    };
-    Bytes contents;
-    for (long long i = b[1] + 1; i + 1 < b[2] - 1 && isHex(file[static_cast<size_t>(i)]) &&
-                                 isHex(file[static_cast<size_t>(i + 1)]); i += 2) {
-      contents.push_back(static_cast<unsigned char>(value(file[static_cast<size_t>(i)]) << kNibble |
-                                                    value(file[static_cast<size_t>(i + 1)])));
-    }
+    const Bytes contents = hexBytes(file, b[1] + 1, b[2] - 1);
     keys.push_back(vriKey(contents.data(), contents.size()));
   }
   for (const std::string& key : keys) {
     const auto it = dss.vri.find(key);
-    if (it != dss.vri.end()) data.merge(it->second);
+    if (it != dss.vri.end()) return &it->second;
   }
+  return nullptr;
+}
+
+// The certificates, OCSP responses and CRLs that lie beside the signatures, for the context.
+void useValidationData(const ValidationData& data, VerifyContext& context) {
   context.extraCertificates.clear();
   for (const Bytes& der : data.certificates) {
     Certificate c = certificateFromDer(der.data(), der.size());
@@ -216,7 +225,14 @@ bool verifyPdf(const Bytes& file, VerifyContext& context, std::vector<SignatureR
         context.proofOfExistence = time;
       }
     }
-    useValidationData(file, entries[k], dss, context);
+    const ValidationData* vri = vriEntry(file, entries[k], dss);
+    if (vri != nullptr) {
+      ValidationData merged = dss.data;
+      merged.merge(*vri);
+      useValidationData(merged, context);
+    } else if (k + 1 == entries.size() || vriEntry(file, entries[k + 1], dss) != nullptr) {
+      useValidationData(dss.data, context);
+    }
     reports[k] = judge(file, entries[k], ends, kinds, context);
     const time_t stamped = timestampOf(reports[k]);
     if (entries[k].subFilter == kSubFilterTimeStamp && revision < ends.size() && stamped != 0 &&

@@ -84,7 +84,7 @@ std::set<QPDFObjGen> dssObjects(QPDFObjectHandle dss) {
   std::set<QPDFObjGen> seen;
   std::vector<std::pair<QPDFObjectHandle, int>> stack{{dss, 0}};
   size_t visited = 0;
-  while (!stack.empty() && visited++ < kMaxDssObjects) {
+  while (!stack.empty() && visited++ < kMaxDssObjects && stack.size() < kMaxDssObjects) {
     auto [o, depth] = stack.back();
     stack.pop_back();
     if (o.isIndirect() && !seen.insert(o.getObjGen()).second) continue;

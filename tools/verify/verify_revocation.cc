@@ -1,7 +1,5 @@
 #include "verify/verify_revocation.h"
 
-#include <utility>
-
 #include <openssl/err.h>
 #include <openssl/ocsp.h>
 #include <openssl/x509v3.h>
@@ -156,20 +154,24 @@ bool expiredBy(X509* certificate, time_t now) { return X509_cmp_time(X509_get0_n
 
 // The check of one certificate. past: it has expired by the current time and is judged at an earlier
 // proof of existence t, so it needs a source current at t that says good.
-void checkOne(const VerifyContext& context, X509* certificate, X509* issuer, RevocationData data, time_t t,
-              bool past, SignatureReport& report) {
+void checkOne(const VerifyContext& context, X509* certificate, X509* issuer, const RevocationData& embedded,
+              time_t t, bool past, SignatureReport& report) {
   const std::string who = subjectText(certificate) + ": ";
   if (context.options.revocation == RevocationMode::kNone) {
     report.add(kRevocation, Outcome::kSkipped, who + "not checked (--revocation none)");
     return;
   }
-  const bool named = context.options.revocation == RevocationMode::kFetch && fetch(context, certificate, issuer, data);
+  RevocationData fetched;
+  const bool named =
+      context.options.revocation == RevocationMode::kFetch && fetch(context, certificate, issuer, fetched);
   std::vector<Statement> statements;
-  for (size_t i = 0; i < data.ocsp.size() && i < kMaxSources; ++i) {
-    statements.push_back(ocspStatement(data.ocsp[i], certificate, issuer, t));
-  }
-  for (size_t i = 0; i < data.crls.size() && i < kMaxSources; ++i) {
-    statements.push_back(crlStatement(data.crls[i], certificate, issuer, t));
+  for (const RevocationData* data : {static_cast<const RevocationData*>(&fetched), &embedded}) {
+    for (size_t i = 0; i < data->ocsp.size() && i < kMaxSources; ++i) {
+      statements.push_back(ocspStatement(data->ocsp[i], certificate, issuer, t));
+    }
+    for (size_t i = 0; i < data->crls.size() && i < kMaxSources; ++i) {
+      statements.push_back(crlStatement(data->crls[i], certificate, issuer, t));
+    }
   }
   const Statement* good = nullptr;
   bool about = false;
@@ -214,8 +216,7 @@ void checkOne(const VerifyContext& context, X509* certificate, X509* issuer, Rev
 
 void checkRevocation(const VerifyContext& context, X509* certificate, X509* issuer, RevocationData data,
                      time_t t, SignatureReport& report) {
-  checkOne(context, certificate, issuer, std::move(data), t, t < context.now && expiredBy(certificate, context.now),
-           report);
+  checkOne(context, certificate, issuer, data, t, t < context.now && expiredBy(certificate, context.now), report);
 }
 
 void checkChainRevocation(const VerifyContext& context, const std::vector<Certificate>& chain,
@@ -224,5 +225,9 @@ void checkChainRevocation(const VerifyContext& context, const std::vector<Certif
     report.add(kRevocation, Outcome::kSkipped, "the certificate is itself a trust anchor");
     return;
   }
-  for (size_t i = 0; i + 1 < chain.size(); ++i) checkRevocation(context, chain[i].get(), chain[i + 1].get(), data, t, report);
+  for (size_t i = 0; i + 1 < chain.size(); ++i) {
+    X509* certificate = chain[i].get();
+    checkOne(context, certificate, chain[i + 1].get(), data, t, t < context.now && expiredBy(certificate, context.now),
+             report);
+  }
 }
