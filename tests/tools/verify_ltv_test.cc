@@ -1,10 +1,9 @@
 // The long-term validation data a PDF carries, read back: the DSS (with its /VRI entries, decoded streams and
-// their bound) and the kind of each later revision, for updates written with a classic cross-reference table
-// and for updates whose objects lie in an object stream indexed by a cross-reference stream. The PDFs are
+// their bound) and the kind of each later revision, for updates whose objects lie in a compressed object
+// stream indexed by a cross-reference stream (the classic tables are the interop tests' PDFs). The PDFs are
 // written here by hand, their offsets counted as the PDF rules count them.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <memory>
 #include <string>
 #include <utility>
@@ -21,12 +20,6 @@ namespace {
 
 using Objects = std::vector<std::pair<int, std::string>>;
 
-std::string number10(size_t n) {
-  char text[16];
-  std::snprintf(text, sizeof text, "%010zu", n);
-  return text;
-}
-
 std::string deflate(const std::string& data) {
   Pl_Buffer packed("packed");
   Pl_Flate flate("flate", &packed, Pl_Flate::a_deflate);
@@ -36,44 +29,39 @@ std::string deflate(const std::string& data) {
   return std::string(reinterpret_cast<const char*>(out->getBuffer()), out->getSize());
 }
 
-// Appends one revision holding objects (ascending numbers below size). packed: those that are not streams go
-// into one compressed object stream (number size) indexed by a cross-reference stream (size + 1) with /W [1 4 2].
-std::string revision(std::string pdf, const Objects& objects, bool packed, int size) {
+// Appends one revision holding objects (ascending numbers below size): the streams as they are, the others
+// in one compressed object stream (number size), all indexed by a cross-reference stream (size + 1) with
+// /W [1 4 2], as qpdf and NSS write them.
+std::string revision(std::string pdf, const Objects& objects, int size) {
   const size_t prev = pdf.empty() ? 0 : std::stoul(pdf.substr(pdf.rfind("startxref") + 10));
   if (pdf.empty()) pdf = "%PDF-1.5\n";
-  std::string table = "xref\n", packedBodies, header, entries, index;
+  std::string packed, header, entries, index;
   auto entry = [&](int type, size_t a, size_t b) {
     entries += {static_cast<char>(type), static_cast<char>(a >> 24), static_cast<char>(a >> 16),
                 static_cast<char>(a >> 8), static_cast<char>(a), static_cast<char>(b >> 8), static_cast<char>(b)};
   };
-  int packedCount = 0;
+  int count = 0;
   for (const auto& [n, body] : objects) {
     index += std::to_string(n) + " 1 ";
-    if (packed && body.find("endstream") == std::string::npos) {
-      header += std::to_string(n) + " " + std::to_string(packedBodies.size()) + " ";
-      packedBodies += body + "\n";
-      entry(2, static_cast<size_t>(size), static_cast<size_t>(packedCount++));
-      continue;
+    if (body.find("endstream") == std::string::npos) {
+      header += std::to_string(n) + " " + std::to_string(packed.size()) + " ";
+      packed += body + "\n";
+      entry(2, static_cast<size_t>(size), static_cast<size_t>(count++));
+    } else {
+      entry(1, pdf.size(), 0);
+      pdf += std::to_string(n) + " 0 obj\n" + body + "\nendobj\n";
     }
-    entry(1, pdf.size(), 0);
-    table += std::to_string(n) + " 1\n" + number10(pdf.size()) + " 00000 n \n";
-    pdf += std::to_string(n) + " 0 obj\n" + body + "\nendobj\n";
-  }
-  const std::string trailer = " /Size " + std::to_string(packed ? size + 2 : size) + " /Root 1 0 R" +
-                              (prev != 0 ? " /Prev " + std::to_string(prev) : "");
-  if (!packed) {
-    const size_t at = pdf.size();
-    return pdf + table + "trailer\n<<" + trailer + " >>\nstartxref\n" + std::to_string(at) + "\n%%EOF\n";
   }
   entry(1, pdf.size(), 0);
-  const std::string compressed = deflate(header + packedBodies);
-  pdf += std::to_string(size) + " 0 obj\n<< /Type /ObjStm /N " + std::to_string(packedCount) + " /First " +
+  const std::string compressed = deflate(header + packed);
+  pdf += std::to_string(size) + " 0 obj\n<< /Type /ObjStm /N " + std::to_string(count) + " /First " +
          std::to_string(header.size()) + " /Filter /FlateDecode /Length " + std::to_string(compressed.size()) +
          " >>\nstream\n" + compressed + "\nendstream\nendobj\n";
   const size_t at = pdf.size();
   entry(1, at, 0);
   index += std::to_string(size) + " 2";
-  return pdf + std::to_string(size + 1) + " 0 obj\n<< /Type /XRef /W [1 4 2] /Index [" + index + "]" + trailer +
+  return pdf + std::to_string(size + 1) + " 0 obj\n<< /Type /XRef /W [1 4 2] /Index [" + index + "] /Size " +
+         std::to_string(size + 2) + " /Root 1 0 R" + (prev != 0 ? " /Prev " + std::to_string(prev) : "") +
          " /Length " + std::to_string(entries.size()) + " >>\nstream\n" + entries + "\nendstream\nendobj\n" +
          "startxref\n" + std::to_string(at) + "\n%%EOF\n";
 }
@@ -105,40 +93,33 @@ TEST(VerifyRevisions, KindOfEachUpdateInTablesAndObjectStreams) {
                          {7, "<< /Type /Annot /Subtype /Text /Rect [0 0 1 1] >>"}}, kChangeAnnotations},
       {"the page box", {{3, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 20 20] >>"}}, kChangeOther},
   };
-  for (bool packed : {false, true}) {
-    for (const auto& c : cases) {
-      const std::string base = revision("", kBase, false, 5);
-      const std::string pdf = revision(base, c.update, packed, 8);
-      const Bytes file = bytes(pdf);
-      const std::vector<long long> ends = revisionEnds(file);
-      ASSERT_EQ(ends.size(), 2u) << c.what;
-      EXPECT_EQ(revisionKinds(file, ends, 1)[1], c.kind) << c.what << (packed ? " (object stream)" : "");
-    }
+  for (const auto& c : cases) {
+    const Bytes file = bytes(revision(revision("", kBase, 5), c.update, 8));
+    const std::vector<long long> ends = revisionEnds(file);
+    ASSERT_EQ(ends.size(), 2u) << c.what;
+    EXPECT_EQ(revisionKinds(file, ends, 1)[1], c.kind) << c.what;
   }
 }
 
 TEST(VerifyDss, ListsVriEntriesAndDecodedStreamsWithinTheirBound) {
   // A Flate stream that expands past the bound of one decoded stream (8 MiB) is left out.
   const std::string bomb = deflate(std::string(9u << 20, '\0'));
-  for (bool packedObjects : {false, true}) {
-    const std::string base = revision("", kBase, false, 5);
-    const std::string pdf = revision(base, {{1, kDssCatalog},
-                                            {5, "<< /Certs [6 0 R 9 0 R] /OCSPs [7 0 R] /VRI << /ab01 << /CRL [8 0 "
-                                                "R] >> >> >>"},
-                                            {6, stream("/Filter /ASCIIHexDecode", "63 65 72 74>")},
-                                            {7, stream("", "ocsp")},
-                                            {8, stream("", "crl")},
-                                            {9, stream("/Filter /FlateDecode", bomb)}},
-                                     packedObjects, 10);
-    DocumentSecurityStore dss;
-    std::string error;
-    ASSERT_TRUE(readDss(bytes(pdf), dss, error)) << error;
-    EXPECT_TRUE(dss.present);
-    EXPECT_EQ(dss.data.certificates, std::vector<Bytes>{bytes("cert")});
-    EXPECT_EQ(dss.data.ocsps, std::vector<Bytes>{bytes("ocsp")});
-    ASSERT_EQ(dss.vri.count("AB01"), 1u);  // keys compared in upper case
-    EXPECT_EQ(dss.vri["AB01"].crls, std::vector<Bytes>{bytes("crl")});
-  }
+  const std::string pdf = revision(revision("", kBase, 5),
+                                   {{1, kDssCatalog},
+                                    {5, "<< /Certs [6 0 R 9 0 R] /OCSPs [7 0 R] /VRI << /ab01 << /CRL [8 0 R] >> >> >>"},
+                                    {6, stream("/Filter /ASCIIHexDecode", "63 65 72 74>")},
+                                    {7, stream("", "ocsp")},
+                                    {8, stream("", "crl")},
+                                    {9, stream("/Filter /FlateDecode", bomb)}},
+                                   10);
+  DocumentSecurityStore dss;
+  std::string error;
+  ASSERT_TRUE(readDss(bytes(pdf), dss, error)) << error;
+  EXPECT_TRUE(dss.present);
+  EXPECT_EQ(dss.data.certificates, std::vector<Bytes>{bytes("cert")});
+  EXPECT_EQ(dss.data.ocsps, std::vector<Bytes>{bytes("ocsp")});
+  ASSERT_EQ(dss.vri.count("AB01"), 1u);  // keys compared in upper case
+  EXPECT_EQ(dss.vri["AB01"].crls, std::vector<Bytes>{bytes("crl")});
   // FIPS 180-2's SHA-1 of "abc".
   EXPECT_EQ(vriKey(reinterpret_cast<const unsigned char*>("abc"), 3), "A9993E364706816ABA3E25717850C26C9CD0D89D");
 }
