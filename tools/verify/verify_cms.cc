@@ -464,10 +464,10 @@ void judgeSigner(const SignedDataView& sd, const CvelP7SignerInfo& si, const Ver
   if (role == Role::kSigner) checkTimeStamps(si, context, state, stamps);
   r.timestamp = stamps.timestamp;
   // A later document time-stamp proves that the signature existed at its time: the path is judged then.
-  if (context.proofOfExistence && *context.proofOfExistence < state.validationTime) {
-    state.validationTime = *context.proofOfExistence;
-  }
+  const bool proven = context.proofOfExistence && *context.proofOfExistence < state.validationTime;
+  if (proven) state.validationTime = *context.proofOfExistence;
   checkPath(sd, context, role, state, r);
+  if (proven) r.checks.back().reason += " (the time of a later document time-stamp)";
   r.checks.insert(r.checks.end(), stamps.checks.begin(), stamps.checks.end());
   if (state.chain.empty()) {
     r.add("revocation", Outcome::kSkipped, "no certificate path to check");
