@@ -60,6 +60,12 @@ extendedKeyUsage = critical,timeStamping
 [ocsp]
 keyUsage = critical,digitalSignature
 extendedKeyUsage = critical,OCSPSigning
+[ica]
+basicConstraints = critical,CA:TRUE
+keyUsage = critical,keyCertSign,cRLSign
+authorityInfoAccess = OCSP;URI:$base/ocsp
+[leaf]
+keyUsage = critical,digitalSignature
 EOF2
 make_loopback_ca "/CN=Verify Test CA"
 openssl req -x509 -newkey rsa:2048 -nodes -keyout other.key -subj "/CN=Other CA" -days 30 -out other.pem 2> /dev/null
@@ -70,9 +76,11 @@ issue_certificate revoked 1004 signer "/O=Kolvari/CN=revoked signer" -algorithm 
 issue_certificate encipher 1005 encipher "/O=Kolvari/CN=encipher only" -algorithm EC -pkeyopt ec_paramgen_curve:P-256
 issue_certificate tsa 2001 tsa "/CN=Verify Test TSA" -algorithm EC -pkeyopt ec_paramgen_curve:P-256
 issue_certificate ocsp 2002 ocsp "/CN=Verify Test OCSP" -algorithm EC -pkeyopt ec_paramgen_curve:P-256
+issue_certificate ica 1007 ica "/CN=Verify Test Intermediate"
 now=$(date -u +%y%m%d%H%M%SZ)
 printf 'V\t491231235959Z\t\t1001\tunknown\t/O=Kolvari/CN=rsa signer\n' > index.txt
 printf 'R\t491231235959Z\t%s\t1004\tunknown\t/O=Kolvari/CN=revoked signer\n' "$now" >> index.txt
+printf 'R\t491231235959Z\t%s\t1007\tunknown\t/CN=Verify Test Intermediate\n' "$now" >> index.txt
 write_tsa_config "sha256, sha384"
 cd "$work"
 head -c 300000 /dev/urandom > content.bin
@@ -143,6 +151,10 @@ loop_issue loop-b.pem loop-b.key "/CN=Loop B" loop-a0.pem loop-a.key ca
 loop_issue loop-a.pem loop-a.key "/CN=Loop A" loop-b.pem loop-b.key ca
 loop_issue loop-signer.pem pki/ec.key "/CN=looped signer" loop-a.pem loop-a.key signer
 cat loop-a.pem loop-b.pem > loop-chain.pem
+# A signer under a revoked intermediate CA, which names its OCSP responder; the signer names none.
+loop_issue ica-signer.pem pki/ec.key "/CN=signer under the intermediate" pki/ica.pem pki/ica.key leaf
+openssl cms -sign -binary -in content.bin -signer ica-signer.pem -inkey pki/ec.key -certfile pki/ica.pem \
+  -outform DER -out ossl-ica.p7s
 openssl cms -sign -binary -in content.bin -signer loop-signer.pem -inkey pki/ec.key -certfile loop-chain.pem \
   -outform DER -out ossl-loop.p7s
 "$KOLVARI" verify --json --trust pki/ca.pem --content content.bin ossl-two-signers.p7s > two.json ||
@@ -209,6 +221,8 @@ kolvari-tsa.p7s|--trust pki/ca.pem --content content.bin|TOTAL_PASSED|-|pass
 kolvari-ocsp.p7s|--trust pki/ca.pem --content content.bin|TOTAL_PASSED|-|pass
 kolvari-ocsp.p7s|--trust pki/ca.pem --content content.bin --revocation fetch --timeout 5|TOTAL_PASSED|-|-
 ossl-rsa-detached.p7s|--trust pki/ca.pem --content content.bin --revocation fetch --timeout 5|TOTAL_PASSED|-|-
+ossl-ica.p7s|--trust pki/ca.pem --content content.bin|TOTAL_PASSED|-|pass
+ossl-ica.p7s|--trust pki/ca.pem --content content.bin --revocation fetch --timeout 5|INDETERMINATE|REVOKED_NO_POE|-
 changed-content.p7s|--trust pki/ca.pem|TOTAL_FAILED|HASH_FAILURE|fail
 changed-attribute.p7s|--trust pki/ca.pem --content content.bin|TOTAL_FAILED|SIG_CRYPTO_FAILURE|fail
 flipped-signature.p7s|--trust pki/ca.pem --content content.bin|TOTAL_FAILED|SIG_CRYPTO_FAILURE|fail
@@ -265,51 +279,17 @@ PY
 flip once.pdf changed.pdf 20
 # A document time-stamp added to once.pdf by hand: a /DocTimeStamp dictionary (/SubFilter /ETSI.RFC3161) in
 # one more revision, its token asked of `openssl ts -reply` over the SHA-256 of the byte range.
-python3 - once.pdf stamped-doc.pdf.part <<'PY'
-import re, sys
-d = open(sys.argv[1], "rb").read()
-prev = int(re.findall(rb"startxref\s+(\d+)", d)[-1])
-fields = re.findall(rb"/Fields \[([^\]]*)\]", d)[-1].strip()
-out = bytearray(d)
-offsets = {}
-offsets[1] = len(out)
-out += b"1 0 obj\n<< /AcroForm << /Fields [ %s 7 0 R ] /SigFlags 3 >> /Pages 2 0 R /Type /Catalog >>\nendobj\n" % fields
-offsets[6] = len(out)
-out += b"6 0 obj\n<< /Type /DocTimeStamp /Filter /Adobe.PPKLite /SubFilter /ETSI.RFC3161\n/ByteRange [0 0000000000 0000000000 0000000000]\n/Contents <"
-gap_start = len(out) - 1
-out += b"0" * 16384
-out += b">"
-gap_end = len(out)
-out += b" >>\nendobj\n"
-offsets[7] = len(out)
-out += b"7 0 obj\n<< /Type /Annot /Subtype /Widget /FT /Sig /T (DocTimeStamp1) /V 6 0 R /F 132 /Rect [0 0 0 0] /P 3 0 R >>\nendobj\n"
-xref = len(out)
-out += b"xref\n1 1\n%010d 00000 n \n6 2\n%010d 00000 n \n%010d 00000 n \n" % (offsets[1], offsets[6], offsets[7])
-out += b"trailer\n<< /Size 8 /Root 1 0 R /Prev %d >>\nstartxref\n%d\n%%%%EOF\n" % (prev, xref)
-numbers = b"0 %010d %010d %010d" % (gap_start, gap_end, len(out) - gap_end)
-out = out.replace(b"0 0000000000 0000000000 0000000000", numbers, 1)
-open(sys.argv[2], "wb").write(out)
-PY
-read -r gap_start gap_end < <(python3 -c 'import re, sys; d = open(sys.argv[1], "rb").read()
-m = re.findall(rb"/ByteRange \[0 (\d+) (\d+)", d)[-1]; print(int(m[0]), int(m[1]))' stamped-doc.pdf.part)
-digest=$( (head -c "$gap_start" stamped-doc.pdf.part; tail -c +"$((gap_end + 1))" stamped-doc.pdf.part) | openssl dgst -sha256 -r | cut -d' ' -f1)
-(cd pki && openssl ts -query -digest "$digest" -sha256 -cert -out ../doc.tsq 2> /dev/null &&
-  openssl ts -reply -config ts.cnf -queryfile ../doc.tsq -token_out -out ../doc.tst 2> /dev/null) ||
-  fail "openssl ts could not make the document time-stamp"
-python3 - stamped-doc.pdf.part doc.tst "$gap_start" stamped-doc.pdf <<'PY'
-import sys
-d = bytearray(open(sys.argv[1], "rb").read())
-token = open(sys.argv[2], "rb").read().hex().upper().encode()
-at = int(sys.argv[3]) + 1
-d[at:at + len(token)] = token
-open(sys.argv[4], "wb").write(d)
-PY
+ltv_update() { python3 "$here/../support/pdf_ltv_update.py" "$@" || fail "pdf_ltv_update.py $*"; }
+ltv_update doc-timestamp once.pdf stamped-doc.pdf pki
 flip stamped-doc.pdf stamped-doc-changed.pdf 20
 
-# FILE|signature (from 1)|INDICATION|SUB-INDICATION|coversWholeFile|kinds of the later revisions|pdfsig says
-while IFS='|' read -r file index indication sub whole later pdfsig_says; do
+# FILE|signature (from 1)|INDICATION|SUB-INDICATION|coversWholeFile|kinds of the later revisions|pdfsig says|
+# more options
+check_pdfs() {
+while IFS='|' read -r file index indication sub whole later pdfsig_says options; do
   set +e
-  "$KOLVARI" verify --json --trust pki/ca.pem "$file" > out.json 2> err.txt
+  # shellcheck disable=SC2086  # OPTIONS are words
+  "$KOLVARI" verify --json --trust pki/ca.pem $options "$file" > out.json 2> err.txt
   set -e
   python3 - out.json "$index" "$indication" "$sub" "$whole" "$later" <<'PY' || fail "$file #$index: $(cat out.json err.txt)"
 import json, sys
@@ -324,7 +304,9 @@ PY
     [ "$said" = "$pdfsig_says" ] || fail "$file #$index: pdfsig says $said: $(cat sig.txt)"
   fi
   checks=$((checks + 1))
-done <<'EOF'
+done
+}
+check_pdfs <<'EOF'
 once.pdf|1|TOTAL_PASSED|-|true|-|valid
 twice.pdf|1|TOTAL_PASSED|-|false|signature|valid
 twice.pdf|2|TOTAL_PASSED|-|true|-|valid
@@ -334,6 +316,29 @@ changed.pdf|1|TOTAL_FAILED|HASH_FAILURE|true|-|invalid
 stamped-doc.pdf|1|TOTAL_PASSED|-|false|document time-stamp|valid
 stamped-doc.pdf|2|TOTAL_PASSED|-|true|-|-
 stamped-doc-changed.pdf|2|TOTAL_FAILED|HASH_FAILURE|true|-|-
+EOF
+
+# Long-term validation: a signer certificate valid for one day, its OCSP response and the CA in a DSS update,
+# then a document time-stamp; judged a week later with the responder stopped. The time-stamp is a proof of
+# existence for the signature, the DSS's response shows it unrevoked then; without them there is no proof.
+(cd pki && days=1 issue_certificate short 1006 signer "/O=Kolvari/CN=short-lived signer" &&
+  printf 'V\t491231235959Z\t\t1006\tunknown\t/O=Kolvari/CN=short-lived signer\n' >> index.txt)
+spdf plain.pdf short-t.pdf short --tsa "$base/tsa"
+spdf plain.pdf short-b.pdf short
+openssl ocsp -issuer pki/ca.pem -cert pki/short.pem -url "$base/ocsp" -respout short.ocsp -noverify > /dev/null 2>&1 ||
+  fail "no OCSP response for the short-lived signer"
+for level in t b; do
+  ltv_update dss "short-$level.pdf" "short-$level-lt.pdf" pki/short.pem pki/ca.pem --vri short.ocsp
+  ltv_update doc-timestamp "short-$level-lt.pdf" "short-$level-lta.pdf" pki
+done
+stop_loopback_services
+week="--at $(date -u -d '+7 days' +%Y%m%d%H%M%SZ)"
+check_pdfs <<EOF
+short-t-lta.pdf|1|TOTAL_PASSED|-|false|DSS update,document time-stamp|-|$week
+short-t-lta.pdf|2|TOTAL_PASSED|-|true|-|-|$week
+short-t.pdf|1|INDETERMINATE|OUT_OF_BOUNDS_NO_POE|true|-|-|$week
+short-b-lta.pdf|1|TOTAL_PASSED|-|false|DSS update,document time-stamp|-|$week
+short-b-lt.pdf|1|INDETERMINATE|OUT_OF_BOUNDS_NO_POE|false|DSS update|-|$week
 EOF
 "$KOLVARI" verify --json --trust pki/ca.pem stamped.pdf > stamped.json
 python3 -c 'import json, sys; assert json.load(open(sys.argv[1]))["signatures"][0]["timestamp"]' stamped.json ||

@@ -28,7 +28,8 @@ stop_loopback_services() {
 }
 
 # In the current folder, with the x509.cnf the caller wrote: ca.key and ca.pem (section ca), then certificates
-# issued by it (EC P-256 keys unless key options are given, as `openssl genpkey` takes them).
+# issued by it (EC P-256 keys unless key options are given, as `openssl genpkey` takes them), valid for $days
+# days (30 when unset).
 make_loopback_ca() {  # SUBJECT
   openssl genpkey -algorithm EC -pkeyopt ec_paramgen_curve:P-256 -out ca.key
   openssl req -x509 -new -key ca.key -subj "$1" -days 30 -config x509.cnf -extensions ca -out ca.pem
@@ -39,7 +40,7 @@ issue_certificate() {  # NAME SERIAL(hex) SECTION SUBJECT [KEY-OPTIONS...]
   [ $# -gt 0 ] || set -- -algorithm EC -pkeyopt ec_paramgen_curve:P-256
   openssl genpkey "$@" -out "$name.key" 2> /dev/null
   openssl req -new -key "$name.key" -subj "$subject" -config x509.cnf |
-    openssl x509 -req -CA ca.pem -CAkey ca.key -set_serial "0x$serial" -days 30 -extfile x509.cnf \
+    openssl x509 -req -CA ca.pem -CAkey ca.key -set_serial "0x$serial" -days "${days:-30}" -extfile x509.cnf \
       -extensions "$section" -out "$name.pem" 2> /dev/null
 }
 

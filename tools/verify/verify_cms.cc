@@ -467,14 +467,17 @@ void judgeSigner(const SignedDataView& sd, const CvelP7SignerInfo& si, const Ver
   SignatureReport stamps;
   if (role == Role::kSigner) checkTimeStamps(si, context, state, stamps);
   r.timestamp = stamps.timestamp;
+  // A later document time-stamp proves that the signature existed at its time: the path is judged then.
+  const bool proven = context.proofOfExistence && *context.proofOfExistence < state.validationTime;
+  if (proven) state.validationTime = *context.proofOfExistence;
   checkPath(sd, context, role, state, r);
+  if (proven) r.checks.back().reason += " (the time of a later document time-stamp)";
   r.checks.insert(r.checks.end(), stamps.checks.begin(), stamps.checks.end());
   if (state.chain.empty()) {
     r.add("revocation", Outcome::kSkipped, "no certificate path to check");
     return;
   }
-  X509* issuer = state.chain.size() > 1 ? state.chain[1].get() : state.chain[0].get();
-  checkRevocation(context, state.certificate.get(), issuer, revocationDataOf(sd, si, context), state.validationTime, r);
+  checkChainRevocation(context, state.chain, revocationDataOf(sd, si, context), state.validationTime, r);
 }
 
 // The encapsulated content as a feed, reading content left in the input piece by piece.

@@ -38,6 +38,9 @@ struct VerifyContext {
   std::vector<Certificate> extraCertificates;  // from the PDF's DSS
   std::vector<Bytes> extraOcsp;                // from the PDF's DSS
   std::vector<Bytes> extraCrls;                // from the PDF's DSS
+  // The time of the earliest later document time-stamp that passed: a proof that the signature being
+  // judged existed then (PDF).
+  std::optional<time_t> proofOfExistence;
 };
 
 // Loads the trust anchors the options name into a new store; false with a message naming the file.

@@ -6,17 +6,14 @@
 #include <exception>
 #include <functional>
 
-#include <qpdf/QPDF.hh>
-#include <qpdf/QPDFObjectHandle.hh>
-
 #include "pdf/pdf_signatures.h"
 #include "verify/verify_cms.h"
+#include "verify/verify_dss.h"
+#include "verify/verify_revisions.h"
 
 namespace {
 
 constexpr size_t kByteRangeNumbers = 4;
-// DSS entries read per list.
-constexpr size_t kMaxDssEntries = 1024;
 constexpr const char* kEof = "%%EOF";
 constexpr const char* kSubFilterTimeStamp = "/ETSI.RFC3161";
 
@@ -69,60 +66,82 @@ bool checkByteRange(const Bytes& file, const std::vector<long long>& r, const st
 
 namespace {
 
-bool contains(const Bytes& file, long long from, long long to, const char* text) {
-  const auto first = file.begin() + from;
-  const auto last = file.begin() + to;
-  return std::search(first, last, text, text + std::strlen(text)) != last;
+// The index of the revision whose end the byte range ends at; ends.size() when none.
+size_t revisionOf(const PdfSignatureEntry& e, const std::vector<long long>& ends) {
+  if (e.byteRange.size() != kByteRangeNumbers) return ends.size();
+  const auto it = std::find(ends.begin(), ends.end(), e.byteRange[2] + e.byteRange[3]);
+  return static_cast<size_t>(it - ends.begin());
 }
 
-// What a later revision holds, read from its uncompressed object text; a revision that ends another
-// signature's byte range is that signature.
-std::string revisionKind(const Bytes& file, long long from, long long to, const std::vector<PdfSignatureEntry>& all) {
+// What each revision after the first signed one holds: another signature or document time-stamp when it
+// ends one's byte range, else what its objects change.
+std::vector<std::string> laterKinds(const Bytes& file, const std::vector<long long>& ends,
+                                    const std::vector<PdfSignatureEntry>& all) {
+  size_t first = ends.size();
+  for (const PdfSignatureEntry& e : all) first = std::min(first, revisionOf(e, ends));
+  std::vector<std::string> kinds = revisionKinds(file, ends, first + 1);
   for (const PdfSignatureEntry& e : all) {
-    if (e.byteRange.size() == kByteRangeNumbers && e.byteRange[2] + e.byteRange[3] == to) {
-      return e.subFilter == kSubFilterTimeStamp ? "document time-stamp" : "signature";
-    }
+    const size_t revision = revisionOf(e, ends);
+    if (revision < kinds.size()) kinds[revision] = e.subFilter == kSubFilterTimeStamp ? "document time-stamp" : "signature";
   }
-  if (contains(file, from, to, "/DSS")) return "DSS";
-  if (contains(file, from, to, "/Annot")) return "annotations";
-  if (contains(file, from, to, "/FT")) return "form filling";
-  return "other";
+  return kinds;
 }
 
-Bytes streamBytes(QPDFObjectHandle stream) {
-  if (!stream.isStream()) return {};
-  std::shared_ptr<Buffer> data = stream.getStreamData();
-  return Bytes(data->getBuffer(), data->getBuffer() + data->getSize());
+// The bytes of the hex string in file[from, to), up to its first byte that is not a hex digit.
+Bytes hexBytes(const Bytes& file, long long from, long long to) {
+  constexpr unsigned kNibble = 4;
+  auto value = [](unsigned char c) {
+    return static_cast<unsigned>(std::isdigit(c) ? c - '0' : std::tolower(c) - 'a' + 10);
+  };
+  Bytes out;
+  for (size_t i = static_cast<size_t>(from); i + 1 < static_cast<size_t>(to) && isHex(file[i]) && isHex(file[i + 1]);
+       i += 2) {
+    out.push_back(static_cast<unsigned char>(value(file[i]) << kNibble | value(file[i + 1])));
+  }
+  return out;
 }
 
-// The certificates, OCSP responses and CRLs of the document security store.
-void readDss(const Bytes& file, VerifyContext& context) {
-  try {
-    QPDF pdf;
-    pdf.setSuppressWarnings(true);
-    pdf.processMemoryFile("input", reinterpret_cast<const char*>(file.data()), file.size());
-    QPDFObjectHandle dss = pdf.getRoot().getKey("/DSS");
-    if (!dss.isDictionary()) return;
-    auto each = [&dss](const char* key, const std::function<void(const Bytes&)>& use) {
-      QPDFObjectHandle list = dss.getKey(key);
-      if (!list.isArray()) return;
-      for (int i = 0; i < list.getArrayNItems() && static_cast<size_t>(i) < kMaxDssEntries; ++i) {
-        use(streamBytes(list.getArrayItem(i)));
-      }
-    };
-    each("/Certs", [&context](const Bytes& der) {
-      Certificate c = certificateFromDer(der.data(), der.size());
-      if (c) context.extraCertificates.push_back(c);
-    });
-    each("/OCSPs", [&context](const Bytes& der) { context.extraOcsp.push_back(der); });
-    each("/CRLs", [&context](const Bytes& der) { context.extraCrls.push_back(der); });
-  } catch (const std::exception&) {
-    // A DSS that cannot be read adds nothing; the signatures are judged without it.
+// The /VRI entry of a signature, keyed by the SHA-1 of its /Contents with or without the placeholder's
+// padding; null when the DSS has none.
+const ValidationData* vriEntry(const Bytes& file, const PdfSignatureEntry& e, const DocumentSecurityStore& dss) {
+  if (dss.vri.empty()) return nullptr;
+  std::vector<std::string> keys;
+  if (!e.cms.empty()) keys.push_back(vriKey(e.cms.data(), e.cms.size()));
+  const std::vector<long long>& b = e.byteRange;
+  if (b.size() == kByteRangeNumbers && b[1] >= 0 && b[2] > b[1] + 1 && b[2] <= static_cast<long long>(file.size())) {
+    const Bytes contents = hexBytes(file, b[1] + 1, b[2] - 1);
+    keys.push_back(vriKey(contents.data(), contents.size()));
   }
+  for (const std::string& key : keys) {
+    const auto it = dss.vri.find(key);
+    if (it != dss.vri.end()) return &it->second;
+  }
+  return nullptr;
+}
+
+// The certificates, OCSP responses and CRLs that lie beside the signatures, for the context.
+void useValidationData(const ValidationData& data, VerifyContext& context) {
+  context.extraCertificates.clear();
+  for (const Bytes& der : data.certificates) {
+    Certificate c = certificateFromDer(der.data(), der.size());
+    if (c) context.extraCertificates.push_back(c);
+  }
+  context.extraOcsp = data.ocsps;
+  context.extraCrls = data.crls;
+}
+
+// The time of a report's YYYY-MM-DDThh:mm:ssZ time-stamp; 0 when it has none.
+time_t timestampOf(const SignatureReport& r) {
+  std::string digits;
+  for (char c : r.timestamp) {
+    if (c != '-' && c != ':' && c != 'T') digits.push_back(c);
+  }
+  time_t t = 0;
+  return !digits.empty() && timeOfGeneralized(digits, t) ? t : 0;
 }
 
 SignatureReport judge(const Bytes& file, const PdfSignatureEntry& e, const std::vector<long long>& ends,
-                      const std::vector<PdfSignatureEntry>& all, const VerifyContext& context) {
+                      const std::vector<std::string>& kinds, const VerifyContext& context) {
   SignatureReport r;
   size_t revision = 0;
   std::string reason;
@@ -160,7 +179,7 @@ SignatureReport judge(const Bytes& file, const PdfSignatureEntry& e, const std::
   r.field = e.fieldName;
   r.coversWholeFile = e.coversWholeFile;
   for (size_t i = revision + 1; i < ends.size(); ++i) {
-    r.laterRevisions.push_back(LaterRevision{ends[i], revisionKind(file, ends[i - 1], ends[i], all)});
+    r.laterRevisions.push_back(LaterRevision{ends[i], kinds[i]});
   }
   return r;
 }
@@ -185,7 +204,9 @@ bool verifyPdf(const Bytes& file, VerifyContext& context, std::vector<SignatureR
     error = "cannot read the PDF: " + error;
     return false;
   }
-  readDss(file, context);
+  DocumentSecurityStore dss;
+  std::string ignored;
+  readDss(file, dss, ignored);  // a DSS that cannot be read adds nothing; the signatures are judged without it
   const std::vector<long long> ends = revisionEnds(file);
   // Document order: by where each signature's byte range ends.
   std::stable_sort(entries.begin(), entries.end(), [](const PdfSignatureEntry& a, const PdfSignatureEntry& b) {
@@ -193,6 +214,35 @@ bool verifyPdf(const Bytes& file, VerifyContext& context, std::vector<SignatureR
     const long long eb = b.byteRange.size() == kByteRangeNumbers ? b.byteRange[2] + b.byteRange[3] : 0;
     return ea < eb;
   });
-  for (const PdfSignatureEntry& e : entries) out.push_back(judge(file, e, ends, entries, context));
+  const std::vector<std::string> kinds = laterKinds(file, ends, entries);
+  // From the last to the first, so that each document time-stamp that passes is a proof of existence for
+  // everything in the revisions before its own.
+  std::vector<std::pair<size_t, time_t>> proofs;  // revision, time
+  std::vector<SignatureReport> reports(entries.size());
+  for (size_t k = entries.size(); k-- > 0;) {
+    const size_t revision = revisionOf(entries[k], ends);
+    context.proofOfExistence.reset();
+    for (const auto& [stampRevision, time] : proofs) {
+      if (stampRevision > revision && (!context.proofOfExistence || time < *context.proofOfExistence)) {
+        context.proofOfExistence = time;
+      }
+    }
+    const ValidationData* vri = vriEntry(file, entries[k], dss);
+    if (vri != nullptr) {
+      ValidationData merged = dss.data;
+      merged.merge(*vri);
+      useValidationData(merged, context);
+    } else if (k + 1 == entries.size() || vriEntry(file, entries[k + 1], dss) != nullptr) {
+      useValidationData(dss.data, context);
+    }
+    reports[k] = judge(file, entries[k], ends, kinds, context);
+    const time_t stamped = timestampOf(reports[k]);
+    if (entries[k].subFilter == kSubFilterTimeStamp && revision < ends.size() && stamped != 0 &&
+        reports[k].indication() == Indication::kTotalPassed) {
+      proofs.emplace_back(revision, stamped);
+    }
+  }
+  context.proofOfExistence.reset();
+  for (SignatureReport& r : reports) out.push_back(std::move(r));
   return true;
 }

@@ -18,6 +18,7 @@ constexpr const char* kRevocation = "revocation";
 // What one source says of the certificate.
 struct Statement {
   enum Kind { kNone, kGood, kRevoked } kind = kNone;
+  bool about = false;  // the source speaks of the certificate (whether or not current at t)
   time_t revokedAt = 0;
   std::string source;  // "OCSP response", "CRL"
 };
@@ -74,6 +75,7 @@ Statement ocspStatement(const Bytes& der, X509* certificate, X509* issuer, time_
     const bool ours = mine != nullptr && OCSP_id_cmp(mine, OCSP_SINGLERESP_get0_id(single)) == 0;
     OCSP_CERTID_free(mine);
     if (!ours) continue;
+    s.about = true;
     int reason = 0;
     ASN1_GENERALIZEDTIME* revokedAt = nullptr;
     ASN1_GENERALIZEDTIME* thisUpdate = nullptr;
@@ -100,6 +102,7 @@ Statement crlStatement(const Bytes& der, X509* certificate, X509* issuer, time_t
   if (crl == nullptr) return s;
   if (X509_NAME_cmp(X509_CRL_get_issuer(crl), X509_get_subject_name(issuer)) == 0 &&
       X509_CRL_verify(crl, X509_get0_pubkey(issuer)) == 1) {
+    s.about = true;
     X509_REVOKED* entry = nullptr;
     if (X509_CRL_get0_by_cert(crl, &entry, certificate) == 1 &&
         timeOf(X509_REVOKED_get0_revocationDate(entry), s.revokedAt)) {
@@ -121,8 +124,9 @@ Bytes derOf(X509* certificate) {
   return der;
 }
 
-// Asks the certificate's OCSP responders, then its CRL distribution points, through the tool's HTTP client.
-void fetch(const VerifyContext& context, X509* certificate, X509* issuer, RevocationData& data) {
+// Asks the certificate's OCSP responders, then its CRL distribution points, through the tool's HTTP client;
+// false when the certificate names neither.
+bool fetch(const VerifyContext& context, X509* certificate, X509* issuer, RevocationData& data) {
   const Bytes leaf = derOf(certificate);
   std::vector<std::string> ocspUrls;
   std::vector<std::string> crlUrls;
@@ -143,48 +147,87 @@ void fetch(const VerifyContext& context, X509* certificate, X509* issuer, Revoca
       data.crls.push_back(response);
     }
   }
+  return !ocspUrls.empty() || !crlUrls.empty();
 }
 
-}  // namespace
+bool expiredBy(X509* certificate, time_t now) { return X509_cmp_time(X509_get0_notAfter(certificate), &now) < 0; }
 
-void checkRevocation(const VerifyContext& context, X509* certificate, X509* issuer, RevocationData data,
-                     time_t t, SignatureReport& report) {
+// The check of one certificate. past: it has expired by the current time and is judged at an earlier
+// proof of existence t, so it needs a source current at t that says good.
+void checkOne(const VerifyContext& context, X509* certificate, X509* issuer, const RevocationData& embedded,
+              time_t t, bool past, SignatureReport& report) {
+  const std::string who = subjectText(certificate) + ": ";
   if (context.options.revocation == RevocationMode::kNone) {
-    report.add(kRevocation, Outcome::kSkipped, "not checked (--revocation none)");
+    report.add(kRevocation, Outcome::kSkipped, who + "not checked (--revocation none)");
     return;
   }
-  if (context.options.revocation == RevocationMode::kFetch) fetch(context, certificate, issuer, data);
+  RevocationData fetched;
+  const bool named =
+      context.options.revocation == RevocationMode::kFetch && fetch(context, certificate, issuer, fetched);
   std::vector<Statement> statements;
-  for (size_t i = 0; i < data.ocsp.size() && i < kMaxSources; ++i) {
-    statements.push_back(ocspStatement(data.ocsp[i], certificate, issuer, t));
-  }
-  for (size_t i = 0; i < data.crls.size() && i < kMaxSources; ++i) {
-    statements.push_back(crlStatement(data.crls[i], certificate, issuer, t));
+  for (const RevocationData* data : {static_cast<const RevocationData*>(&fetched), &embedded}) {
+    for (size_t i = 0; i < data->ocsp.size() && i < kMaxSources; ++i) {
+      statements.push_back(ocspStatement(data->ocsp[i], certificate, issuer, t));
+    }
+    for (size_t i = 0; i < data->crls.size() && i < kMaxSources; ++i) {
+      statements.push_back(crlStatement(data->crls[i], certificate, issuer, t));
+    }
   }
   const Statement* good = nullptr;
+  bool about = false;
   for (const Statement& s : statements) {
     if (s.kind == Statement::kRevoked && s.revokedAt <= t) {
       report.add(kRevocation, Outcome::kIndeterminate,
-                 "an " + s.source + " says the signer certificate was revoked at " + isoTime(s.revokedAt) +
+                 who + "an " + s.source + " says it was revoked at " + isoTime(s.revokedAt) +
                      ", before the validation time",
                  "REVOKED_NO_POE");
       return;
     }
     if (s.kind == Statement::kRevoked) {
       report.add(kRevocation, Outcome::kPassed,
-                 "revoked at " + isoTime(s.revokedAt) + ", after the validation time " + isoTime(t));
+                 who + "revoked at " + isoTime(s.revokedAt) + ", after the validation time " + isoTime(t));
       return;
     }
     if (s.kind == Statement::kGood && good == nullptr) good = &s;
+    about = about || s.about;
   }
   if (good != nullptr) {
-    report.add(kRevocation, Outcome::kPassed, "a signed " + good->source + " says good at the validation time");
-  } else if (context.options.revocation == RevocationMode::kFetch || !statements.empty()) {
+    report.add(kRevocation, Outcome::kPassed, who + "a signed " + good->source + " says good at the validation time");
+  } else if (past) {
     report.add(kRevocation, Outcome::kIndeterminate,
-               statements.empty() ? "no OCSP response or CRL could be fetched"
-                                  : "no OCSP response or CRL signed by the issuer and current at the validation time",
+               who + "expired before the current time, and no OCSP response or CRL current at the validation time " +
+                   isoTime(t) + " says it was not revoked then",
+               "OUT_OF_BOUNDS_NO_POE");
+  } else if (named || about) {
+    report.add(kRevocation, Outcome::kIndeterminate,
+               who + (statements.empty() ? "no OCSP response or CRL could be fetched"
+                                         : "no OCSP response or CRL signed by the issuer and current at the "
+                                           "validation time"),
                "TRY_LATER");
   } else {
-    report.add(kRevocation, Outcome::kSkipped, "the signature carries no OCSP response or CRL");
+    report.add(kRevocation, Outcome::kSkipped,
+               who + (context.options.revocation == RevocationMode::kFetch
+                          ? "names no OCSP responder or CRL distribution point"
+                          : "no OCSP response or CRL for it is embedded"));
+  }
+}
+
+}  // namespace
+
+void checkRevocation(const VerifyContext& context, X509* certificate, X509* issuer, RevocationData data,
+                     time_t t, SignatureReport& report) {
+  checkOne(context, certificate, issuer, data, t, t < context.now && expiredBy(certificate, context.now), report);
+}
+
+void checkChainRevocation(const VerifyContext& context, const std::vector<Certificate>& chain,
+                          const RevocationData& data, time_t t, SignatureReport& report) {
+  if (chain.size() < 2) {
+    report.add(kRevocation, Outcome::kSkipped, "the certificate is itself a trust anchor");
+    return;
+  }
+  for (size_t i = 0; i + 1 < chain.size(); ++i) {
+    X509* certificate = chain[i].get();
+    checkOne(context, certificate, chain[i + 1].get(), data, t, t < context.now && expiredBy(certificate, context.now),
+             report);
   }
 }
