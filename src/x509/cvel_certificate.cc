@@ -40,22 +40,6 @@ uint8_t kindOfWrapper(const CvelString& oid) {
   return CvelCertificate::kUnknown;
 }
 
-// A view of the whole element the cursor has just read.
-bool sliceElement(CvelString& slice, const CvelString& source, const CvelA1Context& c) {
-  return c.elementInside(source) && slice.setView(source, c.elementOffset(), c.elementLength()) == kCvelOk;
-}
-
-// A view of its content only.
-bool sliceContent(CvelString& slice, const CvelString& source, const CvelA1Context& c) {
-  return slice.setView(source, &c) == kCvelOk;
-}
-
-// The first child of the element `parent` has just read, through a child cursor.
-int32_t firstChild(const CvelString& s, const CvelA1Context& parent, CvelA1Context& child) {
-  child = parent;
-  return child.next(s);
-}
-
 }  // namespace
 
 CvelCertificate::CvelCertificate(const CvelCertificate& other) : CvelNonCopyObject() { copyFrom(other); }
@@ -124,7 +108,7 @@ bool CvelCertificate::takeBareBase64() {
 // A wrapper SEQUENCE { type OID, certificate }: keep the OID and its kind, and the certificate alone.
 bool CvelCertificate::unwrap(CvelA1Context& outer) {
   CvelA1Context inner;
-  inner = outer;
+  inner.enterElementOf(outer);
   if (inner.next(encoded_) != kTagOid) return false;
   CvelString oid;
   if (inner.getElement(encoded_, oid) != kCvelOk) return false;
@@ -146,7 +130,7 @@ bool CvelCertificate::readOuter(CvelA1Context& tbsElement) {
   CvelA1Context outer;
   if (outer.next(encoded_) != kTagSequence) return false;
   CvelA1Context probe;
-  int32_t first = firstChild(encoded_, outer, probe);
+  int32_t first = outer.firstChild(encoded_, probe);
   const CvelA1Context* body = &outer;  // has just read the element holding TBS, algorithm and signature
   CvelA1Context again;
   if (first == kTagOid) {
@@ -159,10 +143,10 @@ bool CvelCertificate::readOuter(CvelA1Context& tbsElement) {
   }
 
   CvelA1Context parts;
-  parts = *body;
-  if (parts.next(encoded_) != kTagSequence || !sliceElement(tbs_, encoded_, parts)) return false;
+  parts.enterElementOf(*body);
+  if (parts.next(encoded_) != kTagSequence || !parts.elementView(encoded_, tbs_)) return false;
   tbsElement.copyState(parts);
-  if (parts.next(encoded_) != kTagSequence || !sliceElement(signatureAlgorithm_, encoded_, parts)) return false;
+  if (parts.next(encoded_) != kTagSequence || !parts.elementView(encoded_, signatureAlgorithm_)) return false;
   if (parts.next(encoded_) != kTagBitString || !parts.elementInside(encoded_)) return false;
   // The signature bits without the unused-bits octet.
   uint32_t bits = parts.contentLength() == 0 ? 0 : parts.contentLength() - 1;
@@ -172,31 +156,31 @@ bool CvelCertificate::readOuter(CvelA1Context& tbsElement) {
 
 bool CvelCertificate::isAttributeCertificate(const CvelA1Context& tbsElement) const {
   CvelA1Context c;
-  int32_t first = firstChild(encoded_, tbsElement, c);
+  int32_t first = tbsElement.firstChild(encoded_, c);
   if (first == kTagContext0) {
     CvelA1Context inside;
-    return firstChild(encoded_, c, inside) == kTagSequence;
+    return c.firstChild(encoded_, inside) == kTagSequence;
   }
   if (first == kTagContext1 || first == kTagContext2) return true;
   if (first == kTagInteger) {
     // A version-1 public-key certificate: serial, then the signature AlgorithmIdentifier starting with an OID.
     if (c.next(encoded_) != kTagSequence) return true;
     CvelA1Context algorithm;
-    return firstChild(encoded_, c, algorithm) != kTagOid;
+    return c.firstChild(encoded_, algorithm) != kTagOid;
   }
   return false;
 }
 
 bool CvelCertificate::readValidity(const CvelA1Context& validityElement) {
-  if (!sliceElement(validity_, encoded_, validityElement)) return false;
+  if (!validityElement.elementView(encoded_, validity_)) return false;
   // Each child is handed to the time decoder as an image of its own, whatever its tag. A time that does not
   // decode leaves the field as it is; it does not fail the certificate.
   CvelA1Context times;
-  times = validityElement;
+  times.enterElementOf(validityElement);
   for (CvelTime* field : {&notBefore_, &notAfter_}) {
     if (times.next(encoded_) < 0) break;
     CvelString element;
-    if (!sliceElement(element, encoded_, times)) break;
+    if (!times.elementView(encoded_, element)) break;
     field->decode(element, nullptr);
   }
   return true;
@@ -204,35 +188,35 @@ bool CvelCertificate::readValidity(const CvelA1Context& validityElement) {
 
 bool CvelCertificate::parsePublicKeyCertificate(const CvelA1Context& tbsElement) {
   CvelA1Context c;
-  int32_t tag = firstChild(encoded_, tbsElement, c);
+  int32_t tag = tbsElement.firstChild(encoded_, c);
   if (tag == kTagContext0) {
-    if (!sliceElement(versionElement_, encoded_, c)) return false;
+    if (!c.elementView(encoded_, versionElement_)) return false;
     CvelA1Integer number;
     if (number.decode(encoded_, &c) != kCvelOk) return false;
     version_ = static_cast<int32_t>(number.value() + 1);
     tag = c.next(encoded_);
   }
-  if (tag != kTagInteger || !sliceElement(serialNumber_, encoded_, c)) return false;
-  if (c.next(encoded_) != kTagSequence || !sliceElement(tbsSignatureAlgorithm_, encoded_, c)) return false;
-  if (c.next(encoded_) != kTagSequence || !sliceElement(issuer_, encoded_, c)) return false;
+  if (tag != kTagInteger || !c.elementView(encoded_, serialNumber_)) return false;
+  if (c.next(encoded_) != kTagSequence || !c.elementView(encoded_, tbsSignatureAlgorithm_)) return false;
+  if (c.next(encoded_) != kTagSequence || !c.elementView(encoded_, issuer_)) return false;
   // Names and extensions view the certificate's own DER, which parse() keeps until it forgets them.
   issuerName_.parse(issuer_, nullptr, CvelKeep::kView);
   if (c.next(encoded_) != kTagSequence || !readValidity(c)) return false;
-  if (c.next(encoded_) != kTagSequence || !sliceElement(subject_, encoded_, c)) return false;
+  if (c.next(encoded_) != kTagSequence || !c.elementView(encoded_, subject_)) return false;
   subjectName_.parse(subject_, nullptr, CvelKeep::kView);
-  if (c.next(encoded_) != kTagSequence || !sliceElement(subjectPublicKeyInfo_, encoded_, c)) return false;
+  if (c.next(encoded_) != kTagSequence || !c.elementView(encoded_, subjectPublicKeyInfo_)) return false;
 
   tag = c.next(encoded_);
   if (tag == kTagContext1) {
-    if (!sliceContent(issuerUniqueId_, encoded_, c)) return false;
+    if (!c.contentView(encoded_, issuerUniqueId_)) return false;
     tag = c.next(encoded_);
   }
   if (tag == kTagContext2) {
-    if (!sliceContent(subjectUniqueId_, encoded_, c)) return false;
+    if (!c.contentView(encoded_, subjectUniqueId_)) return false;
     tag = c.next(encoded_);
   }
   if (tag == kTagContext3) {
-    if (!sliceContent(extensionsElement_, encoded_, c)) return false;
+    if (!c.contentView(encoded_, extensionsElement_)) return false;
     extensions_.decode(extensionsElement_, nullptr, CvelKeep::kView);
     decodePoliciesAndStatements();
     tag = c.next(encoded_);
@@ -242,20 +226,20 @@ bool CvelCertificate::parsePublicKeyCertificate(const CvelA1Context& tbsElement)
 
 bool CvelCertificate::parseAttributeCertificate(const CvelA1Context& tbsElement) {
   CvelA1Context c;
-  int32_t tag = firstChild(encoded_, tbsElement, c);
+  int32_t tag = tbsElement.firstChild(encoded_, c);
   version_ = 1;
   if (tag == kTagInteger) {
-    if (!sliceElement(versionElement_, encoded_, c)) return false;
+    if (!c.elementView(encoded_, versionElement_)) return false;
     CvelA1Integer number;
     if (cvelSucceeded(number.decodeContent(encoded_, c))) version_ = static_cast<int32_t>(number.value() + 1);
     tag = c.next(encoded_);
   }
-  if ((tag != kTagContext0 && tag != kTagContext1) || !sliceElement(subject_, encoded_, c)) return false;
+  if ((tag != kTagContext0 && tag != kTagContext1) || !c.elementView(encoded_, subject_)) return false;
   subjectName_.parse(subject_);
-  if (c.next(encoded_) != kTagSequence || !sliceElement(issuer_, encoded_, c)) return false;
+  if (c.next(encoded_) != kTagSequence || !c.elementView(encoded_, issuer_)) return false;
   issuerName_.parse(issuer_);
-  if (c.next(encoded_) != kTagSequence || !sliceElement(tbsSignatureAlgorithm_, encoded_, c)) return false;
-  if (c.next(encoded_) != kTagInteger || !sliceElement(serialNumber_, encoded_, c)) return false;
+  if (c.next(encoded_) != kTagSequence || !c.elementView(encoded_, tbsSignatureAlgorithm_)) return false;
+  if (c.next(encoded_) != kTagInteger || !c.elementView(encoded_, serialNumber_)) return false;
   if (c.next(encoded_) != kTagSequence || !readValidity(c)) return false;
 
   // Attributes are held as extension records: OID, not critical, the SET as value.
@@ -266,7 +250,7 @@ bool CvelCertificate::parseAttributeCertificate(const CvelA1Context& tbsElement)
 
   tag = c.next(encoded_);
   if (tag == kTagContext1) {
-    if (!sliceContent(issuerUniqueId_, encoded_, c)) return false;
+    if (!c.contentView(encoded_, issuerUniqueId_)) return false;
     tag = c.next(encoded_);
   }
   if (tag == kTagSequence) {
@@ -352,7 +336,7 @@ CvelResult CvelCertificate::getGenerationDate(CvelTime& out, int flag) const {
   CvelA1Context octets;
   if (octets.next(found->value()) != kTagOctetString) return kCvelErrMalformed;
   CvelString inner;
-  if (inner.setView(found->value(), &octets) != kCvelOk) return kCvelErrMalformed;
+  if (!octets.contentView(found->value(), inner)) return kCvelErrMalformed;
   CvelResult r = out.decode(inner, nullptr);
   if (r != kCvelOk && flag < 0) {
     out.copyFrom(notBefore_);

@@ -12,7 +12,7 @@ namespace {
 void readRecord(const CvelString& der, const CvelA1Context& record, CvelKeep keep, int32_t& id, CvelString& oid,
                 bool& critical, CvelString& value) {
   CvelA1Context child;
-  child = record;
+  child.enterElementOf(record);
   if (child.next(der) == kTagOid && child.takeElement(der, oid, keep) == kCvelOk) id = kindOf(oid);
   if (child.next(der) == kTagBoolean) {
     critical = child.contentLength() > 0 && der.data()[child.contentOffset()] != 0;
@@ -28,8 +28,8 @@ void readRecord(const CvelString& der, const CvelA1Context& record, CvelKeep kee
 
 CvelResult CvelCertificateExtensions::decode(const CvelString& der, CvelA1Context* reader, CvelKeep keep) {
   clear();
-  CvelA1Context fresh;
-  CvelA1Context& cursor = reader != nullptr ? *reader : fresh;
+  CvelA1CursorOrFresh reading(reader);
+  CvelA1Context& cursor = reading.get();
   if (cursor.next(der) != kTagSequence) return 0;
   return decodeRecords(der, cursor, keep);
 }
@@ -38,7 +38,7 @@ CvelResult CvelCertificateExtensions::decodeRecords(const CvelString& der, const
                                                     CvelKeep keep) {
   clear();
   CvelA1Context child;
-  child = element;
+  child.enterElementOf(element);
   if (child.next(der) != kTagSequence) return kCvelOk;
   // The records are counted first and made in one block.
   uint32_t left = 1;

@@ -11,12 +11,6 @@ constexpr unsigned char kSpace = 0x20;
 constexpr int kEqual = 1;
 constexpr int kDifferent = 0;
 
-// Reads the element at the reader's position, or the first element of der when there is no reader.
-int32_t readNext(const CvelString& der, CvelA1Context* reader, CvelA1Context& fresh) {
-  CvelA1Context& cursor = reader != nullptr ? *reader : fresh;
-  return cursor.next(der);
-}
-
 // Parses one AttributeTypeAndValue and appends it: kCvelOk, or kCvelErrMalformed when it cannot be kept.
 // The entry is the next of the name's block when there is one left, else a new one.
 CvelResult addAttribute(CvelDName& name, const CvelString& der, const CvelA1Context& attribute, CvelKeep keep,
@@ -38,7 +32,7 @@ CvelResult addAttribute(CvelDName& name, const CvelString& der, const CvelA1Cont
 CvelResult addSet(CvelDName& name, const CvelString& der, const CvelA1Context& set, CvelKeep keep,
                   uint32_t& added, CvelRDName*& block, uint32_t& left) {
   CvelA1Context child;
-  child = set;
+  child.enterElementOf(set);
   while (child.next(der) == kTagSequence) {
     CvelResult r = addAttribute(name, der, child, keep, block, left);
     if (r != kCvelOk) return r;
@@ -60,10 +54,10 @@ struct AttributeCursors {
 
 void findAttributes(const CvelString& der, const CvelA1Context& nameElement, AttributeCursors& found) {
   CvelA1Context set;
-  set = nameElement;
+  set.enterElementOf(nameElement);
   while (set.next(der) == kTagSet) {
     CvelA1Context child;
-    child = set;
+    child.enterElementOf(set);
     while (child.next(der) == kTagSequence) {
       if (found.count < AttributeCursors::kKept) found.at[found.count].copyState(child);
       ++found.count;
@@ -75,7 +69,7 @@ void findAttributes(const CvelString& der, const CvelA1Context& nameElement, Att
 
 CvelResult CvelRDName::parse(const CvelString& der, const CvelA1Context& element, CvelKeep keep) {
   CvelA1Context child;
-  child = element;
+  child.enterElementOf(element);
   if (child.next(der) != kTagOid) return 0;
   CvelResult r = child.takeElement(der, type_, keep);
   if (r != kCvelOk) return r;
@@ -124,12 +118,12 @@ void CvelDName::reset() {
 CvelResult CvelDName::parse(const CvelString& der, CvelA1Context* reader, CvelKeep keep) {
   clear();
   encoded_.release();
-  CvelA1Context fresh;
-  if (readNext(der, reader, fresh) != kTagSequence) return 0;
-  const CvelA1Context& nameElement = reader != nullptr ? *reader : fresh;
+  CvelA1CursorOrFresh reading(reader);
+  const CvelA1Context& nameElement = reading.get();
+  if (reading.get().next(der) != kTagSequence) return 0;
 
   CvelA1Context set;
-  set = nameElement;
+  set.enterElementOf(nameElement);
   // An empty Name (no RDN at all) is not a name.
   if (set.next(der) != kTagSet) return 0;
   uint32_t added = 0;

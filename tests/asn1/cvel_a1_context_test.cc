@@ -81,12 +81,12 @@ TEST(CvelA1Context, ChildCursorSubtractsTheStaleHeaderLength) {
   CvelA1Context parent;
   ASSERT_EQ(parent.next(s), 0x30);
   CvelA1Context child;
-  child = parent;
+  child.enterElementOf(parent);
   ASSERT_EQ(child.next(s), 2);
   ASSERT_EQ(child.next(s), 2);
   EXPECT_EQ(child.next(s), kEnd);  // the child stops at the end of the parent's element
   // A reused destination (header length 2) starts 2 bytes early: at the parent's own element.
-  child = parent;
+  child.enterElementOf(parent);
   EXPECT_EQ(child.next(s), 0x30);
 }
 
