@@ -42,7 +42,13 @@ uint8_t kindOfWrapper(const CvelString& oid) {
 
 }  // namespace
 
-CvelCertificate::CvelCertificate(const CvelCertificate& other) : CvelNonCopyObject() { copyFrom(other); }
+CvelCertificate::CvelCertificate() {
+  issuerName_.takeBlocksFrom(&blocks_);
+  subjectName_.takeBlocksFrom(&blocks_);
+  extensions_.takeBlocksFrom(&blocks_);
+}
+
+CvelCertificate::CvelCertificate(const CvelCertificate& other) : CvelCertificate() { copyFrom(other); }
 
 CvelCertificate& CvelCertificate::operator=(const CvelCertificate& other) {
   copyFrom(other);
@@ -57,7 +63,8 @@ void CvelCertificate::copyFrom(const CvelCertificate& other) {
   if (encoded_.assign(other.encoded_) != kCvelOk) return;
   if (parse() != kCvelOk) return;
   kind_ = other.kind_;
-  wrapperType_.assign(other.wrapperType_);
+  // A wrapper type that cannot be copied ends the copy here, like an identifier below.
+  if (wrapperType_.assign(other.wrapperType_) != kCvelOk) return;
   // The source's identifiers are appended last first, to whatever this certificate already holds; the
   // first one that cannot be added (one already present, among others) ends the copy.
   for (uint32_t i = other.oids_.size(); i > 0; --i) {
@@ -187,6 +194,13 @@ bool CvelCertificate::readValidity(const CvelA1Context& validityElement) {
 }
 
 bool CvelCertificate::parsePublicKeyCertificate(const CvelA1Context& tbsElement) {
+  const bool complete = slicePublicKeyCertificate(tbsElement);
+  // Also after a walk that failed: the names and extensions it reached are decoded all the same.
+  decodeNamesAndExtensions();
+  return complete;
+}
+
+bool CvelCertificate::slicePublicKeyCertificate(const CvelA1Context& tbsElement) {
   CvelA1Context c;
   int32_t tag = tbsElement.firstChild(encoded_, c);
   if (tag == kTagContext0) {
@@ -199,11 +213,8 @@ bool CvelCertificate::parsePublicKeyCertificate(const CvelA1Context& tbsElement)
   if (tag != kTagInteger || !c.elementView(encoded_, serialNumber_)) return false;
   if (c.next(encoded_) != kTagSequence || !c.elementView(encoded_, tbsSignatureAlgorithm_)) return false;
   if (c.next(encoded_) != kTagSequence || !c.elementView(encoded_, issuer_)) return false;
-  // Names and extensions view the certificate's own DER, which parse() keeps until it forgets them.
-  issuerName_.parse(issuer_, nullptr, CvelKeep::kView);
   if (c.next(encoded_) != kTagSequence || !readValidity(c)) return false;
   if (c.next(encoded_) != kTagSequence || !c.elementView(encoded_, subject_)) return false;
-  subjectName_.parse(subject_, nullptr, CvelKeep::kView);
   if (c.next(encoded_) != kTagSequence || !c.elementView(encoded_, subjectPublicKeyInfo_)) return false;
 
   tag = c.next(encoded_);
@@ -217,11 +228,44 @@ bool CvelCertificate::parsePublicKeyCertificate(const CvelA1Context& tbsElement)
   }
   if (tag == kTagContext3) {
     if (!c.contentView(encoded_, extensionsElement_)) return false;
-    extensions_.decode(extensionsElement_, nullptr, CvelKeep::kView);
-    decodePoliciesAndStatements();
     tag = c.next(encoded_);
   }
   return tag == CvelA1Context::kEnd;
+}
+
+// The names and the extensions from their slices, their entries made in one block sized for all three. A
+// slice the walk did not reach is empty and decodes to nothing, as if it had not been decoded; a Name or an
+// extension list that does not decode leaves the certificate parsed.
+void CvelCertificate::decodeNamesAndExtensions() {
+  // Each slice is a SEQUENCE or empty. The issuer is a Name when its first child is a SET (GeneralNames
+  // otherwise); the subject always.
+  CvelNameScan issuer;
+  CvelNameScan subject;
+  CvelA1Context element;
+  if (element.next(issuer_) == kTagSequence) CvelDName::scan(issuer_, element, issuer);
+  CvelA1Context other;
+  if (other.next(subject_) == kTagSequence) CvelDName::scan(subject_, other, subject);
+  CvelA1Context records;
+  const bool haveRecords = records.next(extensionsElement_) == kTagSequence;
+  const uint32_t recordCount = haveRecords ? CvelCertificateExtensions::countRecords(extensionsElement_, records) : 0;
+
+  size_t bytes = CvelBlockStore::pieceBytes(CvelCertificateExtensions::blockBytes(recordCount));
+  if (issuer.startsWithSet) bytes += CvelBlockStore::pieceBytes(CvelDName::blockBytes(issuer.count));
+  bytes += CvelBlockStore::pieceBytes(CvelDName::blockBytes(subject.count));
+  // When memory is short the lists make their entries on their own.
+  static_cast<void>(blocks_.reserve(bytes));
+
+  // Names and extensions view the certificate's own DER, which parse() keeps until it forgets them. Their
+  // results are not the certificate's: what does not decode stays empty.
+  if (issuer.startsWithSet) {
+    static_cast<void>(issuerName_.parseName(issuer_, issuer, CvelKeep::kView));
+  } else {
+    static_cast<void>(issuerName_.parse(issuer_, nullptr, CvelKeep::kView));
+  }
+  static_cast<void>(subjectName_.parseName(subject_, subject, CvelKeep::kView));
+  if (extensionsElement_.isEmpty()) return;
+  static_cast<void>(extensions_.decode(extensionsElement_, nullptr, CvelKeep::kView));
+  decodePoliciesAndStatements();
 }
 
 bool CvelCertificate::parseAttributeCertificate(const CvelA1Context& tbsElement) {
@@ -284,10 +328,12 @@ void CvelCertificate::decodePoliciesAndStatements() {
 CvelResult CvelCertificate::parse() {
   kind_ = kUnknown;
   linked_.clear();
-  // The names and extensions may view the DER about to be replaced or re-read: they go with the slices.
-  extensions_.clear();
+  // The names and extensions may view the DER about to be replaced or re-read: they go with the slices,
+  // and give their entries back to the block store before it is filled again.
+  extensions_.release();
   issuerName_.reset();
   subjectName_.reset();
+  blocks_.empty();
   releaseSlices();
   if (encoded_.isEmpty()) return kNotParsed;
 

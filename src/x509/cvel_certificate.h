@@ -52,7 +52,7 @@ class CvelCertificate : public CvelNonCopyObject {
   // What parse() returns when the input is not a certificate: 0, not an error code.
   static constexpr CvelResult kNotParsed = 0;
 
-  CvelCertificate() = default;
+  CvelCertificate();
   // Copies keep no slices of the source: they copy its DER and parse it again.
   CvelCertificate(const CvelCertificate& other);
   CvelCertificate& operator=(const CvelCertificate& other);
@@ -119,6 +119,8 @@ class CvelCertificate : public CvelNonCopyObject {
   bool readOuter(CvelA1Context& certificate);
   bool isAttributeCertificate(const CvelA1Context& tbsElement) const;
   bool parsePublicKeyCertificate(const CvelA1Context& tbsElement);
+  bool slicePublicKeyCertificate(const CvelA1Context& tbsElement);
+  void decodeNamesAndExtensions();
   bool parseAttributeCertificate(const CvelA1Context& tbsElement);
   bool readValidity(const CvelA1Context& validityElement);
   void decodePoliciesAndStatements();
@@ -145,6 +147,9 @@ class CvelCertificate : public CvelNonCopyObject {
   int32_t version_ = 1;
   CvelTime notBefore_;
   CvelTime notAfter_;
+  // The one block the entries of both names and of the extensions are made in; declared before them, so
+  // that they give their entries back before it goes.
+  CvelBlockStore blocks_;
   CvelCertificateIssuer issuerName_;
   CvelCertificateSubject subjectName_;
   CvelCertificateExtensions extensions_;

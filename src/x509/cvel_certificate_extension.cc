@@ -41,10 +41,7 @@ CvelResult CvelCertificateExtensions::decodeRecords(const CvelString& der, const
   child.enterElementOf(element);
   if (child.next(der) != kTagSequence) return kCvelOk;
   // The records are counted first and made in one block.
-  uint32_t left = 1;
-  CvelA1Context ahead;
-  ahead.copyState(child);
-  while (ahead.next(der) == kTagSequence) ++left;
+  uint32_t left = countRecords(der, element);
   CvelCertificateExtension* block = makeElements(left);
   if (block == nullptr) left = 0;
   do {
@@ -55,6 +52,13 @@ CvelResult CvelCertificateExtensions::decodeRecords(const CvelString& der, const
     add(record);
   } while (child.next(der) == kTagSequence);
   return kCvelOk;
+}
+
+uint32_t CvelCertificateExtensions::countRecords(const CvelString& der, const CvelA1Context& element) {
+  CvelA1Context child;
+  uint32_t count = 0;
+  for (int32_t tag = element.firstChild(der, child); tag == kTagSequence; tag = child.next(der)) ++count;
+  return count;
 }
 
 uint32_t CvelCertificateExtensions::countById(int32_t id, CvelCertificateExtension** out, uint32_t index) const {

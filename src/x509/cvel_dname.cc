@@ -41,30 +41,6 @@ CvelResult addSet(CvelDName& name, const CvelString& der, const CvelA1Context& s
   return kCvelOk;
 }
 
-// The attributes the parse below will meet, SETs and SEQUENCEs read the same way, counted so that they are
-// made in one block. The cursors of the first few are kept: a name of up to that many attributes (nearly
-// every one) is then parsed from them without being walked a second time.
-struct AttributeCursors {
-  static constexpr uint32_t kKept = 16;
-  CvelA1Context at[kKept];
-  uint32_t count = 0;
-
-  bool complete() const { return count <= kKept; }
-};
-
-void findAttributes(const CvelString& der, const CvelA1Context& nameElement, AttributeCursors& found) {
-  CvelA1Context set;
-  set.enterElementOf(nameElement);
-  while (set.next(der) == kTagSet) {
-    CvelA1Context child;
-    child.enterElementOf(set);
-    while (child.next(der) == kTagSequence) {
-      if (found.count < AttributeCursors::kKept) found.at[found.count].copyState(child);
-      ++found.count;
-    }
-  }
-}
-
 }  // namespace
 
 CvelResult CvelRDName::parse(const CvelString& der, const CvelA1Context& element, CvelKeep keep) {
@@ -111,42 +87,59 @@ int CvelRDName::equals(const CvelRDName& other) const {
 }
 
 void CvelDName::reset() {
-  clear();
+  release();
   encoded_.release();
+}
+
+void CvelDName::scan(const CvelString& der, const CvelA1Context& nameElement, CvelNameScan& out) {
+  out.element.copyState(nameElement);
+  out.count = 0;
+  CvelA1Context set;
+  out.startsWithSet = nameElement.firstChild(der, set) == kTagSet;
+  for (int32_t tag = out.startsWithSet ? kTagSet : CvelA1Context::kEnd; tag == kTagSet; tag = set.next(der)) {
+    CvelA1Context child;
+    for (int32_t inner = set.firstChild(der, child); inner == kTagSequence; inner = child.next(der)) {
+      if (out.count < CvelNameScan::kKept) out.at[out.count].copyState(child);
+      ++out.count;
+    }
+  }
 }
 
 CvelResult CvelDName::parse(const CvelString& der, CvelA1Context* reader, CvelKeep keep) {
   clear();
   encoded_.release();
   CvelA1CursorOrFresh reading(reader);
-  const CvelA1Context& nameElement = reading.get();
   if (reading.get().next(der) != kTagSequence) return 0;
+  CvelNameScan found;
+  scan(der, reading.get(), found);
+  return parseScanned(der, found, keep);
+}
 
-  CvelA1Context set;
-  set.enterElementOf(nameElement);
+CvelResult CvelDName::parseScanned(const CvelString& der, const CvelNameScan& scan, CvelKeep keep) {
+  clear();
+  encoded_.release();
   // An empty Name (no RDN at all) is not a name.
-  if (set.next(der) != kTagSet) return 0;
+  if (!scan.startsWithSet) return 0;
   uint32_t added = 0;
-  AttributeCursors found;
-  findAttributes(der, nameElement, found);
-  uint32_t left = found.count;
+  uint32_t left = scan.count;
   CvelRDName* block = makeElements(left);
   if (block == nullptr) left = 0;
-  if (found.complete()) {
+  if (scan.complete()) {
     // The same attributes in the same order as the walk below would meet them.
-    for (uint32_t i = 0; i < found.count; ++i, ++added) {
-      CvelResult r = addAttribute(*this, der, found.at[i], keep, block, left);
+    for (uint32_t i = 0; i < scan.count; ++i, ++added) {
+      CvelResult r = addAttribute(*this, der, scan.at[i], keep, block, left);
       if (r != kCvelOk) return r;
     }
   } else {
-    do {
+    CvelA1Context set;
+    for (int32_t tag = scan.element.firstChild(der, set); tag == kTagSet; tag = set.next(der)) {
       CvelResult r = addSet(*this, der, set, keep, added, block, left);
       if (r != kCvelOk) return r;
-    } while (set.next(der) == kTagSet);
+    }
   }
 
   if (added == 0) return 0;
-  return nameElement.takeElement(der, encoded_, keep);
+  return scan.element.takeElement(der, encoded_, keep);
 }
 
 int CvelDName::equals(const CvelDName& other) const {
