@@ -265,7 +265,6 @@ void CvelCertificate::decodeNamesAndExtensions() {
   static_cast<void>(subjectName_.parseName(subject_, subject, CvelKeep::kView));
   if (extensionsElement_.isEmpty()) return;
   static_cast<void>(extensions_.decode(extensionsElement_, nullptr, CvelKeep::kView));
-  decodePoliciesAndStatements();
 }
 
 bool CvelCertificate::parseAttributeCertificate(const CvelA1Context& tbsElement) {
@@ -279,9 +278,9 @@ bool CvelCertificate::parseAttributeCertificate(const CvelA1Context& tbsElement)
     tag = c.next(encoded_);
   }
   if ((tag != kTagContext0 && tag != kTagContext1) || !c.elementView(encoded_, subject_)) return false;
-  subjectName_.parse(subject_);
+  static_cast<void>(subjectName_.parse(subject_));
   if (c.next(encoded_) != kTagSequence || !c.elementView(encoded_, issuer_)) return false;
-  issuerName_.parse(issuer_);
+  static_cast<void>(issuerName_.parse(issuer_));
   if (c.next(encoded_) != kTagSequence || !c.elementView(encoded_, tbsSignatureAlgorithm_)) return false;
   if (c.next(encoded_) != kTagInteger || !c.elementView(encoded_, serialNumber_)) return false;
   if (c.next(encoded_) != kTagSequence || !readValidity(c)) return false;
@@ -290,7 +289,7 @@ bool CvelCertificate::parseAttributeCertificate(const CvelA1Context& tbsElement)
   if (c.next(encoded_) != kTagSequence) return false;
   if (extensionsElement_.assign(encoded_, &c) != kCvelOk) return false;
   CvelA1Context run;
-  extensions_.decodeRecords(extensionsElement_, run);
+  static_cast<void>(extensions_.decodeRecords(extensionsElement_, run));
 
   tag = c.next(encoded_);
   if (tag == kTagContext1) {
@@ -303,26 +302,10 @@ bool CvelCertificate::parseAttributeCertificate(const CvelA1Context& tbsElement)
     if (appended != kCvelOk && appended != kCvelAppendedInPlace) return false;
     extensions_.clear();
     CvelA1Context joined;
-    extensions_.decodeRecords(extensionsElement_, joined);
-    decodePoliciesAndStatements();
+    static_cast<void>(extensions_.decodeRecords(extensionsElement_, joined));
     tag = c.next(encoded_);
   }
   return tag == CvelA1Context::kEnd;
-}
-
-void CvelCertificate::decodePoliciesAndStatements() {
-  // The lookup answers with a count, compared here with the success code as the established behaviour:
-  // policies and statements therefore stay empty after a parse.
-  CvelCertificateExtension* found = nullptr;
-  if (extensions_.countById(kOidCertificatePolicies, &found, 0) == kCvelOk && found != nullptr &&
-      !found->value().isEmpty() && found->value().data()[0] == kTagOctetString) {
-    policies_.decode(found->value());
-  }
-  found = nullptr;
-  if (extensions_.countById(kOidQcStatements, &found, 0) == kCvelOk && found != nullptr &&
-      !found->value().isEmpty() && found->value().data()[0] == kTagOctetString) {
-    qcStatements_.decode(found->value());
-  }
 }
 
 CvelResult CvelCertificate::parse() {
