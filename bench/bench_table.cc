@@ -255,6 +255,10 @@ struct Row {
   Operation floor;   // empty when the row has no floor
   double units = 1;  // operations per call (the certificate rows parse every root in one call)
   std::string note;  // what the inputs were, for the line under the table
+  // Goals, printed under the table with whether the run met them: ours at most this many times the floor
+  // (0: none), at most this many allocations per operation (negative: none).
+  double maxFloorRatio = 0;
+  double maxAllocations = -1;
 };
 
 std::vector<Row>& rows() {
@@ -291,6 +295,10 @@ bool walkTlv(const unsigned char* p, size_t size) {
   return true;
 }
 
+// The parse's goals: within this many times the floor, with at most this many allocations per certificate.
+constexpr double kCertificateParseFloorRatio = 5;
+constexpr double kCertificateParseAllocations = 2;
+
 void addCertificateRows() {
   const std::vector<bench::Der>& roots = bench::roots();
   if (roots.empty()) return;
@@ -322,6 +330,8 @@ void addCertificateRows() {
     for (const bench::Der& der : roots) ok = walkTlv(der.data(), der.size()) && ok;
     return ok;
   };
+  row.maxFloorRatio = kCertificateParseFloorRatio;
+  row.maxAllocations = kCertificateParseAllocations;
   addRow(std::move(row));
 }
 
@@ -947,6 +957,26 @@ std::string formatAllocations(const Measured& m) {
   return text;
 }
 
+// The row's goals and whether this run met them; empty for a row without goals.
+std::string goalLine(const Row& row, const std::vector<Measured>& m) {
+  const Measured& ours = m[0];
+  const Measured& floor = m[2];
+  std::string line;
+  char text[96];
+  if (row.maxFloorRatio > 0 && ours.ok && floor.ok && floor.ns > 0) {
+    const double ratio = ours.ns / floor.ns;
+    std::snprintf(text, sizeof text, "ours/floor %.2f, goal at most %.0f: %s", ratio, row.maxFloorRatio,
+                  ratio <= row.maxFloorRatio ? "met" : "NOT met");
+    line += text;
+  }
+  if (row.maxAllocations >= 0 && ours.ok) {
+    std::snprintf(text, sizeof text, "%sallocations %.1f, goal at most %.0f: %s", line.empty() ? "" : "; ",
+                  ours.allocations, row.maxAllocations, ours.allocations <= row.maxAllocations ? "met" : "NOT met");
+    line += text;
+  }
+  return line.empty() ? line : row.group + " " + row.name + ": " + line;
+}
+
 // What doubling the certificates from the second-largest count to the largest costs our encoder, per CRL count.
 void printDoubling(const std::map<std::string, double>& encodeNs) {
   constexpr size_t kCounts = sizeof kCertificateCounts / sizeof kCertificateCounts[0];
@@ -1007,6 +1037,8 @@ int main(int argc, char** argv) {
                 formatAllocations(m[1]).c_str());
     std::fflush(stdout);
     if (!row.note.empty()) notes.push_back(row.note);
+    const std::string goal = goalLine(row, m);
+    if (!goal.empty()) notes.push_back(goal);
   }
   std::printf("\n");
   for (const std::string& note : notes) std::printf("%s\n", note.c_str());
