@@ -115,7 +115,8 @@ class CvelManagedArray {
 };
 
 // One allocation that several block arrays of one owner take their blocks from, in turn (the names and the
-// extensions of a certificate): the owner sizes it for all of them, then lets them fill. The lists must have
+// extensions of a certificate): the owner sizes it for all of them, then hands it to their makeElements. The
+// lists must have
 // given their blocks back (CvelBlockArray::release, or their end) before the store is emptied, sized again or
 // destroyed.
 class CvelBlockStore {
@@ -133,8 +134,8 @@ class CvelBlockStore {
     used_ = 0;
     if (bytes <= capacity_) return true;
     ::operator delete(storage_);
-    storage_ = ::operator new(bytes, std::nothrow);
-    capacity_ = storage_ == nullptr ? 0 : bytes;
+    storage_ = bytes > kMaxCapacity ? nullptr : ::operator new(bytes, std::nothrow);
+    capacity_ = storage_ == nullptr ? 0 : static_cast<uint32_t>(bytes);
     return storage_ != nullptr;
   }
   // The next `bytes` of the store, aligned for any element; null when they do not fit.
@@ -142,7 +143,7 @@ class CvelBlockStore {
     const size_t piece = pieceBytes(bytes);
     if (piece > capacity_ - used_) return nullptr;
     void* at = static_cast<unsigned char*>(storage_) + used_;
-    used_ += piece;
+    used_ += static_cast<uint32_t>(piece);
     return at;
   }
   // Nothing taken any more; the storage stays for the next fill.
@@ -150,10 +151,12 @@ class CvelBlockStore {
 
  private:
   static constexpr size_t kAlign = alignof(std::max_align_t);
+  // Offsets are 32-bit, so that the store adds little to its owner's size.
+  static constexpr size_t kMaxCapacity = 0xFFFFFFF0u;
 
   void* storage_ = nullptr;
-  size_t capacity_ = 0;
-  size_t used_ = 0;
+  uint32_t capacity_ = 0;
+  uint32_t used_ = 0;
 };
 
 template <typename T>
@@ -170,12 +173,12 @@ class CvelBlockArray : public CvelManagedArray<T> {
   // certificate) then costs one allocation instead of one per element and one for the slots. The list owns
   // the elements, whether or not they are handed to add(), until its next block or its end. Null when n is
   // 0, the list is not empty or memory is short: the caller then makes its elements one by one.
-  // The block is taken from the store given to takeBlocksFrom when it has room, else allocated.
-  T* makeElements(uint32_t n) {
+  // The block is taken from store when one is given and has room, else allocated; store must outlive it.
+  T* makeElements(uint32_t n, CvelBlockStore* store = nullptr) {
     if (n == 0 || this->size() != 0 || n > kMaxBlock) return nullptr;
     releaseBlock();
     const size_t bytes = blockBytes(n);
-    void* storage = store_ != nullptr ? store_->take(bytes) : nullptr;
+    void* storage = store != nullptr ? store->take(bytes) : nullptr;
     blockOwned_ = storage == nullptr;
     // C++ storage, not malloc's: elements outside the block are released with delete in the same functions,
     // and an optimiser that follows a block element into them must see one family of allocation functions.
@@ -192,8 +195,6 @@ class CvelBlockArray : public CvelManagedArray<T> {
 
   // The bytes a block of n elements and their slots takes, for an owner that sizes a CvelBlockStore.
   static size_t blockBytes(uint32_t n) { return slotsAt(n) + sizeof(T*) * static_cast<size_t>(n); }
-  // Blocks come from store (null: each block is allocated), which must outlive every block taken from it.
-  void takeBlocksFrom(CvelBlockStore* store) { store_ = store; }
   // Empties the list and gives its block back.
   void release() {
     this->clear();
@@ -228,7 +229,6 @@ class CvelBlockArray : public CvelManagedArray<T> {
   }
 
   T* block_ = nullptr;
-  CvelBlockStore* store_ = nullptr;
   uint32_t blockCount_ = 0;
   bool slotsInBlock_ = false;
   bool blockOwned_ = false;

@@ -42,13 +42,7 @@ uint8_t kindOfWrapper(const CvelString& oid) {
 
 }  // namespace
 
-CvelCertificate::CvelCertificate() {
-  issuerName_.takeBlocksFrom(&blocks_);
-  subjectName_.takeBlocksFrom(&blocks_);
-  extensions_.takeBlocksFrom(&blocks_);
-}
-
-CvelCertificate::CvelCertificate(const CvelCertificate& other) : CvelCertificate() { copyFrom(other); }
+CvelCertificate::CvelCertificate(const CvelCertificate& other) : CvelNonCopyObject() { copyFrom(other); }
 
 CvelCertificate& CvelCertificate::operator=(const CvelCertificate& other) {
   copyFrom(other);
@@ -258,13 +252,13 @@ void CvelCertificate::decodeNamesAndExtensions() {
   // Names and extensions view the certificate's own DER, which parse() keeps until it forgets them. Their
   // results are not the certificate's: what does not decode stays empty.
   if (issuer.startsWithSet) {
-    static_cast<void>(issuerName_.parseName(issuer_, issuer, CvelKeep::kView));
+    static_cast<void>(issuerName_.parseName(issuer_, issuer, CvelKeep::kView, &blocks_));
   } else {
     static_cast<void>(issuerName_.parse(issuer_, nullptr, CvelKeep::kView));
   }
-  static_cast<void>(subjectName_.parseName(subject_, subject, CvelKeep::kView));
+  static_cast<void>(subjectName_.parseName(subject_, subject, CvelKeep::kView, &blocks_));
   if (extensionsElement_.isEmpty()) return;
-  static_cast<void>(extensions_.decode(extensionsElement_, nullptr, CvelKeep::kView));
+  static_cast<void>(extensions_.decode(extensionsElement_, nullptr, CvelKeep::kView, &blocks_));
 }
 
 bool CvelCertificate::parseAttributeCertificate(const CvelA1Context& tbsElement) {

@@ -52,7 +52,7 @@ class CvelCertificate : public CvelNonCopyObject {
   // What parse() returns when the input is not a certificate: 0, not an error code.
   static constexpr CvelResult kNotParsed = 0;
 
-  CvelCertificate();
+  CvelCertificate() = default;
   // Copies keep no slices of the source: they copy its DER and parse it again.
   CvelCertificate(const CvelCertificate& other);
   CvelCertificate& operator=(const CvelCertificate& other);

@@ -26,23 +26,24 @@ void readRecord(const CvelString& der, const CvelA1Context& record, CvelKeep kee
 
 }  // namespace
 
-CvelResult CvelCertificateExtensions::decode(const CvelString& der, CvelA1Context* reader, CvelKeep keep) {
+CvelResult CvelCertificateExtensions::decode(const CvelString& der, CvelA1Context* reader, CvelKeep keep,
+                                             CvelBlockStore* store) {
   clear();
   CvelA1CursorOrFresh reading(reader);
   CvelA1Context& cursor = reading.get();
   if (cursor.next(der) != kTagSequence) return 0;
-  return decodeRecords(der, cursor, keep);
+  return decodeRecords(der, cursor, keep, store);
 }
 
 CvelResult CvelCertificateExtensions::decodeRecords(const CvelString& der, const CvelA1Context& element,
-                                                    CvelKeep keep) {
+                                                    CvelKeep keep, CvelBlockStore* store) {
   clear();
   CvelA1Context child;
   child.enterElementOf(element);
   if (child.next(der) != kTagSequence) return kCvelOk;
   // The records are counted first and made in one block.
   uint32_t left = countRecords(der, element);
-  CvelCertificateExtension* block = makeElements(left);
+  CvelCertificateExtension* block = makeElements(left, store);
   if (block == nullptr) left = 0;
   do {
     CvelCertificateExtension* record = left > 0 ? block++ : new (std::nothrow) CvelCertificateExtension();

@@ -57,10 +57,11 @@ CvelResult CvelCertificateIssuer::parse(const CvelString& der, CvelA1Context* re
   return r;
 }
 
-CvelResult CvelCertificateIssuer::parseName(const CvelString& der, const CvelNameScan& scan, CvelKeep keep) {
+CvelResult CvelCertificateIssuer::parseName(const CvelString& der, const CvelNameScan& scan, CvelKeep keep,
+                                            CvelBlockStore* store) {
   form_ = kInvalid;
   generalNames_.clear();
-  const CvelResult r = dname_.parseScanned(der, scan, keep);
+  const CvelResult r = dname_.parseScanned(der, scan, keep, store);
   if (r == kCvelOk) form_ = kName;
   return r;
 }
@@ -113,10 +114,11 @@ CvelResult CvelCertificateSubject::parse(const CvelString& der, CvelA1Context* r
   return r;
 }
 
-CvelResult CvelCertificateSubject::parseName(const CvelString& der, const CvelNameScan& scan, CvelKeep keep) {
+CvelResult CvelCertificateSubject::parseName(const CvelString& der, const CvelNameScan& scan, CvelKeep keep,
+                                             CvelBlockStore* store) {
   form_ = kInvalid;
   generalNames_.clear();
-  const CvelResult r = dname_.parseScanned(der, scan, keep);
+  const CvelResult r = dname_.parseScanned(der, scan, keep, store);
   if (r == kCvelOk) form_ = kName;
   return r;
 }

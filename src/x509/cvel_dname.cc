@@ -115,14 +115,15 @@ CvelResult CvelDName::parse(const CvelString& der, CvelA1Context* reader, CvelKe
   return parseScanned(der, found, keep);
 }
 
-CvelResult CvelDName::parseScanned(const CvelString& der, const CvelNameScan& scan, CvelKeep keep) {
+CvelResult CvelDName::parseScanned(const CvelString& der, const CvelNameScan& scan, CvelKeep keep,
+                                   CvelBlockStore* store) {
   clear();
   encoded_.release();
   // An empty Name (no RDN at all) is not a name.
   if (!scan.startsWithSet) return 0;
   uint32_t added = 0;
   uint32_t left = scan.count;
-  CvelRDName* block = makeElements(left);
+  CvelRDName* block = makeElements(left, store);
   if (block == nullptr) left = 0;
   if (scan.complete()) {
     // The same attributes in the same order as the walk below would meet them.

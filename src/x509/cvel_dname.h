@@ -59,8 +59,9 @@ class CvelDName : public CvelBlockArray<CvelRDName>, public CvelNonCopyObject {
   void reset();
   // Finds the attributes of the SEQUENCE `nameElement` has just read.
   static void scan(const CvelString& der, const CvelA1Context& nameElement, CvelNameScan& out);
-  // parse() of a Name already scanned: the same results.
-  CvelResult parseScanned(const CvelString& der, const CvelNameScan& scan, CvelKeep keep);
+  // parse() of a Name already scanned: the same results, the attributes made in store when it has room.
+  CvelResult parseScanned(const CvelString& der, const CvelNameScan& scan, CvelKeep keep,
+                          CvelBlockStore* store = nullptr);
   // 1 when both hold the same number of attributes and each pair is equal.
   int equals(const CvelDName& other) const;
   // Produces no bytes: out is cleared and the result is 0. The DER of a parsed name is encoded().

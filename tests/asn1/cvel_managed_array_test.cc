@@ -86,12 +86,10 @@ TEST(CvelBlockArray, ListsShareOneStoreAndAllocateWhatDoesNotFit) {
   {
     CountedList first;
     CountedList second;
-    first.takeBlocksFrom(&store);
-    second.takeBlocksFrom(&store);
     ASSERT_TRUE(store.reserve(CvelBlockStore::pieceBytes(CountedList::blockBytes(2)) +
                               CvelBlockStore::pieceBytes(CountedList::blockBytes(3))));
-    Counted* a = first.makeElements(2);
-    Counted* b = second.makeElements(3);
+    Counted* a = first.makeElements(2, &store);
+    Counted* b = second.makeElements(3, &store);
     ASSERT_NE(a, nullptr);
     ASSERT_NE(b, nullptr);
     // The second block lies in the store right behind the first.
@@ -103,7 +101,7 @@ TEST(CvelBlockArray, ListsShareOneStoreAndAllocateWhatDoesNotFit) {
     EXPECT_EQ(Counted::alive, 3);
     // A store without room leaves the list to allocate its block, which it frees itself (ASan sees a wrong
     // free of either kind).
-    ASSERT_NE(first.makeElements(4), nullptr);
+    ASSERT_NE(first.makeElements(4, &store), nullptr);
     EXPECT_EQ(Counted::alive, 7);
   }
   EXPECT_EQ(Counted::alive, 0);
