@@ -111,7 +111,7 @@ uint64_t walkContext(const CvelString& s, CvelA1Context& cursor, int depth) {
     const unsigned char first = s.data()[cursor.elementOffset()];
     if ((first & 0x20) != 0 && cursor.contentLength() != 0 && depth < 64) {
       CvelA1Context child;
-      child = cursor;
+      child.enterElementOf(cursor);
       elements += walkContext(s, child, depth + 1);
     }
   }

@@ -30,7 +30,7 @@ static void walkRange(const CvelString& s, CvelA1Context& cursor, bool descend, 
     CvelTime().decode(s, &cursor);
     if ((s.data()[cursor.elementOffset()] & 0x20) != 0 && cursor.contentLength() != 0 && depth < kMaxDepth) {
       CvelA1Context child;
-      child = cursor;
+      child.enterElementOf(cursor);
       walkRange(s, child, true, depth + 1, steps);
     }
   }

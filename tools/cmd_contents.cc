@@ -63,7 +63,7 @@ V oidValue(const CvelString& der) {
 std::vector<CvelString> children(const CvelString& s, const CvelA1Context& parent) {
   std::vector<CvelString> out;
   CvelA1Context c;
-  c = parent;
+  c.enterElementOf(parent);
   while (c.next(s) >= 0) {
     out.emplace_back();
     if (c.getElement(s, out.back()) != kCvelOk) out.pop_back();
@@ -86,7 +86,7 @@ V algorithmValue(const CvelString& der) {
   CvelA1Context outer;
   if (outer.next(der) != kTagSequence) return V();
   CvelA1Context c;
-  c = outer;
+  c.enterElementOf(outer);
   CvelString oid;
   if (c.next(der) != kTagOid || c.getElement(der, oid) != kCvelOk) return V();
   return oidValue(oid);
@@ -448,7 +448,7 @@ bool memoryValue(const CvelString& der, V& out, CvelCertificate& certificate, bo
   CvelA1Context outer;
   if (outer.next(der) != kTagSequence) return false;
   CvelA1Context c;
-  c = outer;
+  c.enterElementOf(outer);
   const int32_t first = c.next(der);
   if (first == kTagOid) {
     CvelString oid;

@@ -72,3 +72,15 @@ CvelResult CvelA1Context::getContent(const CvelString& s, CvelString& out) const
   if (contentLength_ == 0) return out.assign(nullptr, 0);
   return out.assign(s.data() + contentOffset_, contentLength_);
 }
+
+bool CvelA1Context::elementView(const CvelString& s, CvelString& out) const {
+  if (!elementInside(s)) {
+    out.release();
+    return false;
+  }
+  return out.setView(s, elementOffset(), elementLength()) == kCvelOk;
+}
+
+bool CvelA1Context::contentView(const CvelString& s, CvelString& out) const {
+  return out.setView(s, this) == kCvelOk;
+}

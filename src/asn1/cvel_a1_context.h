@@ -1,6 +1,6 @@
 // CvelA1Context: the cursor with which every decoder walks the elements of a DER image held in a CvelString.
 // It never holds the string; every operation is given it. A child cursor over the element last read is made
-// with operator= on a fresh cursor.
+// with enterElementOf on a fresh cursor; CvelA1CursorOrFresh picks between a caller's cursor and a fresh one.
 #ifndef KOLVARI_ASN1_CVEL_A1_CONTEXT_H
 #define KOLVARI_ASN1_CVEL_A1_CONTEXT_H
 
@@ -24,21 +24,28 @@ class CvelA1Context {
 
   CvelA1Context() = default;
   CvelA1Context(const CvelA1Context&) = delete;
-  // Becomes a cursor over the parent's current element. The destination's previous header length is
-  // subtracted from the start it computes, so the destination should be fresh.
-  CvelA1Context& operator=(const CvelA1Context& parent) {
-    // Read before anything is written, so that assigning a cursor to itself follows the same rule: it then
-    // covers its own current element, header included, and reads that element again.
+  // A child is made with enterElementOf, an exact copy with copyState: plain assignment would hide which.
+  CvelA1Context& operator=(const CvelA1Context&) = delete;
+
+  // Becomes a cursor over the content of the parent's current element. The cursor's previous header length
+  // is subtracted from the start it computes, so the cursor should be fresh.
+  void enterElementOf(const CvelA1Context& parent) {
+    // Read before anything is written, so that a cursor entering its own element follows the same rule: it
+    // then covers its own current element, header included, and reads that element again.
     const uint32_t staleHeader = headerLength_;
     limit_ = parent.position_;
     tag_ = parent.tag_;
     headerLength_ = parent.headerLength_;
     contentOffset_ = parent.contentOffset_;
     contentLength_ = parent.contentLength_;
-    // Subtracting the destination's old header length is the cursor's established behaviour.
     start_ = parent.contentOffset_ - staleHeader;
     position_ = start_;
-    return *this;
+  }
+  // Makes `child` (a fresh cursor) a cursor over the element last read and reads its first child: the
+  // child's tag, kEnd or kOverrun.
+  int32_t firstChild(const CvelString& s, CvelA1Context& child) const {
+    child.enterElementOf(*this);
+    return child.next(s);
   }
 
   // An exact copy of another cursor, position and element included (operator= makes a child instead).
@@ -84,6 +91,10 @@ class CvelA1Context {
     if (!elementInside(s)) return kCvelErrMalformed;
     return out.setView(s, contentOffset_ - headerLength_, headerLength_ + contentLength_);
   }
+  // A view into s of the whole element last read, or of its content: false, with out released, when the
+  // element does not lie wholly inside s.
+  bool elementView(const CvelString& s, CvelString& out) const;
+  bool contentView(const CvelString& s, CvelString& out) const;
   // Back to the start of the range, as if nothing had been read.
   void rewind();
 
@@ -148,6 +159,21 @@ class CvelA1Context {
   static_assert(sizeof(start_) == 4 && sizeof(position_) == 4 && sizeof(limit_) == 4 && sizeof(tag_) == 4 &&
                     sizeof(headerLength_) == 4 && sizeof(contentOffset_) == 4 && sizeof(contentLength_) == 4,
                 "cursor fields are 32-bit");
+};
+
+// The cursor a decoder reads with: the caller's, which then moves past what the decoder reads, or, when the
+// caller gives none, one of its own at the start of the string.
+class CvelA1CursorOrFresh {
+ public:
+  explicit CvelA1CursorOrFresh(CvelA1Context* caller) : cursor_(caller != nullptr ? *caller : own_) {}
+  CvelA1CursorOrFresh(const CvelA1CursorOrFresh&) = delete;
+  CvelA1CursorOrFresh& operator=(const CvelA1CursorOrFresh&) = delete;
+
+  CvelA1Context& get() { return cursor_; }
+
+ private:
+  CvelA1Context own_;
+  CvelA1Context& cursor_;
 };
 
 #endif  // KOLVARI_ASN1_CVEL_A1_CONTEXT_H

@@ -101,14 +101,14 @@ CvelResult CvelA1Integer::encodeHeld(CvelString& out) const {
 
 CvelResult CvelA1Integer::decode(const CvelString& s, const CvelA1Context* context) {
   CvelA1Context child;
-  if (context != nullptr) child = *context;
+  if (context != nullptr) child.enterElementOf(*context);
   if (child.next(s) != kTagInteger) return kCvelErrMalformed;
   return decodeContent(s, child);
 }
 
 CvelResult CvelA1Integer::decodeContent(const CvelString& s, const CvelA1Context& context) {
   CvelA1Context child;
-  child = context;
+  child.enterElementOf(context);
   const uint32_t n = child.contentLength();
   if (n >= 1 && n <= kValueOctets && child.elementInside(s)) {
     // A value that fits needs no copy of its octets: the copy would be released at once below.

@@ -61,7 +61,7 @@ CvelA1WalkResult cvelWalk(const CvelString& der, const std::function<bool(const 
     if (!visit(element)) return result;
     if (element.constructed && cursor.contentLength() != 0) {
       auto child = std::make_unique<CvelA1Context>();
-      *child = cursor;
+      child->enterElementOf(cursor);
       // An element that overran is entered only as far as its own container reaches, so that no byte is
       // walked twice however the lengths of nested elements lie.
       if (overruns) child->setLimit(cursor.limit());

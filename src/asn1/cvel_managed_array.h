@@ -3,6 +3,7 @@
 #ifndef KOLVARI_ASN1_CVEL_MANAGED_ARRAY_H
 #define KOLVARI_ASN1_CVEL_MANAGED_ARRAY_H
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <functional>
@@ -113,6 +114,51 @@ class CvelManagedArray {
   uint32_t capacity_ = 0;
 };
 
+// One allocation that several block arrays of one owner take their blocks from, in turn (the names and the
+// extensions of a certificate): the owner sizes it for all of them, then hands it to their makeElements. The
+// lists must have
+// given their blocks back (CvelBlockArray::release, or their end) before the store is emptied, sized again or
+// destroyed.
+class CvelBlockStore {
+ public:
+  CvelBlockStore() = default;
+  CvelBlockStore(const CvelBlockStore&) = delete;
+  CvelBlockStore& operator=(const CvelBlockStore&) = delete;
+  ~CvelBlockStore() { ::operator delete(storage_); }
+
+  // A piece of `bytes` rounded up as take() rounds it.
+  static size_t pieceBytes(size_t bytes) { return (bytes + kAlign - 1) / kAlign * kAlign; }
+  // Empties the store and makes room for `bytes` in all (the sum of pieceBytes of every piece to come); the
+  // storage held so far is kept when it is large enough. False when memory is short: takers then allocate.
+  bool reserve(size_t bytes) {
+    used_ = 0;
+    if (bytes <= capacity_) return true;
+    ::operator delete(storage_);
+    storage_ = bytes > kMaxCapacity ? nullptr : ::operator new(bytes, std::nothrow);
+    capacity_ = storage_ == nullptr ? 0 : static_cast<uint32_t>(bytes);
+    return storage_ != nullptr;
+  }
+  // The next `bytes` of the store, aligned for any element; null when they do not fit.
+  void* take(size_t bytes) {
+    const size_t piece = pieceBytes(bytes);
+    if (piece > capacity_ - used_) return nullptr;
+    void* at = static_cast<unsigned char*>(storage_) + used_;
+    used_ += static_cast<uint32_t>(piece);
+    return at;
+  }
+  // Nothing taken any more; the storage stays for the next fill.
+  void empty() { used_ = 0; }
+
+ private:
+  static constexpr size_t kAlign = alignof(std::max_align_t);
+  // Offsets are 32-bit, so that the store adds little to its owner's size.
+  static constexpr size_t kMaxCapacity = 0xFFFFFFF0u;
+
+  void* storage_ = nullptr;
+  uint32_t capacity_ = 0;
+  uint32_t used_ = 0;
+};
+
 template <typename T>
 class CvelBlockArray : public CvelManagedArray<T> {
  public:
@@ -127,22 +173,32 @@ class CvelBlockArray : public CvelManagedArray<T> {
   // certificate) then costs one allocation instead of one per element and one for the slots. The list owns
   // the elements, whether or not they are handed to add(), until its next block or its end. Null when n is
   // 0, the list is not empty or memory is short: the caller then makes its elements one by one.
-  T* makeElements(uint32_t n) {
+  // The block is taken from store when one is given and has room, else allocated; store must outlive it.
+  T* makeElements(uint32_t n, CvelBlockStore* store = nullptr) {
     if (n == 0 || this->size() != 0 || n > kMaxBlock) return nullptr;
     releaseBlock();
-    // The slots start at the first pointer-aligned offset behind the elements.
-    const size_t slotsAt = (sizeof(T) * static_cast<size_t>(n) + alignof(T*) - 1) / alignof(T*) * alignof(T*);
+    const size_t bytes = blockBytes(n);
+    void* storage = store != nullptr ? store->take(bytes) : nullptr;
+    blockOwned_ = storage == nullptr;
     // C++ storage, not malloc's: elements outside the block are released with delete in the same functions,
     // and an optimiser that follows a block element into them must see one family of allocation functions.
-    void* storage = ::operator new(slotsAt + sizeof(T*) * static_cast<size_t>(n), std::nothrow);
+    if (blockOwned_) storage = ::operator new(bytes, std::nothrow);
     if (storage == nullptr) return nullptr;
     T* block = static_cast<T*>(storage);
     for (uint32_t i = 0; i < n; ++i) new (block + i) T();
     block_ = block;
     blockCount_ = n;
-    this->lendSlots(reinterpret_cast<T**>(static_cast<unsigned char*>(storage) + slotsAt), n);
+    this->lendSlots(reinterpret_cast<T**>(static_cast<unsigned char*>(storage) + slotsAt(n)), n);
     slotsInBlock_ = true;
     return block;
+  }
+
+  // The bytes a block of n elements and their slots takes, for an owner that sizes a CvelBlockStore.
+  static size_t blockBytes(uint32_t n) { return slotsAt(n) + sizeof(T*) * static_cast<size_t>(n); }
+  // Empties the list and gives its block back.
+  void release() {
+    this->clear();
+    releaseBlock();
   }
 
  protected:
@@ -156,19 +212,26 @@ class CvelBlockArray : public CvelManagedArray<T> {
  private:
   static constexpr uint32_t kMaxBlock = 0x10000000u / (sizeof(T) + 2 * sizeof(T*));
 
+  // The slots start at the first pointer-aligned offset behind the elements.
+  static size_t slotsAt(uint32_t n) {
+    return (sizeof(T) * static_cast<size_t>(n) + alignof(T*) - 1) / alignof(T*) * alignof(T*);
+  }
+
   // Only for an empty list: the slots may lie in the block.
   void releaseBlock() {
     if (slotsInBlock_) this->forgetSlots();
     slotsInBlock_ = false;
     for (uint32_t i = 0; i < blockCount_; ++i) block_[i].~T();
-    ::operator delete(block_);
+    if (blockOwned_) ::operator delete(block_);
     block_ = nullptr;
     blockCount_ = 0;
+    blockOwned_ = false;
   }
 
   T* block_ = nullptr;
   uint32_t blockCount_ = 0;
   bool slotsInBlock_ = false;
+  bool blockOwned_ = false;
 };
 
 #endif  // KOLVARI_ASN1_CVEL_MANAGED_ARRAY_H

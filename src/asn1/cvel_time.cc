@@ -109,12 +109,12 @@ CvelResult CvelTime::parse(const void* text, uint32_t n) {
 
 CvelResult CvelTime::decode(const CvelString& s, const CvelA1Context* context) {
   CvelA1Context cursor;
-  if (context != nullptr) cursor = *context;
+  if (context != nullptr) cursor.enterElementOf(*context);
   int32_t tag = cursor.next(s);
   CvelString content;
   if (tag == kTagSequence) {
     CvelA1Context inner;
-    inner = cursor;
+    inner.enterElementOf(cursor);
     int32_t innerTag = inner.next(s);
     if (innerTag != kTagUtcTime && innerTag != kTagGeneralizedTime) return kCvelErrIncomplete;
     if (content.setView(s, &inner) != kCvelOk) return kCvelErrMalformed;

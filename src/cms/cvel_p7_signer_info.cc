@@ -24,7 +24,7 @@ void forEachAttribute(const CvelString& attributes,
   CvelA1Context attribute;
   while (attribute.next(attributes) == kTagSequence) {
     CvelA1Context member;
-    member = attribute;
+    member.enterElementOf(attribute);
     if (member.next(attributes) != kTagOid) return;
     CvelString type;
     if (type.setView(attributes, member.elementOffset(), member.elementLength()) != kCvelOk) return;
@@ -161,7 +161,7 @@ void CvelP7SignerInfo::collect(const CvelString& attributes, bool signedAttribut
   forEachAttribute(attributes, [&](int32_t kind, const CvelA1Context& set) {
     if (kind != kOidSignatureTimeStampToken) return;
     CvelA1Context value;
-    value = set;
+    value.enterElementOf(set);
     while (value.next(attributes) >= 0) {
       CvelTSPResponse* response = new (std::nothrow) CvelTSPResponse(signedAttributes);
       if (response == nullptr) return;

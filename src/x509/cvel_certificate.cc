@@ -40,22 +40,6 @@ uint8_t kindOfWrapper(const CvelString& oid) {
   return CvelCertificate::kUnknown;
 }
 
-// A view of the whole element the cursor has just read.
-bool sliceElement(CvelString& slice, const CvelString& source, const CvelA1Context& c) {
-  return c.elementInside(source) && slice.setView(source, c.elementOffset(), c.elementLength()) == kCvelOk;
-}
-
-// A view of its content only.
-bool sliceContent(CvelString& slice, const CvelString& source, const CvelA1Context& c) {
-  return slice.setView(source, &c) == kCvelOk;
-}
-
-// The first child of the element `parent` has just read, through a child cursor.
-int32_t firstChild(const CvelString& s, const CvelA1Context& parent, CvelA1Context& child) {
-  child = parent;
-  return child.next(s);
-}
-
 }  // namespace
 
 CvelCertificate::CvelCertificate(const CvelCertificate& other) : CvelNonCopyObject() { copyFrom(other); }
@@ -73,7 +57,8 @@ void CvelCertificate::copyFrom(const CvelCertificate& other) {
   if (encoded_.assign(other.encoded_) != kCvelOk) return;
   if (parse() != kCvelOk) return;
   kind_ = other.kind_;
-  wrapperType_.assign(other.wrapperType_);
+  // A wrapper type that cannot be copied ends the copy here, like an identifier below.
+  if (wrapperType_.assign(other.wrapperType_) != kCvelOk) return;
   // The source's identifiers are appended last first, to whatever this certificate already holds; the
   // first one that cannot be added (one already present, among others) ends the copy.
   for (uint32_t i = other.oids_.size(); i > 0; --i) {
@@ -124,7 +109,7 @@ bool CvelCertificate::takeBareBase64() {
 // A wrapper SEQUENCE { type OID, certificate }: keep the OID and its kind, and the certificate alone.
 bool CvelCertificate::unwrap(CvelA1Context& outer) {
   CvelA1Context inner;
-  inner = outer;
+  inner.enterElementOf(outer);
   if (inner.next(encoded_) != kTagOid) return false;
   CvelString oid;
   if (inner.getElement(encoded_, oid) != kCvelOk) return false;
@@ -146,7 +131,7 @@ bool CvelCertificate::readOuter(CvelA1Context& tbsElement) {
   CvelA1Context outer;
   if (outer.next(encoded_) != kTagSequence) return false;
   CvelA1Context probe;
-  int32_t first = firstChild(encoded_, outer, probe);
+  int32_t first = outer.firstChild(encoded_, probe);
   const CvelA1Context* body = &outer;  // has just read the element holding TBS, algorithm and signature
   CvelA1Context again;
   if (first == kTagOid) {
@@ -159,10 +144,10 @@ bool CvelCertificate::readOuter(CvelA1Context& tbsElement) {
   }
 
   CvelA1Context parts;
-  parts = *body;
-  if (parts.next(encoded_) != kTagSequence || !sliceElement(tbs_, encoded_, parts)) return false;
+  parts.enterElementOf(*body);
+  if (parts.next(encoded_) != kTagSequence || !parts.elementView(encoded_, tbs_)) return false;
   tbsElement.copyState(parts);
-  if (parts.next(encoded_) != kTagSequence || !sliceElement(signatureAlgorithm_, encoded_, parts)) return false;
+  if (parts.next(encoded_) != kTagSequence || !parts.elementView(encoded_, signatureAlgorithm_)) return false;
   if (parts.next(encoded_) != kTagBitString || !parts.elementInside(encoded_)) return false;
   // The signature bits without the unused-bits octet.
   uint32_t bits = parts.contentLength() == 0 ? 0 : parts.contentLength() - 1;
@@ -172,101 +157,137 @@ bool CvelCertificate::readOuter(CvelA1Context& tbsElement) {
 
 bool CvelCertificate::isAttributeCertificate(const CvelA1Context& tbsElement) const {
   CvelA1Context c;
-  int32_t first = firstChild(encoded_, tbsElement, c);
+  int32_t first = tbsElement.firstChild(encoded_, c);
   if (first == kTagContext0) {
     CvelA1Context inside;
-    return firstChild(encoded_, c, inside) == kTagSequence;
+    return c.firstChild(encoded_, inside) == kTagSequence;
   }
   if (first == kTagContext1 || first == kTagContext2) return true;
   if (first == kTagInteger) {
     // A version-1 public-key certificate: serial, then the signature AlgorithmIdentifier starting with an OID.
     if (c.next(encoded_) != kTagSequence) return true;
     CvelA1Context algorithm;
-    return firstChild(encoded_, c, algorithm) != kTagOid;
+    return c.firstChild(encoded_, algorithm) != kTagOid;
   }
   return false;
 }
 
 bool CvelCertificate::readValidity(const CvelA1Context& validityElement) {
-  if (!sliceElement(validity_, encoded_, validityElement)) return false;
+  if (!validityElement.elementView(encoded_, validity_)) return false;
   // Each child is handed to the time decoder as an image of its own, whatever its tag. A time that does not
   // decode leaves the field as it is; it does not fail the certificate.
   CvelA1Context times;
-  times = validityElement;
+  times.enterElementOf(validityElement);
   for (CvelTime* field : {&notBefore_, &notAfter_}) {
     if (times.next(encoded_) < 0) break;
     CvelString element;
-    if (!sliceElement(element, encoded_, times)) break;
+    if (!times.elementView(encoded_, element)) break;
     field->decode(element, nullptr);
   }
   return true;
 }
 
 bool CvelCertificate::parsePublicKeyCertificate(const CvelA1Context& tbsElement) {
+  const bool complete = slicePublicKeyCertificate(tbsElement);
+  // Also after a walk that failed: the names and extensions it reached are decoded all the same.
+  decodeNamesAndExtensions();
+  return complete;
+}
+
+bool CvelCertificate::slicePublicKeyCertificate(const CvelA1Context& tbsElement) {
   CvelA1Context c;
-  int32_t tag = firstChild(encoded_, tbsElement, c);
+  int32_t tag = tbsElement.firstChild(encoded_, c);
   if (tag == kTagContext0) {
-    if (!sliceElement(versionElement_, encoded_, c)) return false;
+    if (!c.elementView(encoded_, versionElement_)) return false;
     CvelA1Integer number;
     if (number.decode(encoded_, &c) != kCvelOk) return false;
     version_ = static_cast<int32_t>(number.value() + 1);
     tag = c.next(encoded_);
   }
-  if (tag != kTagInteger || !sliceElement(serialNumber_, encoded_, c)) return false;
-  if (c.next(encoded_) != kTagSequence || !sliceElement(tbsSignatureAlgorithm_, encoded_, c)) return false;
-  if (c.next(encoded_) != kTagSequence || !sliceElement(issuer_, encoded_, c)) return false;
-  // Names and extensions view the certificate's own DER, which parse() keeps until it forgets them.
-  issuerName_.parse(issuer_, nullptr, CvelKeep::kView);
+  if (tag != kTagInteger || !c.elementView(encoded_, serialNumber_)) return false;
+  if (c.next(encoded_) != kTagSequence || !c.elementView(encoded_, tbsSignatureAlgorithm_)) return false;
+  if (c.next(encoded_) != kTagSequence || !c.elementView(encoded_, issuer_)) return false;
   if (c.next(encoded_) != kTagSequence || !readValidity(c)) return false;
-  if (c.next(encoded_) != kTagSequence || !sliceElement(subject_, encoded_, c)) return false;
-  subjectName_.parse(subject_, nullptr, CvelKeep::kView);
-  if (c.next(encoded_) != kTagSequence || !sliceElement(subjectPublicKeyInfo_, encoded_, c)) return false;
+  if (c.next(encoded_) != kTagSequence || !c.elementView(encoded_, subject_)) return false;
+  if (c.next(encoded_) != kTagSequence || !c.elementView(encoded_, subjectPublicKeyInfo_)) return false;
 
   tag = c.next(encoded_);
   if (tag == kTagContext1) {
-    if (!sliceContent(issuerUniqueId_, encoded_, c)) return false;
+    if (!c.contentView(encoded_, issuerUniqueId_)) return false;
     tag = c.next(encoded_);
   }
   if (tag == kTagContext2) {
-    if (!sliceContent(subjectUniqueId_, encoded_, c)) return false;
+    if (!c.contentView(encoded_, subjectUniqueId_)) return false;
     tag = c.next(encoded_);
   }
   if (tag == kTagContext3) {
-    if (!sliceContent(extensionsElement_, encoded_, c)) return false;
-    extensions_.decode(extensionsElement_, nullptr, CvelKeep::kView);
-    decodePoliciesAndStatements();
+    if (!c.contentView(encoded_, extensionsElement_)) return false;
     tag = c.next(encoded_);
   }
   return tag == CvelA1Context::kEnd;
 }
 
+// The names and the extensions from their slices, their entries made in one block sized for all three. A
+// slice the walk did not reach is empty and decodes to nothing, as if it had not been decoded; a Name or an
+// extension list that does not decode leaves the certificate parsed.
+void CvelCertificate::decodeNamesAndExtensions() {
+  // Each slice is a SEQUENCE or empty. The issuer is a Name when its first child is a SET (GeneralNames
+  // otherwise); the subject always.
+  CvelNameScan issuer;
+  CvelNameScan subject;
+  CvelA1Context element;
+  if (element.next(issuer_) == kTagSequence) CvelDName::scan(issuer_, element, issuer);
+  CvelA1Context other;
+  if (other.next(subject_) == kTagSequence) CvelDName::scan(subject_, other, subject);
+  CvelA1Context records;
+  const bool haveRecords = records.next(extensionsElement_) == kTagSequence;
+  const uint32_t recordCount = haveRecords ? CvelCertificateExtensions::countRecords(extensionsElement_, records) : 0;
+
+  size_t bytes = CvelBlockStore::pieceBytes(CvelCertificateExtensions::blockBytes(recordCount));
+  if (issuer.startsWithSet) bytes += CvelBlockStore::pieceBytes(CvelDName::blockBytes(issuer.count));
+  bytes += CvelBlockStore::pieceBytes(CvelDName::blockBytes(subject.count));
+  // When memory is short the lists make their entries on their own.
+  static_cast<void>(blocks_.reserve(bytes));
+
+  // Names and extensions view the certificate's own DER, which parse() keeps until it forgets them. Their
+  // results are not the certificate's: what does not decode stays empty.
+  if (issuer.startsWithSet) {
+    static_cast<void>(issuerName_.parseName(issuer_, issuer, CvelKeep::kView, &blocks_));
+  } else {
+    static_cast<void>(issuerName_.parse(issuer_, nullptr, CvelKeep::kView));
+  }
+  static_cast<void>(subjectName_.parseName(subject_, subject, CvelKeep::kView, &blocks_));
+  if (extensionsElement_.isEmpty()) return;
+  static_cast<void>(extensions_.decode(extensionsElement_, nullptr, CvelKeep::kView, &blocks_));
+}
+
 bool CvelCertificate::parseAttributeCertificate(const CvelA1Context& tbsElement) {
   CvelA1Context c;
-  int32_t tag = firstChild(encoded_, tbsElement, c);
+  int32_t tag = tbsElement.firstChild(encoded_, c);
   version_ = 1;
   if (tag == kTagInteger) {
-    if (!sliceElement(versionElement_, encoded_, c)) return false;
+    if (!c.elementView(encoded_, versionElement_)) return false;
     CvelA1Integer number;
     if (cvelSucceeded(number.decodeContent(encoded_, c))) version_ = static_cast<int32_t>(number.value() + 1);
     tag = c.next(encoded_);
   }
-  if ((tag != kTagContext0 && tag != kTagContext1) || !sliceElement(subject_, encoded_, c)) return false;
-  subjectName_.parse(subject_);
-  if (c.next(encoded_) != kTagSequence || !sliceElement(issuer_, encoded_, c)) return false;
-  issuerName_.parse(issuer_);
-  if (c.next(encoded_) != kTagSequence || !sliceElement(tbsSignatureAlgorithm_, encoded_, c)) return false;
-  if (c.next(encoded_) != kTagInteger || !sliceElement(serialNumber_, encoded_, c)) return false;
+  if ((tag != kTagContext0 && tag != kTagContext1) || !c.elementView(encoded_, subject_)) return false;
+  static_cast<void>(subjectName_.parse(subject_));
+  if (c.next(encoded_) != kTagSequence || !c.elementView(encoded_, issuer_)) return false;
+  static_cast<void>(issuerName_.parse(issuer_));
+  if (c.next(encoded_) != kTagSequence || !c.elementView(encoded_, tbsSignatureAlgorithm_)) return false;
+  if (c.next(encoded_) != kTagInteger || !c.elementView(encoded_, serialNumber_)) return false;
   if (c.next(encoded_) != kTagSequence || !readValidity(c)) return false;
 
   // Attributes are held as extension records: OID, not critical, the SET as value.
   if (c.next(encoded_) != kTagSequence) return false;
   if (extensionsElement_.assign(encoded_, &c) != kCvelOk) return false;
   CvelA1Context run;
-  extensions_.decodeRecords(extensionsElement_, run);
+  static_cast<void>(extensions_.decodeRecords(extensionsElement_, run));
 
   tag = c.next(encoded_);
   if (tag == kTagContext1) {
-    if (!sliceContent(issuerUniqueId_, encoded_, c)) return false;
+    if (!c.contentView(encoded_, issuerUniqueId_)) return false;
     tag = c.next(encoded_);
   }
   if (tag == kTagSequence) {
@@ -275,35 +296,21 @@ bool CvelCertificate::parseAttributeCertificate(const CvelA1Context& tbsElement)
     if (appended != kCvelOk && appended != kCvelAppendedInPlace) return false;
     extensions_.clear();
     CvelA1Context joined;
-    extensions_.decodeRecords(extensionsElement_, joined);
-    decodePoliciesAndStatements();
+    static_cast<void>(extensions_.decodeRecords(extensionsElement_, joined));
     tag = c.next(encoded_);
   }
   return tag == CvelA1Context::kEnd;
 }
 
-void CvelCertificate::decodePoliciesAndStatements() {
-  // The lookup answers with a count, compared here with the success code as the established behaviour:
-  // policies and statements therefore stay empty after a parse.
-  CvelCertificateExtension* found = nullptr;
-  if (extensions_.countById(kOidCertificatePolicies, &found, 0) == kCvelOk && found != nullptr &&
-      !found->value().isEmpty() && found->value().data()[0] == kTagOctetString) {
-    policies_.decode(found->value());
-  }
-  found = nullptr;
-  if (extensions_.countById(kOidQcStatements, &found, 0) == kCvelOk && found != nullptr &&
-      !found->value().isEmpty() && found->value().data()[0] == kTagOctetString) {
-    qcStatements_.decode(found->value());
-  }
-}
-
 CvelResult CvelCertificate::parse() {
   kind_ = kUnknown;
   linked_.clear();
-  // The names and extensions may view the DER about to be replaced or re-read: they go with the slices.
-  extensions_.clear();
+  // The names and extensions may view the DER about to be replaced or re-read: they go with the slices,
+  // and give their entries back to the block store before it is filled again.
+  extensions_.release();
   issuerName_.reset();
   subjectName_.reset();
+  blocks_.empty();
   releaseSlices();
   if (encoded_.isEmpty()) return kNotParsed;
 
@@ -352,7 +359,7 @@ CvelResult CvelCertificate::getGenerationDate(CvelTime& out, int flag) const {
   CvelA1Context octets;
   if (octets.next(found->value()) != kTagOctetString) return kCvelErrMalformed;
   CvelString inner;
-  if (inner.setView(found->value(), &octets) != kCvelOk) return kCvelErrMalformed;
+  if (!octets.contentView(found->value(), inner)) return kCvelErrMalformed;
   CvelResult r = out.decode(inner, nullptr);
   if (r != kCvelOk && flag < 0) {
     out.copyFrom(notBefore_);

@@ -107,6 +107,7 @@ class CvelCertificate : public CvelNonCopyObject {
   const CvelCertificateIssuer& issuerName() const { return issuerName_; }
   const CvelCertificateSubject& subjectName() const { return subjectName_; }
   const CvelCertificateExtensions& extensions() const { return extensions_; }
+  // Policies and QC statements are not decoded by the parse: both stay empty.
   const CvelCertificatePolicies& policies() const { return policies_; }
   const CvelCertificateQcStatements& qcStatements() const { return qcStatements_; }
 
@@ -119,9 +120,10 @@ class CvelCertificate : public CvelNonCopyObject {
   bool readOuter(CvelA1Context& certificate);
   bool isAttributeCertificate(const CvelA1Context& tbsElement) const;
   bool parsePublicKeyCertificate(const CvelA1Context& tbsElement);
+  bool slicePublicKeyCertificate(const CvelA1Context& tbsElement);
+  void decodeNamesAndExtensions();
   bool parseAttributeCertificate(const CvelA1Context& tbsElement);
   bool readValidity(const CvelA1Context& validityElement);
-  void decodePoliciesAndStatements();
 
   uint8_t kind_ = kUnknown;
   uint8_t flag_ = 0;
@@ -145,6 +147,9 @@ class CvelCertificate : public CvelNonCopyObject {
   int32_t version_ = 1;
   CvelTime notBefore_;
   CvelTime notAfter_;
+  // The one block the entries of both names and of the extensions are made in; declared before them, so
+  // that they give their entries back before it goes.
+  CvelBlockStore blocks_;
   CvelCertificateIssuer issuerName_;
   CvelCertificateSubject subjectName_;
   CvelCertificateExtensions extensions_;

@@ -12,7 +12,7 @@ namespace {
 void readRecord(const CvelString& der, const CvelA1Context& record, CvelKeep keep, int32_t& id, CvelString& oid,
                 bool& critical, CvelString& value) {
   CvelA1Context child;
-  child = record;
+  child.enterElementOf(record);
   if (child.next(der) == kTagOid && child.takeElement(der, oid, keep) == kCvelOk) id = kindOf(oid);
   if (child.next(der) == kTagBoolean) {
     critical = child.contentLength() > 0 && der.data()[child.contentOffset()] != 0;
@@ -26,26 +26,24 @@ void readRecord(const CvelString& der, const CvelA1Context& record, CvelKeep kee
 
 }  // namespace
 
-CvelResult CvelCertificateExtensions::decode(const CvelString& der, CvelA1Context* reader, CvelKeep keep) {
+CvelResult CvelCertificateExtensions::decode(const CvelString& der, CvelA1Context* reader, CvelKeep keep,
+                                             CvelBlockStore* store) {
   clear();
-  CvelA1Context fresh;
-  CvelA1Context& cursor = reader != nullptr ? *reader : fresh;
+  CvelA1CursorOrFresh reading(reader);
+  CvelA1Context& cursor = reading.get();
   if (cursor.next(der) != kTagSequence) return 0;
-  return decodeRecords(der, cursor, keep);
+  return decodeRecords(der, cursor, keep, store);
 }
 
 CvelResult CvelCertificateExtensions::decodeRecords(const CvelString& der, const CvelA1Context& element,
-                                                    CvelKeep keep) {
+                                                    CvelKeep keep, CvelBlockStore* store) {
   clear();
   CvelA1Context child;
-  child = element;
+  child.enterElementOf(element);
   if (child.next(der) != kTagSequence) return kCvelOk;
   // The records are counted first and made in one block.
-  uint32_t left = 1;
-  CvelA1Context ahead;
-  ahead.copyState(child);
-  while (ahead.next(der) == kTagSequence) ++left;
-  CvelCertificateExtension* block = makeElements(left);
+  uint32_t left = countRecords(der, element);
+  CvelCertificateExtension* block = makeElements(left, store);
   if (block == nullptr) left = 0;
   do {
     CvelCertificateExtension* record = left > 0 ? block++ : new (std::nothrow) CvelCertificateExtension();
@@ -55,6 +53,13 @@ CvelResult CvelCertificateExtensions::decodeRecords(const CvelString& der, const
     add(record);
   } while (child.next(der) == kTagSequence);
   return kCvelOk;
+}
+
+uint32_t CvelCertificateExtensions::countRecords(const CvelString& der, const CvelA1Context& element) {
+  CvelA1Context child;
+  uint32_t count = 0;
+  for (int32_t tag = element.firstChild(der, child); tag == kTagSequence; tag = child.next(der)) ++count;
+  return count;
 }
 
 uint32_t CvelCertificateExtensions::countById(int32_t id, CvelCertificateExtension** out, uint32_t index) const {

@@ -32,10 +32,15 @@ class CvelCertificateExtensions : public CvelBlockArray<CvelCertificateExtension
   // Empties the list and decodes the Extensions SEQUENCE read as the next element of reader (the first
   // element of der when null). 0 when that element is not a SEQUENCE. With keep kView the records' OIDs and
   // values are views into der, which must then outlive the records.
-  CvelResult decode(const CvelString& der, CvelA1Context* reader = nullptr, CvelKeep keep = CvelKeep::kCopy);
+  // The records are made in store when one is given and has room.
+  CvelResult decode(const CvelString& der, CvelA1Context* reader = nullptr, CvelKeep keep = CvelKeep::kCopy,
+                    CvelBlockStore* store = nullptr);
   // Empties the list and reads one record per child SEQUENCE of the element `element` has just read; a
   // fresh cursor makes der itself the run of records. kCvelOk (also for no records).
-  CvelResult decodeRecords(const CvelString& der, const CvelA1Context& element, CvelKeep keep = CvelKeep::kCopy);
+  CvelResult decodeRecords(const CvelString& der, const CvelA1Context& element, CvelKeep keep = CvelKeep::kCopy,
+                           CvelBlockStore* store = nullptr);
+  // The records decodeRecords would read from the element `element` has just read.
+  static uint32_t countRecords(const CvelString& der, const CvelA1Context& element);
   // Number of records with this registry id; the index-th match is lent through out (set to null first;
   // may be null). kCvelErrMalformed at an empty slot. Callers get a count, not a result code.
   uint32_t countById(int32_t id, CvelCertificateExtension** out, uint32_t index) const;

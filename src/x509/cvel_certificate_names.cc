@@ -2,23 +2,6 @@
 
 #include "asn1/cvel_der.h"
 
-namespace {
-
-// The caller's reader, or a fresh cursor at the start of der. `before` keeps where it stood, so that a Name
-// or GeneralNames decoder can read the same element again from there.
-CvelA1Context& startReading(CvelA1Context* reader, CvelA1Context& fresh, CvelA1Context& before) {
-  CvelA1Context& cursor = reader != nullptr ? *reader : fresh;
-  before.copyState(cursor);
-  return cursor;
-}
-
-// A view of the content of the element `element` has just read.
-bool viewContent(const CvelString& der, const CvelA1Context& element, CvelString& out) {
-  return out.setView(der, &element) == kCvelOk;
-}
-
-}  // namespace
-
 CvelResult CvelBaseCertificateId::parse(const CvelString& der) {
   issuer_.clear();
   serial_.release();
@@ -54,13 +37,15 @@ CvelResult CvelCertificateIssuer::parse(const CvelString& der, CvelA1Context* re
   generalNames_.clear();
   if (der.isEmpty()) return 0;
 
-  CvelA1Context fresh;
+  CvelA1CursorOrFresh reading(reader);
+  CvelA1Context& cursor = reading.get();
+  // Where the cursor stood, so that the Name or GeneralNames decoder reads the same element again from there.
   CvelA1Context before;
-  CvelA1Context& cursor = startReading(reader, fresh, before);
+  before.copyState(cursor);
   if (cursor.next(der) != kTagSequence) return 0;
 
   CvelA1Context child;
-  child = cursor;
+  child.enterElementOf(cursor);
   CvelResult r = 0;
   if (child.next(der) == kTagSet) {
     r = dname_.parse(der, &before, keep);
@@ -69,6 +54,15 @@ CvelResult CvelCertificateIssuer::parse(const CvelString& der, CvelA1Context* re
     r = generalNames_.parse(der, &before);
     if (r == kCvelOk) form_ = kGeneralNames;
   }
+  return r;
+}
+
+CvelResult CvelCertificateIssuer::parseName(const CvelString& der, const CvelNameScan& scan, CvelKeep keep,
+                                            CvelBlockStore* store) {
+  form_ = kInvalid;
+  generalNames_.clear();
+  const CvelResult r = dname_.parseScanned(der, scan, keep, store);
+  if (r == kCvelOk) form_ = kName;
   return r;
 }
 
@@ -94,26 +88,37 @@ CvelResult CvelCertificateSubject::parse(const CvelString& der, CvelA1Context* r
   generalNames_.clear();
   if (der.isEmpty()) return 0;
 
-  CvelA1Context fresh;
+  CvelA1CursorOrFresh reading(reader);
+  CvelA1Context& cursor = reading.get();
+  // Where the cursor stood, so that the Name or GeneralNames decoder reads the same element again from there.
   CvelA1Context before;
-  CvelA1Context& cursor = startReading(reader, fresh, before);
+  before.copyState(cursor);
   const int32_t tag = cursor.next(der);
 
   CvelResult r = 0;
   int32_t form = kInvalid;
   if (tag == kTagContext0) {
     CvelString content;
-    r = viewContent(der, cursor, content) ? baseCertificateId_.parse(content) : kCvelErrMalformed;
+    r = cursor.contentView(der, content) ? baseCertificateId_.parse(content) : kCvelErrMalformed;
     form = kBaseCertificateId;
   } else if (tag == kTagContext1) {
     // The content must itself begin with the GeneralNames SEQUENCE.
     CvelString content;
-    r = viewContent(der, cursor, content) ? generalNames_.parse(content) : kCvelErrMalformed;
+    r = cursor.contentView(der, content) ? generalNames_.parse(content) : kCvelErrMalformed;
     form = kGeneralNames;
   } else if (tag == kTagSequence) {
     r = dname_.parse(der, &before, keep);
     form = kName;
   }
   if (r == kCvelOk) form_ = form;
+  return r;
+}
+
+CvelResult CvelCertificateSubject::parseName(const CvelString& der, const CvelNameScan& scan, CvelKeep keep,
+                                             CvelBlockStore* store) {
+  form_ = kInvalid;
+  generalNames_.clear();
+  const CvelResult r = dname_.parseScanned(der, scan, keep, store);
+  if (r == kCvelOk) form_ = kName;
   return r;
 }

@@ -38,6 +38,9 @@ class CvelCertificateIssuer : public CvelNonCopyObject {
   CvelResult parse(const CvelString& der, CvelA1Context* reader = nullptr, CvelKeep keep = CvelKeep::kCopy);
   // Back to no issuer: invalid form, nothing held.
   void reset();
+  // parse() of a SEQUENCE already scanned as a Name (its first child a SET): the same results, the
+  // attributes made in store when it has room.
+  CvelResult parseName(const CvelString& der, const CvelNameScan& scan, CvelKeep keep, CvelBlockStore* store);
   // Form 1 with a single directoryName: out = the Name element inside it, kCvelOk. Form 0 gives the
   // Name's encode() result (empty, 0); any other case 0.
   CvelResult getEncoded(CvelString& out) const;
@@ -61,6 +64,9 @@ class CvelCertificateSubject : public CvelNonCopyObject {
   CvelResult parse(const CvelString& der, CvelA1Context* reader = nullptr, CvelKeep keep = CvelKeep::kCopy);
   // Back to no subject: invalid form, no Name held.
   void reset();
+  // parse() of a SEQUENCE already scanned as a Name (its first child a SET): the same results, the
+  // attributes made in store when it has room.
+  CvelResult parseName(const CvelString& der, const CvelNameScan& scan, CvelKeep keep, CvelBlockStore* store);
 
   int32_t form() const { return form_; }
   const CvelDName& dname() const { return dname_; }

@@ -31,12 +31,12 @@ CvelResult CvelCertificatePolicy::split() {
 }
 
 void CvelCertificatePolicies::decode(const CvelString& value, CvelA1Context* reader) {
-  CvelA1Context fresh;
-  CvelA1Context& cursor = reader != nullptr ? *reader : fresh;
+  CvelA1CursorOrFresh reading(reader);
+  CvelA1Context& cursor = reading.get();
   if (cursor.next(value) < 0) return;
   // The certificatePolicies SEQUENCE is the first element inside the OCTET STRING.
   CvelA1Context inside;
-  inside = cursor;
+  inside.enterElementOf(cursor);
   if (inside.next(value) != kTagSequence) return;
   decodeList(value, inside);
 }
@@ -44,7 +44,7 @@ void CvelCertificatePolicies::decode(const CvelString& value, CvelA1Context* rea
 CvelResult CvelCertificatePolicies::decodeList(const CvelString& der, const CvelA1Context& element) {
   clear();
   CvelA1Context child;
-  child = element;
+  child.enterElementOf(element);
   if (child.next(der) != kTagSequence) return 0;
   CvelResult r = 0;
   do {

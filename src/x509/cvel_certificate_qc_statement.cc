@@ -11,7 +11,7 @@ CvelResult CvelCertificateQcStatement::decode(const CvelString& der, const CvelA
   statementInfo_.release();
   // QCStatement ::= SEQUENCE { statementId OBJECT IDENTIFIER, statementInfo ANY OPTIONAL }
   CvelA1Context cursor;
-  cursor = element;
+  cursor.enterElementOf(element);
   if (cursor.next(der) != kTagOid) return 0;
   if (statementId_.setView(der, cursor.elementOffset(), cursor.elementLength()) != kCvelOk) return 0;
   statementIdNumber_ = kindOf(statementId_);
@@ -29,15 +29,15 @@ CvelResult CvelCertificateQcStatement::decode(const CvelString& der, const CvelA
 
 void CvelCertificateQcStatements::decode(const CvelString& value, CvelA1Context* reader) {
   if (value.isEmpty()) return;
-  CvelA1Context fresh;
-  CvelA1Context& cursor = reader != nullptr ? *reader : fresh;
+  CvelA1CursorOrFresh reading(reader);
+  CvelA1Context& cursor = reading.get();
   if (cursor.next(value) < 0) return;
   // OCTET STRING { QCStatements SEQUENCE { QCStatement SEQUENCE ... } }
   CvelA1Context statements;
-  statements = cursor;
+  statements.enterElementOf(cursor);
   if (statements.next(value) != kTagSequence) return;
   CvelA1Context statement;
-  statement = statements;
+  statement.enterElementOf(statements);
   if (statement.next(value) != kTagSequence) return;
   // The list is appended to; each statement goes in before it is decoded and stays even when it does not.
   do {

@@ -11,17 +11,6 @@ namespace {
 constexpr unsigned char kDerOidRevocationValues[] = {0x06, 0x0B, 0x2A, 0x86, 0x48, 0x86, 0xF7,
                                                   0x0D, 0x01, 0x09, 0x10, 0x02, 0x18};
 
-// A view of the whole element the cursor has just read.
-bool sliceElement(CvelString& slice, const CvelString& source, const CvelA1Context& c) {
-  return c.elementInside(source) && slice.setView(source, c.elementOffset(), c.elementLength()) == kCvelOk;
-}
-
-// The first child of the element `parent` has just read, through a child cursor.
-int32_t firstChild(const CvelString& s, const CvelA1Context& parent, CvelA1Context& child) {
-  child = parent;
-  return child.next(s);
-}
-
 // Appends object to list; false when the slot cannot be had (the list has then destroyed object).
 template <typename T>
 bool append(CvelManagedArray<T>& list, T* object) {
@@ -97,7 +86,7 @@ CvelResult CvelCRL::parse(const void* bytes, uint32_t n) {
   CvelA1Context outer;
   if (outer.next(encoded_) != kTagSequence) return kNotParsed;
   CvelA1Context c;
-  if (firstChild(encoded_, outer, c) != kTagSequence || !sliceElement(tbs_, encoded_, c)) return kNotParsed;
+  if (outer.firstChild(encoded_, c) != kTagSequence || !c.elementView(encoded_, tbs_)) return kNotParsed;
   if (c.next(encoded_) != kTagSequence) return kNotParsed;
   if (c.next(encoded_) != kTagBitString || c.next(encoded_) != CvelA1Context::kEnd) return kNotParsed;
   return readTbs() ? kCvelOk : kNotParsed;
@@ -112,28 +101,28 @@ bool CvelCRL::readTbs() {
   CvelA1Context tbs;
   if (tbs.next(s) != kTagSequence) return false;
   CvelA1Context c;
-  int32_t tag = firstChild(s, tbs, c);
+  int32_t tag = tbs.firstChild(s, c);
   if (tag == kTagInteger) tag = c.next(s);
   if (tag != kTagSequence || c.next(s) != kTagSequence) return false;
   CvelString issuer;
-  if (!sliceElement(issuer, s, c) || issuer_.assign(issuer) != kCvelOk) return false;
+  if (!c.elementView(s, issuer) || issuer_.assign(issuer) != kCvelOk) return false;
   issuerName_.parse(issuer_);
 
   CvelString time;
-  if (!isTime(c.next(s)) || !sliceElement(time, s, c)) return false;
+  if (!isTime(c.next(s)) || !c.elementView(s, time)) return false;
   if (!cvelSucceeded(thisUpdate_.decode(time, nullptr))) return false;
   tag = c.next(s);
   if (isTime(tag)) {
-    if (!sliceElement(time, s, c) || !cvelSucceeded(nextUpdate_.decode(time, nullptr))) return false;
+    if (!c.elementView(s, time) || !cvelSucceeded(nextUpdate_.decode(time, nullptr))) return false;
     tag = c.next(s);
   }
   if (tag == kTagSequence) {
-    if (!sliceElement(revokedCertificates_, s, c)) return false;
+    if (!c.elementView(s, revokedCertificates_)) return false;
     tag = c.next(s);
   }
   if (tag == kTagContext0) {
     CvelString extensions;
-    if (extensions.setView(s, &c) != kCvelOk || !cvelSucceeded(extensions_.decode(extensions))) return false;
+    if (!c.contentView(s, extensions) || !cvelSucceeded(extensions_.decode(extensions))) return false;
     tag = c.next(s);
   }
   return tag == CvelA1Context::kEnd;
@@ -164,7 +153,7 @@ CvelResult CvelCRLs::findByIssuer(const CvelString& issuerDer, uint32_t flags, C
 
 CvelResult CvelEtsRevocationValues::CvelEtsTriple::assign(const CvelString& der, const CvelA1Context& element) {
   CvelString whole;
-  if (!sliceElement(whole, der, element)) return kCvelErrMalformed;
+  if (!element.elementView(der, whole)) return kCvelErrMalformed;
   CvelResult r = element_.assign(whole);
   if (r != kCvelOk) return r;
   headerLength_ = element.headerLength();
@@ -180,9 +169,9 @@ void CvelEtsRevocationValues::clearAll() {
 
 CvelResult CvelEtsRevocationValues::readTriples(const CvelString& der, const CvelA1Context& tagged, Triples& list) {
   CvelA1Context sequence;
-  if (firstChild(der, tagged, sequence) != kTagSequence) return 0;
+  if (tagged.firstChild(der, sequence) != kTagSequence) return 0;
   CvelA1Context c;
-  for (int32_t tag = firstChild(der, sequence, c); tag >= 0; tag = c.next(der)) {
+  for (int32_t tag = sequence.firstChild(der, c); tag >= 0; tag = c.next(der)) {
     if (tag != kTagSequence) continue;
     CvelEtsTriple* triple = new (std::nothrow) CvelEtsTriple();
     if (triple == nullptr) {
@@ -204,9 +193,9 @@ CvelResult CvelEtsRevocationValues::readTriples(const CvelString& der, const Cve
 
 CvelResult CvelEtsRevocationValues::readResponses(const CvelString& der, const CvelA1Context& tagged) {
   CvelA1Context sequence;
-  if (firstChild(der, tagged, sequence) != kTagSequence) return 0;
+  if (tagged.firstChild(der, sequence) != kTagSequence) return 0;
   CvelA1Context c;
-  for (int32_t tag = firstChild(der, sequence, c); tag >= 0; tag = c.next(der)) {
+  for (int32_t tag = sequence.firstChild(der, c); tag >= 0; tag = c.next(der)) {
     if (tag != kTagSequence) continue;
     CvelOCSPResponse* response = new (std::nothrow) CvelOCSPResponse();
     if (response == nullptr) {
@@ -215,7 +204,7 @@ CvelResult CvelEtsRevocationValues::readResponses(const CvelString& der, const C
     }
     CvelString whole;
     // A BasicOCSPResponse that cannot be copied or does not parse is dropped; the walk goes on.
-    if (!sliceElement(whole, der, c) || response->parse(whole.data(), whole.length()) != kCvelOk) {
+    if (!c.elementView(der, whole) || response->parse(whole.data(), whole.length()) != kCvelOk) {
       delete response;
       continue;
     }
@@ -233,11 +222,11 @@ CvelResult CvelEtsRevocationValues::decode(const CvelString& der, CvelA1Context*
   //                                 otherRevVals [2] OtherRevVals OPTIONAL }
   // Inside each tagged element every SEQUENCE is one value; other elements there are passed over.
   clearAll();
-  CvelA1Context fresh;
-  CvelA1Context& cursor = reader != nullptr ? *reader : fresh;
+  CvelA1CursorOrFresh reading(reader);
+  CvelA1Context& cursor = reading.get();
   if (cursor.next(der) != kTagSequence) return 0;
   CvelA1Context c;
-  int32_t tag = firstChild(der, cursor, c);
+  int32_t tag = cursor.firstChild(der, c);
   if (tag == kTagContext0) {
     CvelResult r = readTriples(der, c, crlValues_);
     if (r != kCvelOk) return r;

@@ -11,12 +11,6 @@ constexpr unsigned char kSpace = 0x20;
 constexpr int kEqual = 1;
 constexpr int kDifferent = 0;
 
-// Reads the element at the reader's position, or the first element of der when there is no reader.
-int32_t readNext(const CvelString& der, CvelA1Context* reader, CvelA1Context& fresh) {
-  CvelA1Context& cursor = reader != nullptr ? *reader : fresh;
-  return cursor.next(der);
-}
-
 // Parses one AttributeTypeAndValue and appends it: kCvelOk, or kCvelErrMalformed when it cannot be kept.
 // The entry is the next of the name's block when there is one left, else a new one.
 CvelResult addAttribute(CvelDName& name, const CvelString& der, const CvelA1Context& attribute, CvelKeep keep,
@@ -38,7 +32,7 @@ CvelResult addAttribute(CvelDName& name, const CvelString& der, const CvelA1Cont
 CvelResult addSet(CvelDName& name, const CvelString& der, const CvelA1Context& set, CvelKeep keep,
                   uint32_t& added, CvelRDName*& block, uint32_t& left) {
   CvelA1Context child;
-  child = set;
+  child.enterElementOf(set);
   while (child.next(der) == kTagSequence) {
     CvelResult r = addAttribute(name, der, child, keep, block, left);
     if (r != kCvelOk) return r;
@@ -47,35 +41,11 @@ CvelResult addSet(CvelDName& name, const CvelString& der, const CvelA1Context& s
   return kCvelOk;
 }
 
-// The attributes the parse below will meet, SETs and SEQUENCEs read the same way, counted so that they are
-// made in one block. The cursors of the first few are kept: a name of up to that many attributes (nearly
-// every one) is then parsed from them without being walked a second time.
-struct AttributeCursors {
-  static constexpr uint32_t kKept = 16;
-  CvelA1Context at[kKept];
-  uint32_t count = 0;
-
-  bool complete() const { return count <= kKept; }
-};
-
-void findAttributes(const CvelString& der, const CvelA1Context& nameElement, AttributeCursors& found) {
-  CvelA1Context set;
-  set = nameElement;
-  while (set.next(der) == kTagSet) {
-    CvelA1Context child;
-    child = set;
-    while (child.next(der) == kTagSequence) {
-      if (found.count < AttributeCursors::kKept) found.at[found.count].copyState(child);
-      ++found.count;
-    }
-  }
-}
-
 }  // namespace
 
 CvelResult CvelRDName::parse(const CvelString& der, const CvelA1Context& element, CvelKeep keep) {
   CvelA1Context child;
-  child = element;
+  child.enterElementOf(element);
   if (child.next(der) != kTagOid) return 0;
   CvelResult r = child.takeElement(der, type_, keep);
   if (r != kCvelOk) return r;
@@ -117,42 +87,60 @@ int CvelRDName::equals(const CvelRDName& other) const {
 }
 
 void CvelDName::reset() {
-  clear();
+  release();
   encoded_.release();
+}
+
+void CvelDName::scan(const CvelString& der, const CvelA1Context& nameElement, CvelNameScan& out) {
+  out.element.copyState(nameElement);
+  out.count = 0;
+  CvelA1Context set;
+  out.startsWithSet = nameElement.firstChild(der, set) == kTagSet;
+  for (int32_t tag = out.startsWithSet ? kTagSet : CvelA1Context::kEnd; tag == kTagSet; tag = set.next(der)) {
+    CvelA1Context child;
+    for (int32_t inner = set.firstChild(der, child); inner == kTagSequence; inner = child.next(der)) {
+      if (out.count < CvelNameScan::kKept) out.at[out.count].copyState(child);
+      ++out.count;
+    }
+  }
 }
 
 CvelResult CvelDName::parse(const CvelString& der, CvelA1Context* reader, CvelKeep keep) {
   clear();
   encoded_.release();
-  CvelA1Context fresh;
-  if (readNext(der, reader, fresh) != kTagSequence) return 0;
-  const CvelA1Context& nameElement = reader != nullptr ? *reader : fresh;
+  CvelA1CursorOrFresh reading(reader);
+  if (reading.get().next(der) != kTagSequence) return 0;
+  CvelNameScan found;
+  scan(der, reading.get(), found);
+  return parseScanned(der, found, keep);
+}
 
-  CvelA1Context set;
-  set = nameElement;
+CvelResult CvelDName::parseScanned(const CvelString& der, const CvelNameScan& scan, CvelKeep keep,
+                                   CvelBlockStore* store) {
+  clear();
+  encoded_.release();
   // An empty Name (no RDN at all) is not a name.
-  if (set.next(der) != kTagSet) return 0;
+  if (!scan.startsWithSet) return 0;
   uint32_t added = 0;
-  AttributeCursors found;
-  findAttributes(der, nameElement, found);
-  uint32_t left = found.count;
-  CvelRDName* block = makeElements(left);
+  uint32_t left = scan.count;
+  CvelRDName* block = makeElements(left, store);
   if (block == nullptr) left = 0;
-  if (found.complete()) {
+  if (scan.complete()) {
     // The same attributes in the same order as the walk below would meet them.
-    for (uint32_t i = 0; i < found.count; ++i, ++added) {
-      CvelResult r = addAttribute(*this, der, found.at[i], keep, block, left);
+    for (uint32_t i = 0; i < scan.count; ++i, ++added) {
+      CvelResult r = addAttribute(*this, der, scan.at[i], keep, block, left);
       if (r != kCvelOk) return r;
     }
   } else {
-    do {
+    CvelA1Context set;
+    for (int32_t tag = scan.element.firstChild(der, set); tag == kTagSet; tag = set.next(der)) {
       CvelResult r = addSet(*this, der, set, keep, added, block, left);
       if (r != kCvelOk) return r;
-    } while (set.next(der) == kTagSet);
+    }
   }
 
   if (added == 0) return 0;
-  return nameElement.takeElement(der, encoded_, keep);
+  return scan.element.takeElement(der, encoded_, keep);
 }
 
 int CvelDName::equals(const CvelDName& other) const {

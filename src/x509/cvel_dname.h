@@ -35,6 +35,19 @@ class CvelRDName : public CvelNonCopyObject {
   uint32_t extra_ = 0;
 };
 
+// The attributes of a Name element, found before any is made so that they are made in one block: how many
+// (SETs and SEQUENCEs read the same way as the parse reads them), and the cursors of the first few. A name
+// of up to that many attributes (nearly every one) is then parsed from them without a second walk.
+struct CvelNameScan {
+  static constexpr uint32_t kKept = 16;
+  CvelA1Context element;  // has just read the Name SEQUENCE
+  CvelA1Context at[kKept];
+  uint32_t count = 0;
+  bool startsWithSet = false;
+
+  bool complete() const { return count <= kKept; }
+};
+
 class CvelDName : public CvelBlockArray<CvelRDName>, public CvelNonCopyObject {
  public:
   // Decodes a Name read as the next element of reader (the first element of der when reader is null).
@@ -42,8 +55,13 @@ class CvelDName : public CvelBlockArray<CvelRDName>, public CvelNonCopyObject {
   // attribute does not parse. On success encoded holds a copy of the whole Name element. With keep kView the
   // attributes and encoded are views into der, which must then outlive this name.
   CvelResult parse(const CvelString& der, CvelA1Context* reader = nullptr, CvelKeep keep = CvelKeep::kCopy);
-  // Empties the list and releases encoded.
+  // Empties the list, gives its block back and releases encoded.
   void reset();
+  // Finds the attributes of the SEQUENCE `nameElement` has just read.
+  static void scan(const CvelString& der, const CvelA1Context& nameElement, CvelNameScan& out);
+  // parse() of a Name already scanned: the same results, the attributes made in store when it has room.
+  CvelResult parseScanned(const CvelString& der, const CvelNameScan& scan, CvelKeep keep,
+                          CvelBlockStore* store = nullptr);
   // 1 when both hold the same number of attributes and each pair is equal.
   int equals(const CvelDName& other) const;
   // Produces no bytes: out is cleared and the result is 0. The DER of a parsed name is encoded().

@@ -63,7 +63,7 @@ CvelResult CvelGeneralName::parse() {
     case kTagOtherName: {
       if (!read) return kCvelErrMalformed;
       CvelA1Context inside;
-      inside = element;
+      inside.enterElementOf(element);
       if (inside.next(encoded_) != kTagOid) return kCvelErrMalformed;
       r = inside.getElement(encoded_, typeId_);
       if (r != kCvelOk) break;
@@ -126,12 +126,12 @@ int CvelGeneralName::matches(const CvelGeneralName& other) const {
 
 CvelResult CvelGeneralNames::parse(const CvelString& der, CvelA1Context* reader) {
   clear();
-  CvelA1Context fresh;
-  CvelA1Context& cursor = reader != nullptr ? *reader : fresh;
+  CvelA1CursorOrFresh reading(reader);
+  CvelA1Context& cursor = reading.get();
   if (cursor.next(der) != kTagSequence) return 0;
 
   CvelA1Context child;
-  child = cursor;
+  child.enterElementOf(cursor);
   CvelResult last = 0;
   while (child.next(der) >= 0) {
     CvelGeneralName* name = new (std::nothrow) CvelGeneralName();

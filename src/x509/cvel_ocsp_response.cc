@@ -11,22 +11,6 @@ constexpr uint8_t kTagEnumerated = 0x0A;
 // The response type given to a response that names none: id-pkix-ocsp-basic, 1.3.6.1.5.5.7.48.1.1.
 constexpr unsigned char kOidOcspBasic[] = {0x06, 0x09, 0x2B, 0x06, 0x01, 0x05, 0x05, 0x07, 0x30, 0x01, 0x01};
 
-// A view of the whole element the cursor has just read.
-bool sliceElement(CvelString& slice, const CvelString& source, const CvelA1Context& c) {
-  return c.elementInside(source) && slice.setView(source, c.elementOffset(), c.elementLength()) == kCvelOk;
-}
-
-// A view of its content only.
-bool sliceContent(CvelString& slice, const CvelString& source, const CvelA1Context& c) {
-  return slice.setView(source, &c) == kCvelOk;
-}
-
-// The first child of the element `parent` has just read, through a child cursor.
-int32_t firstChild(const CvelString& s, const CvelA1Context& parent, CvelA1Context& child) {
-  child = parent;
-  return child.next(s);
-}
-
 // The element last read must hold exactly one content octet, which goes to out.
 bool oneOctet(const CvelString& s, const CvelA1Context& c, uint8_t& out) {
   if (!c.elementInside(s) || c.contentLength() != 1) return false;
@@ -102,28 +86,28 @@ bool CvelOCSPResponse::readOuter(bool& errorResponse) {
   CvelA1Context outer;
   if (outer.next(encoded_) != kTagSequence) return false;
   CvelA1Context c;
-  const int32_t first = firstChild(encoded_, outer, c);
-  if (first == kTagOctetString) return sliceContent(basicResponse_, encoded_, c);
+  const int32_t first = outer.firstChild(encoded_, c);
+  if (first == kTagOctetString) return c.contentView(encoded_, basicResponse_);
   if (first != kTagEnumerated) {
     // Anything else: the whole input is taken as the BasicOCSPResponse.
     return basicResponse_.setView(encoded_, 0, encoded_.length()) == kCvelOk;
   }
 
   // OCSPResponse ::= SEQUENCE { responseStatus ENUMERATED, responseBytes [0] EXPLICIT ResponseBytes OPTIONAL }
-  if (!sliceElement(responseStatus_, encoded_, c) || !oneOctet(encoded_, c, status_)) return false;
+  if (!c.elementView(encoded_, responseStatus_) || !oneOctet(encoded_, c, status_)) return false;
   if (c.next(encoded_) != kTagContext0) {
     // No responseBytes: fine for an error status, not for a successful one.
     errorResponse = status_ != kSuccessful;
     return errorResponse;
   }
-  if (!sliceElement(responseBytes_, encoded_, c)) return false;
+  if (!c.elementView(encoded_, responseBytes_)) return false;
   // ResponseBytes ::= SEQUENCE { responseType OBJECT IDENTIFIER, response OCTET STRING }
   CvelA1Context bytes;
-  if (firstChild(encoded_, c, bytes) != kTagSequence) return false;
+  if (c.firstChild(encoded_, bytes) != kTagSequence) return false;
   CvelA1Context fields;
-  if (firstChild(encoded_, bytes, fields) != kTagOid || !sliceElement(responseType_, encoded_, fields)) return false;
+  if (bytes.firstChild(encoded_, fields) != kTagOid || !fields.elementView(encoded_, responseType_)) return false;
   if (fields.next(encoded_) != kTagOctetString) return false;
-  return sliceContent(basicResponse_, encoded_, fields);
+  return fields.contentView(encoded_, basicResponse_);
 }
 
 bool CvelOCSPResponse::readBasicResponse() {
@@ -134,12 +118,12 @@ bool CvelOCSPResponse::readBasicResponse() {
   CvelA1Context basic;
   if (basic.next(s) != kTagSequence) return false;
   CvelA1Context c;
-  if (firstChild(s, basic, c) != kTagSequence || !sliceElement(tbsResponseData_, s, c)) return false;
-  if (c.next(s) != kTagSequence || !sliceElement(signatureAlgorithm_, s, c)) return false;
-  if (c.next(s) != kTagBitString || !sliceElement(signature_, s, c)) return false;
+  if (basic.firstChild(s, c) != kTagSequence || !c.elementView(s, tbsResponseData_)) return false;
+  if (c.next(s) != kTagSequence || !c.elementView(s, signatureAlgorithm_)) return false;
+  if (c.next(s) != kTagBitString || !c.elementView(s, signature_)) return false;
   if (c.next(s) != kTagContext0) return true;
   CvelA1Context certs;
-  if (firstChild(s, c, certs) != kTagSequence || !sliceContent(certsElement_, s, certs)) return false;
+  if (c.firstChild(s, certs) != kTagSequence || !certs.contentView(s, certsElement_)) return false;
   return readCertificates();
 }
 
@@ -149,7 +133,7 @@ bool CvelOCSPResponse::readCertificates() {
   int32_t tag = c.next(certsElement_);
   for (; tag >= 0; tag = c.next(certsElement_)) {
     CvelString element;
-    if (!sliceElement(element, certsElement_, c)) return false;
+    if (!c.elementView(certsElement_, element)) return false;
     std::shared_ptr<CvelCertificate> certificate(new (std::nothrow) CvelCertificate());
     if (certificate == nullptr) return false;
     if (certificate->parse(element.data(), element.length()) != kCvelOk) return false;
@@ -167,18 +151,18 @@ bool CvelOCSPResponse::readResponseData() {
   CvelA1Context data;
   if (data.next(s) != kTagSequence) return false;
   CvelA1Context c;
-  int32_t tag = firstChild(s, data, c);
+  int32_t tag = data.firstChild(s, c);
   if (tag == kTagContext0) {
-    if (!sliceElement(version_, s, c)) return false;
+    if (!c.elementView(s, version_)) return false;
     tag = c.next(s);
   }
   if (tag != kTagContext1 && tag != kTagContext2) return false;
   responderByName_ = tag == kTagContext1;
-  if (!sliceContent(responderId_, s, c)) return false;
-  if (c.next(s) != kTagGeneralizedTime || !sliceElement(producedAt_, s, c)) return false;
-  if (c.next(s) != kTagSequence || !sliceElement(responses_, s, c)) return false;
+  if (!c.contentView(s, responderId_)) return false;
+  if (c.next(s) != kTagGeneralizedTime || !c.elementView(s, producedAt_)) return false;
+  if (c.next(s) != kTagSequence || !c.elementView(s, responses_)) return false;
   if (c.next(s) != kTagContext1) return true;
-  return sliceContent(responseExtensionsElement_, s, c) &&
+  return c.contentView(s, responseExtensionsElement_) &&
          decodeExtensions(responseExtensions_, responseExtensionsElement_);
 }
 
@@ -191,24 +175,24 @@ bool CvelOCSPResponse::readFirstSingleResponse() {
   CvelA1Context list;
   if (list.next(s) != kTagSequence) return false;
   CvelA1Context single;
-  if (firstChild(s, list, single) != kTagSequence) return false;
+  if (list.firstChild(s, single) != kTagSequence) return false;
   CvelA1Context c;
-  if (firstChild(s, single, c) != kTagSequence || !sliceElement(certId_, s, c)) return false;
+  if (single.firstChild(s, c) != kTagSequence || !c.elementView(s, certId_)) return false;
 
   const int32_t statusTag = c.next(s);
-  if (!isCertStatusTag(statusTag) || !sliceElement(certStatus_, s, c)) return false;
+  if (!isCertStatusTag(statusTag) || !c.elementView(s, certStatus_)) return false;
   certStatusTag_ = static_cast<uint32_t>(statusTag);
   CvelA1Context statusElement;
   statusElement.copyState(c);
 
-  if (c.next(s) != kTagGeneralizedTime || !sliceElement(thisUpdate_, s, c)) return false;
+  if (c.next(s) != kTagGeneralizedTime || !c.elementView(s, thisUpdate_)) return false;
   int32_t tag = c.next(s);
   if (tag == kTagContext0) {
-    if (!sliceContent(nextUpdate_, s, c)) return false;
+    if (!c.contentView(s, nextUpdate_)) return false;
     tag = c.next(s);
   }
   if (tag == kTagContext1) {
-    if (!sliceContent(singleExtensionsElement_, s, c)) return false;
+    if (!c.contentView(s, singleExtensionsElement_)) return false;
     if (!decodeExtensions(singleExtensions_, singleExtensionsElement_)) return false;
   }
   if (certStatusTag_ != kStatusRevoked && certStatusTag_ != kStatusRevokedConstructed) return true;
@@ -221,11 +205,11 @@ bool CvelOCSPResponse::readRevokedInfo(const CvelA1Context& statusElement) {
   if (certStatusTag_ == kStatusRevoked) return false;
   const CvelString& s = responses_;
   CvelA1Context c;
-  if (firstChild(s, statusElement, c) != kTagGeneralizedTime || !sliceElement(revocationTimeElement_, s, c)) {
+  if (statusElement.firstChild(s, c) != kTagGeneralizedTime || !c.elementView(s, revocationTimeElement_)) {
     return false;
   }
   if (!cvelSucceeded(revocationTime_.decode(revocationTimeElement_, nullptr))) return false;
   if (c.next(s) != kTagContext0) return true;
   CvelA1Context reason;
-  return firstChild(s, c, reason) == kTagEnumerated && oneOctet(s, reason, revocationReason_);
+  return c.firstChild(s, reason) == kTagEnumerated && oneOctet(s, reason, revocationReason_);
 }

@@ -81,13 +81,58 @@ TEST(CvelA1Context, ChildCursorSubtractsTheStaleHeaderLength) {
   CvelA1Context parent;
   ASSERT_EQ(parent.next(s), 0x30);
   CvelA1Context child;
-  child = parent;
+  child.enterElementOf(parent);
   ASSERT_EQ(child.next(s), 2);
   ASSERT_EQ(child.next(s), 2);
   EXPECT_EQ(child.next(s), kEnd);  // the child stops at the end of the parent's element
   // A reused destination (header length 2) starts 2 bytes early: at the parent's own element.
-  child = parent;
+  child.enterElementOf(parent);
   EXPECT_EQ(child.next(s), 0x30);
+}
+
+TEST(CvelA1Context, ChildrenAndViewsStayInsideTheString) {
+  // DER, lenient; the parent's first element viewed whole and as content ("-" when refused); the first
+  // child's tag and its whole element ("-" when none).
+  const std::tuple<std::string, bool, std::string, std::string, int32_t, std::string> cases[] = {
+      {"30 06 02 01 07 02 01 08", false, "3006020107020108", "020107020108", 2, "020107"},
+      {"30 00", false, "3000", "", kEnd, "-"},                           // no child in an empty SEQUENCE
+      {"30 03 02 05 07 00 00 00", false, "3003020507", "020507", kOverrun, "-"},  // child runs past its parent
+      {"30 02 02 84", false, "30020284", "0284", kOverrun, "-"},        // child length octets cut off
+      {"30 03 02 01", true, "-", "-", kOverrun, "-"},  // a lenient parent past the string: the child is cut
+      {"30 05 02 81 02 AA BB", false, "3005028102AABB", "028102AABB", 2, "028102AABB"},  // long form, DER-lax
+  };
+  for (const auto& [der, lenient, element, content, childTag, childElement] : cases) {
+    SCOPED_TRACE(der);
+    const testutil::Bytes bytes = testutil::hex(der);
+    CvelString s;
+    ASSERT_EQ(s.setView(bytes.data(), bytes.size()), kCvelOk);
+    CvelA1Context parent;
+    parent.setLenient(lenient);
+    ASSERT_EQ(parent.next(s), 0x30);
+    CvelString view = testutil::hexString("FF");  // a refused view must not leave this behind
+    EXPECT_EQ(parent.elementView(s, view) ? testutil::toHex(view) : "-" + testutil::toHex(view),
+              element == "-" ? "-" : testutil::toHex(testutil::hex(element)));
+    EXPECT_EQ(parent.contentView(s, view) ? testutil::toHex(view) : "-" + testutil::toHex(view), content);
+    CvelA1Context child;
+    ASSERT_EQ(parent.firstChild(s, child), childTag);
+    if (childElement != "-") {
+      ASSERT_TRUE(child.elementView(s, view));
+      EXPECT_EQ(testutil::toHex(view), childElement);
+    }
+  }
+}
+
+TEST(CvelA1Context, CursorOrFreshMovesTheCallersCursorOnly) {
+  CvelString s = testutil::hexString("02 01 07 02 01 08");
+  CvelA1CursorOrFresh fresh(nullptr);
+  EXPECT_EQ(fresh.get().next(s), 2);
+  EXPECT_EQ(fresh.get().contentOffset(), 2u);  // a fresh cursor starts at the string's first element
+  CvelA1Context caller;
+  ASSERT_EQ(caller.next(s), 2);
+  CvelA1CursorOrFresh reading(&caller);
+  EXPECT_EQ(&reading.get(), &caller);
+  EXPECT_EQ(reading.get().next(s), 2);
+  EXPECT_EQ(caller.contentOffset(), 5u);  // the caller's cursor moved on to the second element
 }
 
 }  // namespace

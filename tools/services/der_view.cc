@@ -22,7 +22,7 @@ bool childrenOf(const CvelString& der, int32_t tag, std::vector<CvelString>& out
   CvelA1Context outer;
   if (!onlyElement(der, tag, outer)) return false;
   CvelA1Context c;
-  c = outer;
+  c.enterElementOf(outer);
   int32_t next = c.next(der);
   for (; next >= 0; next = c.next(der)) {
     out.emplace_back();
