@@ -26,6 +26,7 @@ ToolCommand verifyCommand();
 ToolCommand logCheckCommand();
 ToolCommand signCommand();
 ToolCommand signPdfCommand();
+ToolCommand extendCommand();
 
 // `kolvari sign ARGS...`: reads args as the tool does and signs (the batch benchmark runs it in-process).
 int runSign(const Arguments& args);

@@ -13,7 +13,7 @@ namespace {
 
 std::vector<ToolCommand> allCommands() {
   return {infoCommand(),    derCommand(),      detectCommand(), certCommand(),    inspectCommand(),
-          verifyCommand(),  logCheckCommand(), signCommand(),   signPdfCommand()};
+          verifyCommand(),  logCheckCommand(), signCommand(),   signPdfCommand(), extendCommand()};
 }
 
 // Runs a command between two records of the tool's logger: the command line, and the exit status.
