@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "cli/command_line.h"
 #include "cli/validators.h"
@@ -50,11 +51,16 @@ int extendWith(ExtendOptions& o) {
     return kExitUsage;
   }
   Bytes extended;
-  if (!extendSignedData(o.request, image, error) || !writeSignedData(image, extended) ||
+  std::vector<std::string> missing;
+  if (!extendSignedData(o.request, image, missing, error) || !writeSignedData(image, extended) ||
       !writeOutputFile(o.out, o.input, extended.data(), extended.size(), o.force, error)) {
     if (error.empty()) error = "cannot encode the extended SignedData";
     std::fprintf(stderr, "kolvari extend: %s: %s\n", o.input.c_str(), error.c_str());
     return kExitFailure;
+  }
+  for (const std::string& subject : missing) {
+    std::fprintf(stderr, "kolvari extend: %s: no revocation data for %s, which names no responder\n",
+                 o.input.c_str(), subject.c_str());
   }
   return kExitOk;
 }
@@ -81,6 +87,10 @@ ToolCommand extendCommand() {
                      "the signed file of a detached signature (LTA hashes it)");
             addTimeStampOptions(app, o->request.services);
             addRevocationOptions(app, o->request.services);
+            addFlag(app, "--allow-missing-revocation", o->request.services.revocation.allowMissing,
+                    "go on when a time-stamping authority's certificate names no OCSP responder and no CRL "
+                    "distribution point (each is named on standard error)")
+                ->group("long-term validation data");
             addValue(app, "--out", o->out, "FILE", "where to write the extended signature (DER)")->required();
             addFlag(app, "--force", o->force, "replace an existing output file (never the input itself)");
             addFile(app, "FILE", o->input, "the signature to extend (DER, BER, PEM or base64)");

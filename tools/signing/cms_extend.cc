@@ -203,6 +203,7 @@ struct SignerWork {
   CvelP7SignerInfo& si;
   Bytes certificate;  // the signer certificate
   std::string name;   // its subject, for messages
+  std::vector<std::string>& missing;
 };
 
 bool addAttribute(SignerWork& w, const ServiceAttribute& a, std::string& error) {
@@ -234,17 +235,31 @@ void tokenCertificates(const CvelP7SignerInfo& si, std::vector<Bytes>& out) {
   }
 }
 
+// A certificate whose issuer is its subject: a root, which no revocation data speaks of.
+bool selfIssued(const Bytes& der) {
+  CvelCertificate c;
+  return c.parse(der.data(), static_cast<uint32_t>(der.size())) != kCvelOk || c.subject().equals(c.issuer());
+}
+
 bool addLongTermValues(SignerWork& w, std::string& error) {
   std::vector<Bytes> certificates;
   for (const Bytes& c : w.image.certificates) {
     if (!c.empty() && c[0] == kTagSequence) certificates.push_back(c);  // X.509 certificates, not other choices
   }
-  tokenCertificates(w.si, certificates);
+  std::vector<Bytes> tokens;
+  tokenCertificates(w.si, tokens);
+  // The time-stamping authority's chain is covered too: each of its certificates but the roots.
+  std::vector<Bytes> further;
+  for (const Bytes& c : tokens) {
+    if (std::find(certificates.begin(), certificates.end(), c) != certificates.end()) continue;
+    certificates.push_back(c);
+    if (c != w.certificate && !selfIssued(c)) further.push_back(c);
+  }
   RevocationOptions revocation = w.request.services.revocation;
   // Without a source named, the responders the certificate names are asked.
   if (!revocation.requested()) revocation.fetch = true;
   std::vector<ServiceAttribute> made;
-  if (!longTermAttributes(revocation, w.certificate, certificates, made, error)) return false;
+  if (!longTermAttributes(revocation, w.certificate, further, certificates, made, w.missing, error)) return false;
   for (const ServiceAttribute& a : made) {
     if (!addAttribute(w, a, error)) return false;
   }
@@ -359,7 +374,8 @@ bool writeSignedData(const SignedDataImage& image, Bytes& out) {
   return info.appendTo(out) == kCvelOk;
 }
 
-bool extendSignedData(const ExtendRequest& request, SignedDataImage& image, std::string& error) {
+bool extendSignedData(const ExtendRequest& request, SignedDataImage& image, std::vector<std::string>& missing,
+                      std::string& error) {
   for (size_t i = 0; i < image.signerInfos.size(); ++i) {
     const std::string signer = "signer " + std::to_string(i + 1);
     std::unique_ptr<CvelP7SignerInfo> si(new CvelP7SignerInfo());
@@ -368,7 +384,7 @@ bool extendSignedData(const ExtendRequest& request, SignedDataImage& image, std:
                        "identifier as sid)";
       return false;
     }
-    SignerWork work{request, image, *si, {}, {}};
+    SignerWork work{request, image, *si, {}, {}, missing};
     if (!signerCertificate(*si, image.certificates, work.certificate, work.name)) {
       error = signer + ": the SignedData does not carry the certificate its sid names";
       return false;

@@ -41,7 +41,10 @@ struct ExtendRequest {
 
 // Adds what the level needs to every SignerInfo of image: a signature time-stamp unless one is there, the
 // certificate and revocation values unless they are there, and (LTA) a new archive time-stamp over all of it.
-// False with a one-line message naming the signer and, for a service that failed, its URL.
-bool extendSignedData(const ExtendRequest& request, SignedDataImage& image, std::string& error);
+// The time-stamping authorities' certificates get revocation data too; with --allow-missing-revocation one
+// that names no responder is left without, and its subject joins missing. False with a one-line message
+// naming the signer and, for a service that failed, its URL.
+bool extendSignedData(const ExtendRequest& request, SignedDataImage& image, std::vector<std::string>& missing,
+                      std::string& error);
 
 #endif  // KOLVARI_TOOLS_SIGNING_CMS_EXTEND_H
