@@ -50,6 +50,11 @@ int extendWith(ExtendOptions& o) {
     std::fprintf(stderr, "kolvari extend: %s: %s\n", o.input.c_str(), error.c_str());
     return kExitUsage;
   }
+  if (o.request.level == ExtendLevel::kLTA && !image.attached && o.request.contentPath.empty()) {
+    std::fprintf(stderr, "kolvari extend: %s: a detached signature: LTA needs its content, --content FILE\n",
+                 o.input.c_str());
+    return kExitUsage;
+  }
   Bytes extended;
   std::vector<std::string> missing;
   if (!extendSignedData(o.request, image, missing, error) || !writeSignedData(image, extended) ||
