@@ -1,5 +1,7 @@
 #include "signing/archive_timestamp.h"
 
+#include <algorithm>
+
 #include <openssl/objects.h>
 
 #include "asn1/cvel_a1_node.h"
@@ -69,7 +71,52 @@ bool algorithmOf(const EVP_MD* md, Bytes& out) {
   return CvelA1Node::constructed(kTagSequence, {CvelA1Node::raw(oid)}).appendTo(out) == kCvelOk;
 }
 
+// Every item of a SEQUENCE OF OCTET STRING of the index is the hash of one of items.
+bool listMatches(const EVP_MD* md, const CvelString& list, const std::vector<Bytes>& items) {
+  std::vector<CvelString> hashes;
+  std::vector<Bytes> known(items.size());
+  if (!childrenOf(list, kTagSequence, hashes)) return false;
+  for (size_t i = 0; i < items.size(); ++i) {
+    if (!digestWith(md, items[i].data(), items[i].size(), known[i])) return false;
+  }
+  for (const CvelString& h : hashes) {
+    CvelString hash;
+    if (!contentOf(h, kTagOctetString, hash)) return false;
+    const Bytes value = bytesOf(hash);
+    if (std::find(known.begin(), known.end(), value) == known.end()) return false;
+  }
+  return true;
+}
+
 }  // namespace
+
+bool hashIndexMatches(const CvelString& hashIndex, const std::vector<Bytes>& certificates,
+                      const std::vector<Bytes>& crls, const CvelString& unsignedAttributes, std::string& reason) {
+  constexpr size_t kListCount = 3;
+  std::vector<CvelString> fields;
+  std::vector<Bytes> values;
+  if (!childrenOf(hashIndex, kTagSequence, fields) || fields.size() < kListCount ||
+      fields.size() > kListCount + 1 || !attributeValueItems(unsignedAttributes, values)) {
+    reason = "the ats-hash-index-v3 does not decode";
+    return false;
+  }
+  const size_t first = fields.size() - kListCount;
+  const EVP_MD* md = first == 0 ? EVP_sha256() : digestOfAlgorithm(fields[0]);
+  if (md == nullptr) {
+    reason = "the ats-hash-index-v3 names a hash algorithm OpenSSL does not offer";
+    return false;
+  }
+  const char* names[kListCount] = {"certificatesHashIndex", "crlsHashIndex", "unsignedAttrsHashIndex"};
+  const std::vector<Bytes>* lists[kListCount] = {&certificates, &crls, &values};
+  for (size_t i = 0; i < kListCount; ++i) {
+    if (!listMatches(md, fields[first + i], *lists[i])) {
+      reason = std::string("a hash of the ats-hash-index-v3's ") + names[i] +
+               " names nothing the signature carries: a part it covers was changed or removed";
+      return false;
+    }
+  }
+  return true;
+}
 
 bool atsHashIndex(const EVP_MD* md, const std::vector<Bytes>& certificates, const std::vector<Bytes>& crls,
                   const CvelString& unsignedAttributes, Bytes& out) {

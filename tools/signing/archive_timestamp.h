@@ -35,6 +35,12 @@ bool atsHashIndex(const EVP_MD* md, const std::vector<Bytes>& certificates, cons
 bool archiveImprintInput(const CvelString& contentType, const Bytes& contentHash, const CvelP7SignerInfo& signer,
                          const Bytes& hashIndex, Bytes& out);
 
+// Whether every hash of an ATSHashIndexV3 names an element it may name: a certificate or a CRL of the
+// SignedData, an unsigned attribute value of the signer with its type (each list its own). Elements added
+// after the archive time-stamp are not in the index and are not missed. False with the reason.
+bool hashIndexMatches(const CvelString& hashIndex, const std::vector<Bytes>& certificates,
+                      const std::vector<Bytes>& crls, const CvelString& unsignedAttributes, std::string& reason);
+
 // The values (whole elements) of every attribute of type oid in a run of Attribute encodings; false when the
 // run does not decode.
 bool attributeValues(const CvelString& attributes, const char* oid, std::vector<CvelString>& out);

@@ -439,6 +439,12 @@ std::string archiveInput(const SignedDataView& sd, const CvelP7SignerInfo& si, c
       !attributeValues(tokenSigner->unsignedAttributes(), kOidAtsHashIndexV3, index) || index.size() != 1) {
     return "the token has no single signer with one ats-hash-index-v3";
   }
+  std::vector<Bytes> certificates;
+  std::string reason;
+  for (uint32_t i = 0; i < sd.p72.certificates().size() && i <= kMaxCertificates; ++i) {
+    certificates.push_back(bytesOf(sd.p72.certificates().get(i)->encoded()));
+  }
+  if (!hashIndexMatches(index[0], certificates, sd.crls, si.unsignedAttributes(), reason)) return reason;
   if (!digestOf(md, *sd.content, contentHash)) return "the content cannot be read";
   if (!archiveImprintInput(sd.p72.contentInfo().contentType(), contentHash, si, bytesOf(index[0]), input)) {
     return "the SignerInfo's fields cannot be encoded";
