@@ -138,17 +138,20 @@ bool readSignedDataFields(const Bytes& b, const Element& signedData, SignedDataI
     error = "the encapsulated content info does not decode";
     return false;
   }
-  for (size_t i = 0; i + 1 < fields.size(); ++i) {
-    out.fields.push_back(bytesIn(b, fields[i]));
-    if (i < 3) continue;
-    const bool fits = fields[i].tag == kTagContext0   ? elementsOf(b, fields[i], out.certificates)
-                      : fields[i].tag == kTagContext1 ? elementsOf(b, fields[i], out.crls)
-                                                      : false;
-    if (!fits || (i == 4 && fields[3].tag != kTagContext0)) {
-      error = "a field between the encapsulated content and the signer infos is neither certificates nor crls";
-      return false;
-    }
+  // certificates [0] and crls [1], each optional, in that order, between the content and the signer infos.
+  size_t next = 3;
+  if (next + 1 < fields.size() && fields[next].tag == kTagContext0 &&
+      elementsOf(b, fields[next], out.certificates)) {
+    ++next;
   }
+  if (next + 1 < fields.size() && fields[next].tag == kTagContext1 && elementsOf(b, fields[next], out.crls)) {
+    ++next;
+  }
+  if (next + 1 != fields.size()) {
+    error = "a field between the encapsulated content and the signer infos is neither certificates nor crls";
+    return false;
+  }
+  for (size_t i = 0; i < next; ++i) out.fields.push_back(bytesIn(b, fields[i]));
   if (!elementsOf(b, fields.back(), out.signerInfos) || out.signerInfos.empty()) {
     error = "the SignedData has no signer infos that decode";
     return false;
