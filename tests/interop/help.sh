@@ -11,7 +11,7 @@ cd "$work"
 fail() { echo "FAIL: $*" >&2; exit 1; }
 checks=0
 
-commands=(info der detect cert inspect log-check sign sign-pdf)
+commands=(info der detect cert inspect log-check sign sign-pdf extend)
 
 "$KOLVARI" --help >out.txt 2>err.txt || fail "kolvari --help exits with $?"
 for c in "${commands[@]}"; do
