@@ -28,6 +28,7 @@ ToolCommand signCommand();
 ToolCommand signPdfCommand();
 ToolCommand timeStampPdfCommand();
 ToolCommand extendPdfCommand();
+ToolCommand extendCommand();
 
 // `kolvari sign ARGS...`: reads args as the tool does and signs (the batch benchmark runs it in-process).
 int runSign(const Arguments& args);

@@ -14,7 +14,7 @@ namespace {
 std::vector<ToolCommand> allCommands() {
   return {infoCommand(),    derCommand(),      detectCommand(), certCommand(),    inspectCommand(),
           verifyCommand(),  logCheckCommand(), signCommand(),   signPdfCommand(), timeStampPdfCommand(),
-          extendPdfCommand()};
+          extendPdfCommand(), extendCommand()};
 }
 
 // Runs a command between two records of the tool's logger: the command line, and the exit status.

@@ -5,7 +5,7 @@
 set -euo pipefail
 . "$(dirname "$0")/../support/interop.sh"
 
-commands=(info der detect cert inspect log-check sign sign-pdf timestamp-pdf extend-pdf)
+commands=(info der detect cert inspect log-check sign sign-pdf timestamp-pdf extend-pdf extend)
 
 "$KOLVARI" --help >out.txt 2>err.txt || fail "kolvari --help exits with $?"
 for c in "${commands[@]}"; do

@@ -11,6 +11,7 @@
 #include "asn1/cvel_der.h"
 #include "commands.h"
 #include "host_crypto.h"
+#include "inspect/name_text.h"
 #include "services/der_view.h"
 #include "services/http_client.h"
 #include "x509/cvel_certificate.h"
@@ -29,6 +30,7 @@ constexpr unsigned char kDerOidSha1[] = {0x06, 0x05, 0x2B, 0x0E, 0x03, 0x02, 0x1
 // GeneralName uniformResourceIdentifier [6] IA5String.
 constexpr int32_t kTagUri = 0x86;
 constexpr size_t kMaxFileSize = 16u * 1024 * 1024;
+constexpr char kSignerRole[] = "signer certificate";
 
 CvelString viewOf(const unsigned char* bytes, size_t n) {
   CvelString s;
@@ -103,14 +105,14 @@ struct Evidence {
 };
 
 // Accepts one source's verdict: kept when good (or revoked and allowed), an error message otherwise.
-bool accept(RevocationVerdict verdict, const std::string& source, const RevocationOptions& options,
-            std::string& error) {
+bool accept(RevocationVerdict verdict, const std::string& source, const std::string& role,
+            const RevocationOptions& options, std::string& error) {
   if (verdict == RevocationVerdict::kNotCovered) {
-    error = source + " does not cover the signer certificate";
+    error = source + " does not cover the " + role;
     return false;
   }
   if (verdict == RevocationVerdict::kRevoked && !options.allowRevoked) {
-    error = source + " says the signer certificate is revoked (--allow-revoked signs all the same)";
+    error = source + " says the " + role + " is revoked (--allow-revoked signs all the same)";
     return false;
   }
   return true;
@@ -125,14 +127,16 @@ bool readFiles(const RevocationOptions& options, const RevocationSubject& subjec
       error = "cannot read " + path;
       return false;
     }
-    if (!accept(ocspVerdict(response, subject, basic), "the OCSP response " + path, options, error)) return false;
+    if (!accept(ocspVerdict(response, subject, basic), "the OCSP response " + path, kSignerRole, options, error)) {
+      return false;
+    }
     evidence.basicResponses.push_back(basic);
   }
   for (const std::string& path : options.crlFiles) {
     std::vector<Bytes> crls;
     if (!readCrls(path, crls, error)) return false;
     for (const Bytes& crl : crls) {
-      if (!accept(crlVerdict(crl, subject), "the CRL " + path, options, error)) return false;
+      if (!accept(crlVerdict(crl, subject), "the CRL " + path, kSignerRole, options, error)) return false;
       evidence.crls.push_back(crl);
     }
   }
@@ -142,12 +146,13 @@ bool readFiles(const RevocationOptions& options, const RevocationSubject& subjec
 // Asks the certificate's OCSP responders, then its CRL distribution points, until one source covers it.
 // A source that says revoked ends the search: another source cannot make that good.
 bool fetchEvidence(const RevocationOptions& options, const Bytes& signerCertificate,
-                   const RevocationSubject& subject, Evidence& evidence, std::string& error) {
+                   const RevocationSubject& subject, const std::string& role, Evidence& evidence,
+                   std::string& error) {
   std::vector<std::string> ocspUrls;
   std::vector<std::string> crlUrls;
   serviceUrls(signerCertificate, ocspUrls, crlUrls);
   if (ocspUrls.empty() && crlUrls.empty()) {
-    error = "the signer certificate names no OCSP responder and no CRL distribution point";
+    error = "the " + role + " names no OCSP responder and no CRL distribution point";
     return false;
   }
   std::string reasons;
@@ -170,10 +175,10 @@ bool fetchEvidence(const RevocationOptions& options, const Bytes& signerCertific
     }
     const RevocationVerdict verdict = ocspVerdict(response, subject, basic);
     if (verdict == RevocationVerdict::kNotCovered) {
-      failed("the OCSP response from " + url + " does not cover the signer certificate");
+      failed("the OCSP response from " + url + " does not cover the " + role);
       continue;
     }
-    if (!accept(verdict, "the OCSP response from " + url, options, error)) return false;
+    if (!accept(verdict, "the OCSP response from " + url, role, options, error)) return false;
     evidence.basicResponses.push_back(basic);
     return true;
   }
@@ -189,15 +194,44 @@ bool fetchEvidence(const RevocationOptions& options, const Bytes& signerCertific
     }
     const RevocationVerdict verdict = crlVerdict(crl, subject);
     if (verdict == RevocationVerdict::kNotCovered) {
-      failed("the CRL from " + url + " does not cover the signer certificate");
+      failed("the CRL from " + url + " does not cover the " + role);
       continue;
     }
-    if (!accept(verdict, "the CRL from " + url, options, error)) return false;
+    if (!accept(verdict, "the CRL from " + url, role, options, error)) return false;
     evidence.crls.push_back(crl);
     return true;
   }
-  error = "no revocation data for the signer certificate: " + reasons;
+  error = "no revocation data for the " + role + ": " + reasons;
   return false;
+}
+
+// The data of each further certificate, asked of the services it names. One that names none is an error,
+// unless options.allowMissing: its subject is then noted in missing.
+bool furtherEvidence(const RevocationOptions& options, const std::vector<Bytes>& further,
+                     const std::vector<Bytes>& certificates, Evidence& evidence, std::vector<std::string>& missing,
+                     std::string& error) {
+  for (const Bytes& certificate : further) {
+    CvelCertificate c;
+    RevocationSubject subject;
+    std::vector<std::string> ocsp;
+    std::vector<std::string> crl;
+    if (c.parse(certificate.data(), static_cast<uint32_t>(certificate.size())) != kCvelOk ||
+        !revocationSubject(certificate, certificates, subject, error)) {
+      error = "cannot read a certificate of the time-stamp tokens";
+      return false;
+    }
+    const std::string role = "certificate " + rfc4514Name(c.subject());
+    serviceUrls(certificate, ocsp, crl);
+    if (ocsp.empty() && crl.empty() && options.allowMissing) {
+      missing.push_back(rfc4514Name(c.subject()));
+      continue;
+    }
+    if (!fetchEvidence(options, certificate, subject, role, evidence, error)) {
+      if (ocsp.empty() && crl.empty()) error += " (--allow-missing-revocation goes on without)";
+      return false;
+    }
+  }
+  return true;
 }
 
 // The value of id-aa-ets-revocationValues, written by the library's revocation-values encoder.
@@ -353,13 +387,23 @@ void serviceUrls(const Bytes& certificate, std::vector<std::string>& ocsp, std::
 bool longTermAttributes(const RevocationOptions& options, const Bytes& signerCertificate,
                         const std::vector<Bytes>& certificates, std::vector<ServiceAttribute>& out,
                         std::string& error) {
+  std::vector<std::string> missing;
+  return longTermAttributes(options, signerCertificate, {}, certificates, out, missing, error);
+}
+
+bool longTermAttributes(const RevocationOptions& options, const Bytes& signerCertificate,
+                        const std::vector<Bytes>& further, const std::vector<Bytes>& certificates,
+                        std::vector<ServiceAttribute>& out, std::vector<std::string>& missing, std::string& error) {
   RevocationSubject subject;
   Evidence evidence;
   if (!revocationSubject(signerCertificate, certificates, subject, error) ||
       !readFiles(options, subject, evidence, error)) {
     return false;
   }
-  if (options.fetch && !fetchEvidence(options, signerCertificate, subject, evidence, error)) return false;
+  if (options.fetch && !fetchEvidence(options, signerCertificate, subject, kSignerRole, evidence, error)) {
+    return false;
+  }
+  if (!furtherEvidence(options, further, certificates, evidence, missing, error)) return false;
   std::vector<Bytes> chain{signerCertificate};
   for (const Bytes& c : certificates) {
     if (std::find(chain.begin(), chain.end(), c) == chain.end()) chain.push_back(c);

@@ -18,6 +18,7 @@ struct RevocationOptions {
   std::vector<std::string> crlFiles;
   bool fetch = false;
   bool allowRevoked = false;
+  bool allowMissing = false;  // a further certificate that names no responder is left without data
   long timeoutSeconds = 10;
 
   // Long-term data is added only when one of its sources is named.
@@ -53,5 +54,12 @@ void serviceUrls(const Bytes& certificate, std::vector<std::string>& ocsp, std::
 bool longTermAttributes(const RevocationOptions& options, const Bytes& signerCertificate,
                         const std::vector<Bytes>& certificates, std::vector<ServiceAttribute>& out,
                         std::string& error);
+
+// As above, and then the data of further certificates (those of a time-stamping authority), always asked of
+// the responders or distribution points each names, into the same revocation values. A further certificate
+// that names none is an error unless options.allowMissing; its subject is then added to missing.
+bool longTermAttributes(const RevocationOptions& options, const Bytes& signerCertificate,
+                        const std::vector<Bytes>& further, const std::vector<Bytes>& certificates,
+                        std::vector<ServiceAttribute>& out, std::vector<std::string>& missing, std::string& error);
 
 #endif  // KOLVARI_TOOLS_SERVICES_REVOCATION_CLIENT_H

@@ -17,6 +17,7 @@
 #include "cms/cvel_tsp_response.h"
 #include "cms/cvel_tst_info.h"
 #include "services/der_view.h"
+#include "signing/archive_timestamp.h"
 #include "verify/verify_revocation.h"
 #include "x509/cvel_ocsp_response.h"
 
@@ -429,6 +430,66 @@ void checkTimeStamps(const CvelP7SignerInfo& si, const VerifyContext& context, S
   }
 }
 
+// The imprint input of an archive-time-stamp-v3, computed again from the decoded fields and the hash index
+// its token's signer carries; empty with a reason when the token or the index cannot be read.
+std::string archiveInput(const SignedDataView& sd, const CvelP7SignerInfo& si, const CvelTSTInfo& token,
+                         Bytes& input) {
+  CvelP7SignerInfo* tokenSigner = nullptr;
+  std::vector<CvelString> index;
+  const EVP_MD* md = digestOfAlgorithm(token.hashAlgorithm());
+  Bytes contentHash;
+  if (md == nullptr || token.signedData().signerInfos().size() != 1 ||
+      token.signedData().signerInfos().get(0, tokenSigner) != kCvelOk || tokenSigner == nullptr ||
+      !attributeValues(tokenSigner->unsignedAttributes(), kOidAtsHashIndexV3, index) || index.size() != 1) {
+    return "the token has no single signer with one ats-hash-index-v3";
+  }
+  std::vector<Bytes> certificates;
+  std::string reason;
+  for (uint32_t i = 0; i < sd.p72.certificates().size() && i <= kMaxCertificates; ++i) {
+    certificates.push_back(bytesOf(sd.p72.certificates().get(i)->encoded()));
+  }
+  if (!hashIndexMatches(index[0], certificates, sd.crls, si.unsignedAttributes(), reason)) return reason;
+  if (!digestOf(md, *sd.content, contentHash)) return "the content cannot be read";
+  if (!archiveImprintInput(sd.p72.contentInfo().contentType(), contentHash, si, bytesOf(index[0]), input)) {
+    return "the SignerInfo's fields cannot be encoded";
+  }
+  return "";
+}
+
+// Each archive-time-stamp-v3 of the unsigned attributes, judged as a signature time-stamp is, over the
+// imprint input computed again; no check at all for a signer without one.
+void checkArchiveTimeStamps(const SignedDataView& sd, const CvelP7SignerInfo& si, const VerifyContext& context,
+                            SignatureReport& r) {
+  constexpr const char* kArchive = "archive time-stamp";
+  std::vector<CvelString> tokens;
+  if (!attributeValues(si.unsignedAttributes(), kOidArchiveTimeStampV3, tokens)) return;
+  for (size_t i = 0; i < tokens.size() && i < kMaxTokens; ++i) {
+    CvelTSTInfo token;
+    Bytes input;
+    std::string fault = token.encoded().assign(tokens[i]) == kCvelOk && token.decode() == kCvelOk
+                            ? archiveInput(sd, si, token, input)
+                            : "the attribute's value is not a time-stamp token";
+    if (!fault.empty()) {
+      r.add(kArchive, Outcome::kIndeterminate, fault, "FORMAT_FAILURE");
+      continue;
+    }
+    SignatureReport judged;
+    time_t genTime = 0;
+    judgeToken(token, bytesFeed(input.data(), input.size()), context, judged, genTime);
+    if (judged.indication() == Indication::kTotalPassed) {
+      r.add(kArchive, Outcome::kPassed, "an archive time-stamp of " + isoTime(genTime) + " by " + judged.signer +
+            " over the content, the signer's fields and its hash index");
+      continue;
+    }
+    for (const Check& c : judged.checks) {
+      if (c.outcome == Outcome::kFailed || c.outcome == Outcome::kIndeterminate) {
+        r.add(kArchive, c.outcome, c.name + ": " + c.reason, c.subIndication);
+        break;
+      }
+    }
+  }
+}
+
 RevocationData revocationDataOf(const SignedDataView& sd, const CvelP7SignerInfo& si, const VerifyContext& context) {
   RevocationData data;
   const CvelEtsRevocationValues& values = si.revocationValues();
@@ -466,6 +527,7 @@ void judgeSigner(const SignedDataView& sd, const CvelP7SignerInfo& si, const Ver
   // The time-stamps come before the path, whose validation time they give, and are reported after it.
   SignatureReport stamps;
   if (role == Role::kSigner) checkTimeStamps(si, context, state, stamps);
+  if (role == Role::kSigner) checkArchiveTimeStamps(sd, si, context, stamps);
   r.timestamp = stamps.timestamp;
   // A later document time-stamp proves that the signature existed at its time: the path is judged then.
   const bool proven = context.proofOfExistence && *context.proofOfExistence < state.validationTime;

@@ -1,0 +1,167 @@
+#!/usr/bin/env bash
+# `kolvari extend` on signatures that OpenSSL made (detached RSA and EC, attached EC in BER), at levels T, LT
+# and LTA, against the loopback time-stamp authority and OCSP responder (tests/support/loopback_services.sh).
+# Each result still verifies with `openssl cms -verify` and with `kolvari verify`; asn1crypto finds the signed
+# attributes and the signature bytes unchanged, decodes the new attributes, and computes the archive
+# time-stamp's imprint from the decoded fields on its own. A time-stamp authority that is down gives one line
+# and no output.
+set -euo pipefail
+: "${KOLVARI:?path of the kolvari tool}"
+here=$(cd "$(dirname "$0")" && pwd)
+command -v openssl > /dev/null && /usr/bin/python3 -c 'import asn1crypto' 2> /dev/null ||
+  { echo "extend skipped, missing: openssl or python3-asn1crypto"; exit 77; }
+
+work=$(mktemp -d)
+. "$here/../support/loopback_services.sh"
+stop() {
+  stop_loopback_services
+  rm -rf "$work"
+}
+trap stop EXIT
+cd "$work"
+fail() { echo "FAIL: $*" >&2; exit 1; }
+
+mkdir pki
+start_loopback_services "$work/pki"
+cd pki
+cat > x509.cnf <<EOF
+[req]
+distinguished_name = dn
+[dn]
+[ca]
+basicConstraints = critical,CA:TRUE
+keyUsage = critical,keyCertSign,cRLSign
+[signer]
+keyUsage = critical,digitalSignature,nonRepudiation
+authorityInfoAccess = OCSP;URI:$base/ocsp
+[tsa]
+keyUsage = critical,digitalSignature
+extendedKeyUsage = critical,timeStamping
+authorityInfoAccess = OCSP;URI:$base/ocsp
+[ocsp]
+keyUsage = critical,digitalSignature
+extendedKeyUsage = critical,OCSPSigning
+EOF
+make_loopback_ca "/CN=Extend Test CA"
+issue_certificate rsa 1001 signer "/CN=RSA Signer" -algorithm RSA -pkeyopt rsa_keygen_bits:2048
+issue_certificate ec 1002 signer "/CN=EC Signer"
+issue_certificate tsa 2001 tsa "/CN=Extend Test TSA"
+issue_certificate ocsp 2002 ocsp "/CN=Extend Test OCSP Responder"
+for entry in "1001 RSA Signer" "1002 EC Signer" "2001 Extend Test TSA"; do
+  printf 'V\t491231235959Z\t\t%s\tunknown\t/CN=%s\n' "${entry%% *}" "${entry#* }"
+done > index.txt
+make_loopback_crl 1
+write_tsa_config "sha256, sha384"
+cd "$work"
+echo "a document signed long ago, kept verifiable" > doc.txt
+
+# NAME|SIGNER|openssl cms -sign arguments
+while IFS='|' read -r name signer args; do
+  # shellcheck disable=SC2086  # ARGS are words
+  openssl cms -sign -binary -md sha256 -in doc.txt -signer "pki/$signer.pem" -inkey "pki/$signer.key" \
+    -outform DER -out "$name.p7s" $args || fail "$name: openssl cms -sign"
+  for level in T LT LTA; do
+    out=$name-$level.p7s
+    content=()
+    [ "$name" = attached ] || content=(--content doc.txt)
+    "$KOLVARI" extend --level "$level" --tsa "$base/tsa" "${content[@]}" "$name.p7s" --out "$out" 2> err.txt ||
+      fail "$out: kolvari extend: $(cat err.txt)"
+    openssl cms -verify -binary -inform DER -in "$out" "${content[@]/--content/-content}" -CAfile pki/ca.pem \
+      -purpose any -out /dev/null 2> err.txt || fail "$out: openssl cms -verify: $(cat err.txt)"
+    "$KOLVARI" verify --trust pki/ca.pem "${content[@]}" "$out" > verify.txt || fail "$out: $(cat verify.txt)"
+    grep -q TOTAL_PASSED verify.txt || fail "$out: kolvari verify: $(cat verify.txt)"
+    [ "$level" != LTA ] || grep -q 'archive time-stamp.*passed\|passed.*archive time-stamp' verify.txt ||
+      fail "$out: no archive time-stamp check: $(cat verify.txt)"
+    /usr/bin/python3 - "$name.p7s" "$out" "$level" doc.txt <<'PY' || fail "$out: asn1crypto"
+import hashlib, sys
+from asn1crypto import cms, core, crl, ocsp, tsp, x509  # tsp: the TSTInfo content type
+
+TOKEN, CERT_VALUES, REVOCATION_VALUES = "1.2.840.113549.1.9.16.2.14", "1.2.840.113549.1.9.16.2.23", "1.2.840.113549.1.9.16.2.24"
+ARCHIVE, HASH_INDEX = "0.4.0.1733.2.4", "0.4.0.19122.1.5"
+
+class Hashes(core.SequenceOf):
+    _child_spec = core.OctetString
+
+class HashIndex(core.Sequence):  # hashIndAlgorithm DEFAULT sha256 is left out for sha256
+    _fields = [("certificates", Hashes), ("crls", Hashes), ("unsigned", Hashes)]
+
+class Certificates(core.SequenceOf):
+    _child_spec = x509.Certificate
+
+class Crls(core.SequenceOf):
+    _child_spec = crl.CertificateList
+
+class Responses(core.SequenceOf):
+    _child_spec = ocsp.BasicOCSPResponse
+
+class RevocationValues(core.Sequence):
+    _fields = [("crl_vals", Crls, {"explicit": 0, "optional": True}),
+               ("ocsp_vals", Responses, {"explicit": 1, "optional": True})]
+
+before, after = (cms.ContentInfo.load(open(p, "rb").read())["content"] for p in sys.argv[1:3])
+level = sys.argv[3]
+old, new = before["signer_infos"][0], after["signer_infos"][0]
+for field in ("version", "sid", "digest_algorithm", "signed_attrs", "signature_algorithm", "signature"):
+    assert old[field].dump() == new[field].dump(), field + " changed"
+attributes = list(new["unsigned_attrs"])
+types = [a["type"].dotted for a in attributes]
+expected = {"T": [TOKEN], "LT": [TOKEN, CERT_VALUES, REVOCATION_VALUES],
+            "LTA": [TOKEN, CERT_VALUES, REVOCATION_VALUES, ARCHIVE]}[level]
+assert types == expected, types
+stamp = attributes[0]["values"][0]["content"]["encap_content_info"]["content"].parsed
+assert stamp["message_imprint"]["hashed_message"].native == hashlib.sha256(new["signature"].native).digest()
+if level != "T":
+    assert Certificates.load(attributes[1]["values"][0].dump())[0].serial_number == 0x1001 + (sys.argv[1] != "rsa.p7s")
+    statuses = [r["tbs_response_data"]["responses"][0]["cert_status"].name
+                for r in RevocationValues.load(attributes[2]["values"][0].dump())["ocsp_vals"]]
+    assert statuses == ["good", "good"], statuses  # the signer's, the time-stamping authority's
+if level != "LTA":
+    sys.exit(0)
+token = cms.ContentInfo.load(attributes[3]["values"][0].dump())["content"]
+index_values = [a["values"][0] for a in token["signer_infos"][0]["unsigned_attrs"] if a["type"].dotted == HASH_INDEX]
+assert len(index_values) == 1, "one ats-hash-index-v3 in the token's signer"
+index = HashIndex.load(index_values[0].dump())
+sha = lambda b: hashlib.sha256(b).digest()
+assert [h.native for h in index["certificates"]] == [sha(c.dump()) for c in after["certificates"]]
+assert [h.native for h in index["unsigned"]] == [sha(a["type"].dump() + v.dump()) for a in attributes[:3] for v in a["values"]]
+encap = after["encap_content_info"]
+content = encap["content"].native if encap["content"].native is not None else open(sys.argv[4], "rb").read()
+imprint = encap["content_type"].dump() + sha(content)
+imprint += b"".join(new[f].dump() for f in ("version", "sid", "digest_algorithm", "signed_attrs", "signature_algorithm", "signature"))
+imprint += index.dump()
+info = token["encap_content_info"]["content"].parsed
+assert info["message_imprint"]["hashed_message"].native == sha(imprint), "the archive imprint differs"
+PY
+  done
+done <<EOF
+rsa|rsa|
+ec|ec|
+attached|ec|-nodetach -stream -indef
+EOF
+
+# Renewing the archive: a second archive time-stamp over the first, both of which verify.
+"$KOLVARI" extend --level LTA --tsa "$base/tsa" --content doc.txt rsa-LTA.p7s --out renewed.p7s 2> err.txt ||
+  fail "renewed: $(cat err.txt)"
+"$KOLVARI" verify --trust pki/ca.pem --content doc.txt renewed.p7s > verify.txt || fail "renewed: $(cat verify.txt)"
+[ "$(grep -c 'passed *archive time-stamp:' verify.txt)" -eq 2 ] || fail "renewed: $(cat verify.txt)"
+
+# Certificate values altered after the archive time-stamp: its hash index no longer names them.
+/usr/bin/python3 - rsa-LTA.p7s <<'PY'
+import sys
+from asn1crypto import cms
+data = open(sys.argv[1], "rb").read()
+values = cms.ContentInfo.load(data)["content"]["signer_infos"][0]["unsigned_attrs"][1]["values"][0].dump()
+at = data.index(values) + len(values) - 1
+open("tampered.p7s", "wb").write(data[:at] + bytes([data[at] ^ 1]) + data[at + 1:])
+PY
+status=0
+"$KOLVARI" verify --trust pki/ca.pem --content doc.txt tampered.p7s > verify.txt || status=$?
+[ "$status" -eq 1 ] && grep -q 'archive time-stamp: .*unsignedAttrsHashIndex' verify.txt || fail "tampered: $(cat verify.txt)"
+
+# A time-stamp authority that is down: one line naming its URL and the signer, exit status 1, no output.
+stop_loopback_services
+status=0
+"$KOLVARI" extend --level T --tsa "$base/tsa" --content doc.txt rsa.p7s --out down.p7s 2> err.txt || status=$?
+[ "$status" -eq 1 ] && [ ! -e down.p7s ] && [ "$(wc -l < err.txt)" -eq 1 ] || fail "TSA down: status $status: $(cat err.txt)"
+grep -qF "$base/tsa" err.txt && grep -qF "CN=RSA Signer" err.txt || fail "TSA down: $(cat err.txt)"
+echo "extend: 9 extensions checked by OpenSSL, asn1crypto and kolvari verify; the failure case passed"

@@ -1,0 +1,40 @@
+#include "io/signature_text.h"
+
+#include <string>
+
+#include <openssl/evp.h>
+
+namespace {
+
+constexpr unsigned char kFirstByteSequence = 0x30;
+
+}  // namespace
+
+bool signatureBytes(const std::vector<unsigned char>& raw, std::vector<unsigned char>& der) {
+  if (!raw.empty() && raw[0] == kFirstByteSequence) {
+    der = raw;
+    return true;
+  }
+  std::string text(raw.begin(), raw.end());
+  const size_t begin = text.find("-----BEGIN");
+  if (begin != std::string::npos) {
+    const size_t start = text.find('\n', begin);
+    const size_t end = text.find("-----END", begin + 1);
+    if (start == std::string::npos || end == std::string::npos || end < start) return false;
+    text = text.substr(start + 1, end - start - 1);
+  }
+  std::string compact;
+  for (char c : text) {
+    if (c != ' ' && c != '\t' && c != '\r' && c != '\n') compact.push_back(c);
+  }
+  constexpr size_t kQuantum = 4;
+  if (compact.empty() || compact.size() % kQuantum != 0) return false;
+  der.assign(compact.size() / kQuantum * 3, 0);
+  const int n = EVP_DecodeBlock(der.data(), reinterpret_cast<const unsigned char*>(compact.data()),
+                                static_cast<int>(compact.size()));
+  if (n < 0) return false;
+  size_t padding = 0;
+  for (size_t i = compact.size(); i > 0 && compact[i - 1] == '='; --i) ++padding;
+  der.resize(static_cast<size_t>(n) - padding);
+  return !der.empty() && der[0] == kFirstByteSequence;
+}
