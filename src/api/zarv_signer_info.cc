@@ -5,8 +5,7 @@
 
 #include "api/signer_info_record.h"
 #include "api/zarv_guard.h"
-#include "asn1/cvel_a1_node.h"
-#include "asn1/cvel_a1_size.h"
+#include "asn1/cvel_a1_der_writer.h"
 #include "asn1/cvel_der.h"
 #include "asn1/cvel_oid.h"
 #include "kolvari/zarv.h"
@@ -42,20 +41,20 @@ uint32_t algorithm(const std::string& dotted, bool withNull, CvelString& out) {
   CvelString oid;
   uint32_t r = fromDottedElement(dotted.c_str(), oid);
   if (r != ZARV_OK) return r;
-  const uint64_t content = oid.length() + (withNull ? sizeof kDerNull : 0);
-  return cvelWriteExactly(cvelTlvSize(content), out, [&](CvelA1Writer& w) {
-    w.header(kTagSequence, content);
-    w.bytes(oid);
-    if (withNull) w.bytes(kDerNull, sizeof kDerNull);
+  return cvelEncodeDer(out, [&](CvelDerWriter& w) {
+    w.element(kTagSequence, [&] {
+      w.bytes(oid);
+      if (withNull) w.bytes(kDerNull, sizeof kDerNull);
+    });
   });
 }
 
-// Adds a signed attribute whose value of length octets is written in its place in the table by
-// fill(CvelA1Writer&); incomplete is the result when the value does not come out whole.
-template <typename Fill>
-uint32_t addWrittenAttribute(SignerInfoRecord& h, std::string_view oid, uint64_t length, uint32_t replace,
-                             uint32_t incomplete, Fill&& fill) {
-  return h.signedAttributes.add(oid, static_cast<size_t>(length), replace == kReplace, fill) ? ZARV_OK : incomplete;
+// Adds a signed attribute whose value encode(CvelDerWriter&) writes in its place in the table; incomplete
+// is the result when the value does not come out whole.
+template <typename Encode>
+uint32_t addWrittenAttribute(SignerInfoRecord& h, std::string_view oid, uint32_t replace, uint32_t incomplete,
+                             Encode&& encode) {
+  return h.signedAttributes.add(oid, replace == kReplace, encode) ? ZARV_OK : incomplete;
 }
 
 uint32_t setContentType(SignerInfoRecord& h, const std::vector<unsigned char>& derOid) {
@@ -90,10 +89,8 @@ uint32_t ZARV_SetSigningTime(SignerInfoRecord* h, const std::string& time) {
   if (length != kShortTimeLength && length != kLongTimeLength) return ZARV_E_BAD_PARAMETER;
   return zarvGuarded([&] {
     // The GeneralizedTime tag is written for both text lengths.
-    const uint64_t valueLength = cvelTlvSize(length);
-    return addWrittenAttribute(*h, kSigningTimeOid, valueLength, kReplace, kCvelErrMalformed, [&](CvelA1Writer& w) {
-      w.header(kTagGeneralizedTime, length);
-      w.bytes(time.data(), length);
+    return addWrittenAttribute(*h, kSigningTimeOid, kReplace, kCvelErrMalformed, [&](CvelDerWriter& w) {
+      w.element(kTagGeneralizedTime, time.data(), length);
     });
   });
 }
@@ -106,11 +103,9 @@ uint32_t ZARV_SetDataHash(SignerInfoRecord* h, const std::vector<unsigned char>&
     uint32_t r = algorithm(digestOid, true, digestAlgorithm);
     if (r != ZARV_OK) return r;
     h->signer.digestAlgorithm().moveFrom(digestAlgorithm);
-    return addWrittenAttribute(*h, kMessageDigestOid, cvelTlvSize(digest.size()), replace, kCvelErrMalformed,
-                               [&digest](CvelA1Writer& w) {
-                                 w.header(kTagOctetString, digest.size());
-                                 w.bytes(digest.data(), digest.size());
-                               });
+    return addWrittenAttribute(*h, kMessageDigestOid, replace, kCvelErrMalformed, [&digest](CvelDerWriter& w) {
+      w.element(kTagOctetString, digest.data(), digest.size());
+    });
   });
 }
 
@@ -131,11 +126,10 @@ uint32_t ZARV_SetSignerCertificate(SignerInfoRecord* h, const std::vector<unsign
     CvelString hashOid;
     r = fromDottedElement(certHashOid.c_str(), hashOid);
     if (r != ZARV_OK) return r;
-    const ZarvSigningCertificateV2 value(*certificate, certHash, hashOid);
-    // A value too large for one of the library's strings is refused as it always was.
-    if (value.size() >= CvelString::kViewCapacity - 1) return ZARV_E_OUT_OF_MEMORY;
-    r = addWrittenAttribute(*h, kSigningCertificateV2Oid, value.size(), kReplace, ZARV_E_OUT_OF_MEMORY,
-                            [&value](CvelA1Writer& w) { value.write(w); });
+    // A value too large for one of the library's strings is refused like one that cannot be had.
+    r = addWrittenAttribute(*h, kSigningCertificateV2Oid, kReplace, ZARV_E_OUT_OF_MEMORY, [&](CvelDerWriter& w) {
+      zarvWriteSigningCertificateV2(w, *certificate, certHash, hashOid);
+    });
     if (r != ZARV_OK) return r;
     h->signer.setSignerCertificate(std::move(certificate));
     return ZARV_OK;
@@ -146,17 +140,19 @@ uint32_t ZARV_SetSignatureCreationEnvironment(SignerInfoRecord* h, const std::st
                                               uint32_t replace) {
   if (!usable(h)) return ZARV_E_BAD_PARAMETER;
   return zarvGuarded([&] {
-    auto item = [](const unsigned char* oid, size_t oidLength, const std::string& text) {
-      return CvelA1Node::constructed(kTagSequence, {CvelA1Node::raw(oid, oidLength),
-                                                    CvelA1Node::primitive(kTagUtf8String, text.data(), text.size())});
+    auto item = [](CvelDerWriter& w, const unsigned char* oid, size_t oidLength, const std::string& text) {
+      w.element(kTagSequence, [&] {
+        w.bytes(oid, oidLength);
+        w.element(kTagUtf8String, text.data(), text.size());
+      });
     };
-    ZarvBytes value;
-    uint32_t r = CvelA1Node::constructed(kTagSequence, {item(kEnvironmentFirstOid, sizeof kEnvironmentFirstOid, first),
-                                                        item(kEnvironmentSecondOid, sizeof kEnvironmentSecondOid, second)})
-                     .appendTo(value);
-    if (r != ZARV_OK) return r;
-    return zarvAddAttribute(*h, ZarvAttributeKind::kSigned, kSignatureEnvironmentOid, value.data(), value.size(),
-                            replace == kReplace ? kReplace : 0);
+    const bool added = h->signedAttributes.add(kSignatureEnvironmentOid, replace == kReplace, [&](CvelDerWriter& w) {
+      w.element(kTagSequence, [&] {
+        item(w, kEnvironmentFirstOid, sizeof kEnvironmentFirstOid, first);
+        item(w, kEnvironmentSecondOid, sizeof kEnvironmentSecondOid, second);
+      });
+    });
+    return added ? ZARV_OK : ZARV_E_NOT_STORED;
   });
 }
 
@@ -189,8 +185,8 @@ uint32_t ZARV_GetDTBS(SignerInfoRecord* h, std::vector<unsigned char>* out) {
     if (r != ZARV_OK) return r;
     h->signer.signedAttributes().moveFrom(attributes);
     // What the host signs is the SET form of the attributes.
-    out->clear();
-    return CvelA1Node::primitive(kTagSet, h->signer.signedAttributes()).appendTo(*out);
+    const CvelString& set = h->signer.signedAttributes();
+    return cvelEncodeDer(*out, [&set](CvelDerWriter& w) { w.element(kTagSet, set); });
   });
 }
 
@@ -226,14 +222,8 @@ uint32_t ZARV_EncodeSignerInfo(SignerInfoRecord* h, std::vector<unsigned char>* 
     h->signer.setAttributeFlag(1);
     // Written straight into a vector of the final size, the one handed to the host: the same checks as
     // encoding into a string first, and out is left alone when they fail.
-    const uint64_t total = h->signer.encodedSize();
-    if (total >= CvelString::kViewCapacity - 1) return kCvelErrNoMemory;
-    ZarvBytes encoded(static_cast<size_t>(total));
-    CvelA1Writer w(encoded.data(), total);
-    h->signer.write(w);
-    if (!w.complete()) return kCvelErrMalformed;
-    *out = std::move(encoded);
-    return ZARV_OK;
+    const CvelP7SignerInfo& signer = h->signer;
+    return cvelEncodeDer(*out, [&signer](CvelDerWriter& w) { signer.write(w); });
   });
 }
 

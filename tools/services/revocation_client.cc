@@ -7,7 +7,7 @@
 #include <openssl/evp.h>
 
 #include "asn1/cvel_a1_context.h"
-#include "asn1/cvel_a1_node.h"
+#include "asn1/cvel_a1_der_writer.h"
 #include "asn1/cvel_der.h"
 #include "commands.h"
 #include "host_crypto.h"
@@ -233,10 +233,11 @@ bool revocationValuesValue(const Evidence& evidence, Bytes& out) {
 
 // CertificateValues ::= SEQUENCE OF Certificate
 bool certificateValuesValue(const std::vector<Bytes>& certificates, Bytes& out) {
-  std::vector<CvelA1Node> items;
-  for (const Bytes& c : certificates) items.push_back(CvelA1Node::raw(c.data(), c.size()));
-  out.clear();
-  return CvelA1Node::constructed(kTagSequence, std::move(items)).appendTo(out) == kCvelOk;
+  return cvelEncodeDer(out, [&certificates](CvelDerWriter& w) {
+           w.element(kTagSequence, [&] {
+             for (const Bytes& c : certificates) w.bytes(c.data(), c.size());
+           });
+         }) == kCvelOk;
 }
 
 }  // namespace
@@ -296,19 +297,24 @@ bool ocspRequest(const RevocationSubject& subject, Bytes& out) {
   }
   // OCSPRequest ::= SEQUENCE { tbsRequest TBSRequest }; TBSRequest ::= SEQUENCE { requestList SEQUENCE OF
   // Request }; Request ::= SEQUENCE { reqCert CertID }
-  CvelA1Node certId = CvelA1Node::constructed(
-      kTagSequence,
-      {CvelA1Node::constructed(kTagSequence, {CvelA1Node::raw(kDerOidSha1, sizeof kDerOidSha1),
-                                              CvelA1Node::raw(kDerNull, sizeof kDerNull)}),
-       CvelA1Node::primitive(kTagOctetString, nameHash.data(), nameHash.size()),
-       CvelA1Node::primitive(kTagOctetString, keyHash.data(), keyHash.size()), CvelA1Node::raw(subject.serialNumber)});
-  CvelA1Node request = CvelA1Node::constructed(
-      kTagSequence,
-      {CvelA1Node::constructed(
-          kTagSequence,
-          {CvelA1Node::constructed(kTagSequence, {CvelA1Node::constructed(kTagSequence, {std::move(certId)})})})});
-  out.clear();
-  return request.appendTo(out) == kCvelOk;
+  auto certId = [&](CvelDerWriter& w) {
+    w.element(kTagSequence, [&] {
+      w.element(kTagSequence, [&] {
+        w.bytes(kDerOidSha1, sizeof kDerOidSha1);
+        w.bytes(kDerNull, sizeof kDerNull);
+      });
+      w.element(kTagOctetString, nameHash.data(), nameHash.size());
+      w.element(kTagOctetString, keyHash.data(), keyHash.size());
+      w.bytes(subject.serialNumber);
+    });
+  };
+  return cvelEncodeDer(out, [&](CvelDerWriter& w) {
+           w.element(kTagSequence, [&] {
+             w.element(kTagSequence, [&] {
+               w.element(kTagSequence, [&] { w.element(kTagSequence, [&] { certId(w); }); });
+             });
+           });
+         }) == kCvelOk;
 }
 
 void serviceUrls(const Bytes& certificate, std::vector<std::string>& ocsp, std::vector<std::string>& crl) {
