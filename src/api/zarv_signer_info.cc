@@ -1,5 +1,4 @@
 // The exported signer-info functions: attributes in, data to be signed out, signature in, SignerInfo out.
-#include <memory>
 #include <new>
 #include <string_view>
 
@@ -114,25 +113,24 @@ uint32_t ZARV_SetSignerCertificate(SignerInfoRecord* h, const std::vector<unsign
   if (!usable(h)) return ZARV_E_BAD_PARAMETER;
   return zarvGuarded([&] {
     if (cert.size() >= CvelString::kViewCapacity - 1) return ZARV_E_BAD_PARAMETER;
-    std::unique_ptr<CvelCertificate> certificate(new (std::nothrow) CvelCertificate());
-    if (certificate == nullptr) return ZARV_E_OUT_OF_MEMORY;
-    uint32_t r = certificate->parse(cert.data(), static_cast<uint32_t>(cert.size()));
+    // Only the signer identifier and the signing-certificate-v2 value are taken from the certificate, both
+    // copied out before it goes: it lives for this call only.
+    CvelCertificate certificate;
+    uint32_t r = certificate.parse(cert.data(), static_cast<uint32_t>(cert.size()));
     if (r != ZARV_OK) return r;
     // The signer identifier is stored before the hash OID is converted, so a hash OID that does not
     // convert still leaves the identifier of this certificate in the object.
     CvelString signerIdentifier;
-    if (zarvBuildSignerIdentifier(*certificate, signerIdentifier) != ZARV_OK) return ZARV_E_OUT_OF_MEMORY;
+    if (zarvBuildSignerIdentifier(certificate, signerIdentifier) != ZARV_OK) return ZARV_E_OUT_OF_MEMORY;
     h->signer.signerIdentifier().moveFrom(signerIdentifier);
     CvelString hashOid;
     r = fromDottedElement(certHashOid.c_str(), hashOid);
     if (r != ZARV_OK) return r;
     // A value too large for one of the library's strings is refused like one that cannot be had.
     r = addWrittenAttribute(*h, kSigningCertificateV2Oid, kReplace, ZARV_E_OUT_OF_MEMORY, [&](CvelDerWriter& w) {
-      zarvWriteSigningCertificateV2(w, *certificate, certHash, hashOid);
+      zarvWriteSigningCertificateV2(w, certificate, certHash, hashOid);
     });
-    if (r != ZARV_OK) return r;
-    h->signer.setSignerCertificate(std::move(certificate));
-    return ZARV_OK;
+    return r;
   });
 }
 
@@ -186,7 +184,7 @@ uint32_t ZARV_GetDTBS(SignerInfoRecord* h, std::vector<unsigned char>* out) {
     h->signer.signedAttributes().moveFrom(attributes);
     // What the host signs is the SET form of the attributes.
     const CvelString& set = h->signer.signedAttributes();
-    return cvelEncodeDer(*out, [&set](CvelDerWriter& w) { w.element(kTagSet, set); });
+    return static_cast<uint32_t>(cvelEncodeDer(*out, [&set](CvelDerWriter& w) { w.element(kTagSet, set); }));
   });
 }
 
@@ -223,7 +221,7 @@ uint32_t ZARV_EncodeSignerInfo(SignerInfoRecord* h, std::vector<unsigned char>* 
     // Written straight into a vector of the final size, the one handed to the host: the same checks as
     // encoding into a string first, and out is left alone when they fail.
     const CvelP7SignerInfo& signer = h->signer;
-    return cvelEncodeDer(*out, [&signer](CvelDerWriter& w) { signer.write(w); });
+    return static_cast<uint32_t>(cvelEncodeDer(*out, [&signer](CvelDerWriter& w) { signer.write(w); }));
   });
 }
 

@@ -59,9 +59,9 @@ class CvelDerWriter : public CvelNonCopyObject {
   void element(uint8_t tag, const CvelString& s) { element(tag, s.data(), s.length()); }
 
   // The counting pass could not note every length (no memory for a structure of that many elements).
-  bool failed() const { return failed_; }
+  [[nodiscard]] bool failed() const { return failed_; }
   // The counting pass ran: the size of everything it counted.
-  uint64_t counted() const { return counted_; }
+  [[nodiscard]] uint64_t counted() const { return counted_; }
   // Ends the counting pass; the encoder then runs again and fills dst, which has room for counted() bytes.
   void startWriting(unsigned char* dst) {
     measuring_ = false;
@@ -69,7 +69,7 @@ class CvelDerWriter : public CvelNonCopyObject {
     sink_ = CvelA1Writer(dst, counted_);
   }
   // The writing pass filled its buffer exactly.
-  bool complete() const { return !measuring_ && !failed_ && sink_.complete() && next_ == lengthCount_; }
+  [[nodiscard]] bool complete() const { return !measuring_ && !failed_ && sink_.complete() && next_ == lengthCount_; }
   // Room left in the buffer of the writing pass.
   uint64_t left() const { return sink_.left(); }
 

@@ -205,7 +205,7 @@ CvelResult CvelA1P72::readCrls(CvelA1Input& in, CvelA1StreamCursor& tagged) {
       return kCvelErrMalformed;
     }
     try {
-      crls_.add(crl);
+      if (crls_.add(crl) != kCvelOk) return kCvelErrMalformed;
     } catch (const std::bad_alloc&) {
       return kCvelErrMalformed;  // the list has destroyed the CRL
     }

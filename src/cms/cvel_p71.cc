@@ -58,7 +58,8 @@ bool readRange(CvelA1Input& in, uint32_t offset, uint64_t count, CvelString& out
 
 }  // namespace
 
-CvelP71::CvelP71() { contentType_.assign(kDerOidData, sizeof(kDerOidData)); }
+// A type that cannot be copied in stays empty, which encode then writes as an empty type.
+CvelP71::CvelP71() { static_cast<void>(contentType_.assign(kDerOidData, sizeof(kDerOidData))); }
 
 CvelResult CvelP71::assign(const CvelP71& other) {
   if (this == &other) return kCvelOk;

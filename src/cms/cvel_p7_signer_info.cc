@@ -34,9 +34,19 @@ void forEachAttribute(const CvelString& attributes,
 
 }  // namespace
 
-CvelP7SignerInfo::CvelP7SignerInfo() : timeStamps_(new CvelTSPResponses()) {}
+CvelP7SignerInfo::CvelP7SignerInfo() = default;
 
 CvelP7SignerInfo::~CvelP7SignerInfo() = default;
+
+CvelTSPResponses& CvelP7SignerInfo::timeStamps() {
+  if (timeStamps_ == nullptr) timeStamps_ = std::make_unique<CvelTSPResponses>();
+  return *timeStamps_;
+}
+
+const CvelTSPResponses& CvelP7SignerInfo::timeStamps() const {
+  static const CvelTSPResponses kNone;
+  return timeStamps_ != nullptr ? *timeStamps_ : kNone;
+}
 
 CvelResult CvelP7SignerInfo::encode(CvelString& out) const {
   return cvelEncodeDer(out, [this](CvelDerWriter& w) { write(w); });
@@ -123,7 +133,7 @@ CvelResult CvelP7SignerInfo::examineAttributes() {
     if (value.assign(unsignedAttributes_, &values) != kCvelOk) return;
     revocationValuesResult_ = revocationValues_.decode(value);
   });
-  if (timeStamps_->size() != 0) return kCvelOk;
+  if (timeStamps_ != nullptr && timeStamps_->size() != 0) return kCvelOk;
   collect(signedAttributes_, true);
   collect(unsignedAttributes_, false);
   return kCvelOk;
@@ -153,7 +163,7 @@ void CvelP7SignerInfo::collect(const CvelString& attributes, bool signedAttribut
         continue;
       }
       try {
-        timeStamps_->add(response);
+        if (timeStamps().add(response) != kCvelOk) return;
       } catch (const std::bad_alloc&) {
         return;  // the list has destroyed the response
       }

@@ -41,11 +41,6 @@ class CvelP7SignerInfo : public CvelNonCopyObject {
   CvelResult examineAttributes();
 
   CvelString& workingBuffer() { return workingBuffer_; }
-  // The signer certificate, once one was given.
-  const CvelCertificate* signerCertificate() const { return signerCertificate_.get(); }
-  void setSignerCertificate(std::unique_ptr<CvelCertificate> certificate) {
-    signerCertificate_ = std::move(certificate);
-  }
   // Complete DER AlgorithmIdentifier.
   CvelString& digestAlgorithm() { return digestAlgorithm_; }
   CvelA1Integer& version() { return version_; }
@@ -74,8 +69,10 @@ class CvelP7SignerInfo : public CvelNonCopyObject {
   const CvelEtsRevocationValues& revocationValues() const { return revocationValues_; }
   CvelResult revocationValuesResult() const { return revocationValuesResult_; }
   // The time-stamp tokens found in the attributes, signed ones first.
-  CvelTSPResponses& timeStamps() { return *timeStamps_; }
-  const CvelTSPResponses& timeStamps() const { return *timeStamps_; }
+  // The list is made on first use: a signer being built never needs one. Throws std::bad_alloc when it
+  // cannot be made.
+  CvelTSPResponses& timeStamps();
+  const CvelTSPResponses& timeStamps() const;
 
  private:
   CvelResult readFields(CvelA1Input& in, CvelA1StreamCursor& fields);
@@ -83,7 +80,6 @@ class CvelP7SignerInfo : public CvelNonCopyObject {
   void collect(const CvelString& attributes, bool signedAttributes);
 
   CvelString workingBuffer_;
-  std::unique_ptr<CvelCertificate> signerCertificate_;
   CvelString digestAlgorithm_;
   CvelA1Integer version_;
   int32_t attributeFlag_ = 1;

@@ -73,7 +73,7 @@ void CvelCertificate::copyFrom(const CvelCertificate& other) {
   if (encoded_.assign(other.encoded_) != kCvelOk) return;
   if (parse() != kCvelOk) return;
   kind_ = other.kind_;
-  wrapperType_.assign(other.wrapperType_);
+  if (wrapperType_.assign(other.wrapperType_) != kCvelOk) return;
   // The source's identifiers are appended last first, to whatever this certificate already holds; the
   // first one that cannot be added (one already present, among others) ends the copy.
   for (uint32_t i = other.oids_.size(); i > 0; --i) {
@@ -106,7 +106,7 @@ void CvelCertificate::stripPemArmour() {
   uint32_t from = sizeof(kPemBegin) - 1;
   while (from < encoded_.length() && (encoded_.data()[from] == '\r' || encoded_.data()[from] == '\n')) ++from;
   CvelString body;
-  encoded_.subString(body, from, encoded_.length());
+  if (encoded_.subString(body, from, encoded_.length()) != kCvelOk) return;
   int32_t end = body.find(kPemEnd, sizeof(kPemEnd) - 1, 0, true);
   if (end >= 0) body.truncate(static_cast<uint32_t>(end));
   encoded_.moveFrom(body);
@@ -197,7 +197,7 @@ bool CvelCertificate::readValidity(const CvelA1Context& validityElement) {
     if (times.next(encoded_) < 0) break;
     CvelString element;
     if (!sliceElement(element, encoded_, times)) break;
-    field->decode(element, nullptr);
+    static_cast<void>(field->decode(element, nullptr));
   }
   return true;
 }
@@ -216,10 +216,10 @@ bool CvelCertificate::parsePublicKeyCertificate(const CvelA1Context& tbsElement)
   if (c.next(encoded_) != kTagSequence || !sliceElement(tbsSignatureAlgorithm_, encoded_, c)) return false;
   if (c.next(encoded_) != kTagSequence || !sliceElement(issuer_, encoded_, c)) return false;
   // Names and extensions view the certificate's own DER, which parse() keeps until it forgets them.
-  issuerName_.parse(issuer_, nullptr, CvelKeep::kView);
+  static_cast<void>(issuerName_.parse(issuer_, nullptr, CvelKeep::kView));
   if (c.next(encoded_) != kTagSequence || !readValidity(c)) return false;
   if (c.next(encoded_) != kTagSequence || !sliceElement(subject_, encoded_, c)) return false;
-  subjectName_.parse(subject_, nullptr, CvelKeep::kView);
+  static_cast<void>(subjectName_.parse(subject_, nullptr, CvelKeep::kView));
   if (c.next(encoded_) != kTagSequence || !sliceElement(subjectPublicKeyInfo_, encoded_, c)) return false;
 
   tag = c.next(encoded_);
@@ -233,7 +233,7 @@ bool CvelCertificate::parsePublicKeyCertificate(const CvelA1Context& tbsElement)
   }
   if (tag == kTagContext3) {
     if (!sliceContent(extensionsElement_, encoded_, c)) return false;
-    extensions_.decode(extensionsElement_, nullptr, CvelKeep::kView);
+    static_cast<void>(extensions_.decode(extensionsElement_, nullptr, CvelKeep::kView));
     decodePoliciesAndStatements();
     tag = c.next(encoded_);
   }
@@ -251,9 +251,9 @@ bool CvelCertificate::parseAttributeCertificate(const CvelA1Context& tbsElement)
     tag = c.next(encoded_);
   }
   if ((tag != kTagContext0 && tag != kTagContext1) || !sliceElement(subject_, encoded_, c)) return false;
-  subjectName_.parse(subject_);
+  static_cast<void>(subjectName_.parse(subject_));
   if (c.next(encoded_) != kTagSequence || !sliceElement(issuer_, encoded_, c)) return false;
-  issuerName_.parse(issuer_);
+  static_cast<void>(issuerName_.parse(issuer_));
   if (c.next(encoded_) != kTagSequence || !sliceElement(tbsSignatureAlgorithm_, encoded_, c)) return false;
   if (c.next(encoded_) != kTagInteger || !sliceElement(serialNumber_, encoded_, c)) return false;
   if (c.next(encoded_) != kTagSequence || !readValidity(c)) return false;
@@ -262,7 +262,7 @@ bool CvelCertificate::parseAttributeCertificate(const CvelA1Context& tbsElement)
   if (c.next(encoded_) != kTagSequence) return false;
   if (extensionsElement_.assign(encoded_, &c) != kCvelOk) return false;
   CvelA1Context run;
-  extensions_.decodeRecords(extensionsElement_, run);
+  static_cast<void>(extensions_.decodeRecords(extensionsElement_, run));
 
   tag = c.next(encoded_);
   if (tag == kTagContext1) {
@@ -275,7 +275,7 @@ bool CvelCertificate::parseAttributeCertificate(const CvelA1Context& tbsElement)
     if (appended != kCvelOk && appended != kCvelAppendedInPlace) return false;
     extensions_.clear();
     CvelA1Context joined;
-    extensions_.decodeRecords(extensionsElement_, joined);
+    static_cast<void>(extensions_.decodeRecords(extensionsElement_, joined));
     decodePoliciesAndStatements();
     tag = c.next(encoded_);
   }

@@ -117,7 +117,7 @@ bool CvelCRL::readTbs() {
   if (tag != kTagSequence || c.next(s) != kTagSequence) return false;
   CvelString issuer;
   if (!sliceElement(issuer, s, c) || issuer_.assign(issuer) != kCvelOk) return false;
-  issuerName_.parse(issuer_);
+  static_cast<void>(issuerName_.parse(issuer_));
 
   CvelString time;
   if (!isTime(c.next(s)) || !sliceElement(time, s, c)) return false;

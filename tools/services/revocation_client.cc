@@ -32,7 +32,7 @@ constexpr size_t kMaxFileSize = 16u * 1024 * 1024;
 
 CvelString viewOf(const unsigned char* bytes, size_t n) {
   CvelString s;
-  s.setView(bytes, n);
+  if (s.setView(bytes, n) != kCvelOk) s.release();
   return s;
 }
 
@@ -209,14 +209,14 @@ bool revocationValuesValue(const Evidence& evidence, Bytes& out) {
     std::unique_ptr<CvelEtsRevocationValues::CvelEtsTriple> triple(new (std::nothrow)
                                                                          CvelEtsRevocationValues::CvelEtsTriple());
     if (triple == nullptr || c.next(der) != kTagSequence || triple->assign(der, c) != kCvelOk) return false;
-    values.crlValues().add(triple.release());
+    if (values.crlValues().add(triple.release()) != kCvelOk) return false;
   }
   for (const Bytes& basic : evidence.basicResponses) {
     std::unique_ptr<CvelOCSPResponse> response(new (std::nothrow) CvelOCSPResponse());
     if (response == nullptr || response->parse(basic.data(), static_cast<uint32_t>(basic.size())) != kCvelOk) {
       return false;
     }
-    values.ocspValues().add(response.release());
+    if (values.ocspValues().add(response.release()) != kCvelOk) return false;
   }
   // The attribute form is SEQUENCE { type, SET { value } }: the host hands the library the value alone.
   CvelString attribute;
