@@ -9,14 +9,16 @@
 #include <vector>
 
 #include "asn1/cvel_a1_size.h"
-#include "asn1/cvel_non_copy_object.h"
 #include "asn1/cvel_result.h"
 #include "asn1/cvel_string.h"
 
-class CvelDerWriter : public CvelNonCopyObject {
+// Not copyable (the lengths noted belong to one run), and without virtual functions: encoders make one per
+// structure, often for a few dozen octets.
+class CvelDerWriter {
  public:
   CvelDerWriter() = default;
-  ~CvelDerWriter() override = default;
+  CvelDerWriter(const CvelDerWriter&) = delete;
+  CvelDerWriter& operator=(const CvelDerWriter&) = delete;
 
   // Bytes written as they are: a whole element already DER, or part of an enclosing element's content.
   void bytes(const void* src, uint64_t n) {
@@ -77,14 +79,35 @@ class CvelDerWriter : public CvelNonCopyObject {
   // Element lengths held without an allocation; deeper or wider structures spill into a vector.
   static constexpr size_t kHeldLengths = 24;
 
-  size_t open();
-  void close(size_t slot, uint64_t contentLength);
-  uint64_t nextLength();
+  size_t open() {
+    const size_t slot = lengthCount_++;
+    if (slot >= kHeldLengths) spill();
+    return slot;
+  }
+  void close(size_t slot, uint64_t contentLength) {
+    if (slot < kHeldLengths) {
+      held_[slot] = contentLength;
+    } else if (slot - kHeldLengths < spilled_.size()) {
+      spilled_[slot - kHeldLengths] = contentLength;
+    }
+    counted_ += 1 + cvelLengthOfLength(contentLength);
+  }
+  uint64_t nextLength() {
+    if (next_ >= lengthCount_) {
+      failed_ = true;
+      return 0;
+    }
+    const size_t slot = next_++;
+    return slot < kHeldLengths ? held_[slot] : spilled_[slot - kHeldLengths];
+  }
+  // Notes one more length past the held ones.
+  void spill();
 
   bool measuring_ = true;
   bool failed_ = false;
   uint64_t counted_ = 0;
-  uint64_t held_[kHeldLengths] = {};
+  // Each written by close before nextLength reads it.
+  uint64_t held_[kHeldLengths];
   std::vector<uint64_t> spilled_;
   size_t lengthCount_ = 0;
   size_t next_ = 0;
