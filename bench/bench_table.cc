@@ -257,6 +257,20 @@ struct Row {
   std::string note;  // what the inputs were, for the line under the table
 };
 
+// What a row must reach, each part unset when zero: OpenSSL's time over ours at least minSpeedup, ours over
+// the floor at most maxFloorRatio, our allocations per operation at most maxAllocations.
+struct Goal {
+  double minSpeedup = 0;
+  double maxFloorRatio = 0;
+  double maxAllocations = 0;
+};
+
+// The goals by "group/name" of their row.
+std::map<std::string, Goal>& rowGoals() {
+  static std::map<std::string, Goal> all;
+  return all;
+}
+
 std::vector<Row>& rows() {
   static std::vector<Row> all;
   return all;
@@ -326,6 +340,10 @@ void addCertificateRows() {
 }
 
 // ---- signer round trip ----
+
+// The signer round trip's goal: this many times faster than OpenSSL's path, with at most this many allocations.
+constexpr double kSignerMinSpeedup = 30;
+constexpr double kSignerMaxAllocations = 8;
 
 // The signer of both sides: a fresh P-256 key and a self-signed certificate for it (OpenSSL's path will not
 // add a signer without the matching key), with the hashes and the signature each side is handed ready-made.
@@ -443,6 +461,7 @@ void addSignerRows() {
   addRow({"signer", "round trip", [s] { return oursSigner(*s, false); }, theirs, {}, 1,
           "signer: P-256 certificate, SHA-256 digest, time and signature precomputed; OpenSSL always encodes the "
           "ContentInfo"});
+  rowGoals()["signer/round trip"] = Goal{kSignerMinSpeedup, 0, kSignerMaxAllocations};
   addRow({"signer", "round trip + container", [s] { return oursSigner(*s, true); }, theirs, {}, 1, ""});
 }
 
@@ -451,6 +470,9 @@ void addSignerRows() {
 // The last two counts give the cost of doubling N at the top of the range, printed after the table.
 constexpr size_t kCertificateCounts[] = {1, 10, 100, 1000, 2000};
 constexpr size_t kCrlCounts[] = {0, 2, 10};
+// The build+encode goal, for this many certificates (and two CRLs): within this factor of the floor.
+constexpr size_t kGoalCertificates = 1000;
+constexpr double kBuildEncodeMaxFloorRatio = 3;
 
 // A partial detached signedData of OpenSSL's with the same certificates and CRLs and no signer.
 CmsPtr theirsContainer(const std::vector<X509Ptr>& certs, const std::vector<X509CrlPtr>& crls) {
@@ -533,7 +555,9 @@ void addContainerRows() {
           CmsPtr cms = theirsContainer(in->x509s, in->x509Crls);
           return cms && theirsEncode(cms.get());
         };
-        addRow({"container", "build+encode N=" + std::to_string(n) + " M=2", oursAll, theirsAll, floor, 1, ""});
+        const std::string buildName = "build+encode N=" + std::to_string(n) + " M=2";
+        addRow({"container", buildName, oursAll, theirsAll, floor, 1, ""});
+        if (n == kGoalCertificates) rowGoals()["container/" + buildName] = Goal{0, kBuildEncodeMaxFloorRatio, 0};
       }
     }
   }
@@ -667,7 +691,7 @@ void addSignedDataRow(const std::string& name, Bytes bytes) {
   auto der = std::make_shared<const Bytes>(std::move(bytes));
   // Our decoder reads through a view of the same bytes, made once.
   auto image = std::make_shared<CvelString>();
-  image->setView(der->data(), der->size());
+  if (image->setView(der->data(), der->size()) != kCvelOk) return;
   addDecoderRow("SignedData", name, der, [image] { return oursSignedData(*image); },
                 [der] { return theirsSignedData(*der); });
 }
@@ -764,7 +788,7 @@ VerifyCase* makeVerifyCase(bool rsa) {
   // The signed attributes as received, under the SET tag the signature covers, and the signature value, read
   // by the library's decoder (setting up, not measured).
   CvelString whole;
-  whole.assign(c->cms.data(), static_cast<uint32_t>(c->cms.size()));
+  if (whole.assign(c->cms.data(), static_cast<uint32_t>(c->cms.size())) != kCvelOk) return nullptr;
   CvelA1InputString in(whole, 0, whole.length());
   CvelA1StreamCursor cursor;
   CvelA1P72 p72;
@@ -947,6 +971,35 @@ std::string formatAllocations(const Measured& m) {
   return text;
 }
 
+// "goal ROW: PARTS: met" (or "not met"), each part the goal and what was measured; empty without a goal.
+std::string goalLine(const Row& row, const std::vector<Measured>& m) {
+  const auto found = rowGoals().find(row.group + "/" + row.name);
+  if (found == rowGoals().end()) return "";
+  const Goal& g = found->second;
+  std::string parts;
+  bool met = true;
+  char text[96];
+  auto part = [&](bool ok, const char* format, double goal, double now) {
+    std::snprintf(text, sizeof text, format, goal, now);
+    parts += (parts.empty() ? "" : ", ") + std::string(text);
+    met = met && ok;
+  };
+  if (g.minSpeedup > 0) {
+    const double speedup = m[0].ok && m[1].ok && m[0].ns > 0 ? m[1].ns / m[0].ns : 0;
+    part(speedup >= g.minSpeedup, "at least %.0fx OpenSSL (%.1fx)", g.minSpeedup, speedup);
+  }
+  if (g.maxFloorRatio > 0) {
+    const double ratio = m[0].ok && m[2].ok && m[2].ns > 0 ? m[0].ns / m[2].ns : 0;
+    part(ratio > 0 && ratio <= g.maxFloorRatio, "within %.0fx the floor (%.2fx)", g.maxFloorRatio, ratio);
+  }
+  if (g.maxAllocations > 0) {
+    part(m[0].ok && m[0].allocations <= g.maxAllocations, "at most %.0f allocations (%.1f)", g.maxAllocations,
+         m[0].allocations);
+  }
+  if (parts.empty()) return "";
+  return "goal " + row.group + " " + row.name + ": " + parts + ": " + (met ? "met" : "not met");
+}
+
 // What doubling the certificates from the second-largest count to the largest costs our encoder, per CRL count.
 void printDoubling(const std::map<std::string, double>& encodeNs) {
   constexpr size_t kCounts = sizeof kCertificateCounts / sizeof kCertificateCounts[0];
@@ -997,6 +1050,7 @@ int main(int argc, char** argv) {
               "floor", "ours/flr", "allocs", "OpenSSL");
   std::printf("%-11s %-26s %10s %10s %8s %10s %9s %7s %7s\n", "", "", "", "", "", "", "", "ours", "allocs");
   std::vector<std::string> notes;
+  std::vector<std::string> goals;
   std::map<std::string, double> encodeNs;  // our container encode rows, by name
   for (const Row& row : rows()) {
     const std::vector<Measured> m = measure(row);
@@ -1007,9 +1061,12 @@ int main(int argc, char** argv) {
                 formatAllocations(m[1]).c_str());
     std::fflush(stdout);
     if (!row.note.empty()) notes.push_back(row.note);
+    const std::string goal = goalLine(row, m);
+    if (!goal.empty()) goals.push_back(goal);
   }
   std::printf("\n");
   for (const std::string& note : notes) std::printf("%s\n", note.c_str());
   printDoubling(encodeNs);
+  for (const std::string& goal : goals) std::printf("%s\n", goal.c_str());
   return 0;
 }
