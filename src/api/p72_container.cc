@@ -112,8 +112,10 @@ uint32_t encodeP72Container(P72Container& record, std::vector<unsigned char>& ou
 
 void ZarvPieces::push_back(const ZarvBytes& der) {
   if (blocks_.empty() || blocks_.back().capacity() - blocks_.back().size() < der.size()) {
+    const size_t wanted = blocks_.empty() ? kFirstBlockBytes
+                                          : std::min(kLargestBlockBytes, 2 * blocks_.back().capacity());
     ZarvBytes block;
-    block.reserve(std::max(kBlockBytes, der.size()));
+    block.reserve(std::max(wanted, der.size()));
     blocks_.reserve(blocks_.size() + 1);
     blocks_.push_back(std::move(block));
   }

@@ -47,8 +47,10 @@ class ZarvPieces {
   }
 
  private:
-  // A block holds at least this much, so that the blocks of large containers stay few.
-  static constexpr size_t kBlockBytes = 64 * 1024;
+  // Blocks start small, for the usual container of a few pieces, and double up to the largest size, so
+  // that the blocks of large containers stay few. A piece larger than that has a block of its own size.
+  static constexpr size_t kFirstBlockBytes = 4 * 1024;
+  static constexpr size_t kLargestBlockBytes = 64 * 1024;
 
   std::vector<ZarvBytes> blocks_;
   size_t count_ = 0;
