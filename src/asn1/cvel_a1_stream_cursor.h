@@ -13,7 +13,7 @@ class CvelA1StreamCursor {
  public:
   static constexpr uint32_t kNoTag = 0xFFFFFFFFu;
   // What next() returns when the first identifier byte cannot be read: not a result code.
-  static constexpr CvelResult kNothingRead = kCvelNone;
+  static constexpr CvelResult kNothingRead = 0;
 
   // Reads the element at the position.
   CvelResult next(CvelA1Input& in);
