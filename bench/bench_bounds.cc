@@ -173,7 +173,9 @@ Bytes hugeCrl(const std::string& path, uint64_t target = kCrlTarget) {
   return out;
 }
 
-void view(const Bytes& b, CvelString& s) { s.setView(b.data(), b.size()); }
+void view(const Bytes& b, CvelString& s) {
+  if (s.setView(b.data(), b.size()) != kCvelOk) s.release();
+}
 
 CvelResult walk(const Bytes& b) {
   CvelString s;

@@ -48,7 +48,7 @@ void BM_CvelStringAppendSmall(benchmark::State& state) {
   const unsigned char piece[8] = {1, 2, 3, 4, 5, 6, 7, 8};
   for (auto _ : state) {
     CvelString s;
-    for (uint32_t i = 0; i < count; ++i) s.append(piece, sizeof piece);
+    for (uint32_t i = 0; i < count; ++i) static_cast<void>(s.append(piece, sizeof piece));
     benchmark::DoNotOptimize(s.data());
   }
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * count * sizeof piece);
@@ -64,7 +64,7 @@ void BM_CvelStringAppendSmallWithRoom(benchmark::State& state) {
     CvelString s;
     if (s.allocate(count * sizeof piece) != kCvelOk) state.SkipWithError("allocate");
     s.truncate(0);
-    for (uint32_t i = 0; i < count; ++i) s.append(piece, sizeof piece);
+    for (uint32_t i = 0; i < count; ++i) static_cast<void>(s.append(piece, sizeof piece));
     benchmark::DoNotOptimize(s.data());
   }
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * count * sizeof piece);

@@ -23,11 +23,11 @@ static void walkRange(const CvelString& s, CvelA1Context& cursor, bool descend, 
       if (cursor.tag() == CvelA1Context::kNoTag) return;
     }
     CvelString copy;
-    cursor.getElement(s, copy);
-    copy.assign(s, &cursor);
-    copy.setView(s, &cursor);
-    CvelA1Integer().decode(s, &cursor);
-    CvelTime().decode(s, &cursor);
+    static_cast<void>(cursor.getElement(s, copy));
+    static_cast<void>(copy.assign(s, &cursor));
+    static_cast<void>(copy.setView(s, &cursor));
+    static_cast<void>(CvelA1Integer().decode(s, &cursor));
+    static_cast<void>(CvelTime().decode(s, &cursor));
     if ((s.data()[cursor.elementOffset()] & 0x20) != 0 && cursor.contentLength() != 0 && depth < kMaxDepth) {
       CvelA1Context child;
       child.enterElementOf(cursor);

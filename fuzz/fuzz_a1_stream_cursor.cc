@@ -12,14 +12,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   CvelA1InputString in(s, (mode >> 2) & 0x0F, (mode & 0x80) != 0 ? s.length() / 2 + 1 : 0xFFFFFFFFu);
   CvelA1StreamCursor cursor;
   cursor.setLenient((mode & 1) != 0);
-  cursor.reset(in);
+  static_cast<void>(cursor.reset(in));
   CvelResult r = cursor.next(in);
   for (size_t steps = 0; r == kCvelOk && steps < 20000; ++steps) {
     CvelString out;
-    cursor.getContent(in, out);
-    cursor.getElement(in, out);
+    static_cast<void>(cursor.getContent(in, out));
+    static_cast<void>(cursor.getElement(in, out));
     CvelA1Integer integer;
-    integer.decode(in, cursor);
+    static_cast<void>(integer.decode(in, cursor));
     // Into constructed elements (with bit 1 of the mode, into every element), else on behind the element.
     const uint32_t behind = cursor.position();
     const bool enter = (cursor.tag() & 0x20) != 0 || (mode & 2) != 0;
@@ -28,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     r = cursor.next(in);
   }
   unsigned char buffer[16];
-  in.seek(static_cast<int64_t>(mode) - 64, mode % 3);
-  in.read(buffer, sizeof buffer, nullptr);
+  static_cast<void>(in.seek(static_cast<int64_t>(mode) - 64, mode % 3));
+  static_cast<void>(in.read(buffer, sizeof buffer, nullptr));
   return 0;
 }

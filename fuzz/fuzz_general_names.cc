@@ -13,7 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   CvelString der;
   if (!fuzzView(data, size, der)) return 0;
   CvelGeneralNames names;
-  names.parse(der);
+  static_cast<void>(names.parse(der));
   const uint32_t paired = std::min(names.size(), kPaired);
   for (uint32_t i = 0; i < names.size(); ++i) {
     CvelGeneralName* a = nullptr;
@@ -26,8 +26,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       if (names.get(j, b) == kCvelOk) a->matches(*b);
   }
   CvelGeneralName single;
-  single.encoded().assign(data, static_cast<uint32_t>(size));
-  single.parse();
+  static_cast<void>(single.encoded().assign(data, static_cast<uint32_t>(size)));
+  static_cast<void>(single.parse());
   single.matches(single);
   return 0;
 }

@@ -9,7 +9,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   policies.decode(value);
   for (uint32_t i = 0; i < policies.size(); ++i) {
     CvelCertificatePolicy* p = nullptr;
-    if (policies.get(i, p) == kCvelOk) p->split();
+    if (policies.get(i, p) == kCvelOk) static_cast<void>(p->split());
   }
   return 0;
 }

@@ -75,7 +75,7 @@ std::vector<CvelString> children(const CvelString& s, const CvelA1Context& paren
 CvelString contentOf(const CvelString& der, int32_t tag) {
   CvelString out;
   CvelA1Context c;
-  if (c.next(der) == tag) c.getContent(der, out);
+  if (c.next(der) != tag || c.getContent(der, out) != kCvelOk) out.release();
   return out;
 }
 
@@ -138,7 +138,7 @@ V sidValue(const CvelString& sid) {
   const int32_t tag = c.next(sid);
   if (tag == kTagKeyIdentifier) {
     CvelString id;
-    c.getContent(sid, id);
+    if (c.getContent(sid, id) != kCvelOk) id.release();
     v.set("subjectKeyIdentifier", V::text(id.toHex()));
     return v;
   }
@@ -156,7 +156,7 @@ void fillToken(V& v, const CvelTSTInfo& t) {
   v.set("hashAlgorithm", algorithmValue(t.hashAlgorithm()));
   CvelString hashed;
   CvelA1Context c;
-  if (c.next(t.hashedMessage()) >= 0) c.getContent(t.hashedMessage(), hashed);
+  if (c.next(t.hashedMessage()) >= 0 && c.getContent(t.hashedMessage(), hashed) != kCvelOk) hashed.release();
   v.set("hashedMessage", V::text(hashed.toHex()));
   v.set("serialNumber", V::text(contentOf(t.serialNumber(), kTagInteger).toHex()));
   v.set("genTime", timeValue(t.genTime()));
@@ -452,8 +452,7 @@ bool memoryValue(const CvelString& der, V& out, CvelCertificate& certificate, bo
   const int32_t first = c.next(der);
   if (first == kTagOid) {
     CvelString oid;
-    c.getElement(der, oid);
-    if (kindOf(oid) != kOidSignedData) return false;
+    if (c.getElement(der, oid) != kCvelOk || kindOf(oid) != kOidSignedData) return false;
     CvelA1P72 p72;
     CvelA1InputString in(der, 0, der.length());
     CvelA1StreamCursor cursor;

@@ -132,7 +132,7 @@ int report(const CvelLogger& logger) {
   }
   printNotes(logger.configPath(), reading);
   if (logger.startUp() == CvelLogStartUp::kParseFailed) {
-    std::printf("logging: off: %s (0x%08X, %s)", reasonText(logger.startUp()), logger.parseResult(),
+    std::printf("logging: off: %s (0x%08X, %s)", reasonText(logger.startUp()), static_cast<uint32_t>(logger.parseResult()),
                 parseVerdict(logger.parseResult()));
     if (reading.refusedLine > 0) std::printf(" at line %zu: %s", reading.refusedLine, reading.refusedText.c_str());
     std::printf("\n");

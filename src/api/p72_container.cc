@@ -4,21 +4,17 @@
 #include <cstring>
 
 #include "asn1/cvel_a1_integer.h"
-#include "asn1/cvel_a1_size.h"
+#include "asn1/cvel_a1_der_writer.h"
 #include "asn1/cvel_der.h"
 #include "asn1/cvel_string.h"
 #include "cms/cvel_p71.h"
+#include "cms/cvel_signed_data_writer.h"
 
 namespace {
 
 constexpr uint32_t kDefaultVersion = 1;
 // Largest element a CvelString can hold: its length is 32 bits and its buffer carries a terminator.
 constexpr uint64_t kMaxContainerLength = CvelString::kViewCapacity - 2;
-
-// Size of one AlgorithmIdentifier { OID, NULL } built from bare OID content octets.
-uint64_t algorithmIdentifierSize(const ZarvBytes& oidContent) {
-  return cvelTlvSize(cvelTlvSize(oidContent.size()) + sizeof(kDerNull));
-}
 
 // Detached encapsulated content info: the Data content info without content, of the record's content type
 // taken as zero-terminated text (only the bytes before a first 0x00 count; hosts rely on that truncation).
@@ -49,9 +45,19 @@ uint32_t buildDefaultVersion(P72Container& record) {
   return ZARV_OK;
 }
 
-void writePieces(CvelA1Writer& w, uint8_t tag, const ZarvPieces& pieces, uint64_t contentLength) {
-  w.header(tag, contentLength);
-  for (const ZarvBytes& piece : pieces) w.bytes(piece.data(), piece.size());
+// Writes the pieces as the content of an element.
+void writePieces(CvelDerWriter& w, const ZarvPieces& pieces) {
+  pieces.forEachBlock([&w](const unsigned char* data, size_t size) { w.bytes(data, size); });
+}
+
+// SEQUENCE { OID, NULL } for each digest algorithm, from its bare OID content octets.
+void writeDigestAlgorithms(CvelDerWriter& w, const P72Container& record) {
+  for (const ZarvBytes& oid : record.digestAlgorithms) {
+    w.element(kTagSequence, [&] {
+      w.element(kTagOid, oid.data(), oid.size());
+      w.bytes(kDerNull, sizeof(kDerNull));
+    });
+  }
 }
 
 }  // namespace
@@ -69,24 +75,23 @@ uint32_t encodeP72Container(P72Container& record, std::vector<unsigned char>& ou
   if (record.versionNumber == 0 && record.signerInfos.empty()) return ZARV_E_INCOMPLETE;
   if (record.versionNumber == 0 && record.digestAlgorithms.empty()) return ZARV_E_INCOMPLETE;
 
-  // Sizes first, then one write into the host's vector.
-  const bool withCertificates = !record.certificates.empty();
   const bool withCrls = record.versionNumber != 0 && !record.crls.empty();
-  const uint64_t certificatesLength = record.certificates.bytes();
-  const uint64_t crlsLength = record.crls.bytes();
-  const uint64_t signerInfosLength = record.signerInfos.bytes();
-  uint64_t digestsLength = 0;
-  for (const ZarvBytes& oid : record.digestAlgorithms) digestsLength += algorithmIdentifierSize(oid);
-
-  const uint64_t bodyLength = record.contentInfo.size() + (withCertificates ? cvelTlvSize(certificatesLength) : 0) +
-                              (withCrls ? cvelTlvSize(crlsLength) : 0) + cvelTlvSize(signerInfosLength);
-  const uint64_t signedDataLength = record.versionBytes.size() + cvelTlvSize(digestsLength) + bodyLength;
-  const uint64_t explicitLength = cvelTlvSize(signedDataLength);
-  const uint64_t contentInfoLength = sizeof(kDerOidSignedData) + cvelTlvSize(explicitLength);
-  const uint64_t total = cvelTlvSize(contentInfoLength);
+  const auto parts = CvelSignedDataParts{
+      [&](CvelDerWriter& w) { w.bytes(record.versionBytes.data(), record.versionBytes.size()); },
+      [&](CvelDerWriter& w) { writeDigestAlgorithms(w, record); },
+      [&](CvelDerWriter& w) { w.bytes(record.contentInfo.data(), record.contentInfo.size()); },
+      !record.certificates.empty(),
+      [&](CvelDerWriter& w) { writePieces(w, record.certificates); },
+      withCrls,
+      [&](CvelDerWriter& w) { writePieces(w, record.crls); },
+      [&](CvelDerWriter& w) { writePieces(w, record.signerInfos); }};
+  CvelDerWriter w;
+  cvelWriteSignedData(w, parts);
+  const uint64_t total = w.counted();
   // Every DER image of the library fits a CvelString, whose length is 32 bits; a larger container is refused
   // the way wrapping it into one would be, before the host's vector is touched. The outermost element is
   // the largest, so this one check covers every inner element too.
+  if (w.failed()) return ZARV_E_OUT_OF_MEMORY;
   if (total > kMaxContainerLength || total > out.max_size()) return ZARV_E_OUT_OF_MEMORY;
 
   // No earlier bytes survive in the vector's storage. Storage the vector gives up when it grows is wiped
@@ -98,24 +103,24 @@ uint32_t encodeP72Container(P72Container& record, std::vector<unsigned char>& ou
     std::fill(out.begin() + static_cast<std::ptrdiff_t>(total), out.end(), 0);
   }
   out.resize(static_cast<size_t>(total));
-  CvelA1Writer w(out.data(), out.size());
-  w.header(kTagSequence, contentInfoLength);
-  w.bytes(kDerOidSignedData, sizeof(kDerOidSignedData));
-  w.header(kTagContext0, explicitLength);
-  w.header(kTagSequence, signedDataLength);
-  w.bytes(record.versionBytes.data(), record.versionBytes.size());
-  w.header(kTagSet, digestsLength);
-  for (const ZarvBytes& oid : record.digestAlgorithms) {
-    w.header(kTagSequence, cvelTlvSize(oid.size()) + sizeof(kDerNull));
-    w.header(kTagOid, oid.size());
-    w.bytes(oid.data(), oid.size());
-    w.bytes(kDerNull, sizeof(kDerNull));
-  }
-  w.bytes(record.contentInfo.data(), record.contentInfo.size());
-  if (withCertificates) writePieces(w, kTagContext0, record.certificates, certificatesLength);
-  if (withCrls) writePieces(w, kTagContext1, record.crls, crlsLength);
-  writePieces(w, kTagSet, record.signerInfos, signerInfosLength);
+  w.startWriting(out.data());
+  cvelWriteSignedData(w, parts);
   if (w.complete()) return ZARV_OK;
   std::fill(out.end() - static_cast<std::ptrdiff_t>(w.left()), out.end(), 0);
   return ZARV_E_NOT_STORED;
+}
+
+void ZarvPieces::push_back(const ZarvBytes& der) {
+  if (blocks_.empty() || blocks_.back().capacity() - blocks_.back().size() < der.size()) {
+    const size_t wanted = blocks_.empty() ? kFirstBlockBytes
+                                          : std::min(kLargestBlockBytes, 2 * blocks_.back().capacity());
+    ZarvBytes block;
+    block.reserve(std::max(wanted, der.size()));
+    blocks_.reserve(blocks_.size() + 1);
+    blocks_.push_back(std::move(block));
+  }
+  ZarvBytes& last = blocks_.back();
+  last.insert(last.end(), der.begin(), der.end());
+  ++count_;
+  bytes_ += der.size();
 }

@@ -6,7 +6,8 @@
 #include <cstring>
 #include <vector>
 
-#include "asn1/cvel_a1_size.h"
+#include "asn1/cvel_a1_context.h"
+#include "asn1/cvel_a1_der_writer.h"
 #include "asn1/cvel_der.h"
 #include "asn1/cvel_oid.h"
 
@@ -14,15 +15,16 @@ namespace {
 constexpr uint32_t kReplace = 1;
 
 // X.690 11.6: SET OF components compare as octet strings, the shorter one padded with zero octets at its end.
-bool derSetOfLess(const CvelString& a, const CvelString& b) {
-  const uint32_t common = std::min(a.length(), b.length());
-  for (uint32_t i = 0; i < common; ++i) {
-    if (a.data()[i] != b.data()[i]) return a.data()[i] < b.data()[i];
-  }
+template <typename Octets>
+bool derSetOfLess(const Octets& a, const Octets& b) {
+  const uint32_t common = std::min(a.length, b.length);
+  const int c = common == 0 ? 0 : std::memcmp(a.data, b.data, common);
+  if (c != 0) return c < 0;
   // Past the common part only a non-zero octet of the longer one can make the difference.
-  const CvelString& longer = a.length() > b.length() ? a : b;
-  for (uint32_t i = common; i < longer.length(); ++i) {
-    if (longer.data()[i] != 0) return &longer == &b;
+  const bool bLonger = b.length > a.length;
+  const Octets& longer = bLonger ? b : a;
+  for (uint32_t i = common; i < longer.length; ++i) {
+    if (longer.data[i] != 0) return bLonger;
   }
   return false;
 }
@@ -33,33 +35,40 @@ struct AttributeParts {
   const unsigned char* value;
   size_t valueLength;
 
-  uint64_t content() const { return type->length() + cvelTlvSize(valueLength); }
-  uint64_t size() const { return cvelTlvSize(content()); }
-  void write(CvelA1Writer& w) const {
-    w.header(kTagSequence, content());
-    w.bytes(*type);
-    w.header(kTagSet, valueLength);
-    if (valueLength != 0) w.bytes(value, valueLength);
+  void write(CvelDerWriter& w) const {
+    w.element(kTagSequence, [&] {
+      w.bytes(*type);
+      w.element(kTagSet, value, valueLength);
+    });
   }
 };
 
-// The Attributes in DER order: each one is encoded on its own, then they are sorted by their encodings.
+// Where one Attribute's encoding sits in the block of all of them.
+struct Encoding {
+  const unsigned char* data;
+  uint32_t length;
+};
+
+// The Attributes in DER order: all of them encoded one behind the other into one block, an index of where
+// each one sits sorted by their octets, then the set written from the sorted index.
 uint32_t writeInDerOrder(const std::vector<AttributeParts>& attributes, CvelString& out) {
-  std::vector<CvelString> encodings(attributes.size());
-  for (size_t i = 0; i < attributes.size(); ++i) {
-    const AttributeParts& a = attributes[i];
-    uint32_t r = cvelWriteExactly(a.size(), encodings[i], [&a](CvelA1Writer& w) { a.write(w); });
-    if (r != kCvelOk) return r;
+  CvelString block;
+  uint32_t r = cvelEncodeDer(block, [&attributes](CvelDerWriter& w) {
+    for (const AttributeParts& a : attributes) a.write(w);
+  });
+  if (r != kCvelOk) return r;
+  // Each encoding's extent, read back from its own header.
+  std::vector<Encoding> sorted;
+  sorted.reserve(attributes.size());
+  CvelA1Context c;
+  while (c.next(block) == kTagSequence) {
+    sorted.push_back({block.data() + c.elementOffset(), c.elementLength()});
   }
-  std::vector<const CvelString*> sorted;
-  sorted.reserve(encodings.size());
-  for (const CvelString& encoding : encodings) sorted.push_back(&encoding);
+  if (sorted.size() != attributes.size()) return kCvelErrMalformed;
   std::stable_sort(sorted.begin(), sorted.end(),
-                   [](const CvelString* a, const CvelString* b) { return derSetOfLess(*a, *b); });
-  uint64_t total = 0;
-  for (const CvelString* encoding : sorted) total += encoding->length();
-  return cvelWriteExactly(total, out, [&sorted](CvelA1Writer& w) {
-    for (const CvelString* encoding : sorted) w.bytes(*encoding);
+                   [](const Encoding& a, const Encoding& b) { return derSetOfLess(a, b); });
+  return cvelEncodeDer(out, [&sorted](CvelDerWriter& w) {
+    for (const Encoding& e : sorted) w.bytes(e.data, e.length);
   });
 }
 
@@ -164,8 +173,8 @@ void ZarvAttributeMap::compactWhenMostlyWaste() {
 
 uint32_t zarvAddAttribute(SignerInfoRecord& record, ZarvAttributeKind kind, std::string_view oid,
                           const unsigned char* value, size_t length, uint32_t replace) {
-  const bool added = record.table(kind).add(oid, length, replace == kReplace,
-                                            [value, length](CvelA1Writer& w) { w.bytes(value, length); });
+  const bool added = record.table(kind).add(oid, replace == kReplace,
+                                            [value, length](CvelDerWriter& w) { w.bytes(value, length); });
   return added ? ZARV_OK : ZARV_E_NOT_STORED;
 }
 
@@ -179,17 +188,12 @@ uint32_t zarvBuildAttributes(const ZarvAttributeMap& map, ZarvAttributeOrder ord
   // Each type is converted once, in the map's order, before anything is written; the attributes borrow
   // these strings and the map's octets until the set is written.
   ConvertedTypes types(map.typeCount());
-  uint64_t total = 0;
   uint32_t failure = ZARV_OK;
   size_t converted = 0;
   forEachValue(map, [&](const ZarvAttributeMap::Value& v, size_t type) {
-    if (failure != ZARV_OK) return;
-    if (type == converted) {
-      failure = fromDottedElement(map.typeText(v), types[type]);
-      if (failure != ZARV_OK) return;
-      ++converted;
-    }
-    total += AttributeParts{&types[type], map.bytesOf(v), v.length}.size();
+    if (failure != ZARV_OK || type != converted) return;
+    failure = fromDottedElement(map.typeText(v), types[type]);
+    if (failure == ZARV_OK) ++converted;
   });
   if (failure != ZARV_OK) return failure;
   if (order == ZarvAttributeOrder::kDer) {
@@ -200,15 +204,12 @@ uint32_t zarvBuildAttributes(const ZarvAttributeMap& map, ZarvAttributeOrder ord
     });
     return writeInDerOrder(attributes, out);
   }
-  return cvelWriteExactly(total, out, [&](CvelA1Writer& w) {
+  return cvelEncodeDer(out, [&](CvelDerWriter& w) {
     forEachValue(map, [&](const ZarvAttributeMap::Value& v, size_t type) {
       AttributeParts{&types[type], map.bytesOf(v), v.length}.write(w);
     });
   });
 }
-
-// Both builders below write a fixed shape around pieces of the certificate: sizes first, then one pass of the
-// writer into the bytes' final place, without a tree of pieces in between.
 
 uint32_t zarvBuildSignerIdentifier(const CvelCertificate& certificate, CvelString& signerIdentifier) {
   // IssuerAndSerialNumber has the same bytes as the certificate's own issuer-and-serial pair.
@@ -218,33 +219,22 @@ uint32_t zarvBuildSignerIdentifier(const CvelCertificate& certificate, CvelStrin
 // SigningCertificateV2 ::= SEQUENCE { certs SEQUENCE OF ESSCertIDv2 }, one ESSCertIDv2 ::= SEQUENCE {
 //   hashAlgorithm SEQUENCE { OID, NULL }, certHash OCTET STRING,
 //   issuerSerial SEQUENCE { issuer SEQUENCE { [4] { Name } }, serialNumber } }.
-ZarvSigningCertificateV2::ZarvSigningCertificateV2(const CvelCertificate& certificate,
-                                                   const ZarvBytes& certificateHash, const CvelString& hashOid)
-    : issuer_(certificate.issuer()),
-      serial_(certificate.serialNumber()),
-      certificateHash_(certificateHash),
-      hashOid_(hashOid),
-      // The NULL parameters are always written, whatever the hash algorithm.
-      hashAlgorithmContent_(static_cast<uint64_t>(hashOid.length()) + sizeof kDerNull),
-      generalNamesContent_(cvelTlvSize(issuer_.length())),
-      issuerSerialContent_(cvelTlvSize(generalNamesContent_) + serial_.length()),
-      certIdContent_(cvelTlvSize(hashAlgorithmContent_) + cvelTlvSize(certificateHash.size()) +
-                     cvelTlvSize(issuerSerialContent_)),
-      certsContent_(cvelTlvSize(certIdContent_)),
-      valueContent_(cvelTlvSize(certsContent_)) {}
-
-void ZarvSigningCertificateV2::write(CvelA1Writer& w) const {
-  w.header(kTagSequence, valueContent_);
-  w.header(kTagSequence, certsContent_);
-  w.header(kTagSequence, certIdContent_);
-  w.header(kTagSequence, hashAlgorithmContent_);
-  w.bytes(hashOid_);
-  w.bytes(kDerNull, sizeof kDerNull);
-  w.header(kTagOctetString, certificateHash_.size());
-  if (!certificateHash_.empty()) w.bytes(certificateHash_.data(), certificateHash_.size());
-  w.header(kTagSequence, issuerSerialContent_);
-  w.header(kTagSequence, generalNamesContent_);
-  w.header(kTagContext4, issuer_.length());
-  w.bytes(issuer_);
-  w.bytes(serial_);
+void zarvWriteSigningCertificateV2(CvelDerWriter& w, const CvelCertificate& certificate,
+                                   const ZarvBytes& certificateHash, const CvelString& hashOid) {
+  w.element(kTagSequence, [&] {
+    w.element(kTagSequence, [&] {
+      w.element(kTagSequence, [&] {
+        // The NULL parameters are always written, whatever the hash algorithm.
+        w.element(kTagSequence, [&] {
+          w.bytes(hashOid);
+          w.bytes(kDerNull, sizeof kDerNull);
+        });
+        w.element(kTagOctetString, certificateHash.data(), certificateHash.size());
+        w.element(kTagSequence, [&] {
+          w.element(kTagSequence, [&] { w.element(kTagContext4, certificate.issuer()); });
+          w.bytes(certificate.serialNumber());
+        });
+      });
+    });
+  });
 }

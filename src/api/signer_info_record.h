@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "asn1/cvel_a1_size.h"
+#include "asn1/cvel_a1_der_writer.h"
 #include "asn1/cvel_string.h"
 #include "cms/cvel_p7_signer_info.h"
 #include "kolvari/zarv.h"
@@ -38,18 +38,23 @@ class ZarvAttributeMap {
   // The type's values leave the index; their octets stay in the block until it is compacted.
   void erase(std::string_view type);
 
-  // Appends a value of length octets under the type, written in place by fill(CvelA1Writer&); with replace
-  // the type's earlier values go first. False, with nothing changed, when fill does not write exactly
-  // length octets. Throws std::bad_alloc when the block cannot grow.
-  template <typename Fill>
-  bool add(std::string_view type, size_t length, bool replace, Fill&& fill) {
+  // Appends the value that encode(CvelDerWriter&) writes under the type, counted first and then written in
+  // place; with replace the type's earlier values go first. False, with nothing changed, when the value
+  // cannot be written whole or is too large for one of the library's strings. Throws std::bad_alloc when the
+  // block cannot grow.
+  template <typename Encode>
+  bool add(std::string_view type, bool replace, Encode&& encode) {
+    CvelDerWriter w;
+    encode(w);
+    if (w.failed() || w.counted() >= CvelString::kViewCapacity - 1) return false;
+    const size_t length = static_cast<size_t>(w.counted());
     compactWhenMostlyWaste();
     block_.reserve(block_.size() + length + type.size() + 1);
     values_.reserve(values_.size() + 1);
     const size_t offset = block_.size();
     block_.resize(offset + length);
-    CvelA1Writer w(block_.data() + offset, length);
-    fill(w);
+    w.startWriting(block_.data() + offset);
+    encode(w);
     if (!w.complete()) {
       block_.resize(offset);
       return false;
@@ -127,25 +132,8 @@ uint32_t zarvBuildAttributes(const ZarvAttributeMap& map, ZarvAttributeOrder ord
 uint32_t zarvBuildSignerIdentifier(const CvelCertificate& certificate, CvelString& signerIdentifier);
 
 // The signing-certificate-v2 value for a parsed certificate, the host's hash of it and that hash's OID
-// (already DER): sized when made, then written where the caller keeps it. The pieces are borrowed.
-class ZarvSigningCertificateV2 {
- public:
-  ZarvSigningCertificateV2(const CvelCertificate& certificate, const ZarvBytes& certificateHash,
-                           const CvelString& hashOid);
-  uint64_t size() const { return cvelTlvSize(valueContent_); }
-  void write(CvelA1Writer& w) const;
-
- private:
-  const CvelString& issuer_;
-  const CvelString& serial_;
-  const ZarvBytes& certificateHash_;
-  const CvelString& hashOid_;
-  uint64_t hashAlgorithmContent_;
-  uint64_t generalNamesContent_;
-  uint64_t issuerSerialContent_;
-  uint64_t certIdContent_;
-  uint64_t certsContent_;
-  uint64_t valueContent_;
-};
+// (already DER).
+void zarvWriteSigningCertificateV2(CvelDerWriter& w, const CvelCertificate& certificate,
+                                   const ZarvBytes& certificateHash, const CvelString& hashOid);
 
 #endif  // KOLVARI_API_SIGNER_INFO_RECORD_H

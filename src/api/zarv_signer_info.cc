@@ -1,12 +1,10 @@
 // The exported signer-info functions: attributes in, data to be signed out, signature in, SignerInfo out.
-#include <memory>
 #include <new>
 #include <string_view>
 
 #include "api/signer_info_record.h"
 #include "api/zarv_guard.h"
-#include "asn1/cvel_a1_node.h"
-#include "asn1/cvel_a1_size.h"
+#include "asn1/cvel_a1_der_writer.h"
 #include "asn1/cvel_der.h"
 #include "asn1/cvel_oid.h"
 #include "kolvari/zarv.h"
@@ -42,20 +40,20 @@ uint32_t algorithm(const std::string& dotted, bool withNull, CvelString& out) {
   CvelString oid;
   uint32_t r = fromDottedElement(dotted.c_str(), oid);
   if (r != ZARV_OK) return r;
-  const uint64_t content = oid.length() + (withNull ? sizeof kDerNull : 0);
-  return cvelWriteExactly(cvelTlvSize(content), out, [&](CvelA1Writer& w) {
-    w.header(kTagSequence, content);
-    w.bytes(oid);
-    if (withNull) w.bytes(kDerNull, sizeof kDerNull);
+  return cvelEncodeDer(out, [&](CvelDerWriter& w) {
+    w.element(kTagSequence, [&] {
+      w.bytes(oid);
+      if (withNull) w.bytes(kDerNull, sizeof kDerNull);
+    });
   });
 }
 
-// Adds a signed attribute whose value of length octets is written in its place in the table by
-// fill(CvelA1Writer&); incomplete is the result when the value does not come out whole.
-template <typename Fill>
-uint32_t addWrittenAttribute(SignerInfoRecord& h, std::string_view oid, uint64_t length, uint32_t replace,
-                             uint32_t incomplete, Fill&& fill) {
-  return h.signedAttributes.add(oid, static_cast<size_t>(length), replace == kReplace, fill) ? ZARV_OK : incomplete;
+// Adds a signed attribute whose value encode(CvelDerWriter&) writes in its place in the table; incomplete
+// is the result when the value does not come out whole.
+template <typename Encode>
+uint32_t addWrittenAttribute(SignerInfoRecord& h, std::string_view oid, uint32_t replace, uint32_t incomplete,
+                             Encode&& encode) {
+  return h.signedAttributes.add(oid, replace == kReplace, encode) ? ZARV_OK : incomplete;
 }
 
 uint32_t setContentType(SignerInfoRecord& h, const std::vector<unsigned char>& derOid) {
@@ -90,10 +88,8 @@ uint32_t ZARV_SetSigningTime(SignerInfoRecord* h, const std::string& time) {
   if (length != kShortTimeLength && length != kLongTimeLength) return ZARV_E_BAD_PARAMETER;
   return zarvGuarded([&] {
     // The GeneralizedTime tag is written for both text lengths.
-    const uint64_t valueLength = cvelTlvSize(length);
-    return addWrittenAttribute(*h, kSigningTimeOid, valueLength, kReplace, kCvelErrMalformed, [&](CvelA1Writer& w) {
-      w.header(kTagGeneralizedTime, length);
-      w.bytes(time.data(), length);
+    return addWrittenAttribute(*h, kSigningTimeOid, kReplace, kCvelErrMalformed, [&](CvelDerWriter& w) {
+      w.element(kTagGeneralizedTime, time.data(), length);
     });
   });
 }
@@ -106,11 +102,9 @@ uint32_t ZARV_SetDataHash(SignerInfoRecord* h, const std::vector<unsigned char>&
     uint32_t r = algorithm(digestOid, true, digestAlgorithm);
     if (r != ZARV_OK) return r;
     h->signer.digestAlgorithm().moveFrom(digestAlgorithm);
-    return addWrittenAttribute(*h, kMessageDigestOid, cvelTlvSize(digest.size()), replace, kCvelErrMalformed,
-                               [&digest](CvelA1Writer& w) {
-                                 w.header(kTagOctetString, digest.size());
-                                 w.bytes(digest.data(), digest.size());
-                               });
+    return addWrittenAttribute(*h, kMessageDigestOid, replace, kCvelErrMalformed, [&digest](CvelDerWriter& w) {
+      w.element(kTagOctetString, digest.data(), digest.size());
+    });
   });
 }
 
@@ -119,26 +113,24 @@ uint32_t ZARV_SetSignerCertificate(SignerInfoRecord* h, const std::vector<unsign
   if (!usable(h)) return ZARV_E_BAD_PARAMETER;
   return zarvGuarded([&] {
     if (cert.size() >= CvelString::kViewCapacity - 1) return ZARV_E_BAD_PARAMETER;
-    std::unique_ptr<CvelCertificate> certificate(new (std::nothrow) CvelCertificate());
-    if (certificate == nullptr) return ZARV_E_OUT_OF_MEMORY;
-    uint32_t r = certificate->parse(cert.data(), static_cast<uint32_t>(cert.size()));
+    // Only the signer identifier and the signing-certificate-v2 value are taken from the certificate, both
+    // copied out before it goes: it lives for this call only.
+    CvelCertificate certificate;
+    uint32_t r = certificate.parse(cert.data(), static_cast<uint32_t>(cert.size()));
     if (r != ZARV_OK) return r;
     // The signer identifier is stored before the hash OID is converted, so a hash OID that does not
     // convert still leaves the identifier of this certificate in the object.
     CvelString signerIdentifier;
-    if (zarvBuildSignerIdentifier(*certificate, signerIdentifier) != ZARV_OK) return ZARV_E_OUT_OF_MEMORY;
+    if (zarvBuildSignerIdentifier(certificate, signerIdentifier) != ZARV_OK) return ZARV_E_OUT_OF_MEMORY;
     h->signer.signerIdentifier().moveFrom(signerIdentifier);
     CvelString hashOid;
     r = fromDottedElement(certHashOid.c_str(), hashOid);
     if (r != ZARV_OK) return r;
-    const ZarvSigningCertificateV2 value(*certificate, certHash, hashOid);
-    // A value too large for one of the library's strings is refused as it always was.
-    if (value.size() >= CvelString::kViewCapacity - 1) return ZARV_E_OUT_OF_MEMORY;
-    r = addWrittenAttribute(*h, kSigningCertificateV2Oid, value.size(), kReplace, ZARV_E_OUT_OF_MEMORY,
-                            [&value](CvelA1Writer& w) { value.write(w); });
-    if (r != ZARV_OK) return r;
-    h->signer.setSignerCertificate(std::move(certificate));
-    return ZARV_OK;
+    // A value too large for one of the library's strings is refused like one that cannot be had.
+    r = addWrittenAttribute(*h, kSigningCertificateV2Oid, kReplace, ZARV_E_OUT_OF_MEMORY, [&](CvelDerWriter& w) {
+      zarvWriteSigningCertificateV2(w, certificate, certHash, hashOid);
+    });
+    return r;
   });
 }
 
@@ -146,17 +138,19 @@ uint32_t ZARV_SetSignatureCreationEnvironment(SignerInfoRecord* h, const std::st
                                               uint32_t replace) {
   if (!usable(h)) return ZARV_E_BAD_PARAMETER;
   return zarvGuarded([&] {
-    auto item = [](const unsigned char* oid, size_t oidLength, const std::string& text) {
-      return CvelA1Node::constructed(kTagSequence, {CvelA1Node::raw(oid, oidLength),
-                                                    CvelA1Node::primitive(kTagUtf8String, text.data(), text.size())});
+    auto item = [](CvelDerWriter& w, const unsigned char* oid, size_t oidLength, const std::string& text) {
+      w.element(kTagSequence, [&] {
+        w.bytes(oid, oidLength);
+        w.element(kTagUtf8String, text.data(), text.size());
+      });
     };
-    ZarvBytes value;
-    uint32_t r = CvelA1Node::constructed(kTagSequence, {item(kEnvironmentFirstOid, sizeof kEnvironmentFirstOid, first),
-                                                        item(kEnvironmentSecondOid, sizeof kEnvironmentSecondOid, second)})
-                     .appendTo(value);
-    if (r != ZARV_OK) return r;
-    return zarvAddAttribute(*h, ZarvAttributeKind::kSigned, kSignatureEnvironmentOid, value.data(), value.size(),
-                            replace == kReplace ? kReplace : 0);
+    const bool added = h->signedAttributes.add(kSignatureEnvironmentOid, replace == kReplace, [&](CvelDerWriter& w) {
+      w.element(kTagSequence, [&] {
+        item(w, kEnvironmentFirstOid, sizeof kEnvironmentFirstOid, first);
+        item(w, kEnvironmentSecondOid, sizeof kEnvironmentSecondOid, second);
+      });
+    });
+    return added ? ZARV_OK : ZARV_E_NOT_STORED;
   });
 }
 
@@ -189,8 +183,8 @@ uint32_t ZARV_GetDTBS(SignerInfoRecord* h, std::vector<unsigned char>* out) {
     if (r != ZARV_OK) return r;
     h->signer.signedAttributes().moveFrom(attributes);
     // What the host signs is the SET form of the attributes.
-    out->clear();
-    return CvelA1Node::primitive(kTagSet, h->signer.signedAttributes()).appendTo(*out);
+    const CvelString& set = h->signer.signedAttributes();
+    return static_cast<uint32_t>(cvelEncodeDer(*out, [&set](CvelDerWriter& w) { w.element(kTagSet, set); }));
   });
 }
 
@@ -226,14 +220,8 @@ uint32_t ZARV_EncodeSignerInfo(SignerInfoRecord* h, std::vector<unsigned char>* 
     h->signer.setAttributeFlag(1);
     // Written straight into a vector of the final size, the one handed to the host: the same checks as
     // encoding into a string first, and out is left alone when they fail.
-    const uint64_t total = h->signer.encodedSize();
-    if (total >= CvelString::kViewCapacity - 1) return kCvelErrNoMemory;
-    ZarvBytes encoded(static_cast<size_t>(total));
-    CvelA1Writer w(encoded.data(), total);
-    h->signer.write(w);
-    if (!w.complete()) return kCvelErrMalformed;
-    *out = std::move(encoded);
-    return ZARV_OK;
+    const CvelP7SignerInfo& signer = h->signer;
+    return static_cast<uint32_t>(cvelEncodeDer(*out, [&signer](CvelDerWriter& w) { signer.write(w); }));
   });
 }
 

@@ -60,7 +60,7 @@ CvelA1InputFile::CvelA1InputFile(const char* path) {
   if (file == nullptr) return;
   if (file->open(path, CvelDataStream::kRead) != kCvelOk) {
     delete file;
-    if (path != nullptr) name_.assign(path);
+    if (path != nullptr && name_.assign(path) != kCvelOk) name_.release();
     return;
   }
   attach(file, path, true);
@@ -72,7 +72,8 @@ CvelA1InputFile::~CvelA1InputFile() { attach(nullptr, nullptr, false); }
 
 void CvelA1InputFile::attach(CvelDataStream* file, const char* path, bool owns) {
   if (file_ != nullptr) {
-    file_->close();
+    // The stream was only read: a failing close leaves nothing unwritten.
+    static_cast<void>(file_->close());
     if (owns_) delete file_;
   }
   file_ = file;

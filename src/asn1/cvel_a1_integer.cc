@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "asn1/cvel_a1_context.h"
+#include "asn1/cvel_a1_der_writer.h"
 #include "asn1/cvel_a1_input.h"
 #include "asn1/cvel_a1_size.h"
 #include "asn1/cvel_a1_stream_cursor.h"
@@ -55,17 +56,11 @@ CvelResult CvelA1Integer::encode(CvelString& out) {
   return encodeHeld(out);
 }
 
-uint64_t CvelA1Integer::writtenSize() const {
-  if (bytes_.isEmpty()) return 2 + valueOctets();
-  return static_cast<uint64_t>(kHeldHeaderOctets) + bytes_.length();
-}
-
-void CvelA1Integer::write(CvelA1Writer& w) const {
+void CvelA1Integer::write(CvelDerWriter& w) const {
   if (bytes_.isEmpty()) {
     unsigned char content[kValueOctets];
     const uint32_t n = valueContent(content);
-    w.header(kTagInteger, n);
-    w.bytes(content, n);
+    w.element(kTagInteger, content, n);
     return;
   }
   // One length octet whatever the count, as encodeHeld writes it.
@@ -79,24 +74,9 @@ CvelResult CvelA1Integer::encodeHeld(CvelString& out) const {
   // holding the low eight bits of the count, so a longer content yields an element whose length octet does
   // not describe it and which is one or more octets shorter than encodedSize() says. The element is still
   // exactly tag, length octet and the held octets; nothing is read or written past them.
-  const uint32_t n = bytes_.length();
-  if (n > CvelString::kViewCapacity - 1 - kHeldHeaderOctets) {
-    out.release();
-    return kCvelErrNoMemory;
-  }
-  CvelString result;
-  CvelResult r = result.allocate(kHeldHeaderOctets + n);
-  if (r != kCvelOk) {
-    out.release();
-    return r;
-  }
-  CvelA1Writer w(result);
-  w.byte(kTagInteger);
-  w.byte(static_cast<uint8_t>(n));
-  w.bytes(bytes_);
-  if (!w.complete()) return kCvelErrMalformed;
-  out.moveFrom(result);
-  return kCvelOk;
+  const CvelResult r = cvelEncodeDer(out, [this](CvelDerWriter& w) { write(w); });
+  if (r == kCvelErrNoMemory) out.release();
+  return r;
 }
 
 CvelResult CvelA1Integer::decode(const CvelString& s, const CvelA1Context* context) {

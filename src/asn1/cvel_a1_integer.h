@@ -9,7 +9,7 @@
 
 class CvelA1Context;
 class CvelA1File;
-class CvelA1Writer;
+class CvelDerWriter;
 class CvelA1Input;
 class CvelA1StreamCursor;
 
@@ -35,10 +35,8 @@ class CvelA1Integer {
   // gives 02 01 80; afterwards bytes holds the content just written. Held octets are written behind a
   // single length octet, whatever their number (see encode).
   CvelResult encode(CvelString& out);
-  // Exactly what encode writes, without keeping the content octets, for an encoder that sizes first: the
-  // number of octets, then the writing of them.
-  uint64_t writtenSize() const;
-  void write(CvelA1Writer& w) const;
+  // Exactly what encode writes, without keeping the content octets, as part of a larger structure.
+  void write(CvelDerWriter& w) const;
 
   // Reads the first element inside the context's current element (or the first element of s when context
   // is null); it must be an INTEGER.

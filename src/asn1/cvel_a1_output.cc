@@ -24,7 +24,7 @@ CvelResult CvelA1OutputString::write(const void* bytes, uint32_t count, uint32_t
 }
 
 CvelA1OutputFile::CvelA1OutputFile(const char* path) : owns_(true) {
-  if (path != nullptr) name_.assign(path);
+  if (path != nullptr && name_.assign(path) != kCvelOk) name_.release();
   file_ = new (std::nothrow) CvelDataStream();
   if (file_ != nullptr && file_->open(path, CvelDataStream::kWrite) != kCvelOk) {
     delete file_;
@@ -34,7 +34,8 @@ CvelA1OutputFile::CvelA1OutputFile(const char* path) : owns_(true) {
 
 CvelA1OutputFile::~CvelA1OutputFile() {
   if (owns_ && file_ != nullptr) {
-    file_->close();
+    // A destructor has no caller to report a failing close to.
+    static_cast<void>(file_->close());
     delete file_;
   }
 }

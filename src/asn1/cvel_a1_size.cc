@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "asn1/cvel_a1_der_writer.h"
 #include "asn1/cvel_der.h"
 
 namespace {
@@ -54,25 +55,14 @@ CvelResult wrap(const CvelString& content, uint8_t tag, CvelString& out) {
 
 CvelResult wrap(const void* bytes, uint32_t n, uint8_t tag, CvelString& out) {
   const bool bitString = tag == kTagBitString;
-  uint64_t contentLength = static_cast<uint64_t>(n) + (bitString ? 1 : 0);
-  uint64_t total = cvelTlvSize(contentLength);
-  if (total >= CvelString::kViewCapacity - 1) {
-    out.release();
-    return kCvelErrNoMemory;
-  }
-  CvelString result;
-  CvelResult r = result.allocate(static_cast<uint32_t>(total));
-  if (r != kCvelOk) {
-    out.release();
-    return r;
-  }
-  CvelA1Writer w(result);
-  w.header(tag, contentLength);
-  if (bitString) w.byte(0);  // no unused bits: content is whole octets
-  if (n != 0) w.bytes(bytes, n);
-  if (!w.complete()) return kCvelErrMalformed;
-  out.moveFrom(result);
-  return kCvelOk;
+  const CvelResult r = cvelEncodeDer(out, [&](CvelDerWriter& w) {
+    w.element(tag, [&] {
+      if (bitString) w.byte(0);  // no unused bits: content is whole octets
+      w.bytes(bytes, n);
+    });
+  });
+  if (r == kCvelErrNoMemory) out.release();
+  return r;
 }
 
 uint64_t cvelBitStringBits(const CvelString& content) {

@@ -93,9 +93,9 @@ class CvelA1Writer {
   void bytes(const CvelString& s) { bytes(s.data(), s.length()); }
   void byte(uint8_t b) { bytes(&b, 1); }
 
-  bool ok() const { return ok_; }
+  [[nodiscard]] bool ok() const { return ok_; }
   // True when the buffer was filled exactly.
-  bool complete() const { return ok_ && left_ == 0; }
+  [[nodiscard]] bool complete() const { return ok_ && left_ == 0; }
   // Room not written yet.
   uint64_t left() const { return left_; }
 

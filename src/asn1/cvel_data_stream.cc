@@ -17,7 +17,8 @@ CvelDataStream::CvelDataStream(CvelString* buffer)
     : buffer_(buffer), limit_(buffer == nullptr ? 0 : buffer->length()) {}
 
 CvelResult CvelDataStream::open(const char* path, int mode) {
-  close();
+  const CvelResult closed = close();
+  if (closed != kCvelOk && closed != kCvelNone) return closed;
   if (path == nullptr || mode < kRead || mode > kAppend) return kCvelErrBadParameter;
   std::FILE* f = std::fopen(path, kOpenModes[mode]);
   if (f == nullptr) return kCvelErrIncomplete;
@@ -79,7 +80,7 @@ CvelResult CvelDataStream::write(const void* buf, uint32_t n, uint32_t* count) {
 }
 
 CvelResult CvelDataStream::close() {
-  if (file_ == nullptr) return 0;
+  if (file_ == nullptr) return kCvelNone;
   std::fclose(file_);
   file_ = nullptr;
   return kCvelOk;

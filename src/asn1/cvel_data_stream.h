@@ -41,7 +41,8 @@ class CvelDataStream : public CvelNonCopyObject {
   CvelDataStream() = default;
   // A stream over a buffer owned by the caller, readable from its start to its end.
   explicit CvelDataStream(CvelString* buffer);
-  ~CvelDataStream() override { close(); }
+  // Closing a file opened for reading cannot fail in a way anyone could still act on here.
+  ~CvelDataStream() override { static_cast<void>(close()); }
 
   // Closes any open file, then opens path for reading, writing or appending (a directory is refused).
   // kCvelErrIncomplete when it cannot be opened, kCvelErrBadParameter for another mode.

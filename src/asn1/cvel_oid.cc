@@ -459,7 +459,7 @@ const RegistryIndex::Converted* convertedAhead(const char* text) {
 }  // namespace
 
 CvelResult fromDottedElement(const char* text, CvelString& out) {
-  if (text == nullptr) return 0;
+  if (text == nullptr) return kCvelNone;
   const RegistryIndex::Converted* c = convertedAhead(text);
   // Any other text takes fromDotted's path, which looks it up again and leaves the state as it would alone.
   if (c == nullptr || c->element.empty()) return fromDotted(text, out, 1);
@@ -467,7 +467,7 @@ CvelResult fromDottedElement(const char* text, CvelString& out) {
 }
 
 CvelResult fromDotted(const char* text, CvelString& out, int withTag) {
-  if (text == nullptr) return 0;
+  if (text == nullptr) return kCvelNone;
   std::string content;
   const std::string* known = nullptr;
   if (const RegistryIndex::Converted* c = convertedAhead(text)) {
@@ -476,7 +476,7 @@ CvelResult fromDotted(const char* text, CvelString& out, int withTag) {
     convertDotted(text, gFirstArc, content);
     known = &content;
   }
-  if (known->empty()) return 0;
+  if (known->empty()) return kCvelNone;
   if (known->size() > CvelString::kViewCapacity - 16) return kCvelErrNoMemory;
   if (withTag == 1) return wrap(known->data(), static_cast<uint32_t>(known->size()), kTagOid, out);
   return out.assign(known->data(), static_cast<uint32_t>(known->size()));
@@ -564,7 +564,7 @@ CvelResult CvelOIDs::add(const char* text) {
 CvelResult CvelOIDs::addDer(const CvelString& der) {
   for (uint32_t i = 0; i < size(); ++i) {
     CvelOID* oid = nullptr;
-    if (get(i, oid) == kCvelOk && oid != nullptr && oid->equals(der)) return 0;
+    if (get(i, oid) == kCvelOk && oid != nullptr && oid->equals(der)) return kCvelNone;
   }
   CvelOID* copy = new CvelOID();
   if (copy->assign(der) != kCvelOk) {

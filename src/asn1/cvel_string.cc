@@ -204,35 +204,38 @@ bool CvelString::reserveMore(uint32_t extra) {
   return true;
 }
 
-void CvelString::append(const CvelString& other) {
-  if (other.length_ == 0 || other.data_ == nullptr) return;
+CvelResult CvelString::append(const CvelString& other) {
+  if (other.length_ == 0 || other.data_ == nullptr) return kCvelOk;
   if (&other == this || (data_ != nullptr && other.data_ >= data_ && other.data_ < data_ + length_)) {
     CvelString copy;
-    if (copy.assign(other) != kCvelOk) return;
-    append(copy);
-    return;
+    const CvelResult r = copy.assign(other);
+    if (r != kCvelOk) return r;
+    return append(copy);
   }
-  if (!reserveMore(other.length_)) return;
+  if (!reserveMore(other.length_)) return kCvelErrNoMemory;
   std::memcpy(data_ + length_, other.data_, other.length_);
   length_ += other.length_;
   data_[length_] = 0;
+  return kCvelOk;
 }
 
-void CvelString::append(const char* text) {
-  if (text == nullptr) return;
+CvelResult CvelString::append(const char* text) {
+  if (text == nullptr) return kCvelOk;
   size_t n = std::strlen(text);
-  if (n == 0 || n > kMaxContent) return;
+  if (n == 0) return kCvelOk;
+  if (n > kMaxContent) return kCvelErrNoMemory;
   CvelString view;
   view.data_ = reinterpret_cast<unsigned char*>(const_cast<char*>(text));
   view.length_ = static_cast<uint32_t>(n);
   view.capacity_ = kViewCapacity;
-  append(view);
+  return append(view);
 }
 
-void CvelString::appendChar(char c) {
-  if (!reserveMore(1)) return;
+CvelResult CvelString::appendChar(char c) {
+  if (!reserveMore(1)) return kCvelErrNoMemory;
   data_[length_++] = static_cast<unsigned char>(c);
   data_[length_] = 0;
+  return kCvelOk;
 }
 
 bool CvelString::equals(const void* bytes, uint32_t n) const {
@@ -343,19 +346,18 @@ void CvelString::trimRight() {
   }
 }
 
-void CvelString::subString(CvelString& dest, uint32_t from, uint32_t count) const {
+CvelResult CvelString::subString(CvelString& dest, uint32_t from, uint32_t count) const {
   if (from >= length_) {
     dest.release();
-    dest.allocate(0);
-    return;
+    return dest.allocate(0);
   }
   if (count > length_ - from) count = length_ - from;
-  dest.assign(data_ + from, count);
+  return dest.assign(data_ + from, count);
 }
 
-void CvelString::subString(CvelString& dest, uint32_t from) const {
-  if (from >= length_) return;
-  dest.assign(data_ + from, length_ - from);
+CvelResult CvelString::subString(CvelString& dest, uint32_t from) const {
+  if (from >= length_) return kCvelOk;
+  return dest.assign(data_ + from, length_ - from);
 }
 
 CvelResult CvelString::fromNumber(uint64_t value, uint32_t width) {

@@ -65,9 +65,10 @@ class CvelString {
   void truncate(uint32_t n);
   CvelResult append(const void* bytes, uint32_t n);
   CvelResult append(const CvelString& source, const CvelA1Context* element);
-  void append(const CvelString& other);
-  void append(const char* text);
-  void appendChar(char c);
+  // kCvelOk, or kCvelErrNoMemory when the string cannot grow (it is then unchanged).
+  CvelResult append(const CvelString& other);
+  CvelResult append(const char* text);
+  CvelResult appendChar(char c);
 
   uint32_t length() const { return length_; }
   uint32_t capacity() const { return capacity_; }
@@ -93,8 +94,8 @@ class CvelString {
   // In-place editing.
   void toLower();
   void trimRight();
-  void subString(CvelString& dest, uint32_t from, uint32_t count) const;
-  void subString(CvelString& dest, uint32_t from) const;
+  CvelResult subString(CvelString& dest, uint32_t from, uint32_t count) const;
+  CvelResult subString(CvelString& dest, uint32_t from) const;
   CvelResult fromNumber(uint64_t value, uint32_t width);
   // Decodes base64 text; line breaks are first removed from `source` itself.
   void base64Decode(CvelString& source);

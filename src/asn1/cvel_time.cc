@@ -63,7 +63,7 @@ CvelResult CvelTime::parse(const char* text) {
 CvelResult CvelTime::parse(const void* text, uint32_t n) {
   state_ = kParsing;
   clearFields();
-  if (n == 0) return 0;
+  if (n == 0) return kCvelNone;
   if (text == nullptr) return kCvelErrBadParameter;
   const char* p = static_cast<const char*>(text);
   // A time-zone offset is cut off and not applied: the fields are taken as written.
@@ -80,14 +80,14 @@ CvelResult CvelTime::parse(const void* text, uint32_t n) {
     } else if (c == 'Z') {
       break;
     } else {
-      return 0;
+      return kCvelNone;
     }
   }
 
   char digits[kFullDigits + 1];
   if (mainLength >= kMinShortDigits && mainLength <= kMaxShortDigits) {
     // Two-digit year: the century goes in front, missing fields are filled with zeros.
-    if (mainLength + 2 > kFullDigits) return 0;
+    if (mainLength + 2 > kFullDigits) return kCvelNone;
     const char* century = p[0] < kCenturyBreak ? "20" : "19";
     std::memcpy(digits, century, 2);
     std::memcpy(digits + 2, p, mainLength);
@@ -95,7 +95,7 @@ CvelResult CvelTime::parse(const void* text, uint32_t n) {
   } else if (mainLength == kFullDigits) {
     std::memcpy(digits, p, kFullDigits);
   } else {
-    return 0;
+    return kCvelNone;
   }
   year_ = digitsValue(digits, 4);
   month_ = digitsValue(digits + 4, 2);
@@ -122,7 +122,7 @@ CvelResult CvelTime::decode(const CvelString& s, const CvelA1Context* context) {
     if (content.setView(s, &cursor) != kCvelOk) return kCvelErrMalformed;
   } else {
     // Not DER: the caller may have handed over the bare text of a time.
-    content.setView(s, nullptr);
+    if (content.setView(s, nullptr) != kCvelOk) return kCvelErrMalformed;
   }
   return parse(content) == kCvelOk ? kCvelOk : kCvelErrIncomplete;
 }

@@ -21,7 +21,8 @@ class CvelTime : public CvelNonCopyObject {
   CvelTime() = default;
   CvelTime(int32_t second, int32_t minute, int32_t hour, int32_t day, int32_t month, int32_t year, int32_t extra1,
            int32_t extra2, int32_t extra3, int32_t extra4, int32_t extra5);
-  explicit CvelTime(const CvelString& text) { parse(text); }
+  // Whether the text parsed is kept in the object's state (see state()).
+  explicit CvelTime(const CvelString& text) { static_cast<void>(parse(text)); }
 
   // Parses UTCTime or GeneralizedTime text: kCvelOk, 0 for malformed text, kCvelErrBadParameter for null.
   // Years 00-49 of a two-digit year are 2000-2049, 50-99 are 1950-1999. A +hhmm/-hhmm suffix is ignored.

@@ -89,7 +89,12 @@ const char* openMode(uint32_t mode, uint32_t flags) {
 }  // namespace
 
 CvelResult CvelFile::attach(FILE* stream, const char* path, bool deleteOnClose) {
-  close();
+  // The stream is taken in any case: closed here too when the previous one fails to close.
+  const CvelResult closed = close();
+  if (closed != kCvelOk) {
+    if (stream != nullptr) std::fclose(stream);
+    return closed;
+  }
   try {
     path_ = path;
   } catch (...) {

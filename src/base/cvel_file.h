@@ -26,7 +26,7 @@ inline constexpr size_t kCvelMaxTempPrefix = 1017;
 class CvelFile : public CvelNonCopyObject {
  public:
   CvelFile() = default;
-  ~CvelFile() override { close(); }
+  ~CvelFile() override { static_cast<void>(close()); }  // no caller left to tell
 
   FILE* stream() const { return stream_; }
   bool isOpen() const { return stream_ != nullptr; }

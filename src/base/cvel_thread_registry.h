@@ -55,7 +55,7 @@ class CvelThreadRegistration {
  public:
   explicit CvelThreadRegistration(int32_t number) : result_(registerCurrentThread(number)) {}
   ~CvelThreadRegistration() {
-    if (result_ == kCvelOk) unregisterCurrentThread();
+    if (result_ == kCvelOk) static_cast<void>(unregisterCurrentThread());  // no caller left to tell
   }
   CvelThreadRegistration(const CvelThreadRegistration&) = delete;
   CvelThreadRegistration& operator=(const CvelThreadRegistration&) = delete;

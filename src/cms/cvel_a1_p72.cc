@@ -3,14 +3,14 @@
 #include <functional>
 #include <memory>
 #include <new>
-#include <vector>
 
 #include "asn1/cvel_a1_input.h"
-#include "asn1/cvel_a1_node.h"
+#include "asn1/cvel_a1_der_writer.h"
 #include "asn1/cvel_a1_size.h"
 #include "asn1/cvel_a1_stream_cursor.h"
 #include "asn1/cvel_der.h"
 #include "cms/cvel_cms_cursor.h"
+#include "cms/cvel_signed_data_writer.h"
 
 namespace {
 
@@ -51,30 +51,29 @@ CvelResult CvelA1P72::encode(CvelString& out, bool detached) const {
     version.setValue(version_.value());
   else if (version.setBytes(version_.bytes().data(), version_.bytes().length()) != kCvelOk)
     return kCvelErrMalformed;
-  CvelString versionDer;
-  if (version.encode(versionDer) != kCvelOk) return kCvelErrMalformed;
-
-  std::vector<CvelA1Node> certificates;
   for (uint32_t i = 0; i < certificates_.size(); ++i) {
-    std::shared_ptr<CvelCertificate> certificate = certificates_.get(i);
-    if (certificate == nullptr) return kCvelErrMalformed;
-    certificates.push_back(CvelA1Node::raw(certificate->encoded()));
+    if (certificates_.get(i) == nullptr) return kCvelErrMalformed;
   }
-  CvelString signerInfos;
-  if (signerInfos_.encode(signerInfos) != kCvelOk) return kCvelErrMalformed;
+  for (uint32_t i = 0; i < signerInfos_.size(); ++i) {
+    CvelP7SignerInfo* signer = nullptr;
+    if (signerInfos_.get(i, signer) != kCvelOk) return kCvelErrMalformed;
+  }
 
-  std::vector<CvelA1Node> fields;
-  fields.push_back(CvelA1Node::raw(versionDer));
-  fields.push_back(CvelA1Node::primitive(kTagSet, digestAlgorithms_));
-  fields.push_back(CvelA1Node::raw(contentInfo));
-  if (!certificates.empty()) fields.push_back(CvelA1Node::constructed(kTagContext0, std::move(certificates)));
-  // The CRL list that decode fills is not written back. Hosts add CRLs through the container, and this object
-  // has always left them out; keep it so.
-  fields.push_back(CvelA1Node::primitive(kTagSet, signerInfos));
-  const CvelA1Node signedData = CvelA1Node::constructed(
-      kTagSequence, {CvelA1Node::raw(kDerOidSignedData, sizeof(kDerOidSignedData)),
-                     CvelA1Node::constructed(kTagContext0, {CvelA1Node::constructed(kTagSequence, std::move(fields))})});
-  return signedData.encode(out) == kCvelOk ? kCvelOk : kCvelErrMalformed;
+  const auto parts = CvelSignedDataParts{
+      [&](CvelDerWriter& w) { version.write(w); },
+      [&](CvelDerWriter& w) { w.bytes(digestAlgorithms_); },
+      [&](CvelDerWriter& w) { w.bytes(contentInfo); },
+      certificates_.size() != 0,
+      [&](CvelDerWriter& w) {
+        for (uint32_t i = 0; i < certificates_.size(); ++i) w.bytes(certificates_.get(i)->encoded());
+      },
+      // The CRL list that decode fills is not written back: hosts add CRLs through the container, and
+      // callers of this object rely on their absence here.
+      false,
+      [](CvelDerWriter&) {},
+      [&](CvelDerWriter& w) { signerInfos_.write(w); }};
+  r = cvelEncodeDer(out, [&parts](CvelDerWriter& w) { cvelWriteSignedData(w, parts); });
+  return r == kCvelOk ? kCvelOk : kCvelErrMalformed;
 }
 
 void CvelA1P72::getSize(CvelA1Size& size, bool detached) const {
@@ -206,7 +205,7 @@ CvelResult CvelA1P72::readCrls(CvelA1Input& in, CvelA1StreamCursor& tagged) {
       return kCvelErrMalformed;
     }
     try {
-      crls_.add(crl);
+      if (crls_.add(crl) != kCvelOk) return kCvelErrMalformed;
     } catch (const std::bad_alloc&) {
       return kCvelErrMalformed;  // the list has destroyed the CRL
     }

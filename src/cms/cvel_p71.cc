@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "asn1/cvel_a1_der_writer.h"
 #include "asn1/cvel_a1_input.h"
 #include "asn1/cvel_a1_size.h"
 #include "asn1/cvel_a1_stream_cursor.h"
@@ -57,7 +58,8 @@ bool readRange(CvelA1Input& in, uint32_t offset, uint64_t count, CvelString& out
 
 }  // namespace
 
-CvelP71::CvelP71() { contentType_.assign(kDerOidData, sizeof(kDerOidData)); }
+// A type that cannot be copied in stays empty, which encode then writes as an empty type.
+CvelP71::CvelP71() { static_cast<void>(contentType_.assign(kDerOidData, sizeof(kDerOidData))); }
 
 CvelResult CvelP71::assign(const CvelP71& other) {
   if (this == &other) return kCvelOk;
@@ -88,23 +90,13 @@ CvelResult CvelP71::encode(CvelString& out, bool detached) const {
   // Content left in the input (large-content mode) cannot be embedded.
   if (withContent && contentMode_ != kContentInMemory) return kNotDone;
 
-  const uint64_t typeLength = contentType_.length();
-  const uint64_t innerLength = withContent ? cvelTlvSize(content_.length()) : 0;
-  const uint64_t sequenceLength = typeLength + (withContent ? cvelTlvSize(innerLength) : 0);
-  const uint64_t total = cvelTlvSize(sequenceLength);
-  if (total > kMaxImage) return kCvelErrNoMemory;
-  CvelResult r = out.allocate(static_cast<uint32_t>(total));
-  if (r != kCvelOk) return r;
-  CvelA1Writer w(out);
-  w.header(kTagSequence, sequenceLength);
-  w.bytes(contentType_);
-  if (withContent) {
-    const uint8_t innerTag = (contentKind_ & kContentKindSequence) ? kTagSequence : kTagOctetString;
-    w.header(kTagContext0, innerLength);
-    w.header(innerTag, content_.length());
-    w.bytes(content_);
-  }
-  return w.complete() ? kCvelOk : kCvelErrMalformed;
+  const uint8_t innerTag = (contentKind_ & kContentKindSequence) ? kTagSequence : kTagOctetString;
+  return cvelEncodeDer(out, [&](CvelDerWriter& w) {
+    w.element(kTagSequence, [&] {
+      w.bytes(contentType_);
+      if (withContent) w.element(kTagContext0, [&] { w.element(innerTag, content_); });
+    });
+  });
 }
 
 void CvelP71::getSize(CvelA1Size&, bool) const {

@@ -2,12 +2,10 @@
 
 #include <functional>
 #include <new>
-#include <vector>
 
 #include "asn1/cvel_a1_context.h"
 #include "asn1/cvel_a1_input.h"
-#include "asn1/cvel_a1_node.h"
-#include "asn1/cvel_a1_size.h"
+#include "asn1/cvel_a1_der_writer.h"
 #include "asn1/cvel_a1_stream_cursor.h"
 #include "asn1/cvel_der.h"
 #include "asn1/cvel_oid.h"
@@ -36,41 +34,35 @@ void forEachAttribute(const CvelString& attributes,
 
 }  // namespace
 
-CvelP7SignerInfo::CvelP7SignerInfo() : timeStamps_(new CvelTSPResponses()) {}
+CvelP7SignerInfo::CvelP7SignerInfo() = default;
 
 CvelP7SignerInfo::~CvelP7SignerInfo() = default;
 
+CvelTSPResponses& CvelP7SignerInfo::timeStamps() {
+  if (timeStamps_ == nullptr) timeStamps_ = std::make_unique<CvelTSPResponses>();
+  return *timeStamps_;
+}
+
+const CvelTSPResponses& CvelP7SignerInfo::timeStamps() const {
+  static const CvelTSPResponses kNone;
+  return timeStamps_ != nullptr ? *timeStamps_ : kNone;
+}
+
 CvelResult CvelP7SignerInfo::encode(CvelString& out) const {
-  return cvelWriteExactly(encodedSize(), out, [this](CvelA1Writer& w) { write(w); });
+  return cvelEncodeDer(out, [this](CvelDerWriter& w) { write(w); });
 }
-
-uint64_t CvelP7SignerInfo::contentSize() const {
-  uint64_t content = version_.writtenSize() + signerIdentifier_.length() + digestAlgorithm_.length() +
-                     signatureAlgorithm_.length() + cvelTlvSize(signatureValue_.length());
-  if (!signedAttributes_.isEmpty()) content += cvelTlvSize(signedAttributes_.length());
-  if (!unsignedAttributes_.isEmpty()) content += cvelTlvSize(unsignedAttributes_.length());
-  return content;
-}
-
-uint64_t CvelP7SignerInfo::encodedSize() const { return cvelTlvSize(contentSize()); }
 
 // Fields never set are empty strings and write nothing; the attribute sets are left out when empty.
-void CvelP7SignerInfo::write(CvelA1Writer& w) const {
-  w.header(kTagSequence, contentSize());
-  version_.write(w);
-  w.bytes(signerIdentifier_);
-  w.bytes(digestAlgorithm_);
-  if (!signedAttributes_.isEmpty()) {
-    w.header(kTagContext0, signedAttributes_.length());
-    w.bytes(signedAttributes_);
-  }
-  w.bytes(signatureAlgorithm_);
-  w.header(kTagOctetString, signatureValue_.length());
-  w.bytes(signatureValue_);
-  if (!unsignedAttributes_.isEmpty()) {
-    w.header(kTagContext1, unsignedAttributes_.length());
-    w.bytes(unsignedAttributes_);
-  }
+void CvelP7SignerInfo::write(CvelDerWriter& w) const {
+  w.element(kTagSequence, [&] {
+    version_.write(w);
+    w.bytes(signerIdentifier_);
+    w.bytes(digestAlgorithm_);
+    if (!signedAttributes_.isEmpty()) w.element(kTagContext0, signedAttributes_);
+    w.bytes(signatureAlgorithm_);
+    w.element(kTagOctetString, signatureValue_);
+    if (!unsignedAttributes_.isEmpty()) w.element(kTagContext1, unsignedAttributes_);
+  });
 }
 
 CvelResult CvelP7SignerInfo::decode(CvelA1Input& in, CvelA1StreamCursor& cursor) {
@@ -141,7 +133,7 @@ CvelResult CvelP7SignerInfo::examineAttributes() {
     if (value.assign(unsignedAttributes_, &values) != kCvelOk) return;
     revocationValuesResult_ = revocationValues_.decode(value);
   });
-  if (timeStamps_->size() != 0) return kCvelOk;
+  if (timeStamps_ != nullptr && timeStamps_->size() != 0) return kCvelOk;
   collect(signedAttributes_, true);
   collect(unsignedAttributes_, false);
   return kCvelOk;
@@ -171,7 +163,7 @@ void CvelP7SignerInfo::collect(const CvelString& attributes, bool signedAttribut
         continue;
       }
       try {
-        timeStamps_->add(response);
+        if (timeStamps().add(response) != kCvelOk) return;
       } catch (const std::bad_alloc&) {
         return;  // the list has destroyed the response
       }
@@ -180,16 +172,19 @@ void CvelP7SignerInfo::collect(const CvelString& attributes, bool signedAttribut
 }
 
 CvelResult CvelP7SignerInfos::encode(CvelString& out) const {
-  std::vector<CvelString> encodings(size());
-  std::vector<CvelA1Node> pieces;
   for (uint32_t i = 0; i < size(); ++i) {
     CvelP7SignerInfo* signer = nullptr;
     if (get(i, signer) != kCvelOk) return kCvelErrMalformed;
-    if (signer == nullptr) continue;  // an empty slot writes nothing
-    if (signer->encode(encodings[i]) != kCvelOk) return kCvelErrMalformed;
-    pieces.push_back(CvelA1Node::raw(encodings[i]));
   }
-  return CvelA1Node::sequenceOf(std::move(pieces)).encode(out) == kCvelOk ? kCvelOk : kCvelErrMalformed;
+  return cvelEncodeDer(out, [this](CvelDerWriter& w) { write(w); }) == kCvelOk ? kCvelOk : kCvelErrMalformed;
+}
+
+void CvelP7SignerInfos::write(CvelDerWriter& w) const {
+  for (uint32_t i = 0; i < size(); ++i) {
+    CvelP7SignerInfo* signer = nullptr;
+    // An empty slot writes nothing.
+    if (get(i, signer) == kCvelOk && signer != nullptr) signer->write(w);
+  }
 }
 
 // SignerInfos ::= SET OF SignerInfo

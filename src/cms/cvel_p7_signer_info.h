@@ -15,7 +15,7 @@
 
 class CvelA1Input;
 class CvelA1StreamCursor;
-class CvelA1Writer;
+class CvelDerWriter;
 class CvelTSPResponses;
 
 class CvelP7SignerInfo : public CvelNonCopyObject {
@@ -26,9 +26,8 @@ class CvelP7SignerInfo : public CvelNonCopyObject {
   // SEQUENCE { version, sid, digestAlgorithm, [0] signedAttrs when set, signatureAlgorithm,
   // OCTET STRING signature, [1] unsignedAttrs when set }. Fields never set are written as nothing.
   CvelResult encode(CvelString& out) const;
-  // What encode writes, for a caller that keeps the bytes in a buffer of its own: the size, then the writing.
-  uint64_t encodedSize() const;
-  void write(CvelA1Writer& w) const;
+  // What encode writes, as part of a larger structure or into a buffer of the caller's.
+  void write(CvelDerWriter& w) const;
 
   // Reads the element the cursor has just read, a SEQUENCE (else kCvelErrMalformed), field by field; the
   // first field with an unexpected tag ends the reading quietly and the object keeps what it has. Then the
@@ -42,11 +41,6 @@ class CvelP7SignerInfo : public CvelNonCopyObject {
   CvelResult examineAttributes();
 
   CvelString& workingBuffer() { return workingBuffer_; }
-  // The signer certificate, once one was given.
-  const CvelCertificate* signerCertificate() const { return signerCertificate_.get(); }
-  void setSignerCertificate(std::unique_ptr<CvelCertificate> certificate) {
-    signerCertificate_ = std::move(certificate);
-  }
   // Complete DER AlgorithmIdentifier.
   CvelString& digestAlgorithm() { return digestAlgorithm_; }
   CvelA1Integer& version() { return version_; }
@@ -75,18 +69,17 @@ class CvelP7SignerInfo : public CvelNonCopyObject {
   const CvelEtsRevocationValues& revocationValues() const { return revocationValues_; }
   CvelResult revocationValuesResult() const { return revocationValuesResult_; }
   // The time-stamp tokens found in the attributes, signed ones first.
-  CvelTSPResponses& timeStamps() { return *timeStamps_; }
-  const CvelTSPResponses& timeStamps() const { return *timeStamps_; }
+  // The list is made on first use: a signer being built never needs one. Throws std::bad_alloc when it
+  // cannot be made.
+  CvelTSPResponses& timeStamps();
+  const CvelTSPResponses& timeStamps() const;
 
  private:
   CvelResult readFields(CvelA1Input& in, CvelA1StreamCursor& fields);
-  // The content of the SEQUENCE: every field but the signature and attribute sets is kept whole.
-  uint64_t contentSize() const;
   void examineDigestAlgorithm();
   void collect(const CvelString& attributes, bool signedAttributes);
 
   CvelString workingBuffer_;
-  std::unique_ptr<CvelCertificate> signerCertificate_;
   CvelString digestAlgorithm_;
   CvelA1Integer version_;
   int32_t attributeFlag_ = 1;
@@ -110,6 +103,8 @@ class CvelP7SignerInfos : public CvelManagedArray<CvelP7SignerInfo>, public Cvel
   // The concatenated SignerInfo encodings in order, without the enclosing SET. kCvelErrMalformed when one
   // cannot be written.
   CvelResult encode(CvelString& out) const;
+  // The same as part of a larger structure.
+  void write(CvelDerWriter& w) const;
   // Reads the SET the cursor has just read: one SignerInfo per SEQUENCE, up to the end of the SET or the
   // first member that is not a SEQUENCE. kEmpty for a SET without content (of either length form) or whose
   // first member is not a SEQUENCE; kCvelErrMalformed when a SignerInfo fails or a later member cannot be

@@ -151,7 +151,7 @@ bool CvelTSTInfo::readOptionalFields(CvelA1Context& c, int32_t& tag) {
     if (extensionsContent_.assign(s, &c) != kCvelOk) return false;
     // The extensions are kept as they decode; a list that does not decode does not spoil the token.
     CvelA1Context records;
-    extensions_.decodeRecords(extensionsContent_, records);
+    static_cast<void>(extensions_.decodeRecords(extensionsContent_, records));
     tag = c.next(s);
   }
   return true;

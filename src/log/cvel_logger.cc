@@ -146,8 +146,9 @@ bool CvelLogger::applyConfiguration() {
   }
 
   // The formatter and the system-log sink read the two paths from here; values in the file are replaced.
-  configuration_.setText(kLogSectionCommon, kLogKeyLogModule, modulePath_.c_str());
-  configuration_.setText(kLogSectionCommon, kLogKeyLogProcess, processPath_.c_str());
+  // A path that cannot be stored leaves the file's value (or none), which they print as it is.
+  static_cast<void>(configuration_.setText(kLogSectionCommon, kLogKeyLogModule, modulePath_.c_str()));
+  static_cast<void>(configuration_.setText(kLogSectionCommon, kLogKeyLogProcess, processPath_.c_str()));
 
   std::vector<std::string> loggers;
   if (configuration_.listKeys(kLogSectionLogger, loggers) != kCvelOk) return fail(CvelLogStartUp::kNoSinks);

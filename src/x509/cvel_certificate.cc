@@ -91,7 +91,7 @@ void CvelCertificate::stripPemArmour() {
   uint32_t from = sizeof(kPemBegin) - 1;
   while (from < encoded_.length() && (encoded_.data()[from] == '\r' || encoded_.data()[from] == '\n')) ++from;
   CvelString body;
-  encoded_.subString(body, from, encoded_.length());
+  if (encoded_.subString(body, from, encoded_.length()) != kCvelOk) return;
   int32_t end = body.find(kPemEnd, sizeof(kPemEnd) - 1, 0, true);
   if (end >= 0) body.truncate(static_cast<uint32_t>(end));
   encoded_.moveFrom(body);
@@ -182,7 +182,7 @@ bool CvelCertificate::readValidity(const CvelA1Context& validityElement) {
     if (times.next(encoded_) < 0) break;
     CvelString element;
     if (!times.elementView(encoded_, element)) break;
-    field->decode(element, nullptr);
+    static_cast<void>(field->decode(element, nullptr));
   }
   return true;
 }

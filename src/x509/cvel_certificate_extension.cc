@@ -21,7 +21,7 @@ void readRecord(const CvelString& der, const CvelA1Context& record, CvelKeep kee
   // Whatever element the cursor holds is the value: the OCTET STRING of an extension, the SET of an
   // attribute. When the record ends early, the last element read stays current and is copied (the OID of
   // {OID}, the BOOLEAN of {OID, BOOLEAN}, the record itself when it is empty); this is kept deliberately.
-  child.takeElement(der, value, keep);
+  static_cast<void>(child.takeElement(der, value, keep));
 }
 
 }  // namespace
@@ -50,7 +50,7 @@ CvelResult CvelCertificateExtensions::decodeRecords(const CvelString& der, const
     if (left > 0) --left;
     if (record == nullptr) return kCvelErrMalformed;
     readRecord(der, child, keep, record->id_, record->oid_, record->critical_, record->value_);
-    add(record);
+    static_cast<void>(add(record));
   } while (child.next(der) == kTagSequence);
   return kCvelOk;
 }

@@ -74,7 +74,7 @@ CvelResult CvelCertificateIssuer::getEncoded(CvelString& out) const {
   if (name->tag() != kTagContext4) return 0;
   // The content of the [4] element is the Name element itself.
   CvelResult r = out.assign(name->value());
-  return r == kCvelOk ? kCvelOk : 0;
+  return r == kCvelOk ? kCvelOk : kCvelNone;
 }
 
 void CvelCertificateSubject::reset() {

@@ -25,7 +25,7 @@ CvelResult CvelCertificatePolicy::split() {
   if (policyIdentifier_.setView(encoded_, cursor.elementOffset(), cursor.elementLength()) != kCvelOk) return 0;
   policyId_ = kindOf(policyIdentifier_);
   if (cursor.next(encoded_) == kTagSequence) {
-    qualifiers_.setView(encoded_, cursor.elementOffset(), cursor.elementLength());
+    static_cast<void>(qualifiers_.setView(encoded_, cursor.elementOffset(), cursor.elementLength()));
   }
   return kCvelOk;
 }
@@ -38,7 +38,7 @@ void CvelCertificatePolicies::decode(const CvelString& value, CvelA1Context* rea
   CvelA1Context inside;
   inside.enterElementOf(cursor);
   if (inside.next(value) != kTagSequence) return;
-  decodeList(value, inside);
+  static_cast<void>(decodeList(value, inside));
 }
 
 CvelResult CvelCertificatePolicies::decodeList(const CvelString& der, const CvelA1Context& element) {

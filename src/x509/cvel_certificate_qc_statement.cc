@@ -19,10 +19,10 @@ CvelResult CvelCertificateQcStatement::decode(const CvelString& der, const CvelA
   const uint32_t infoStart = cursor.position();
   const int32_t tag = cursor.next(der);
   if (tag >= 0) {
-    statementInfo_.setView(der, cursor.elementOffset(), cursor.elementLength());
+    static_cast<void>(statementInfo_.setView(der, cursor.elementOffset(), cursor.elementLength()));
   } else if (tag == CvelA1Context::kOverrun && infoStart < cursor.limit()) {
     // An element that runs past the statement is still taken, as far as the statement reaches.
-    statementInfo_.setView(der, infoStart, cursor.limit() - infoStart);
+    static_cast<void>(statementInfo_.setView(der, infoStart, cursor.limit() - infoStart));
   }
   return kCvelOk;
 }
@@ -44,7 +44,7 @@ void CvelCertificateQcStatements::decode(const CvelString& value, CvelA1Context*
     CvelCertificateQcStatement* entry = new (std::nothrow) CvelCertificateQcStatement();
     if (entry == nullptr) return;
     if (add(entry) != kCvelOk) return;
-    entry->decode(value, statement);
+    static_cast<void>(entry->decode(value, statement));
   } while (statement.next(value) == kTagSequence);
 }
 

@@ -106,7 +106,7 @@ bool CvelCRL::readTbs() {
   if (tag != kTagSequence || c.next(s) != kTagSequence) return false;
   CvelString issuer;
   if (!c.elementView(s, issuer) || issuer_.assign(issuer) != kCvelOk) return false;
-  issuerName_.parse(issuer_);
+  static_cast<void>(issuerName_.parse(issuer_));
 
   CvelString time;
   if (!isTime(c.next(s)) || !c.elementView(s, time)) return false;

@@ -5,20 +5,18 @@
 #include <string>
 #include <tuple>
 
-#include "asn1/cvel_a1_size.h"
+#include "asn1/cvel_a1_der_writer.h"
 #include "support/test_util.h"
 
 namespace {
 
 using testutil::toHex;
 
-// The octets of write, which encoders that size first use, into a buffer of exactly writtenSize.
+// The octets of write, which larger encoders use, counted and then written.
 std::string written(const CvelA1Integer& i) {
-  testutil::Bytes buffer(i.writtenSize());
-  CvelA1Writer w(buffer.data(), buffer.size());
-  i.write(w);
-  EXPECT_TRUE(w.complete());
-  return toHex(buffer);
+  CvelString out;
+  EXPECT_EQ(cvelEncodeDer(out, [&i](CvelDerWriter& w) { i.write(w); }), kCvelOk);
+  return toHex(out);
 }
 
 TEST(CvelA1Integer, EncodesTheFewestOctetsWithoutASignOctet) {

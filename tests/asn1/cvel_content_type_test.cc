@@ -12,7 +12,7 @@ namespace {
 // The type of bytes held in memory.
 uint32_t detectBuffer(const testutil::Bytes& bytes) {
   CvelString s;
-  s.assign(bytes.data(), static_cast<uint32_t>(bytes.size()));
+  EXPECT_EQ(s.assign(bytes.data(), static_cast<uint32_t>(bytes.size())), kCvelOk);
   CvelDataStream stream(&s);
   uint32_t type = 0;
   EXPECT_EQ(stream.detectType(&type), kCvelOk);

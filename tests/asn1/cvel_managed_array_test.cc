@@ -24,10 +24,10 @@ TEST(CvelBlockArray, ElementsOfOneBlockLiveWithTheBlockAndMixWithSingleOnes) {
     EXPECT_EQ(Counted::alive, 3);
     block[0].value = 10;
     block[2].value = 12;
-    list.add(&block[0]);
+    EXPECT_EQ(list.add(&block[0]), kCvelOk);
     EXPECT_EQ(list.makeElements(2), nullptr);  // only for an empty list
-    list.add(new Counted());
-    list.add(&block[2]);
+    EXPECT_EQ(list.add(new Counted()), kCvelOk);
+    EXPECT_EQ(list.add(&block[2]), kCvelOk);
     EXPECT_EQ(list.size(), 3u);
     EXPECT_EQ(Counted::alive, 4);
     Counted* got = nullptr;
@@ -44,7 +44,7 @@ TEST(CvelBlockArray, ElementsOfOneBlockLiveWithTheBlockAndMixWithSingleOnes) {
     // The next block replaces the old one; the list's end releases it, unused elements included.
     ASSERT_NE(list.makeElements(2), nullptr);
     EXPECT_EQ(Counted::alive, 2);
-    list.add(new Counted());
+    EXPECT_EQ(list.add(new Counted()), kCvelOk);
     EXPECT_EQ(Counted::alive, 3);
     EXPECT_EQ(list.makeElements(0), nullptr);
   }
@@ -58,13 +58,13 @@ TEST(CvelBlockArray, AListOutgrowingItsBlockKeepsEveryElementInOrder) {
     ASSERT_NE(block, nullptr);
     block[0].value = 1;
     block[1].value = 2;
-    list.add(&block[0]);
-    list.add(&block[1]);
+    EXPECT_EQ(list.add(&block[0]), kCvelOk);
+    EXPECT_EQ(list.add(&block[1]), kCvelOk);
     // The slots came with the block; more elements than it holds move them elsewhere, twice over.
     for (int v = 3; v <= 20; ++v) {
       Counted* single = new Counted();
       single->value = v;
-      list.add(single);
+      EXPECT_EQ(list.add(single), kCvelOk);
     }
     ASSERT_EQ(list.size(), 20u);
     for (uint32_t i = 0; i < list.size(); ++i) {

@@ -52,7 +52,7 @@ TEST(CvelString, ViewsNeverWriteOrFreeWhatTheyShow) {
   CvelString v;
   ASSERT_EQ(v.setView(owner, 2, 3), kCvelOk);
   v.truncate(1);  // a view is never shortened in place
-  v.appendChar('!');  // it becomes an owned copy first, of exactly the size needed
+  ASSERT_EQ(v.appendChar('!'), kCvelOk);  // it becomes an owned copy first, of exactly the size needed
   EXPECT_EQ(text(v), "234!");
   EXPECT_EQ(v.capacity(), 5u);
   EXPECT_EQ(v.setView(owner, 8, 3), kCvelErrMalformed);  // a part outside the source
@@ -72,9 +72,9 @@ TEST(CvelString, SearchAndEditStayInsideTheContent) {
   EXPECT_FALSE(owned("x.pem").endsWithNoCase("a much longer text.PEM"));
   CvelString edit = owned("mixed case");
   CvelString part = owned("keep");
-  edit.subString(part, 10);  // from at the end: dest is left alone
+  EXPECT_EQ(edit.subString(part, 10), kCvelOk);  // from at the end: dest is left alone
   EXPECT_EQ(text(part), "keep");
-  edit.subString(part, 6, 100);  // the count is clipped
+  ASSERT_EQ(edit.subString(part, 6, 100), kCvelOk);  // the count is clipped
   EXPECT_EQ(text(part), "case");
   ASSERT_EQ(s.fromNumber(7, 3), kCvelOk);
   EXPECT_EQ(s.fromNumber(12345, 4), kCvelErrNoMemory);  // too narrow: refused, not cut

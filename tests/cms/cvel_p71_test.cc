@@ -32,11 +32,11 @@ struct Decoded {
   CvelA1StreamCursor cursor;
   CvelResult result = 0;
   Decoded(const Bytes& bytes, uint32_t offset, bool lenient = false) {
-    image.assign(bytes.data(), static_cast<uint32_t>(bytes.size()));
+    EXPECT_EQ(image.assign(bytes.data(), static_cast<uint32_t>(bytes.size())), kCvelOk);
     CvelA1InputString in(image, 0, image.length());
     cursor.setPosition(offset);
     cursor.setLenient(lenient);
-    result = cursor.next(in) == kCvelOk ? info.decode(in, cursor) : 0xBAD;
+    result = cursor.next(in) == kCvelOk ? info.decode(in, cursor) : CvelResult(0xBAD);
   }
 };
 

@@ -74,7 +74,7 @@ TEST(CvelTSPResponses, IndexOfFindsTheFirstEqualToken) {
   uint32_t index = 99;
   CvelTSPResponse* probe = response("3000");
   EXPECT_EQ(list.indexOf(probe, &index), kCvelErrBadParameter);  // empty list
-  for (const char* der : {"3001", "3000", "3000"}) list.add(response(der));
+  for (const char* der : {"3001", "3000", "3000"}) ASSERT_EQ(list.add(response(der)), kCvelOk);
   EXPECT_EQ(list.indexOf(nullptr, &index), kCvelErrBadParameter);
   ASSERT_EQ(list.indexOf(probe, &index), kCvelOk);
   EXPECT_EQ(index, 1u);

@@ -32,8 +32,8 @@ class CvelLogFormatTest : public ::testing::Test {
     CvelConfiguration configuration;
     std::string text = "[Common]\nFormat = " + format + "\n" + (blank ? "Mode = Blank\n" : "");
     parseInto(configuration, text);
-    configuration.setText("Common", "LogModule", "/opt/x/libsigner.1.dylib");
-    configuration.setText("Common", "LogProcess", "/usr/bin/app.bin");
+    EXPECT_EQ(configuration.setText("Common", "LogModule", "/opt/x/libsigner.1.dylib"), kCvelOk);
+    EXPECT_EQ(configuration.setText("Common", "LogProcess", "/usr/bin/app.bin"), kCvelOk);
     return CvelLogFormat(&configuration);
   }
   static std::string line(const CvelLogFormat& f) { return f.compose("/src/asn1/x.cc", "encode", 12, 0x4, "hello"); }

@@ -31,7 +31,7 @@ std::string toHex(const CvelString& s) { return toHex(toBytes(s)); }
 
 void assignHex(CvelString& out, const std::string& text) {
   Bytes b = hex(text);
-  out.assign(b.data(), static_cast<uint32_t>(b.size()));
+  if (out.assign(b.data(), static_cast<uint32_t>(b.size())) != kCvelOk) out.release();
 }
 
 CvelString hexString(const std::string& text) {

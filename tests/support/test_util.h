@@ -28,7 +28,7 @@ Bytes toBytes(const CvelString& s);
 template <typename T>
 CvelResult decodeFirst(const Bytes& bytes, T& object, bool next = true) {
   CvelString image;
-  image.assign(bytes.data(), static_cast<uint32_t>(bytes.size()));
+  if (image.assign(bytes.data(), static_cast<uint32_t>(bytes.size())) != kCvelOk) return kCvelErrNoMemory;
   CvelA1InputString in(image, 0, image.length());
   CvelA1StreamCursor cursor;
   const CvelResult first = next ? cursor.next(in) : kCvelOk;

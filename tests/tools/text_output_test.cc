@@ -39,7 +39,7 @@ std::string name(const std::vector<std::string>& rdns) {
 
 CvelString der(const std::string& bytes) {
   CvelString s;
-  s.assign(bytes.data(), static_cast<uint32_t>(bytes.size()));
+  if (s.assign(bytes.data(), static_cast<uint32_t>(bytes.size())) != kCvelOk) s.release();
   return s;
 }
 

@@ -50,7 +50,7 @@ TEST(CvelCertificateExtensions, RecordsKeepWhateverTheyHoldAndLookupsCount) {
   uint32_t count = 0;
   EXPECT_EQ(list.countByOid(keyUsage, &count), kCvelOk);
   EXPECT_EQ(count, 2u);
-  list.add(nullptr);
+  EXPECT_EQ(list.add(nullptr), kCvelOk);
   EXPECT_EQ(list.countById(kOidKeyUsage, &found, 0), kCvelErrMalformed);
   EXPECT_EQ(list.findByOid(keyUsage, 2, &e), kCvelErrNullData);
 }

@@ -50,7 +50,7 @@ TEST(CvelCRLs, FindByIssuer) {
   const CvelString first = hexString("300D310B300906035504030C024341"),
                    other = hexString("300D310B300906035504030C024342"), missing = hexString("3100");
   CvelCRLs list;
-  list.add(new CvelCRL());
+  EXPECT_EQ(list.add(new CvelCRL()), kCvelOk);
   ASSERT_EQ(list.findByIssuer(first, CvelCRLs::kCreate, nullptr), kCvelErrBadParameter);
   CvelCRL *found = nullptr, *again = nullptr;
   ASSERT_EQ(list.findByIssuer(first, CvelCRLs::kCreate, &found), kCvelOk);  // none yet: made and appended
@@ -60,7 +60,7 @@ TEST(CvelCRLs, FindByIssuer) {
   EXPECT_EQ(toHex(found->issuer()), toHex(first));
   EXPECT_EQ(list.findByIssuer(other, 0, &found), 0u);  // no match without the create flag
   EXPECT_EQ(found, nullptr);
-  list.add(nullptr);
+  EXPECT_EQ(list.add(nullptr), kCvelOk);
   EXPECT_EQ(list.findByIssuer(first, 0, &found), kCvelOk);  // met before the empty slot
   EXPECT_EQ(list.findByIssuer(missing, 0, &found), kCvelErrMalformed);
   FullCRLs full;  // a new CRL that cannot be kept is an allocation failure, not an exception

@@ -27,7 +27,7 @@ bool digestWith(const EVP_MD* md, const unsigned char* data, size_t n, Bytes& ou
 
 inline CvelString copyOf(const Bytes& b) {
   CvelString s;
-  s.assign(b.data(), static_cast<uint32_t>(b.size()));
+  if (s.assign(b.data(), static_cast<uint32_t>(b.size())) != kCvelOk) s.release();
   return s;
 }
 inline Bytes bytesOf(const CvelString& s) { return Bytes(s.data(), s.data() + s.length()); }

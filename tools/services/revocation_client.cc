@@ -7,7 +7,7 @@
 #include <openssl/evp.h>
 
 #include "asn1/cvel_a1_context.h"
-#include "asn1/cvel_a1_node.h"
+#include "asn1/cvel_a1_der_writer.h"
 #include "asn1/cvel_der.h"
 #include "commands.h"
 #include "host_crypto.h"
@@ -34,7 +34,7 @@ constexpr char kSignerRole[] = "signer certificate";
 
 CvelString viewOf(const unsigned char* bytes, size_t n) {
   CvelString s;
-  s.setView(bytes, n);
+  if (s.setView(bytes, n) != kCvelOk) s.release();
   return s;
 }
 
@@ -243,14 +243,14 @@ bool revocationValuesValue(const Evidence& evidence, Bytes& out) {
     std::unique_ptr<CvelEtsRevocationValues::CvelEtsTriple> triple(new (std::nothrow)
                                                                          CvelEtsRevocationValues::CvelEtsTriple());
     if (triple == nullptr || c.next(der) != kTagSequence || triple->assign(der, c) != kCvelOk) return false;
-    values.crlValues().add(triple.release());
+    if (values.crlValues().add(triple.release()) != kCvelOk) return false;
   }
   for (const Bytes& basic : evidence.basicResponses) {
     std::unique_ptr<CvelOCSPResponse> response(new (std::nothrow) CvelOCSPResponse());
     if (response == nullptr || response->parse(basic.data(), static_cast<uint32_t>(basic.size())) != kCvelOk) {
       return false;
     }
-    values.ocspValues().add(response.release());
+    if (values.ocspValues().add(response.release()) != kCvelOk) return false;
   }
   // The attribute form is SEQUENCE { type, SET { value } }: the host hands the library the value alone.
   CvelString attribute;
@@ -267,10 +267,11 @@ bool revocationValuesValue(const Evidence& evidence, Bytes& out) {
 
 // CertificateValues ::= SEQUENCE OF Certificate
 bool certificateValuesValue(const std::vector<Bytes>& certificates, Bytes& out) {
-  std::vector<CvelA1Node> items;
-  for (const Bytes& c : certificates) items.push_back(CvelA1Node::raw(c.data(), c.size()));
-  out.clear();
-  return CvelA1Node::constructed(kTagSequence, std::move(items)).appendTo(out) == kCvelOk;
+  return cvelEncodeDer(out, [&certificates](CvelDerWriter& w) {
+           w.element(kTagSequence, [&] {
+             for (const Bytes& c : certificates) w.bytes(c.data(), c.size());
+           });
+         }) == kCvelOk;
 }
 
 }  // namespace
@@ -330,19 +331,24 @@ bool ocspRequest(const RevocationSubject& subject, Bytes& out) {
   }
   // OCSPRequest ::= SEQUENCE { tbsRequest TBSRequest }; TBSRequest ::= SEQUENCE { requestList SEQUENCE OF
   // Request }; Request ::= SEQUENCE { reqCert CertID }
-  CvelA1Node certId = CvelA1Node::constructed(
-      kTagSequence,
-      {CvelA1Node::constructed(kTagSequence, {CvelA1Node::raw(kDerOidSha1, sizeof kDerOidSha1),
-                                              CvelA1Node::raw(kDerNull, sizeof kDerNull)}),
-       CvelA1Node::primitive(kTagOctetString, nameHash.data(), nameHash.size()),
-       CvelA1Node::primitive(kTagOctetString, keyHash.data(), keyHash.size()), CvelA1Node::raw(subject.serialNumber)});
-  CvelA1Node request = CvelA1Node::constructed(
-      kTagSequence,
-      {CvelA1Node::constructed(
-          kTagSequence,
-          {CvelA1Node::constructed(kTagSequence, {CvelA1Node::constructed(kTagSequence, {std::move(certId)})})})});
-  out.clear();
-  return request.appendTo(out) == kCvelOk;
+  auto certId = [&](CvelDerWriter& w) {
+    w.element(kTagSequence, [&] {
+      w.element(kTagSequence, [&] {
+        w.bytes(kDerOidSha1, sizeof kDerOidSha1);
+        w.bytes(kDerNull, sizeof kDerNull);
+      });
+      w.element(kTagOctetString, nameHash.data(), nameHash.size());
+      w.element(kTagOctetString, keyHash.data(), keyHash.size());
+      w.bytes(subject.serialNumber);
+    });
+  };
+  return cvelEncodeDer(out, [&](CvelDerWriter& w) {
+           w.element(kTagSequence, [&] {
+             w.element(kTagSequence, [&] {
+               w.element(kTagSequence, [&] { w.element(kTagSequence, [&] { certId(w); }); });
+             });
+           });
+         }) == kCvelOk;
 }
 
 void serviceUrls(const Bytes& certificate, std::vector<std::string>& ocsp, std::vector<std::string>& crl) {

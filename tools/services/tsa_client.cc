@@ -4,7 +4,7 @@
 
 #include <openssl/rand.h>
 
-#include "asn1/cvel_a1_node.h"
+#include "asn1/cvel_a1_der_writer.h"
 #include "asn1/cvel_der.h"
 #include "cms/cvel_tst_info.h"
 #include "services/der_view.h"
@@ -56,17 +56,20 @@ bool timeStampRequest(const DigestChoice& digest, const Bytes& imprint, const By
   // TimeStampReq ::= SEQUENCE { version INTEGER { v1(1) }, messageImprint MessageImprint,
   //   reqPolicy TSAPolicyId OPTIONAL, nonce INTEGER OPTIONAL, certReq BOOLEAN DEFAULT FALSE,
   //   extensions [0] IMPLICIT Extensions OPTIONAL }
-  CvelA1Node request = CvelA1Node::constructed(
-      kTagSequence,
-      {CvelA1Node::primitive(kTagInteger, &kVersion1, 1),
-       CvelA1Node::constructed(
-           kTagSequence,
-           {CvelA1Node::constructed(kTagSequence, {CvelA1Node::raw(oid), CvelA1Node::raw(kDerNull, sizeof kDerNull)}),
-            CvelA1Node::primitive(kTagOctetString, imprint.data(), imprint.size())}),
-       CvelA1Node::primitive(kTagInteger, nonce.data(), nonce.size()),
-       CvelA1Node::primitive(kTagBoolean, &kTrue, 1)});
-  out.clear();
-  return request.appendTo(out) == kCvelOk;
+  return cvelEncodeDer(out, [&](CvelDerWriter& w) {
+           w.element(kTagSequence, [&] {
+             w.element(kTagInteger, &kVersion1, 1);
+             w.element(kTagSequence, [&] {
+               w.element(kTagSequence, [&] {
+                 w.bytes(oid);
+                 w.bytes(kDerNull, sizeof kDerNull);
+               });
+               w.element(kTagOctetString, imprint.data(), imprint.size());
+             });
+             w.element(kTagInteger, nonce.data(), nonce.size());
+             w.element(kTagBoolean, &kTrue, 1);
+           });
+         }) == kCvelOk;
 }
 
 bool checkTimeStampResponse(const Bytes& response, const DigestChoice& digest, const Bytes& imprint,

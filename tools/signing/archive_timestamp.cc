@@ -4,7 +4,7 @@
 
 #include <openssl/objects.h>
 
-#include "asn1/cvel_a1_node.h"
+#include "asn1/cvel_a1_der_writer.h"
 #include "asn1/cvel_der.h"
 #include "cms/cvel_p7_signer_info.h"
 #include "services/der_view.h"
@@ -16,7 +16,8 @@ bool attributesOf(const CvelString& run, std::vector<CvelString>& out) {
   out.clear();
   if (run.isEmpty()) return true;
   Bytes set;
-  return CvelA1Node::primitive(kTagSet, run).appendTo(set) == kCvelOk && childrenOf(copyOf(set), kTagSet, out);
+  return cvelEncodeDer(set, [&run](CvelDerWriter& w) { w.element(kTagSet, run); }) == kCvelOk &&
+         childrenOf(copyOf(set), kTagSet, out);
 }
 
 // Attribute ::= SEQUENCE { attrType OBJECT IDENTIFIER, attrValues SET OF AttributeValue }
@@ -32,13 +33,14 @@ bool splitAttribute(const CvelString& attribute, CvelString& type, std::vector<C
 // SEQUENCE OF OCTET STRING: the hash of each item, encoded into out.
 bool hashList(const EVP_MD* md, const std::vector<Bytes>& items, Bytes& out) {
   std::vector<Bytes> hashes(items.size());
-  std::vector<CvelA1Node> nodes;
   for (size_t i = 0; i < items.size(); ++i) {
     if (!digestWith(md, items[i].data(), items[i].size(), hashes[i])) return false;
-    nodes.push_back(CvelA1Node::primitive(kTagOctetString, hashes[i].data(), hashes[i].size()));
   }
-  out.clear();
-  return CvelA1Node::constructed(kTagSequence, std::move(nodes)).appendTo(out) == kCvelOk;
+  return cvelEncodeDer(out, [&hashes](CvelDerWriter& w) {
+    w.element(kTagSequence, [&] {
+      for (const Bytes& h : hashes) w.element(kTagOctetString, h.data(), h.size());
+    });
+  }) == kCvelOk;
 }
 
 // attrType || AttributeValue, once for each value of each attribute.
@@ -67,8 +69,7 @@ bool algorithmOf(const EVP_MD* md, Bytes& out) {
   if (object == nullptr || OBJ_obj2txt(dotted, sizeof dotted, object, 1) <= 0 || !oidElement(dotted, oid)) {
     return false;
   }
-  out.clear();
-  return CvelA1Node::constructed(kTagSequence, {CvelA1Node::raw(oid)}).appendTo(out) == kCvelOk;
+  return cvelEncodeDer(out, [&oid](CvelDerWriter& w) { w.element(kTagSequence, [&] { w.bytes(oid); }); }) == kCvelOk;
 }
 
 // Every item of a SEQUENCE OF OCTET STRING of the index is the hash of one of items.
@@ -130,17 +131,14 @@ bool atsHashIndex(const EVP_MD* md, const std::vector<Bytes>& certificates, cons
       !hashList(md, values, valueHashes)) {
     return false;
   }
-  std::vector<CvelA1Node> fields;
   // hashIndAlgorithm is DEFAULT id-sha256, which DER leaves out.
-  if (EVP_MD_type(md) != NID_sha256) {
-    if (!algorithmOf(md, algorithm)) return false;
-    fields.push_back(CvelA1Node::raw(algorithm.data(), algorithm.size()));
-  }
-  for (const Bytes* list : {&certificateHashes, &crlHashes, &valueHashes}) {
-    fields.push_back(CvelA1Node::raw(list->data(), list->size()));
-  }
-  out.clear();
-  return CvelA1Node::constructed(kTagSequence, std::move(fields)).appendTo(out) == kCvelOk;
+  if (EVP_MD_type(md) != NID_sha256 && !algorithmOf(md, algorithm)) return false;
+  return cvelEncodeDer(out, [&](CvelDerWriter& w) {
+    w.element(kTagSequence, [&] {
+      w.bytes(algorithm.data(), algorithm.size());
+      for (const Bytes* list : {&certificateHashes, &crlHashes, &valueHashes}) w.bytes(list->data(), list->size());
+    });
+  }) == kCvelOk;
 }
 
 bool archiveImprintInput(const CvelString& contentType, const Bytes& contentHash, const CvelP7SignerInfo& signer,
@@ -179,12 +177,12 @@ bool attributeValues(const CvelString& attributes, const char* oid, std::vector<
 bool appendAttribute(CvelString& attributes, const char* oid, const Bytes& value) {
   CvelString type;
   Bytes attribute;
-  if (!oidElement(oid, type) ||
-      CvelA1Node::constructed(kTagSequence, {CvelA1Node::raw(type), CvelA1Node::constructed(
-                                                                        kTagSet, {CvelA1Node::raw(value.data(),
-                                                                                                  value.size())})})
-              .appendTo(attribute) != kCvelOk) {
-    return false;
-  }
+  const auto encode = [&](CvelDerWriter& w) {
+    w.element(kTagSequence, [&] {
+      w.bytes(type);
+      w.element(kTagSet, [&] { w.bytes(value.data(), value.size()); });
+    });
+  };
+  if (!oidElement(oid, type) || cvelEncodeDer(attribute, encode) != kCvelOk) return false;
   return attributes.append(attribute.data(), static_cast<uint32_t>(attribute.size())) == kCvelOk;
 }

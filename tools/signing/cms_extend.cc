@@ -5,7 +5,7 @@
 
 #include "asn1/cvel_a1_header.h"
 #include "asn1/cvel_a1_input.h"
-#include "asn1/cvel_a1_node.h"
+#include "asn1/cvel_a1_der_writer.h"
 #include "asn1/cvel_a1_stream_cursor.h"
 #include "asn1/cvel_der.h"
 #include "cms/cvel_p7_signer_info.h"
@@ -364,17 +364,19 @@ bool readSignedData(const Bytes& der, SignedDataImage& out, std::string& error) 
 }
 
 bool writeSignedData(const SignedDataImage& image, Bytes& out) {
-  std::vector<CvelA1Node> fields;
-  for (const Bytes& f : image.fields) fields.push_back(CvelA1Node::raw(f.data(), f.size()));
-  std::vector<CvelA1Node> signers;
-  for (const Bytes& s : image.signerInfos) signers.push_back(CvelA1Node::raw(s.data(), s.size()));
-  fields.push_back(CvelA1Node::constructed(kTagSet, std::move(signers)));
-  const CvelA1Node info = CvelA1Node::constructed(
-      kTagSequence,
-      {CvelA1Node::raw(image.contentType.data(), image.contentType.size()),
-       CvelA1Node::constructed(kTagContext0, {CvelA1Node::constructed(kTagSequence, std::move(fields))})});
-  out.clear();
-  return info.appendTo(out) == kCvelOk;
+  return cvelEncodeDer(out, [&image](CvelDerWriter& w) {
+    w.element(kTagSequence, [&] {
+      w.bytes(image.contentType.data(), image.contentType.size());
+      w.element(kTagContext0, [&] {
+        w.element(kTagSequence, [&] {
+          for (const Bytes& f : image.fields) w.bytes(f.data(), f.size());
+          w.element(kTagSet, [&] {
+            for (const Bytes& s : image.signerInfos) w.bytes(s.data(), s.size());
+          });
+        });
+      });
+    });
+  }) == kCvelOk;
 }
 
 bool extendSignedData(const ExtendRequest& request, SignedDataImage& image, std::vector<std::string>& missing,

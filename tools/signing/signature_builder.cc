@@ -1,6 +1,6 @@
 #include "signing/signature_builder.h"
 
-#include "asn1/cvel_a1_node.h"
+#include "asn1/cvel_a1_der_writer.h"
 #include "asn1/cvel_der.h"
 #include "asn1/cvel_oid.h"
 #include "asn1/cvel_time.h"
@@ -82,11 +82,12 @@ std::unique_lock<std::mutex> libraryTurn(std::mutex* lock) {
 
 // ContentInfo { id-data, [0] { OCTET STRING content } } for attached signing.
 bool attachedContentInfo(const Bytes& content, Bytes& out) {
-  CvelA1Node info = CvelA1Node::constructed(
-      kTagSequence,
-      {CvelA1Node::raw(kDerOidData, sizeof kDerOidData),
-       CvelA1Node::constructed(kTagContext0, {CvelA1Node::primitive(kTagOctetString, content.data(), content.size())})});
-  return info.appendTo(out) == kCvelOk;
+  return cvelEncodeDer(out, [&content](CvelDerWriter& w) {
+           w.element(kTagSequence, [&] {
+             w.bytes(kDerOidData, sizeof kDerOidData);
+             w.element(kTagContext0, [&] { w.element(kTagOctetString, content.data(), content.size()); });
+           });
+         }) == kCvelOk;
 }
 
 }  // namespace
