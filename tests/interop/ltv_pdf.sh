@@ -264,9 +264,12 @@ no-responder|extend-pdf --level B-LT plain.pdf|/CN=Plain Signer names no OCSP re
 lta-tsa-down|sign-pdf --plugin $KOLVARI_PLUGIN --key pki/ec.key --cert pki/ec.pem --chain pki/ca.pem --level B-LTA --tsa $base/tsa/slow --tsa-timeout 1 classic.pdf|no answer from $base/tsa/slow within 1 s
 EOF
 
-# ---- the long term: a signer certificate valid for one day, judged a week later with the responder stopped:
-# B-T alone has no proof of existence before the expiry. ----
+# ---- the long term: a signer certificate valid for one day, judged a week later with the responder stopped.
+# The DSS's responses and the document time-stamp carry the signature past expiry; B-T alone has no proof. ----
+sign_pdf short classic.pdf short-lta.pdf --level B-LTA --tsa "$base/tsa" || fail "short-lta.pdf: sign-pdf"
 sign_pdf short classic.pdf short-t.pdf --level B-T --tsa "$base/tsa" || fail "short-t.pdf: sign-pdf"
 stop_loopback_services
-check_verify short-t.pdf INDETERMINATE - --at "$(date -u -d '+7 days' +%Y%m%d%H%M%SZ)"
+week=$(date -u -d '+7 days' +%Y%m%d%H%M%SZ)
+check_verify short-lta.pdf TOTAL_PASSED "DSS update,document time-stamp" --at "$week"
+check_verify short-t.pdf INDETERMINATE - --at "$week"
 echo "ltv_pdf: passed"
