@@ -2,6 +2,9 @@
 
 #include <cstdio>
 #include <exception>
+#include <map>
+#include <string>
+#include <utility>
 
 #include <openssl/pkcs7.h>
 #include <openssl/x509.h>
@@ -132,15 +135,16 @@ InspectValue dssValue(const Bytes& file, const std::vector<PdfSignatureEntry>& s
   out.set("certificates", dssListValue(PdfDssList::kCertificates, dss.data.certificates, decode));
   out.set("ocspResponses", dssListValue(PdfDssList::kOcsps, dss.data.ocsps, decode));
   out.set("crls", dssListValue(PdfDssList::kCrls, dss.data.crls, decode));
+  std::map<std::string, std::string> fieldOfKey;
+  for (const PdfSignatureEntry& s : signatures) {
+    if (!s.cms.empty()) fieldOfKey.emplace(vriKey(s.cms.data(), s.cms.size()), s.fieldName);
+  }
   InspectValue& vri = out.set("vri", InspectValue::array());
   for (const auto& [key, data] : dss.vri) {
     InspectValue& entry = vri.push(InspectValue::object());
     entry.set("key", InspectValue::text(key));
-    InspectValue field;
-    for (const PdfSignatureEntry& s : signatures) {
-      if (!s.cms.empty() && vriKey(s.cms.data(), s.cms.size()) == key) field = InspectValue::text(s.fieldName);
-    }
-    entry.set("signature", field);
+    const auto field = fieldOfKey.find(key);
+    entry.set("signature", field == fieldOfKey.end() ? InspectValue() : InspectValue::text(field->second));
     entry.set("certificates", dssLabels(PdfDssList::kCertificates, data.certificates, decode));
     entry.set("ocspResponses", dssLabels(PdfDssList::kOcsps, data.ocsps, decode));
     entry.set("crls", dssLabels(PdfDssList::kCrls, data.crls, decode));
