@@ -350,6 +350,17 @@ const char* certStatusName(uint32_t tag) {
   }
 }
 
+// CertID ::= SEQUENCE { hashAlgorithm, issuerNameHash, issuerKeyHash, serialNumber CertificateSerialNumber }:
+// the serial number's hex, or empty.
+std::string certIdSerial(const CvelString& certId) {
+  constexpr size_t kCertIdFields = 4;
+  CvelA1Context outer;
+  if (outer.next(certId) != kTagSequence) return "";
+  const std::vector<CvelString> fields = children(certId, outer);
+  if (fields.size() != kCertIdFields) return "";
+  return contentOf(fields[kCertIdFields - 1], kTagInteger).toHex();
+}
+
 bool ocspValue(const CvelString& der, V& out) {
   CvelOCSPResponse r;
   if (r.parse(der.data(), der.length()) != kCvelOk) return false;
@@ -368,6 +379,8 @@ bool ocspValue(const CvelString& der, V& out) {
   const bool revoked = r.certStatusTag() == CvelOCSPResponse::kStatusRevoked ||
                        r.certStatusTag() == CvelOCSPResponse::kStatusRevokedConstructed;
   out.set("certStatus", V::text(certStatusName(r.certStatusTag())));
+  const std::string serial = certIdSerial(r.certId());
+  out.set("serialNumber", serial.empty() ? V() : V::text(serial));
   out.set("thisUpdate", timeElementValue(r.thisUpdate()));
   out.set("nextUpdate", timeElementValue(r.nextUpdate()));
   out.set("revocationTime", revoked ? timeValue(r.revocationTime()) : V());
@@ -470,6 +483,41 @@ bool memoryValue(const CvelString& der, V& out, CvelCertificate& certificate, bo
   return crlValue(der, out) || ocspValue(der, out);
 }
 
+// A certificate as a PDF's document security store lists it: names, serial number and validity.
+V certificateSummary(const CvelCertificate& c) {
+  V v = V::object();
+  v.set("subject", V::text(listedName(c.subject())));
+  v.set("issuer", V::text(listedName(c.issuer())));
+  v.set("serialNumber", V::text(contentOf(c.serialNumber(), kTagInteger).toHex()));
+  v.set("notBefore", timeValue(c.notBefore()));
+  v.set("notAfter", timeValue(c.notAfter()));
+  return v;
+}
+
+// An item of a document security store decoded as its list holds it; label names it in a /VRI entry's list
+// (a certificate by subject, an OCSP response by the serial number it answers for, a CRL by issuer).
+bool dssItemValue(PdfDssList list, const Bytes& bytes, V& out, std::string& label) {
+  CvelString der;
+  if (der.assign(bytes.data(), static_cast<uint32_t>(bytes.size())) != kCvelOk) return false;
+  if (list == PdfDssList::kCertificates) {
+    CvelCertificate c;
+    if (c.parse(der.data(), der.length()) != kCvelOk) return false;
+    out = certificateSummary(c);
+    label = listedName(c.subject());
+    return true;
+  }
+  if (list == PdfDssList::kCrls) {
+    CvelCRL crl;
+    if (!crlValue(der, out) || crl.parse(der.data(), der.length()) != kCvelOk) return false;
+    label = listedName(crl.issuer());
+    return true;
+  }
+  CvelOCSPResponse r;
+  if (!ocspValue(der, out) || r.parse(der.data(), der.length()) != kCvelOk) return false;
+  label = "serial " + certIdSerial(r.certId());
+  return true;
+}
+
 std::string render(const V& v, bool json) {
   std::string out;
   if (json) {
@@ -520,7 +568,7 @@ int runInspect(const InspectOptions& o) {
       CvelString cms;
       return cms.assign(der.data(), static_cast<uint32_t>(der.size())) == kCvelOk &&
              memoryValue(cms, out, unused, isCertificate) && !isCertificate;
-    });
+    }, dssItemValue);
   }
   V value;
   CvelCertificate certificate;

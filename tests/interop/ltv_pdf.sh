@@ -4,7 +4,9 @@
 # PDFs signed by kolvari and by poppler's pdfsig, run twice to renew, and `kolvari timestamp-pdf`. Each output
 # is held against pdfsig (every signature and time-stamp valid), qpdf --check, its input (a prefix of it), and
 # its document security store as qpdf's JSON shows it (the certificates, the OCSP responses, a /VRI entry per
-# signature keyed by the SHA-1 of its /Contents). A time-stamp authority that is down gives one line and no file.
+# signature keyed by the SHA-1 of its /Contents), and against `kolvari verify` (TOTAL_PASSED, the later
+# revisions named), and a week later with the responder stopped for a signer certificate valid for one day.
+# A time-stamp authority that is down gives one line and no file.
 set -euo pipefail
 : "${KOLVARI:?path of the kolvari tool}"
 : "${KOLVARI_PLUGIN:?path of the plug-in}"
@@ -58,9 +60,10 @@ issue_certificate rsa 1001 signer "/CN=RSA Signer" -algorithm RSA -pkeyopt rsa_k
 issue_certificate ec 1002 signer "/CN=EC Signer"
 issue_certificate down 1003 down "/CN=Down Signer"
 issue_certificate plain 1004 plain "/CN=Plain Signer"
+days=1 issue_certificate short 1005 signer "/CN=Short Signer"
 issue_certificate tsa 2001 tsa "/CN=PDF LTV TSA"
 issue_certificate ocsp 2002 ocsp "/CN=PDF LTV OCSP Responder"
-for s in "1001 RSA Signer" "1002 EC Signer" "1003 Down Signer" "2001 PDF LTV TSA"; do
+for s in "1001 RSA Signer" "1002 EC Signer" "1003 Down Signer" "1005 Short Signer" "2001 PDF LTV TSA"; do
   printf 'V\t491231235959Z\t\t%s\tunknown\t/CN=%s\n' "${s%% *}" "${s#* }" >> index.txt
 done
 make_loopback_crl 1
@@ -96,6 +99,18 @@ PY
     openssl ts -verify -data "$range" -in "${range%.range}.token" -token_in -CAfile pki/ca.pem > err.txt 2>&1 ||
       fail "$1: openssl ts -verify: $(cat err.txt)"
   done
+}
+# FILE INDICATION LATER [OPTIONS...]: `kolvari verify` with the test CA as trust judges the first signature
+# so, and names the kinds of the revisions after it (- for none).
+check_verify() {
+  local file=$1 indication=$2 later=$3
+  shift 3
+  "$KOLVARI" verify --json --trust pki/ca.pem "$@" "$file" > verify.json 2> err.txt || true
+  /usr/bin/python3 -c 'import json, sys
+s = json.load(open(sys.argv[1]))["signatures"][0]
+got = (s["indication"], ",".join(r["kind"] for r in s["laterRevisions"]) or "-")
+assert got == tuple(sys.argv[2:]), got' verify.json "$indication" "$later" ||
+    fail "$file: verify: $(cat verify.json err.txt)"
 }
 is_prefix() { cmp -s "$1" <(head -c "$(stat -c %s "$1")" "$2") || fail "$1 is not a prefix of $2"; }
 
@@ -139,8 +154,8 @@ sign_pdf() {  # SIGNER IN OUT ARGS...
     "$@" "$in" "$out"
 }
 
-# ---- sign-pdf at each level: SIGNER|IN|LEVEL|doc time-stamps|DSS names|OCSP serials ----
-while IFS='|' read -r signer in level stamps names serials; do
+# ---- sign-pdf at each level: SIGNER|IN|LEVEL|doc time-stamps|DSS names|OCSP serials|later revisions ----
+while IFS='|' read -r signer in level stamps names serials later; do
   out=$signer-$level.pdf
   args=(--level "$level")
   [ "$level" = B-B ] || args+=(--tsa "$base/tsa")
@@ -148,16 +163,25 @@ while IFS='|' read -r signer in level stamps names serials; do
   is_prefix "$in.pdf" "$out"
   check_pdf "$out" 1 "$stamps"
   [ -z "$names" ] || check_dss "$out" "$names" "$serials" 1
+  check_verify "$out" TOTAL_PASSED "$later"
 done <<EOF
-rsa|classic|B-B|0||
-rsa|objstm|B-T|0||
-rsa|classic|B-LT|0|PDF LTV CA,PDF LTV TSA,RSA Signer|1001,2001
-rsa|objstm|B-LTA|1|PDF LTV CA,PDF LTV TSA,RSA Signer|1001,2001
-ec|objstm|B-B|0||
-ec|classic|B-T|0||
-ec|objstm|B-LT|0|EC Signer,PDF LTV CA,PDF LTV TSA|1002,2001
-ec|classic|B-LTA|1|EC Signer,PDF LTV CA,PDF LTV TSA|1002,2001
+rsa|classic|B-B|0|||-
+rsa|objstm|B-T|0|||-
+rsa|classic|B-LT|0|PDF LTV CA,PDF LTV TSA,RSA Signer|1001,2001|DSS update
+rsa|objstm|B-LTA|1|PDF LTV CA,PDF LTV TSA,RSA Signer|1001,2001|DSS update,document time-stamp
+ec|objstm|B-B|0|||-
+ec|classic|B-T|0|||-
+ec|objstm|B-LT|0|EC Signer,PDF LTV CA,PDF LTV TSA|1002,2001|DSS update
+ec|classic|B-LTA|1|EC Signer,PDF LTV CA,PDF LTV TSA|1002,2001|DSS update,document time-stamp
 EOF
+# inspect lists the store: the signer's chain and the TSA, the OCSP responses by serial, the /VRI entry's signature.
+"$KOLVARI" inspect --json rsa-B-LTA.pdf > inspect.json || fail "inspect rsa-B-LTA.pdf"
+/usr/bin/python3 -c 'import json, sys
+d = json.load(open(sys.argv[1]))["dss"]
+assert sorted(c["subject"] for c in d["certificates"]) == ["CN=PDF LTV CA", "CN=PDF LTV TSA", "CN=RSA Signer"], d
+assert sorted(o["serialNumber"] for o in d["ocspResponses"]) == ["1001", "2001"], d
+assert [v["signature"] for v in d["vri"]] == ["Signature1"] and len(d["vri"][0]["ocspResponses"]) == 2, d' \
+  inspect.json || fail "inspect rsa-B-LTA.pdf: $(cat inspect.json)"
 
 # ---- extend-pdf on a kolvari B-B signature, then again: the renewal covers the first time-stamp ----
 extend() {  # IN OUT ARGS...
@@ -169,6 +193,7 @@ extend() {  # IN OUT ARGS...
 extend ec-B-B.pdf ec-extended.pdf --level B-LTA
 check_pdf ec-extended.pdf 1 1
 check_dss ec-extended.pdf "EC Signer,PDF LTV CA" 1002 1
+check_verify ec-extended.pdf TOTAL_PASSED "DSS update,document time-stamp"
 extend ec-extended.pdf ec-renewed.pdf --level B-LTA
 check_pdf ec-renewed.pdf 1 2
 check_dss ec-renewed.pdf "EC Signer,PDF LTV CA,PDF LTV TSA" 1002,2001 2
@@ -212,6 +237,7 @@ if pk12util -i rsa.p12 -d sql:nss -W '' > /dev/null 2>&1 &&
   extend poppler.pdf poppler-lta.pdf --level B-LTA --chain pki/ca.pem
   check_pdf poppler-lta.pdf 1 1
   check_dss poppler-lta.pdf "PDF LTV CA,RSA Signer" 1001 1
+  check_verify poppler-lta.pdf TOTAL_PASSED "DSS update,document time-stamp"
 else
   echo "ltv_pdf: pdfsig cannot sign here; the extend-pdf row on a poppler signature is skipped"
 fi
@@ -237,4 +263,13 @@ responder-down|extend-pdf --level B-LT down.pdf|/CN=Down Signer: OCSP $base/ocsp
 no-responder|extend-pdf --level B-LT plain.pdf|/CN=Plain Signer names no OCSP responder
 lta-tsa-down|sign-pdf --plugin $KOLVARI_PLUGIN --key pki/ec.key --cert pki/ec.pem --chain pki/ca.pem --level B-LTA --tsa $base/tsa/slow --tsa-timeout 1 classic.pdf|no answer from $base/tsa/slow within 1 s
 EOF
+
+# ---- the long term: a signer certificate valid for one day, judged a week later with the responder stopped.
+# The DSS's responses and the document time-stamp carry the signature past expiry; B-T alone has no proof. ----
+sign_pdf short classic.pdf short-lta.pdf --level B-LTA --tsa "$base/tsa" || fail "short-lta.pdf: sign-pdf"
+sign_pdf short classic.pdf short-t.pdf --level B-T --tsa "$base/tsa" || fail "short-t.pdf: sign-pdf"
+stop_loopback_services
+week=$(date -u -d '+7 days' +%Y%m%d%H%M%SZ)
+check_verify short-lta.pdf TOTAL_PASSED "DSS update,document time-stamp" --at "$week"
+check_verify short-t.pdf INDETERMINATE - --at "$week"
 echo "ltv_pdf: passed"

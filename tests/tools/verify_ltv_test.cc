@@ -12,7 +12,7 @@
 #include <qpdf/Pl_Buffer.hh>
 #include <qpdf/Pl_Flate.hh>
 
-#include "verify/verify_dss.h"
+#include "pdf/pdf_dss_reader.h"
 #include "verify/verify_pdf.h"
 #include "verify/verify_revisions.h"
 

@@ -2,6 +2,9 @@
 
 #include <cstdio>
 #include <exception>
+#include <map>
+#include <string>
+#include <utility>
 
 #include <openssl/pkcs7.h>
 #include <openssl/x509.h>
@@ -9,6 +12,7 @@
 #include <qpdf/QPDFObjectHandle.hh>
 
 #include "commands.h"
+#include "pdf/pdf_dss_reader.h"
 #include "inspect/ber_element.h"
 #include "inspect/json_output.h"
 
@@ -97,6 +101,57 @@ std::string signerOf(const Bytes& cms) {
   return name;
 }
 
+// The items of one list of the store, each decoded (null when it does not decode).
+InspectValue dssListValue(PdfDssList list, const std::vector<Bytes>& items, const DssItemDecoder& decode) {
+  InspectValue out = InspectValue::array();
+  for (const Bytes& item : items) {
+    InspectValue v;
+    std::string label;
+    if (!decode(list, item, v, label)) v = InspectValue();
+    out.push(std::move(v));
+  }
+  return out;
+}
+
+// The labels of the items a /VRI list names; "undecodable" for an item the library cannot decode.
+InspectValue dssLabels(PdfDssList list, const std::vector<Bytes>& items, const DssItemDecoder& decode) {
+  InspectValue out = InspectValue::array();
+  for (const Bytes& item : items) {
+    InspectValue unused;
+    std::string label;
+    out.push(InspectValue::text(decode(list, item, unused, label) ? label : "undecodable"));
+  }
+  return out;
+}
+
+// The store of the last revision, or null when the file has none; each /VRI entry names the signature field
+// whose /Contents its key is the SHA-1 of (null when no field matches).
+InspectValue dssValue(const Bytes& file, const std::vector<PdfSignatureEntry>& signatures,
+                      const DssItemDecoder& decode) {
+  DocumentSecurityStore dss;
+  std::string error;
+  if (!readDss(file, dss, error) || !dss.present) return InspectValue();
+  InspectValue out = InspectValue::object();
+  out.set("certificates", dssListValue(PdfDssList::kCertificates, dss.data.certificates, decode));
+  out.set("ocspResponses", dssListValue(PdfDssList::kOcsps, dss.data.ocsps, decode));
+  out.set("crls", dssListValue(PdfDssList::kCrls, dss.data.crls, decode));
+  std::map<std::string, std::string> fieldOfKey;
+  for (const PdfSignatureEntry& s : signatures) {
+    if (!s.cms.empty()) fieldOfKey.emplace(vriKey(s.cms.data(), s.cms.size()), s.fieldName);
+  }
+  InspectValue& vri = out.set("vri", InspectValue::array());
+  for (const auto& [key, data] : dss.vri) {
+    InspectValue& entry = vri.push(InspectValue::object());
+    entry.set("key", InspectValue::text(key));
+    const auto field = fieldOfKey.find(key);
+    entry.set("signature", field == fieldOfKey.end() ? InspectValue() : InspectValue::text(field->second));
+    entry.set("certificates", dssLabels(PdfDssList::kCertificates, data.certificates, decode));
+    entry.set("ocspResponses", dssLabels(PdfDssList::kOcsps, data.ocsps, decode));
+    entry.set("crls", dssLabels(PdfDssList::kCrls, data.crls, decode));
+  }
+  return out;
+}
+
 }  // namespace
 
 bool listPdfSignatures(const Bytes& file, std::vector<PdfSignatureEntry>& out, std::string& error) {
@@ -112,7 +167,7 @@ bool listPdfSignatures(const Bytes& file, std::vector<PdfSignatureEntry>& out, s
   return true;
 }
 
-int inspectPdf(const std::string& path, bool json, const CmsDecoder& decodeCms) {
+int inspectPdf(const std::string& path, bool json, const CmsDecoder& decodeCms, const DssItemDecoder& decodeDssItem) {
   Bytes file;
   if (!readWholeFile(path, file)) {
     std::fprintf(stderr, "kolvari inspect: cannot read %s\n", path.c_str());
@@ -153,6 +208,7 @@ int inspectPdf(const std::string& path, bool json, const CmsDecoder& decodeCms) 
     s.set("cms", cms);
     s.set("problem", problem.empty() ? InspectValue() : InspectValue::text(problem));
   }
+  value.set("dss", dssValue(file, entries, decodeDssItem));
   std::string text;
   if (json) {
     text = jsonDocument(value.toJson());

@@ -3,6 +3,7 @@
 #ifndef KOLVARI_TOOLS_PDF_PDF_SIGNATURES_H
 #define KOLVARI_TOOLS_PDF_PDF_SIGNATURES_H
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
@@ -28,7 +29,14 @@ bool listPdfSignatures(const Bytes& file, std::vector<PdfSignatureEntry>& out, s
 // Decodes one signature's CMS into a value tree; false when the library cannot decode it.
 using CmsDecoder = std::function<bool(const Bytes& der, InspectValue& out)>;
 
-// `kolvari inspect` on a PDF: one entry per signature with the decoded CMS under it. Returns the exit status.
-int inspectPdf(const std::string& path, bool json, const CmsDecoder& decodeCms);
+// The lists of a document security store, and a decoder for their items: false when the library cannot
+// decode the item; label names the item in a /VRI entry's list.
+enum class PdfDssList : uint8_t { kCertificates, kOcsps, kCrls };
+using DssItemDecoder = std::function<bool(PdfDssList list, const Bytes& der, InspectValue& out, std::string& label)>;
+
+// `kolvari inspect` on a PDF: one entry per signature with the decoded CMS under it, then the document
+// security store of the last revision (null when there is none) with its items decoded and its /VRI entries
+// tied to the signatures they name. Returns the exit status.
+int inspectPdf(const std::string& path, bool json, const CmsDecoder& decodeCms, const DssItemDecoder& decodeDssItem);
 
 #endif  // KOLVARI_TOOLS_PDF_PDF_SIGNATURES_H

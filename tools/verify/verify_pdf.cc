@@ -6,9 +6,9 @@
 #include <exception>
 #include <functional>
 
+#include "pdf/pdf_dss_reader.h"
 #include "pdf/pdf_signatures.h"
 #include "verify/verify_cms.h"
-#include "verify/verify_dss.h"
 #include "verify/verify_revisions.h"
 
 namespace {

@@ -19,6 +19,7 @@ constexpr const char* kRevocation = "revocation";
 struct Statement {
   enum Kind { kNone, kGood, kRevoked } kind = kNone;
   bool about = false;  // the source speaks of the certificate (whether or not current at t)
+  bool goodBefore = false;  // it says good, but only for a time before t
   time_t revokedAt = 0;
   std::string source;  // "OCSP response", "CRL"
 };
@@ -83,8 +84,9 @@ Statement ocspStatement(const Bytes& der, X509* certificate, X509* issuer, time_
     const int status = OCSP_single_get0_status(single, &reason, &revokedAt, &thisUpdate, &nextUpdate);
     if (status == V_OCSP_CERTSTATUS_REVOKED && timeOf(revokedAt, s.revokedAt)) {
       s.kind = Statement::kRevoked;
-    } else if (status == V_OCSP_CERTSTATUS_GOOD && currentAt(thisUpdate, nextUpdate, t)) {
-      s.kind = Statement::kGood;
+    } else if (status == V_OCSP_CERTSTATUS_GOOD) {
+      s.kind = currentAt(thisUpdate, nextUpdate, t) ? Statement::kGood : Statement::kNone;
+      s.goodBefore = s.kind == Statement::kNone;
     }
   }
   sk_X509_free(known);
@@ -107,8 +109,10 @@ Statement crlStatement(const Bytes& der, X509* certificate, X509* issuer, time_t
     if (X509_CRL_get0_by_cert(crl, &entry, certificate) == 1 &&
         timeOf(X509_REVOKED_get0_revocationDate(entry), s.revokedAt)) {
       s.kind = Statement::kRevoked;
-    } else if (currentAt(X509_CRL_get0_lastUpdate(crl), X509_CRL_get0_nextUpdate(crl), t)) {
-      s.kind = Statement::kGood;
+    } else {
+      s.kind = currentAt(X509_CRL_get0_lastUpdate(crl), X509_CRL_get0_nextUpdate(crl), t) ? Statement::kGood
+                                                                                         : Statement::kNone;
+      s.goodBefore = s.kind == Statement::kNone;
     }
   }
   X509_CRL_free(crl);
@@ -174,6 +178,7 @@ void checkOne(const VerifyContext& context, X509* certificate, X509* issuer, con
     }
   }
   const Statement* good = nullptr;
+  const Statement* goodBefore = nullptr;
   bool about = false;
   for (const Statement& s : statements) {
     if (s.kind == Statement::kRevoked && s.revokedAt <= t) {
@@ -189,6 +194,7 @@ void checkOne(const VerifyContext& context, X509* certificate, X509* issuer, con
       return;
     }
     if (s.kind == Statement::kGood && good == nullptr) good = &s;
+    if (s.goodBefore && goodBefore == nullptr) goodBefore = &s;
     about = about || s.about;
   }
   if (good != nullptr) {
@@ -198,6 +204,13 @@ void checkOne(const VerifyContext& context, X509* certificate, X509* issuer, con
                who + "expired before the current time, and no OCSP response or CRL current at the validation time " +
                    isoTime(t) + " says it was not revoked then",
                "OUT_OF_BOUNDS_NO_POE");
+  } else if (goodBefore != nullptr && !named) {
+    // Offline, a statement that the certificate was good before t tells more than none, which is skipped
+    // too; judged at an earlier proof of existence (past) it must be current, and an answer asked for
+    // (--revocation fetch) must have come.
+    report.add(kRevocation, Outcome::kSkipped,
+               who + "the embedded " + goodBefore->source + " says good only before the validation time " +
+                   isoTime(t) + "; --revocation fetch asks for a current one");
   } else if (named || about) {
     report.add(kRevocation, Outcome::kIndeterminate,
                who + (statements.empty() ? "no OCSP response or CRL could be fetched"

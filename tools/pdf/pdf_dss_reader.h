@@ -3,8 +3,8 @@
 // its /VRI entries, which tie data to one signature under the upper-case hex SHA-1 of that signature's
 // /Contents. qpdf reads the objects wherever they lie (object streams, cross-reference streams) and decodes
 // the streams; every list and every stream is read up to a bound.
-#ifndef KOLVARI_TOOLS_VERIFY_VERIFY_DSS_H
-#define KOLVARI_TOOLS_VERIFY_VERIFY_DSS_H
+#ifndef KOLVARI_TOOLS_PDF_PDF_DSS_READER_H
+#define KOLVARI_TOOLS_PDF_PDF_DSS_READER_H
 
 #include <map>
 #include <string>
@@ -34,4 +34,4 @@ bool readDss(const Bytes& file, DocumentSecurityStore& out, std::string& error);
 // The /VRI key of a signature: the upper-case hex SHA-1 of the bytes of its /Contents string.
 std::string vriKey(const unsigned char* contents, size_t n);
 
-#endif  // KOLVARI_TOOLS_VERIFY_VERIFY_DSS_H
+#endif  // KOLVARI_TOOLS_PDF_PDF_DSS_READER_H

@@ -1,4 +1,4 @@
-#include "verify/verify_dss.h"
+#include "pdf/pdf_dss_reader.h"
 
 #include <algorithm>
 #include <exception>
