@@ -114,9 +114,11 @@ int runVerify(const VerifyCommandOptions& c) {
   const ContentFeed content = fileFeed(c.content);
   const bool batch = c.files.size() > 1;
   std::vector<FileReport> reports(c.files.size());
+  std::vector<std::string> texts(c.files.size());  // a batch's text blocks, rendered on the worker threads
   int status = kExitOk;
   const BatchWork work = [&](size_t item, unsigned) {
     reports[item] = verifyFile(c.files[item], c.content.empty() ? nullptr : &content, context);
+    if (batch && !c.json) texts[item] = (item == 0 ? "" : "\n") + reportText(reports[item]);
   };
   const BatchReport report = [&](size_t item) {
     const FileReport& f = reports[item];
@@ -125,8 +127,9 @@ int runVerify(const VerifyCommandOptions& c) {
     if (!batch) {
       printSingle(f, c.json);
     } else if (!c.json) {
-      std::fputs(((item == 0 ? "" : "\n") + reportText(f)).c_str(), stdout);
+      std::fputs(texts[item].c_str(), stdout);
       reports[item] = FileReport();
+      std::string().swap(texts[item]);
     }
   };
   runBatch(c.files.size(), c.jobs, work, report);

@@ -3,6 +3,7 @@
 #include <openssl/evp.h>
 
 #include <algorithm>
+#include <string_view>
 
 #include "io/input_file.h"
 #include "verify/verify_cms.h"
@@ -27,12 +28,10 @@ bool pemBody(std::string& text) {
   return true;
 }
 
-// DER as it is; PEM or bare base64 decoded. False for text that is neither.
-bool signatureBytes(const Bytes& raw, Bytes& der) {
-  if (!raw.empty() && raw[0] == kFirstByteSequence) {
-    der = raw;
-    return true;
-  }
+bool isDer(const Bytes& raw) { return !raw.empty() && raw[0] == kFirstByteSequence; }
+
+// PEM or bare base64 decoded to DER. False for text that is neither.
+bool decodeText(const Bytes& raw, Bytes& der) {
   std::string text(raw.begin(), raw.end());
   if (!pemBody(text)) return false;
   std::string compact;
@@ -47,13 +46,13 @@ bool signatureBytes(const Bytes& raw, Bytes& der) {
   size_t padding = 0;
   for (size_t i = compact.size(); i > 0 && compact[i - 1] == '='; --i) ++padding;
   der.resize(static_cast<size_t>(n) - padding);
-  return !der.empty() && der[0] == kFirstByteSequence;
+  return isDer(der);
 }
 
 bool isPdf(const Bytes& file) {
   const auto headEnd = file.begin() + static_cast<std::ptrdiff_t>(std::min(file.size(), kPdfHeaderWindow));
-  const std::string head(file.begin(), headEnd);
-  return head.find("%PDF-") != std::string::npos;
+  constexpr std::string_view kMarker = "%PDF-";
+  return std::search(file.begin(), headEnd, kMarker.begin(), kMarker.end()) != headEnd;
 }
 
 }  // namespace
@@ -81,8 +80,9 @@ FileReport verifyFileBytes(const std::string& name, const Bytes& raw, const Cont
     if (!verifyPdf(raw, own, report.signatures, error)) report.error = name + ": " + error;
     return report;
   }
-  Bytes der;
-  if (!signatureBytes(raw, der) || !verifyCms(der, content, run, report.signatures)) {
+  Bytes decoded;
+  if ((!isDer(raw) && !decodeText(raw, decoded)) ||
+      !verifyCms(isDer(raw) ? raw : decoded, content, run, report.signatures)) {
     report.signatures.clear();
     report.error = name + " is not a CMS SignedData or a PDF that can be read";
   }
