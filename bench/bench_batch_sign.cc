@@ -6,9 +6,13 @@
 // one key and N give the library's share of a signature. The jobs rows sign the same EC P-256 batch on one
 // and on two threads in one run (in memory, and with files through `kolvari sign --jobs`) and print the
 // speed-up against its goal (two cores: 1.7x in memory, 1.5x with files) and whether it is met; a third
-// row gives bare OpenSSL signing's own speed-up in the same run, the ceiling the machine's load leaves.
+// row gives bare OpenSSL signing's own speed-up in the same run, the ceiling the machine's load leaves. The
+// verify jobs rows judge attached EC P-256 signatures of the same files the same way: `kolvari verify --jobs`
+// (stdout to /dev/null) and, in memory, the tool's per-file verification under one shared context.
 // Run: build/bin/bench_batch_sign (KOLVARI_BENCH_DIR=/dev/shm to write to a tmpfs instead of /tmp).
 #include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <openssl/evp.h>
 #include <openssl/pem.h>
@@ -26,11 +30,13 @@
 #include <thread>
 #include <vector>
 
+#include "cli/command_line.h"
 #include "commands.h"
 #include "host_crypto.h"
 #include "signing/batch_runner.h"
 #include "signing/host_signer.h"
 #include "signing/signature_builder.h"
+#include "verify/verify_file.h"
 #include "zarv_plugin.h"
 
 namespace {
@@ -84,6 +90,7 @@ class Workspace {
     root_ = pattern;
     fs::create_directory(root_ / "in");
     fs::create_directory(root_ / "out");
+    fs::create_directory(root_ / "attached");
     EVP_PKEY* ec = EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", kCurve);
     EVP_PKEY* rsa = EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", static_cast<size_t>(kRsaBits));
     ready_ = ec != nullptr && rsa != nullptr && writeKeyAndCertificate(ec, keyPath("ec"), certPath("ec")) &&
@@ -105,6 +112,7 @@ class Workspace {
   fs::path keyPath(const char* kind) const { return root_ / (std::string(kind) + ".key"); }
   fs::path certPath(const char* kind) const { return root_ / (std::string(kind) + ".pem"); }
   fs::path outDir() const { return root_ / "out"; }
+  fs::path attachedDir() const { return root_ / "attached"; }
   const std::vector<std::string>& inputs() const { return inputs_; }
 
  private:
@@ -365,6 +373,86 @@ void floorJobs(benchmark::State& state, const KeyKind& kind, int files) {
   reportSpeedUp(state, "bare signing (the ceiling)", files, one, two, kMemoryGoal);
 }
 
+// ---- verify batches ----
+
+// The attached signatures of the first `files` inputs, made once by `kolvari sign --attached`; empty when
+// signing failed.
+std::vector<std::string> attachedSignatures(const KeyKind& kind, int files) {
+  static std::vector<std::string> made;
+  if (!made.empty() || !workspace().ready()) return made;
+  Arguments args = toolArguments(kind, files, 2);
+  args.push_back("--attached");
+  for (size_t i = 0; i < args.size(); ++i) {
+    if (args[i] == "--out-dir") args[i + 1] = workspace().attachedDir().string();
+  }
+  if (runSign(args) != kExitOk) return made;
+  for (int i = 0; i < files; ++i) {
+    made.push_back(workspace().attachedDir() / (fs::path(workspace().inputs()[i]).filename().string() + ".p7s"));
+  }
+  return made;
+}
+
+// `kolvari verify --trust CERT --jobs JOBS FILE...` with its reports sent to /dev/null; its exit status.
+int toolVerify(const KeyKind& kind, const std::vector<std::string>& signatures, unsigned jobs) {
+  Arguments args{"verify", "--trust", workspace().certPath(kind.file).string(), "--jobs", std::to_string(jobs)};
+  args.insert(args.end(), signatures.begin(), signatures.end());
+  std::fflush(stdout);
+  const int saved = dup(STDOUT_FILENO);
+  const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
+  if (saved < 0 || null < 0 || dup2(null, STDOUT_FILENO) < 0) return kExitFailure;
+  close(null);
+  const int status = runToolCommand({verifyCommand()}, args);
+  std::fflush(stdout);
+  dup2(saved, STDOUT_FILENO);
+  close(saved);
+  return status;
+}
+
+void toolVerifyJobs(benchmark::State& state, const KeyKind& kind, int files) {
+  const std::vector<std::string> signatures = attachedSignatures(kind, files);
+  if (signatures.empty() || toolVerify(kind, signatures, 1) != kExitOk) {
+    state.SkipWithError("cannot sign or verify the batch");
+    return;
+  }
+  double one = 0;
+  double two = 0;
+  for (auto _ : state) {
+    one = secondsOf([&] { toolVerify(kind, signatures, 1); });
+    two = secondsOf([&] { toolVerify(kind, signatures, 2); });
+  }
+  reportSpeedUp(state, "verify with files", files, one, two, kFilesGoal);
+}
+
+// The same batch with the signatures read beforehand: each judged as the tool judges a file of a batch, under
+// one context (trust store and certificate cache) that every thread shares.
+void inMemoryVerifyJobs(benchmark::State& state, const KeyKind& kind, int files) {
+  const std::vector<std::string> signatures = attachedSignatures(kind, files);
+  std::vector<Bytes> contents(signatures.size());
+  bool ready = !signatures.empty();
+  for (size_t i = 0; ready && i < signatures.size(); ++i) ready = readWholeFile(signatures[i], contents[i]);
+  VerifyContext context;
+  std::string error;
+  context.options.trustFiles = {workspace().certPath(kind.file).string()};
+  context.now = std::time(nullptr);
+  if (!ready || !loadTrust(context, error)) {
+    state.SkipWithError("cannot sign the batch or load the trust anchor");
+    return;
+  }
+  std::atomic<bool> passed{true};
+  const BatchWork work = [&](size_t item, unsigned) {
+    const FileReport r = verifyFileBytes(signatures[item], contents[item], nullptr, context);
+    if (r.signatures.size() != 1 || r.signatures[0].indication() != Indication::kTotalPassed) passed = false;
+  };
+  double one = 0;
+  double two = 0;
+  for (auto _ : state) {
+    one = secondsOf([&] { runBatch(contents.size(), 1, work, [](size_t) {}); });
+    two = secondsOf([&] { runBatch(contents.size(), 2, work, [](size_t) {}); });
+  }
+  if (!passed) state.SkipWithError("a signature did not pass");
+  reportSpeedUp(state, "verify in memory", files, one, two, kMemoryGoal);
+}
+
 const bool kRegistered = [] {
   constexpr int kJobsFiles = 2000;
   const std::string jobs = "batch_sign/" + std::string(kKeys[0].name) + "/" + std::to_string(kJobsFiles) + "/jobs-2-vs-1";
@@ -373,6 +461,12 @@ const bool kRegistered = [] {
   benchmark::RegisterBenchmark((jobs + "/kolvari").c_str(), toolJobs, kKeys[0], kJobsFiles)
       ->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
   benchmark::RegisterBenchmark((jobs + "/floor").c_str(), floorJobs, kKeys[0], kJobsFiles)
+      ->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
+  const std::string verifyJobs =
+      "batch_verify/" + std::string(kKeys[0].name) + "/" + std::to_string(kJobsFiles) + "/jobs-2-vs-1";
+  benchmark::RegisterBenchmark((verifyJobs + "/in-memory").c_str(), inMemoryVerifyJobs, kKeys[0], kJobsFiles)
+      ->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
+  benchmark::RegisterBenchmark((verifyJobs + "/kolvari").c_str(), toolVerifyJobs, kKeys[0], kJobsFiles)
       ->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
   for (const KeyKind& kind : kKeys) {
     for (int files : {1000, kMostFiles}) {

@@ -112,18 +112,6 @@ ExtraAttribute parseAttribute(const std::string& text) {
   return out;
 }
 
-// --jobs: a whole number of threads from 1 to kMostJobs.
-CLI::Validator jobsCount() {
-  return valueCheck("count", [](std::string& v) {
-    constexpr size_t kMostDigits = 2;
-    bool digits = !v.empty() && v.size() <= kMostDigits;
-    for (char c : v) digits = digits && c >= '0' && c <= '9';
-    const unsigned long count = digits ? std::stoul(v) : 0;
-    return count >= 1 && count <= kMostJobs ? std::string()
-                                            : "not a whole number from 1 to " + std::to_string(kMostJobs);
-  });
-}
-
 void defineOptions(CLI::App& app, SignOptions& o) {
   const std::string signer = "signer";
   addSignerKeyOptions(app, o.first, o.pass);

@@ -1,5 +1,6 @@
-// kolvari verify: judges every signer of a CMS SignedData (DER, PEM or base64) or every signature and
-// document time-stamp of a PDF, and prints the report as text or JSON (tools/verify/ holds the checks).
+// kolvari verify: judges every signer of a CMS SignedData (DER, PEM or base64) and every signature and
+// document time-stamp of a PDF, for one FILE or a batch of them on --jobs threads, and prints the reports as
+// text or JSON (tools/verify/ holds the checks).
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -9,19 +10,15 @@
 #include <string>
 #include <vector>
 
-#include <openssl/evp.h>
-
 #include "cli/command_line.h"
 #include "cli/validators.h"
 #include "commands.h"
 #include "io/input_file.h"
-#include "io/signature_text.h"
-#include "verify/verify_cms.h"
-#include "verify/verify_pdf.h"
+#include "signing/batch_runner.h"
+#include "verify/verify_file.h"
 
 namespace {
 
-constexpr size_t kMaxSignatureFile = 512u * 1024 * 1024;
 constexpr size_t kContentChunk = 64 * 1024;
 constexpr long kMaxTimeoutSeconds = 600;
 
@@ -36,7 +33,7 @@ bool parseTime(std::string text, time_t& out) {
 
 // The command line as it is read, before its values become VerifyOptions.
 struct VerifyCommandOptions {
-  std::string file;
+  std::vector<std::string> files;
   std::string content;
   std::vector<std::string> trustFiles;
   std::string trustDir;
@@ -45,6 +42,7 @@ struct VerifyCommandOptions {
   std::string revocation = "embedded";
   std::string timeout;
   bool json = false;
+  unsigned jobs = defaultJobs();
 };
 
 // A fault of the command line found after it was read (a trust file that cannot be used), reported as the
@@ -72,16 +70,8 @@ ContentFeed fileFeed(const std::string& path) {
   };
 }
 
-bool isPdf(const Bytes& file) {
-  constexpr size_t kHeaderWindow = 1024;
-  const std::string head(file.begin(), file.begin() + static_cast<std::ptrdiff_t>(std::min(file.size(), kHeaderWindow)));
-  return head.find("%PDF-") != std::string::npos;
-}
-
-
-int runVerify(const VerifyCommandOptions& c) {
-  VerifyContext context;
-  std::string error;
+// The run's context: the options, the time and the trust anchors every file is judged against.
+bool runContext(const VerifyCommandOptions& c, VerifyContext& context, std::string& error) {
   context.options.trustFiles = c.trustFiles;
   context.options.trustDir = c.trustDir;
   context.options.systemTrust = c.systemTrust;
@@ -93,53 +83,74 @@ int runVerify(const VerifyCommandOptions& c) {
     context.options.at = t;
   }
   context.now = context.options.at ? *context.options.at : std::time(nullptr);
-  if (!loadTrust(context, error)) return usageFault(error);
+  return loadTrust(context, error);
+}
+
+// 2 when the file was not judged, 1 when a signature did not pass (or there is none), else 0.
+int exitOf(const FileReport& f) {
+  if (!f.error.empty()) return kExitUsage;
+  bool allPassed = !f.signatures.empty();
+  for (const SignatureReport& r : f.signatures) allPassed = allPassed && r.indication() == Indication::kTotalPassed;
+  return allPassed ? kExitOk : kExitFailure;
+}
+
+// The report of one file, as the run of a single FILE prints it.
+void printSingle(const FileReport& f, bool json) {
+  std::fputs((json ? reportJson(f.signatures) : reportText(f.signatures)).c_str(), stdout);
+  if (!json && f.signatures.empty()) std::printf("no signatures\n");
+}
+
+// Judges the files on --jobs threads; the verdicts and the messages come in the order of the files. The
+// checks make no call to the library that converts OID text (its one process-wide state, include/kolvari/
+// zarv.h): the decoders, toDotted and kindOf only read, so the threads need no lock around them.
+int runVerify(const VerifyCommandOptions& c) {
+  VerifyContext context;
+  std::string error;
+  if (!runContext(c, context, error)) return usageFault(error);
   if (!c.content.empty() && !checkInputFile(c.content, error)) {
     std::fprintf(stderr, "kolvari verify: --content %s\n", error.c_str());
     return kExitUsage;
   }
-  Bytes raw;
-  if (!readInputFile(c.file, raw, error)) {
-    std::fprintf(stderr, "kolvari verify: %s\n", error.c_str());
-    return kExitUsage;
-  }
-  if (raw.size() > kMaxSignatureFile) {
-    std::fprintf(stderr, "kolvari verify: %s: larger than a signature file can be\n", c.file.c_str());
-    return kExitUsage;
-  }
-  std::vector<SignatureReport> reports;
-  if (isPdf(raw)) {
-    if (!verifyPdf(raw, context, reports, error)) {
-      std::fprintf(stderr, "kolvari verify: %s: %s\n", c.file.c_str(), error.c_str());
-      return kExitUsage;
+  const ContentFeed content = fileFeed(c.content);
+  const bool batch = c.files.size() > 1;
+  std::vector<FileReport> reports(c.files.size());
+  std::vector<std::string> texts(c.files.size());  // a batch's text blocks, rendered on the worker threads
+  int status = kExitOk;
+  const BatchWork work = [&](size_t item, unsigned) {
+    reports[item] = verifyFile(c.files[item], c.content.empty() ? nullptr : &content, context);
+    if (batch && !c.json) texts[item] = (item == 0 ? "" : "\n") + reportText(reports[item]);
+  };
+  const BatchReport report = [&](size_t item) {
+    const FileReport& f = reports[item];
+    if (!f.error.empty()) std::fprintf(stderr, "kolvari verify: %s\n", f.error.c_str());
+    status = std::max(status, exitOf(f));
+    if (!batch) {
+      printSingle(f, c.json);
+    } else if (!c.json) {
+      std::fputs(texts[item].c_str(), stdout);
+      reports[item] = FileReport();
+      std::string().swap(texts[item]);
     }
-  } else {
-    Bytes der;
-    const ContentFeed content = fileFeed(c.content);
-    if (!signatureBytes(raw, der) || !verifyCms(der, c.content.empty() ? nullptr : &content, context, reports)) {
-      std::fprintf(stderr, "kolvari verify: %s is not a CMS SignedData or a PDF that can be read\n", c.file.c_str());
-      return kExitUsage;
-    }
-  }
-  std::fputs((c.json ? reportJson(reports) : reportText(reports)).c_str(), stdout);
-  if (!c.json && reports.empty()) std::printf("no signatures\n");
-  bool allPassed = !reports.empty();
-  for (const SignatureReport& r : reports) allPassed = allPassed && r.indication() == Indication::kTotalPassed;
-  return allPassed ? kExitOk : kExitFailure;
+  };
+  runBatch(c.files.size(), c.jobs, work, report);
+  if (batch && c.json) std::fputs(reportJson(reports).c_str(), stdout);
+  return status;
 }
 
 }  // namespace
 
 ToolCommand verifyCommand() {
-  return {"verify", "tell whether the signatures of a CMS file or a PDF are valid, and why",
+  return {"verify", "tell whether the signatures of CMS files or PDFs are valid, and why",
           "Judges every signer of a CMS SignedData (DER, PEM or base64; definite or indefinite length) and every "
           "signature and document time-stamp of a PDF: format, integrity, signer identification, certificate "
           "path, time-stamps and revocation, in that order. Each gets an indication (TOTAL_PASSED, TOTAL_FAILED, "
-          "INDETERMINATE) with a sub-indication and one line per check. Exit status 0 when every signature is "
-          "TOTAL_PASSED, 1 when any is not, 2 for a wrong command line or a file that cannot be read as a "
-          "signature.",
+          "INDETERMINATE) with a sub-indication and one line per check. Several FILEs are judged against one trust "
+          "set, --jobs files at a time, each report under its file's name in the order of the files. Exit status "
+          "0 when every signature is TOTAL_PASSED, 1 when any is not, 2 for a wrong command line or a file that "
+          "cannot be read as a signature (the other files are still judged).",
           "kolvari verify --trust ca.pem --content document.txt document.p7s\n"
-          "kolvari verify --system-trust --json signed.pdf",
+          "kolvari verify --system-trust --json signed.pdf\n"
+          "kolvari verify --trust ca.pem --jobs 4 *.p7s *.pdf",
           [](CLI::App& app) {
             auto o = std::make_shared<VerifyCommandOptions>();
             addValue(app, "--content", o->content, "FILE", "the signed file of a detached signature (read as a stream)");
@@ -160,7 +171,18 @@ ToolCommand verifyCommand() {
             addValue(app, "--timeout", o->timeout, "SECONDS", "time limit of each fetch (default 10)")
                 ->check(timeoutSeconds());
             addFlag(app, "--json", o->json, "the report as one JSON document (schema in README.md)");
-            addFile(app, "FILE", o->file, "the CMS signature or the PDF");
-            return [o] { return runVerify(*o); };
+            app.add_option("--jobs", o->jobs,
+                           "with several FILEs, judge N files at a time (default: the number of cores); the "
+                           "reports are in the order of the files, the same as with --jobs 1")
+                ->option_text("N")
+                ->check(jobsCount());
+            addFiles(app, "FILE", o->files, "the CMS signatures and PDFs, judged against one trust set");
+            return [o] {
+              if (!o->content.empty() && o->files.size() > 1) {
+                throw UsageError("--content names the signed file of one FILE; " + std::to_string(o->files.size()) +
+                                 " FILEs given");
+              }
+              return runVerify(*o);
+            };
           }};
 }

@@ -318,6 +318,40 @@ stamped-doc.pdf|2|TOTAL_PASSED|-|true|-|-
 stamped-doc-changed.pdf|2|TOTAL_FAILED|HASH_FAILURE|true|-|-
 EOF
 
+# ---- a batch of files under one trust set: each file's report as its single run gives it (the time fixed),
+# the same output on 1 and on 4 threads, exit status 1 for the tampered files; a file that is not a
+# signature gives exit status 2 and the others are still judged ----
+batch=(ossl-rsa-attached.p7s changed-content.p7s once.pdf kolvari-rsa-attached.pem changed.pdf twice.pdf)
+hour="--at $(date -u -d '+1 hour' +%Y%m%d%H%M%SZ)"
+for f in "${batch[@]}"; do "$KOLVARI" verify --json --trust pki/ca.pem $hour "$f" > "single-$f.json" || true; done
+for jobs in 1 4; do
+  for form in text json; do
+    set +e
+    "$KOLVARI" verify --trust pki/ca.pem $hour --jobs $jobs $([ $form = json ] && echo --json) "${batch[@]}" > "batch-$jobs.$form"
+    status=$?
+    set -e
+    [ "$status" = 1 ] || fail "batch --jobs $jobs ($form): exit status $status, expected 1"
+  done
+done
+cmp -s batch-1.text batch-4.text && cmp -s batch-1.json batch-4.json || fail "batch: --jobs 1 and --jobs 4 differ"
+[ "$(grep '^file ' batch-1.text)" = "$(printf 'file %s:\n' "${batch[@]}")" ] || fail "batch headings: $(cat batch-1.text)"
+python3 - batch-1.json "${batch[@]}" <<'PY' || fail "batch: $(cat batch-1.json)"
+import json, sys
+files = json.load(open(sys.argv[1]))["files"]
+assert [f["file"] for f in files] == sys.argv[2:], files
+for f in files:
+    assert f["signatures"] == json.load(open("single-%s.json" % f["file"]))["signatures"], f["file"]
+PY
+set +e
+"$KOLVARI" verify --json --trust pki/ca.pem --jobs 2 once.pdf content.txt ossl-rsa-attached.p7s > unreadable.json 2> err.txt
+status=$?
+set -e
+[ "$status" = 2 ] && grep -q "content.txt is not a CMS SignedData" err.txt || fail "unreadable in a batch: $status $(cat err.txt)"
+python3 -c 'import json, sys; f = json.load(open(sys.argv[1]))["files"]
+assert [len(x["signatures"]) for x in f] == [1, 0, 1] and "error" in f[1] and f[2]["signatures"][0]["indication"] == "TOTAL_PASSED", f' \
+  unreadable.json || fail "unreadable in a batch: $(cat unreadable.json)"
+checks=$((checks + 3))
+
 # Long-term validation: a signer certificate valid for one day, its OCSP response and the CA in a DSS update,
 # then a document time-stamp; judged a week later with the responder stopped. The time-stamp is a proof of
 # existence for the signature, the DSS's response shows it unrevoked then; without them there is no proof.
@@ -366,6 +400,8 @@ done <<'EOF'
 --at 20241301000000Z ossl-ec.pem|--at 20241301000000Z
 --trust missing.pem ossl-ec.pem|missing.pem
 --content missing.bin ossl-ec-detached.p7s|--content missing.bin
+--content content.bin ossl-ec-detached.p7s ossl-rsa-detached.p7s|--content names the signed file of one FILE
+--jobs 65 ossl-ec.pem|--jobs 65: not a whole number from 1 to 64
 --bogus ossl-ec.pem|--bogus
 EOF
 

@@ -3,6 +3,7 @@
 #include "cli/command_line.h"
 #include "cli/signing_time.h"
 #include "host_crypto.h"
+#include "signing/batch_runner.h"
 #include "signing/pass_phrase.h"
 
 namespace {
@@ -34,6 +35,17 @@ CLI::Validator signingTime() {
     std::string wrong = readSigningTime(v, longForm);
     if (wrong.empty()) v = longForm;
     return wrong;
+  });
+}
+
+CLI::Validator jobsCount() {
+  return valueCheck("count", [](std::string& v) {
+    constexpr size_t kMostDigits = 2;
+    bool digits = !v.empty() && v.size() <= kMostDigits;
+    for (char c : v) digits = digits && c >= '0' && c <= '9';
+    const unsigned long count = digits ? std::stoul(v) : 0;
+    return count >= 1 && count <= kMostJobs ? std::string()
+                                            : "not a whole number from 1 to " + std::to_string(kMostJobs);
   });
 }
 

@@ -20,6 +20,8 @@ CLI::Validator digestName();
 CLI::Validator signingTime();
 // Whole seconds from 1 to 600.
 CLI::Validator timeoutSeconds();
+// --jobs of a batch: a whole number of threads from 1 to kMostJobs (signing/batch_runner.h).
+CLI::Validator jobsCount();
 // A pass phrase source as --pass takes it: pass:TEXT, env:VAR, file:PATH, fd:N or stdin.
 CLI::Validator passSource();
 

@@ -83,7 +83,9 @@ std::string reportText(const std::vector<SignatureReport>& signatures) {
   return out;
 }
 
-std::string reportJson(const std::vector<SignatureReport>& signatures) {
+namespace {
+
+Json signaturesJson(const std::vector<SignatureReport>& signatures) {
   Json list = Json::array();
   for (const SignatureReport& s : signatures) {
     Json one;
@@ -110,5 +112,29 @@ std::string reportJson(const std::vector<SignatureReport>& signatures) {
     one["checks"] = std::move(checks);
     list.push_back(std::move(one));
   }
-  return jsonDocument(Json{{"signatures", std::move(list)}});
+  return list;
+}
+
+}  // namespace
+
+std::string reportJson(const std::vector<SignatureReport>& signatures) {
+  return jsonDocument(Json{{"signatures", signaturesJson(signatures)}});
+}
+
+std::string reportText(const FileReport& file) {
+  std::string out = "file " + file.file + ":\n";
+  if (!file.error.empty()) return out + "not judged: " + file.error + "\n";
+  if (file.signatures.empty()) return out + "no signatures\n";
+  return out + reportText(file.signatures);
+}
+
+std::string reportJson(const std::vector<FileReport>& files) {
+  Json list = Json::array();
+  for (const FileReport& f : files) {
+    Json one{{"file", f.file}};
+    if (!f.error.empty()) one["error"] = f.error;
+    one["signatures"] = signaturesJson(f.signatures);
+    list.push_back(std::move(one));
+  }
+  return jsonDocument(Json{{"files", std::move(list)}});
 }

@@ -50,9 +50,22 @@ struct SignatureReport {
 const char* indicationName(Indication indication);
 const char* outcomeName(Outcome outcome);
 
+// What a run of `kolvari verify` says about one of its files: the reports of its signatures, or why the file
+// cannot be read as a signature.
+struct FileReport {
+  std::string file;
+  std::string error;  // one line naming the file; not empty when it was not judged
+  std::vector<SignatureReport> signatures;
+};
+
 // One readable block per signature.
 std::string reportText(const std::vector<SignatureReport>& signatures);
 // {"signatures": [...]} (schema in README.md).
 std::string reportJson(const std::vector<SignatureReport>& signatures);
+// The blocks of one file of a batch under a heading with the file's name.
+std::string reportText(const FileReport& file);
+// {"files": [{"file": NAME, "signatures": [...]}, ...]}, with "error" beside an empty list for a file that
+// was not judged (schema in README.md).
+std::string reportJson(const std::vector<FileReport>& files);
 
 #endif  // KOLVARI_TOOLS_VERIFY_VERIFY_REPORT_H
