@@ -244,6 +244,30 @@ bool selfIssued(const Bytes& der) {
   return c.parse(der.data(), static_cast<uint32_t>(der.size())) != kCvelOk || c.subject().equals(c.issuer());
 }
 
+// The CAs above signer among certificates, nearest first, up to the root (left out); bounded by the list's
+// size, so a loop of issuers ends.
+void signerIssuers(const Bytes& signer, const std::vector<Bytes>& certificates, std::vector<Bytes>& out) {
+  CvelCertificate current;
+  if (current.parse(signer.data(), static_cast<uint32_t>(signer.size())) != kCvelOk) return;
+  for (size_t step = 0; step < certificates.size() && !current.subject().equals(current.issuer()); ++step) {
+    const Bytes* issuer = nullptr;
+    for (const Bytes& c : certificates) {
+      CvelCertificate candidate;
+      if (candidate.parse(c.data(), static_cast<uint32_t>(c.size())) == kCvelOk &&
+          candidate.subject().equals(current.issuer())) {
+        issuer = &c;
+        break;
+      }
+    }
+    if (issuer == nullptr || selfIssued(*issuer) ||
+        std::find(out.begin(), out.end(), *issuer) != out.end() ||
+        current.parse(issuer->data(), static_cast<uint32_t>(issuer->size())) != kCvelOk) {
+      return;
+    }
+    out.push_back(*issuer);
+  }
+}
+
 bool addLongTermValues(SignerWork& w, std::string& error) {
   std::vector<Bytes> certificates;
   for (const Bytes& c : w.image.certificates) {
@@ -251,8 +275,10 @@ bool addLongTermValues(SignerWork& w, std::string& error) {
   }
   std::vector<Bytes> tokens;
   tokenCertificates(w.si, tokens);
-  // The time-stamping authority's chain is covered too: each of its certificates but the roots.
+  // The signer's own chain above it (its CAs but the root), then the time-stamping authority's chain: each
+  // certificate but the roots.
   std::vector<Bytes> further;
+  signerIssuers(w.certificate, certificates, further);
   for (const Bytes& c : tokens) {
     if (std::find(certificates.begin(), certificates.end(), c) != certificates.end()) continue;
     certificates.push_back(c);
