@@ -35,31 +35,13 @@ stop() {
 trap stop EXIT
 trap 'exit 0' INT TERM
 
-start_loopback_services "$dir"
-
-cd "$dir"
-cat > x509.cnf <<EOF
-[req]
-distinguished_name = dn
-[dn]
-[ca]
-basicConstraints = critical,CA:TRUE
-keyUsage = critical,keyCertSign,cRLSign
+start_loopback_pki "$dir" "Loopback" <<'EOF'
 [signer]
 keyUsage = critical,digitalSignature,nonRepudiation
 authorityInfoAccess = OCSP;URI:$base/ocsp
 crlDistributionPoints = URI:$base/ca.crl
-[tsa]
-keyUsage = critical,digitalSignature
-extendedKeyUsage = critical,timeStamping
-[ocsp]
-keyUsage = critical,digitalSignature
-extendedKeyUsage = critical,OCSPSigning
 EOF
-make_loopback_ca "/CN=Loopback Test CA"
 issue_certificate signer 1001 signer "/CN=Loopback Signer"
-issue_certificate tsa 2001 tsa "/CN=Loopback TSA"
-issue_certificate ocsp 2002 ocsp "/CN=Loopback OCSP Responder"
 printf 'V\t491231235959Z\t\t1001\tunknown\t/CN=Loopback Signer\n' > index.txt
 make_loopback_crl 30
 write_tsa_config "sha256, sha384, sha512" "accuracy = secs:1

@@ -6,47 +6,20 @@
 # time-stamp's imprint from the decoded fields on its own. A time-stamp authority that is down gives one line
 # and no output.
 set -euo pipefail
-: "${KOLVARI:?path of the kolvari tool}"
-here=$(cd "$(dirname "$0")" && pwd)
 command -v openssl > /dev/null && /usr/bin/python3 -c 'import asn1crypto' 2> /dev/null ||
   { echo "extend skipped, missing: openssl or python3-asn1crypto"; exit 77; }
 
-work=$(mktemp -d)
+. "$(dirname "$0")/../support/interop.sh"
 . "$here/../support/loopback_services.sh"
-stop() {
-  stop_loopback_services
-  rm -rf "$work"
-}
-trap stop EXIT
-cd "$work"
-fail() { echo "FAIL: $*" >&2; exit 1; }
-
-mkdir pki
-start_loopback_services "$work/pki"
-cd pki
-cat > x509.cnf <<EOF
-[req]
-distinguished_name = dn
-[dn]
-[ca]
-basicConstraints = critical,CA:TRUE
-keyUsage = critical,keyCertSign,cRLSign
+start_loopback_pki "$work/pki" "Extend Test" <<'EOF'
 [signer]
 keyUsage = critical,digitalSignature,nonRepudiation
 authorityInfoAccess = OCSP;URI:$base/ocsp
 [tsa]
-keyUsage = critical,digitalSignature
-extendedKeyUsage = critical,timeStamping
 authorityInfoAccess = OCSP;URI:$base/ocsp
-[ocsp]
-keyUsage = critical,digitalSignature
-extendedKeyUsage = critical,OCSPSigning
 EOF
-make_loopback_ca "/CN=Extend Test CA"
 issue_certificate rsa 1001 signer "/CN=RSA Signer" -algorithm RSA -pkeyopt rsa_keygen_bits:2048
 issue_certificate ec 1002 signer "/CN=EC Signer"
-issue_certificate tsa 2001 tsa "/CN=Extend Test TSA"
-issue_certificate ocsp 2002 ocsp "/CN=Extend Test OCSP Responder"
 for entry in "1001 RSA Signer" "1002 EC Signer" "2001 Extend Test TSA"; do
   printf 'V\t491231235959Z\t\t%s\tunknown\t/CN=%s\n' "${entry%% *}" "${entry#* }"
 done > index.txt

@@ -6,9 +6,7 @@
 # hash of the signature value, `openssl cms -verify`), python3 asn1crypto and BouncyCastle, and shown by
 # `kolvari inspect`. Each failure case of the table gives one line on standard error and no output file.
 set -euo pipefail
-: "${KOLVARI:?path of the kolvari tool}"
 : "${KOLVARI_PLUGIN:?path of the plug-in}"
-here=$(cd "$(dirname "$0")" && pwd)
 
 bc_classpath=/usr/share/java/bcprov.jar:/usr/share/java/bcpkix.jar:/usr/share/java/bcutil.jar
 missing=()
@@ -20,29 +18,11 @@ if [ ${#missing[@]} -ne 0 ]; then
   exit 77
 fi
 
-work=$(mktemp -d)
+. "$(dirname "$0")/../support/interop.sh"
 . "$here/../support/loopback_services.sh"
-stop() {
-  stop_loopback_services
-  rm -rf "$work"
-}
-trap stop EXIT
-cd "$work"
-fail() { echo "FAIL: $*" >&2; exit 1; }
 
-# ---- the loopback services; the certificates below name their port ----
-mkdir pki
-start_loopback_services "$work/pki"
-
-# ---- the test PKI, in pki/ where the server reads it ----
-cd pki
-cat > x509.cnf <<EOF
-[req]
-distinguished_name = dn
-[dn]
-[ca]
-basicConstraints = critical,CA:TRUE
-keyUsage = critical,keyCertSign,cRLSign
+# ---- the loopback services and the test PKI, in pki/ where the server reads it ----
+start_loopback_pki "$work/pki" "LTV Test" <<'EOF'
 [signer]
 keyUsage = critical,digitalSignature,nonRepudiation
 authorityInfoAccess = OCSP;URI:$base/ocsp
@@ -53,20 +33,11 @@ authorityInfoAccess = OCSP;URI:$base/ocsp/down
 crlDistributionPoints = URI:$base/ca.crl
 [no_services]
 keyUsage = critical,digitalSignature
-[tsa]
-keyUsage = critical,digitalSignature
-extendedKeyUsage = critical,timeStamping
-[ocsp]
-keyUsage = critical,digitalSignature
-extendedKeyUsage = critical,OCSPSigning
 EOF
-make_loopback_ca "/CN=LTV Test CA"
 issue_certificate good 1001 signer "/CN=Good Signer"
 issue_certificate revoked 1002 signer "/CN=Revoked Signer"
 issue_certificate fallback 1003 crl_only "/CN=Fallback Signer"
 issue_certificate plain 1004 no_services "/CN=Plain Signer"
-issue_certificate tsa 2001 tsa "/CN=LTV Test TSA"
-issue_certificate ocsp 2002 ocsp "/CN=LTV Test OCSP Responder"
 now=$(date -u +%y%m%d%H%M%SZ)
 printf 'V\t491231235959Z\t\t1001\tunknown\t/CN=Good Signer\n' > index.txt
 printf 'R\t491231235959Z\t%s\t1002\tunknown\t/CN=Revoked Signer\n' "$now" >> index.txt

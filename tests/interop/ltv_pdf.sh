@@ -8,9 +8,7 @@
 # revisions named), and a week later with the responder stopped for a signer certificate valid for one day.
 # A time-stamp authority that is down gives one line and no file.
 set -euo pipefail
-: "${KOLVARI:?path of the kolvari tool}"
 : "${KOLVARI_PLUGIN:?path of the plug-in}"
-here=$(cd "$(dirname "$0")" && pwd)
 missing=()
 for tool in pdfsig qpdf openssl /usr/bin/python3; do command -v "$tool" > /dev/null || missing+=("$tool"); done
 /usr/bin/python3 -c 'import asn1crypto' 2> /dev/null || missing+=(python3-asn1crypto)
@@ -19,26 +17,9 @@ if [ ${#missing[@]} -ne 0 ]; then
   exit 77
 fi
 
-work=$(mktemp -d)
+. "$(dirname "$0")/../support/interop.sh"
 . "$here/../support/loopback_services.sh"
-stop() {
-  stop_loopback_services
-  rm -rf "$work"
-}
-trap stop EXIT
-cd "$work"
-fail() { echo "FAIL: $*" >&2; exit 1; }
-
-mkdir pki
-start_loopback_services "$work/pki"
-cd pki
-cat > x509.cnf <<EOF
-[req]
-distinguished_name = dn
-[dn]
-[ca]
-basicConstraints = critical,CA:TRUE
-keyUsage = critical,keyCertSign,cRLSign
+start_loopback_pki "$work/pki" "PDF LTV" <<'EOF'
 [signer]
 keyUsage = critical,digitalSignature,nonRepudiation
 authorityInfoAccess = OCSP;URI:$base/ocsp
@@ -48,21 +29,13 @@ authorityInfoAccess = OCSP;URI:$base/ocsp/down
 [plain]
 keyUsage = critical,digitalSignature
 [tsa]
-keyUsage = critical,digitalSignature
-extendedKeyUsage = critical,timeStamping
 authorityInfoAccess = OCSP;URI:$base/ocsp
-[ocsp]
-keyUsage = critical,digitalSignature
-extendedKeyUsage = critical,OCSPSigning
 EOF
-make_loopback_ca "/CN=PDF LTV CA"
 issue_certificate rsa 1001 signer "/CN=RSA Signer" -algorithm RSA -pkeyopt rsa_keygen_bits:2048
 issue_certificate ec 1002 signer "/CN=EC Signer"
 issue_certificate down 1003 down "/CN=Down Signer"
 issue_certificate plain 1004 plain "/CN=Plain Signer"
 days=1 issue_certificate short 1005 signer "/CN=Short Signer"
-issue_certificate tsa 2001 tsa "/CN=PDF LTV TSA"
-issue_certificate ocsp 2002 ocsp "/CN=PDF LTV OCSP Responder"
 for s in "1001 RSA Signer" "1002 EC Signer" "1003 Down Signer" "1005 Short Signer" "2001 PDF LTV TSA"; do
   printf 'V\t491231235959Z\t\t%s\tunknown\t/CN=%s\n' "${s%% *}" "${s#* }" >> index.txt
 done

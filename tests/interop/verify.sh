@@ -4,9 +4,7 @@
 # `openssl cms -verify` (or poppler's pdfsig) has an opinion, its verdict must agree with ours. The time-stamp
 # and OCSP cases use the loopback services of tests/interop/ltv_server.py on 127.0.0.1, always stopped.
 set -euo pipefail
-: "${KOLVARI:?path of the kolvari tool}"
 : "${KOLVARI_PLUGIN:?path of the plug-in}"
-here=$(cd "$(dirname "$0")" && pwd)
 
 missing=()
 for tool in openssl certtool /usr/bin/python3; do command -v "$tool" > /dev/null || missing+=("$tool"); done
@@ -16,15 +14,8 @@ if [ ${#missing[@]} -ne 0 ]; then
   exit 77
 fi
 
-work=$(mktemp -d)
+. "$(dirname "$0")/../support/interop.sh"
 . "$here/../support/loopback_services.sh"
-stop() {
-  stop_loopback_services
-  rm -rf "$work"
-}
-trap stop EXIT
-cd "$work"
-fail() { echo "FAIL: $*" >&2; exit 1; }
 checks=0
 
 # Flips the lowest bit of the byte at offset (negative: from the end) of a file copied to out.
@@ -39,27 +30,12 @@ print(d.rindex(h) if sys.argv[3] else d.index(h))' "$1" "$2" "${3:-}"
 }
 
 # ---- the loopback services and the PKI they serve (as in ltv.sh) ----
-mkdir pki
-start_loopback_services "$work/pki"
-cd pki
-cat > x509.cnf <<EOF2
-[req]
-distinguished_name = dn
-[dn]
-[ca]
-basicConstraints = critical,CA:TRUE
-keyUsage = critical,keyCertSign,cRLSign
+start_loopback_pki "$work/pki" "Verify Test" <<'EOF2'
 [signer]
 keyUsage = critical,digitalSignature,nonRepudiation
 authorityInfoAccess = OCSP;URI:$base/ocsp
 [encipher]
 keyUsage = critical,keyEncipherment
-[tsa]
-keyUsage = critical,digitalSignature
-extendedKeyUsage = critical,timeStamping
-[ocsp]
-keyUsage = critical,digitalSignature
-extendedKeyUsage = critical,OCSPSigning
 [ica]
 basicConstraints = critical,CA:TRUE
 keyUsage = critical,keyCertSign,cRLSign
@@ -67,15 +43,12 @@ authorityInfoAccess = OCSP;URI:$base/ocsp
 [leaf]
 keyUsage = critical,digitalSignature
 EOF2
-make_loopback_ca "/CN=Verify Test CA"
 openssl req -x509 -newkey rsa:2048 -nodes -keyout other.key -subj "/CN=Other CA" -days 30 -out other.pem 2> /dev/null
 issue_certificate rsa 1001 signer "/O=Kolvari/CN=rsa signer" -algorithm RSA -pkeyopt rsa_keygen_bits:2048
 issue_certificate ec 1002 signer "/O=Kolvari/CN=ec signer" -algorithm EC -pkeyopt ec_paramgen_curve:P-384
 issue_certificate ed 1003 signer "/O=Kolvari/CN=ed25519 signer" -algorithm ED25519
 issue_certificate revoked 1004 signer "/O=Kolvari/CN=revoked signer" -algorithm EC -pkeyopt ec_paramgen_curve:P-256
 issue_certificate encipher 1005 encipher "/O=Kolvari/CN=encipher only" -algorithm EC -pkeyopt ec_paramgen_curve:P-256
-issue_certificate tsa 2001 tsa "/CN=Verify Test TSA" -algorithm EC -pkeyopt ec_paramgen_curve:P-256
-issue_certificate ocsp 2002 ocsp "/CN=Verify Test OCSP" -algorithm EC -pkeyopt ec_paramgen_curve:P-256
 issue_certificate ica 1007 ica "/CN=Verify Test Intermediate"
 now=$(date -u +%y%m%d%H%M%SZ)
 printf 'V\t491231235959Z\t\t1001\tunknown\t/O=Kolvari/CN=rsa signer\n' > index.txt

@@ -1,11 +1,13 @@
 # shellcheck shell=bash
 # The start of every interop script, sourced after `set -euo pipefail`: a work folder that is removed at exit
-# (KEEP_WORK=1 keeps it and prints its path), the script's folder in $here, the test PKI helpers, and the
+# (KEEP_WORK=1 keeps it and prints its path) after the loopback services a script started are stopped
+# (tests/support/loopback_services.sh), the script's folder in $here, the test PKI helpers, and the
 # checks the scripts share. `requires TOOL...` exits 77 (skipped) when a tool is not installed.
 : "${KOLVARI:?path of the kolvari tool}"
 here=$(cd "$(dirname "${BASH_SOURCE[1]}")" && pwd)
 work=$(mktemp -d)
-trap '[ -n "${KEEP_WORK:-}" ] && echo "work folder: $work" || rm -rf "$work"' EXIT
+trap '! declare -F stop_loopback_services >/dev/null || stop_loopback_services
+[ -n "${KEEP_WORK:-}" ] && echo "work folder: $work" || rm -rf "$work"' EXIT
 cd "$work" || exit 1
 . "$here/../support/test_pki.sh"
 

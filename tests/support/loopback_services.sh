@@ -1,6 +1,6 @@
 # The loopback time-stamp authority, OCSP responder and CRL of tests/interop/ltv_server.py, and the files they
 # serve, for the scripts that sign or verify against them (sourced; the caller defines fail and stops the
-# server in its EXIT trap with stop_loopback_services).
+# server in its EXIT trap with stop_loopback_services, as tests/support/interop.sh does).
 loopback_server_script=$(cd "$(dirname "${BASH_SOURCE[0]}")/../interop" && pwd)/ltv_server.py
 server=
 
@@ -25,6 +25,37 @@ stop_loopback_services() {
     wait "$server" 2> /dev/null || true
     server=
   fi
+}
+
+# Starts the services on DIR (made here), enters DIR and writes x509.cnf: sections req, ca, tsa and ocsp, then
+# the caller's sections from standard input, where OpenSSL expands $base to the services' URL (a section named
+# again adds its lines). Then issues the CA (/CN=NAME CA), the TSA's certificate (serial 2001, /CN=NAME TSA)
+# and the OCSP responder's (2002, /CN=NAME OCSP Responder).
+start_loopback_pki() {  # DIR NAME < SECTIONS
+  local sections
+  sections=$(cat)
+  mkdir -p "$1"
+  start_loopback_services "$1"
+  cd "$1" || fail "cannot enter $1"
+  cat > x509.cnf <<CNF
+base = $base
+[req]
+distinguished_name = dn
+[dn]
+[ca]
+basicConstraints = critical,CA:TRUE
+keyUsage = critical,keyCertSign,cRLSign
+[tsa]
+keyUsage = critical,digitalSignature
+extendedKeyUsage = critical,timeStamping
+[ocsp]
+keyUsage = critical,digitalSignature
+extendedKeyUsage = critical,OCSPSigning
+$sections
+CNF
+  make_loopback_ca "/CN=$2 CA"
+  issue_certificate tsa 2001 tsa "/CN=$2 TSA"
+  issue_certificate ocsp 2002 ocsp "/CN=$2 OCSP Responder"
 }
 
 # In the current folder, with the x509.cnf the caller wrote: ca.key and ca.pem (section ca), then certificates
