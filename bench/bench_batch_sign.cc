@@ -31,8 +31,11 @@
 #include <vector>
 
 #include "cli/command_line.h"
-#include "commands.h"
+#include "cli/exit_status.h"
+#include "cmd_sign.h"
+#include "command_list.h"
 #include "host_crypto.h"
+#include "io/input_file.h"
 #include "signing/batch_runner.h"
 #include "signing/host_signer.h"
 #include "signing/signature_builder.h"

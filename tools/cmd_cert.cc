@@ -7,7 +7,9 @@
 #include <vector>
 
 #include "cli/command_line.h"
-#include "commands.h"
+#include "cli/exit_status.h"
+#include "command_list.h"
+#include "inspect/certificate_view.h"
 #include "io/input_file.h"
 #include "x509/cvel_certificate.h"
 

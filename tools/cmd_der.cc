@@ -10,7 +10,8 @@
 #include "asn1/cvel_a1_walk.h"
 #include "asn1/cvel_string.h"
 #include "cli/command_line.h"
-#include "commands.h"
+#include "cli/exit_status.h"
+#include "command_list.h"
 #include "io/input_file.h"
 
 namespace {

@@ -10,7 +10,8 @@
 
 #include "asn1/cvel_data_stream.h"
 #include "cli/command_line.h"
-#include "commands.h"
+#include "cli/exit_status.h"
+#include "command_list.h"
 #include "inspect/json_output.h"
 #include "io/input_file.h"
 

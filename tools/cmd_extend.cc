@@ -6,8 +6,9 @@
 #include <vector>
 
 #include "cli/command_line.h"
+#include "cli/exit_status.h"
 #include "cli/validators.h"
-#include "commands.h"
+#include "command_list.h"
 #include "io/input_file.h"
 #include "io/signature_text.h"
 #include "signing/cms_extend.h"

@@ -7,8 +7,9 @@
 #include <vector>
 
 #include "cli/command_line.h"
+#include "cli/exit_status.h"
 #include "cli/validators.h"
-#include "commands.h"
+#include "command_list.h"
 #include "host_crypto.h"
 #include "io/input_file.h"
 #include "pdf/pdf_long_term.h"

@@ -5,7 +5,8 @@
 #include <string>
 
 #include "cli/command_line.h"
-#include "commands.h"
+#include "cli/exit_status.h"
+#include "command_list.h"
 #include "zarv_plugin.h"
 
 namespace {

@@ -17,9 +17,12 @@
 #include <vector>
 
 #include "cli/command_line.h"
+#include "cli/exit_status.h"
 #include "cli/validators.h"
-#include "commands.h"
+#include "cmd_sign.h"
+#include "command_list.h"
 #include "host_crypto.h"
+#include "io/hex_text.h"
 #include "io/input_file.h"
 #include "services/sign_services.h"
 #include "signing/batch_runner.h"

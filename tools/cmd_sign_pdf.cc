@@ -11,8 +11,9 @@
 #include <openssl/x509.h>
 
 #include "cli/command_line.h"
+#include "cli/exit_status.h"
 #include "cli/validators.h"
-#include "commands.h"
+#include "command_list.h"
 #include "host_crypto.h"
 #include "io/input_file.h"
 #include "pdf/pdf_long_term.h"

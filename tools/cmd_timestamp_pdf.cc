@@ -5,7 +5,8 @@
 #include <string>
 
 #include "cli/command_line.h"
-#include "commands.h"
+#include "cli/exit_status.h"
+#include "command_list.h"
 #include "io/input_file.h"
 #include "pdf/pdf_long_term.h"
 #include "services/sign_services.h"

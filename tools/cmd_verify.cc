@@ -11,8 +11,9 @@
 #include <vector>
 
 #include "cli/command_line.h"
+#include "cli/exit_status.h"
 #include "cli/validators.h"
-#include "commands.h"
+#include "command_list.h"
 #include "io/input_file.h"
 #include "signing/batch_runner.h"
 #include "verify/verify_file.h"

@@ -6,7 +6,9 @@
 #include <vector>
 
 #include "cli/command_line.h"
-#include "commands.h"
+#include "cli/exit_status.h"
+#include "cli/tool_logger.h"
+#include "command_list.h"
 #include "log/cvel_logger.h"
 
 namespace {
@@ -29,11 +31,6 @@ int runLogged(int argc, char** argv) {
 }
 
 }  // namespace
-
-CvelLogger& toolLogger() {
-  static CvelLogger logger;
-  return logger;
-}
 
 int main(int argc, char** argv) {
   const char* command = argc < 2 ? "kolvari" : argv[1];

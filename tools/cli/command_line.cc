@@ -5,6 +5,8 @@
 #include <memory>
 #include <sstream>
 
+#include "cli/exit_status.h"
+
 namespace {
 
 constexpr size_t kHelpWidth = 110;    // the help's lines wrap before this column

@@ -10,7 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "commands.h"
+// A command line after the program's name: {COMMAND, ARGUMENTS...}.
+using Arguments = std::vector<std::string>;
 
 // The work of a command once its options are read: returns the exit status.
 using CommandWork = std::function<int()>;

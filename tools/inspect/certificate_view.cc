@@ -6,7 +6,6 @@
 
 #include "asn1/cvel_string.h"
 #include "asn1/cvel_time.h"
-#include "commands.h"
 #include "inspect/name_text.h"
 #include "inspect/oid_names.h"
 #include "services/der_view.h"

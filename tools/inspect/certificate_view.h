@@ -15,4 +15,7 @@ Json certificateJson(const CvelCertificate& certificate);
 // The text `kolvari cert` prints.
 std::string certificateText(const CvelCertificate& certificate);
 
+// Prints certificate on standard output as `kolvari cert` does, as text or as one JSON object.
+void printCertificate(const CvelCertificate& certificate, bool json);
+
 #endif  // KOLVARI_TOOLS_INSPECT_CERTIFICATE_VIEW_H

@@ -71,6 +71,11 @@ bool readInputFile(const std::string& path, std::vector<unsigned char>& out, std
   return file.open(path, error) && file.readAll(out, error);
 }
 
+bool readWholeFile(const std::string& path, std::vector<unsigned char>& out) {
+  std::string unused;
+  return readInputFile(path, out, unused);
+}
+
 bool checkInputFile(const std::string& path, std::string& error) {
   InputFile file;
   return file.open(path, error);

@@ -33,6 +33,9 @@ class InputFile {
 // The whole of path in out; false with a one-line message naming the file.
 bool readInputFile(const std::string& path, std::vector<unsigned char>& out, std::string& error);
 
+// The whole of path in out, for readers that report a failure in their own words; false when it cannot be read.
+bool readWholeFile(const std::string& path, std::vector<unsigned char>& out);
+
 // Whether path can be opened as an input, for inputs that another reader opens itself (OpenSSL's, the
 // library's streams); false with the message open would give.
 bool checkInputFile(const std::string& path, std::string& error);

@@ -11,7 +11,8 @@
 #include <qpdf/QPDF.hh>
 #include <qpdf/QPDFObjectHandle.hh>
 
-#include "commands.h"
+#include "cli/exit_status.h"
+#include "io/input_file.h"
 #include "pdf/pdf_dss_reader.h"
 #include "inspect/ber_element.h"
 #include "inspect/json_output.h"

@@ -7,8 +7,8 @@
 #include <openssl/objects.h>
 #include <openssl/x509.h>
 
-#include "commands.h"
 #include "host_crypto.h"
+#include "io/input_file.h"
 #include "services/http_client.h"
 #include "services/revocation_client.h"
 #include "x509/cvel_certificate.h"

@@ -3,7 +3,7 @@
 #include <fstream>
 #include <vector>
 
-#include "commands.h"
+#include "io/hex_text.h"
 
 namespace {
 

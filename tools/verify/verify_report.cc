@@ -1,6 +1,5 @@
 #include "verify/verify_report.h"
 
-#include "commands.h"
 #include "inspect/json_output.h"
 
 Check& SignatureReport::add(const std::string& name, Outcome outcome, const std::string& reason,
