@@ -430,7 +430,8 @@ bool fromBase64(const std::vector<unsigned char>& text, CvelString& out) {
   uint32_t bits = 0;
   int count = 0;
   bool padding = false;
-  for (unsigned char c : body) {
+  for (const char ch : body) {
+    const auto c = static_cast<unsigned char>(ch);
     if (c == ' ' || c == '\t' || c == '\r' || c == '\n') continue;
     if (c == '=') {
       padding = true;

@@ -106,7 +106,8 @@ std::string rfc4514Escaped(const std::string& value) {
 }
 
 bool hasControl(const std::string& text) {
-  for (unsigned char c : text) {
+  for (const char ch : text) {
+    const auto c = static_cast<unsigned char>(ch);
     if (c < kFirstPrintable || c == kLastAscii) return true;
   }
   return false;

@@ -199,7 +199,8 @@ std::string winAnsiBytes(const std::string& utf8) {
 
 std::string pdfLiteralString(const std::string& bytes) {
   std::string out = "(";
-  for (unsigned char c : bytes) {
+  for (const char ch : bytes) {
+    const auto c = static_cast<unsigned char>(ch);
     if (c == '(' || c == ')' || c == '\\') {
       out.push_back('\\');
       out.push_back(static_cast<char>(c));

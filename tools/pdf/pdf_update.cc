@@ -434,7 +434,8 @@ bool findLastCrossReference(const Bytes& data, size_t& offset, bool& isTable) {
       size_t start = offset;
       while (start < data.size() && isPdfSpace(data[start])) ++start;
       const std::string xref = "xref";
-      isTable = data.size() - start >= xref.size() && std::equal(xref.begin(), xref.end(), data.begin() + start);
+      isTable = data.size() - start >= xref.size() &&
+                std::equal(xref.begin(), xref.end(), data.begin() + static_cast<std::ptrdiff_t>(start));
       return true;
     }
   }
