@@ -150,8 +150,11 @@ grep -q "cannot write limited/out.der" limited.err || { cat limited.err >&2; fai
 
 # Memory: a 64 MiB file read whole would take at least 64 MiB; streamed, the peak stays near the tool's
 # own size. Measured only on the plain build: sanitizers and valgrind reserve memory of their own.
+# (ldd's output is read whole first: grep -q leaving a pipe early would fail the pipeline under pipefail.)
 measure=yes
-if ! head -c 4 "$KOLVARI" | grep -q ELF || ldd "$KOLVARI" 2>/dev/null | grep -q 'libasan\|libtsan'; then
+libraries=$(ldd "$KOLVARI" 2>/dev/null || true)
+if [ "$(head -c 4 "$KOLVARI" | od -An -c | tr -d ' ')" != '177ELF' ] || [[ $libraries == *libasan* ]] ||
+  [[ $libraries == *libtsan* ]]; then
   measure=no
 fi
 if [ $measure = yes ] && [ -x /usr/bin/time ]; then
