@@ -65,9 +65,9 @@ run() {  # label, command...
 run "sha256sum" sha256sum content.bin
 # The same hash with OpenSSL's code, which the tool hashes with (coreutils has its own).
 run "openssl dgst -sha256" openssl dgst -sha256 content.bin
-run "kolvari sign (detached)" "$kolvari" sign --plugin "$plugin" --key signer.key --cert signer.pem \
+run "kolvari sign (detached)" "$kolvari" sign --key signer.key --cert signer.pem \
   --force --out out.p7s content.bin
-run "kolvari sign --attached" "$kolvari" sign --plugin "$plugin" --key signer.key --cert signer.pem \
+run "kolvari sign --attached" "$kolvari" sign --key signer.key --cert signer.pem \
   --attached --force --out out.p7s content.bin
 run "openssl cms -sign (detached)" openssl cms -sign -binary -in content.bin -signer signer.pem \
   -inkey signer.key -outform DER -out out.p7s

@@ -146,7 +146,7 @@ check crl "$data/tsp/crl.der"
 # Signed here by `kolvari sign`: attached content with the chain and a CRL.
 cd "$work/revocation"
 printf 'Kolvari inspect test content\n' > content.txt
-"$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key good.key --cert good.pem --chain ca.pem --crl crl.der \
+"$KOLVARI" sign --key good.key --cert good.pem --chain ca.pem --crl crl.der \
   --attached --out signed.p7 content.txt > /dev/null 2>&1 || fail "kolvari sign"
 check cms signed.p7
 # What check does not compare: the content's length and the attributes' names.

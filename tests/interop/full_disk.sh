@@ -20,7 +20,7 @@ printf 'b\n' > b.txt
 printf 'c\n' > c.txt
 mkfifo blocked.txt
 mkdir out
-"$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" "${signer[@]}" --jobs 1 --out-dir out a.txt b.txt blocked.txt \
+"$KOLVARI" sign "${signer[@]}" --jobs 1 --out-dir out a.txt b.txt blocked.txt \
   c.txt 2>err.txt &
 pid=$!
 for _ in $(seq 1 100); do [ -e out/b.txt.p7s ] && break; sleep 0.1; done

@@ -96,7 +96,7 @@ done
 
 # On a terminal the pass phrase is asked for and not echoed (the pause lets the prompt turn echo off first).
 rm -f out.p7s
-shown=$( (sleep "${KOLVARI_PIN_WAIT:-1}"; printf 'secret\r') | script -qec "'$KOLVARI' sign --plugin '$KOLVARI_PLUGIN' \
+shown=$( (sleep "${KOLVARI_PIN_WAIT:-1}"; printf 'secret\r') | script -qec "'$KOLVARI' sign \
   --key rsa_p8.key --cert rsa.pem --out out.p7s doc.txt" /dev/null) || true
 grep -q 'Enter pass phrase for rsa_p8.key:' <<<"$shown" && [ -s out.p7s ] || fail "the pass phrase prompt: $shown"
 ! grep -q secret <<<"$shown" || fail "the pass phrase was echoed: $shown"

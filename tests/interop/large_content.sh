@@ -16,7 +16,7 @@ readonly buffer=$((1024 * 1024))
 sign() {  # output, input, options...
   local out=$1 in=$2
   shift 2
-  "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key rsa.key --cert rsa.pem --chain ca.pem \
+  "$KOLVARI" sign --key rsa.key --cert rsa.pem --chain ca.pem \
     --time 20240101120000Z --force "$@" --out "$out" "$in"
 }
 content() {  # size: content.bin of that many random bytes
@@ -109,7 +109,7 @@ content $((5 * buffer + 3))
 for mode in detached attached; do
   options=()
   [ $mode = attached ] && options=(--attached)
-  "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key p256.key --cert p256.pem "${options[@]}" --force --out ec.der content.bin ||
+  "$KOLVARI" sign --key p256.key --cert p256.pem "${options[@]}" --force --out ec.der content.bin ||
     fail "EC $mode: kolvari sign"
   if [ $mode = attached ]; then
     openssl cms -verify -binary -inform DER -in ec.der -CAfile ca.pem -out extracted.bin 2>verify.err
@@ -123,10 +123,10 @@ done
 mkdir batch
 cp content.bin batch/a.bin
 head -c 3 content.bin > batch/b.bin
-"$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key rsa.key --cert rsa.pem --time 20240101120000Z --attached \
+"$KOLVARI" sign --key rsa.key --cert rsa.pem --time 20240101120000Z --attached \
   --out-dir batch batch/a.bin batch/b.bin || fail "batch: kolvari sign --out-dir"
 for name in a b; do
-  KOLVARI_IN_MEMORY=1 "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key rsa.key --cert rsa.pem \
+  KOLVARI_IN_MEMORY=1 "$KOLVARI" sign --key rsa.key --cert rsa.pem \
     --time 20240101120000Z --attached --out $name.ref batch/$name.bin || fail "batch: in-memory reference of $name"
   cmp -s batch/$name.bin.p7s $name.ref || fail "batch: $name.bin.p7s differs from the in-memory path's"
 done
@@ -162,7 +162,7 @@ if [ $measure = yes ] && [ -x /usr/bin/time ]; then
   limit_kb=$((40 * 1024))
   for options in "" "--attached"; do
     # shellcheck disable=SC2086
-    /usr/bin/time -f %M -o peak.txt "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key rsa.key --cert rsa.pem \
+    /usr/bin/time -f %M -o peak.txt "$KOLVARI" sign --key rsa.key --cert rsa.pem \
       $options --force --out big.der big.bin || fail "64 MiB ${options:---detached}: kolvari sign"
     peak=$(tail -1 peak.txt)
     [ "$peak" -lt "$limit_kb" ] || fail "64 MiB ${options:---detached}: peak memory $peak KiB, limit $limit_kb KiB"

@@ -20,7 +20,7 @@ tsa=$(sed -n 's/^time-stamp authority: //p' "$work/services.txt")
 case "$tsa" in http://127.0.0.1:*/tsa) ;; *) fail "unexpected authority URL '$tsa'" ;; esac
 
 echo "a document signed against the loopback services" > doc.txt
-"$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key pki/signer.key --cert pki/signer.pem --chain pki/ca.pem \
+"$KOLVARI" sign --key pki/signer.key --cert pki/signer.pem --chain pki/ca.pem \
   --tsa "$tsa" --fetch-revocation --tsa-timeout 20 --out doc.p7s doc.txt ||
   fail "kolvari sign against the loopback services"
 openssl cms -verify -binary -inform DER -in doc.p7s -content doc.txt -CAfile pki/ca.pem -purpose any \

@@ -56,7 +56,7 @@ echo "a document to be kept verifiable" > doc.txt
 sign() {  # OUT SIGNER ARGS...
   local out=$1 signer=$2
   shift 2
-  "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key "pki/$signer.key" --cert "pki/$signer.pem" --chain pki/ca.pem \
+  "$KOLVARI" sign --key "pki/$signer.key" --cert "pki/$signer.pem" --chain pki/ca.pem \
     --out "$out" "$@" doc.txt
 }
 
@@ -173,7 +173,7 @@ EOF
 # A PDF with a time-stamped signature (PAdES B-T): poppler finds it valid, and the token covers its value.
 if command -v pdfsig > /dev/null; then
   /usr/bin/python3 "$here/minimal_pdf.py" doc.pdf
-  "$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --key pki/good.key --cert pki/good.pem --chain pki/ca.pem \
+  "$KOLVARI" sign-pdf --key pki/good.key --cert pki/good.pem --chain pki/ca.pem \
     --tsa "$base/tsa" doc.pdf signed.pdf 2> err.txt || fail "sign-pdf --tsa: $(cat err.txt)"
   pdfsig -nocert signed.pdf > sig.txt 2>&1 && grep -q 'Signature is Valid' sig.txt || fail "sign-pdf --tsa: $(cat sig.txt)"
   "$KOLVARI" inspect --json signed.pdf > pdf.json || fail "sign-pdf --tsa: kolvari inspect"

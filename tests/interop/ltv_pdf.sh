@@ -123,7 +123,7 @@ PY
 sign_pdf() {  # SIGNER IN OUT ARGS...
   local signer=$1 in=$2 out=$3
   shift 3
-  "$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --key "pki/$signer.key" --cert "pki/$signer.pem" --chain pki/ca.pem \
+  "$KOLVARI" sign-pdf --key "pki/$signer.key" --cert "pki/$signer.pem" --chain pki/ca.pem \
     "$@" "$in" "$out"
 }
 
@@ -234,7 +234,7 @@ tsa-down|timestamp-pdf --tsa $base/tsa/http500 classic.pdf|$base/tsa/http500 ans
 tsa-garbage|extend-pdf --level B-LTA --tsa $base/tsa/wrong-imprint ec-extended.pdf|$base/tsa/wrong-imprint: the time-stamp token's message imprint
 responder-down|extend-pdf --level B-LT down.pdf|/CN=Down Signer: OCSP $base/ocsp/down answered with HTTP status 503
 no-responder|extend-pdf --level B-LT plain.pdf|/CN=Plain Signer names no OCSP responder
-lta-tsa-down|sign-pdf --plugin $KOLVARI_PLUGIN --key pki/ec.key --cert pki/ec.pem --chain pki/ca.pem --level B-LTA --tsa $base/tsa/slow --tsa-timeout 1 classic.pdf|no answer from $base/tsa/slow within 1 s
+lta-tsa-down|sign-pdf --key pki/ec.key --cert pki/ec.pem --chain pki/ca.pem --level B-LTA --tsa $base/tsa/slow --tsa-timeout 1 classic.pdf|no answer from $base/tsa/slow within 1 s
 EOF
 
 # ---- the long term: a signer certificate valid for one day, judged a week later with the responder stopped.

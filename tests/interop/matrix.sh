@@ -97,7 +97,7 @@ for entry in "${cases[@]}"; do
     extra=()
     # DER order is the tool's default; --document-order keeps the library's own.
     [ "$order" = dotted ] && extra=(--document-order)
-    "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" "${options[@]}" "${extra[@]}" --out "$file" doc.txt
+    "$KOLVARI" sign "${options[@]}" "${extra[@]}" --out "$file" doc.txt
     rows+=("$name $order")
     files+=("$file")
     case " ${options[*]} " in *" --attached "*) contents+=(-) ;; *) contents+=(doc.txt) ;; esac

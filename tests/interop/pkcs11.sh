@@ -113,7 +113,7 @@ for i in $(seq 1 20); do echo "$i" > "many$i.txt"; done
 run_on_terminal() {  # extra options; prints what the terminal showed
   rm -rf out
   mkdir out
-  script -qec "'$KOLVARI' sign --plugin '$KOLVARI_PLUGIN' --pkcs11-module $module --pkcs11 '$uri' $* --out-dir out many*.txt" \
+  script -qec "'$KOLVARI' sign --pkcs11-module $module --pkcs11 '$uri' $* --out-dir out many*.txt" \
     /dev/null </dev/null
 }
 shown=$(run_on_terminal)
@@ -137,7 +137,7 @@ diff -r jobs1 jobs4 >/dev/null && [ "$(ls jobs4 | wc -l)" -eq 20 ] || fail "--jo
 # the prompt turn echo off first (that flushes anything typed before); KOLVARI_PIN_WAIT lengthens it for a
 # slow tool (under valgrind). A run that gets no PIN is reported by the checks below.
 rm -rf out && mkdir out
-shown=$( (sleep "${KOLVARI_PIN_WAIT:-1}"; printf '1234\r') | script -qec "'$KOLVARI' sign --plugin '$KOLVARI_PLUGIN' \
+shown=$( (sleep "${KOLVARI_PIN_WAIT:-1}"; printf '1234\r') | script -qec "'$KOLVARI' sign \
   --pkcs11-module $module --pkcs11 'pkcs11:token=demo;object=rsa' --quiet --out-dir out doc1.txt" /dev/null) || true
 grep -q 'PIN for token demo:' <<<"$shown" && [ -s out/doc1.txt.p7s ] || fail "the PIN prompt: $shown"
 ! grep -q 1234 <<<"$shown" || fail "the PIN was echoed: $shown"
@@ -145,7 +145,7 @@ grep -q 'PIN for token demo:' <<<"$shown" && [ -s out/doc1.txt.p7s ] || fail "th
 # A PDF signed on the token: poppler finds the signature valid.
 if command -v pdfsig > /dev/null; then
   /usr/bin/python3 "$here/minimal_pdf.py" doc.pdf
-  "$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --pkcs11-module "$module" \
+  "$KOLVARI" sign-pdf --pkcs11-module "$module" \
     --pkcs11 'pkcs11:token=demo;object=ec?pin-value=1234' doc.pdf signed.pdf 2>err.txt || fail "sign-pdf: $(cat err.txt)"
   pdfsig -nocert signed.pdf > sig.txt 2>&1 && grep -q 'Signature is Valid' sig.txt || fail "sign-pdf: $(cat sig.txt)"
   # A certificate that is not the token key's: refused, nothing written.

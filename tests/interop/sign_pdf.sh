@@ -92,7 +92,7 @@ is_prefix() {  # shorter, longer
 
 for producer in "${producers[@]}"; do
   in=$producer.pdf
-  "$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --key rsa.key --cert rsa.pem --chain ca.pem \
+  "$KOLVARI" sign-pdf --key rsa.key --cert rsa.pem --chain ca.pem \
     --reason "Approved" --location "Berlin" --name "RSA Signer" "$in" "$producer-1.pdf" ||
     fail "$in: sign-pdf exits with $?"
   is_prefix "$in" "$producer-1.pdf"
@@ -109,7 +109,7 @@ for producer in "${producers[@]}"; do
   fi
 
   # A second signature, EC and visible, keeps the first one valid.
-  "$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --key ec.key --cert ec.pem --chain ca.pem --digest sha384 \
+  "$KOLVARI" sign-pdf --key ec.key --cert ec.pem --chain ca.pem --digest sha384 \
     --visible 1,50,50,220,50 --document-order "$producer-1.pdf" "$producer-2.pdf" ||
     fail "$producer-1.pdf: the second sign-pdf exits with $?"
   is_prefix "$producer-1.pdf" "$producer-2.pdf"
@@ -165,7 +165,7 @@ PY
 for layout in merged:5 kids:7; do
   in=sigfield-${layout%:*}.pdf field=${layout#*:}
   rm -f filled.pdf
-  "$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --key rsa.key --cert rsa.pem --chain ca.pem --field Approval \
+  "$KOLVARI" sign-pdf --key rsa.key --cert rsa.pem --chain ca.pem --field Approval \
     "$in" filled.pdf 2>err.txt || fail "$in: sign-pdf --field Approval exits with $?: $(cat err.txt)"
   is_prefix "$in" filled.pdf
   check_signed filled.pdf 1

@@ -17,14 +17,14 @@ for signer in rsa p256 p384; do
     for content in content.bin content.txt; do
       tag="$signer/$digest/$content"
       # Detached, DER.
-      "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key $signer.key --cert $signer.pem --digest $digest \
+      "$KOLVARI" sign --key $signer.key --cert $signer.pem --digest $digest \
         --force --out detached.der "$content" || fail "$tag: kolvari sign (detached)"
       verifies detached.der "$content" || { cat verify.err >&2; fail "$tag: detached signature not verified"; }
       cp "$content" changed.bin
       flip changed.bin 7
       if verifies detached.der changed.bin; then fail "$tag: detached signature verified a changed file"; fi
       # Attached, PEM, with the CA in the certificate set.
-      "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key $signer.key --cert $signer.pem --chain ca.pem \
+      "$KOLVARI" sign --key $signer.key --cert $signer.pem --chain ca.pem \
         --digest $digest --attached --pem --force --out attached.pem "$content" || fail "$tag: kolvari sign (attached)"
       verifies attached.pem "" PEM || { cat verify.err >&2; fail "$tag: attached signature not verified"; }
       openssl cms -verify -binary -inform PEM -in attached.pem -CAfile ca.pem -out extracted.bin 2>/dev/null
@@ -39,8 +39,8 @@ for signer in rsa p256 p384; do
 done
 
 # A fixed signing time gives the same bytes twice with a deterministic (RSA) signature, and the time shows.
-"$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key rsa.key --cert rsa.pem --time 20240101120000Z --out a.der content.txt
-"$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key rsa.key --cert rsa.pem --time 20240101120000Z --out b.der content.txt
+"$KOLVARI" sign --key rsa.key --cert rsa.pem --time 20240101120000Z --out a.der content.txt
+"$KOLVARI" sign --key rsa.key --cert rsa.pem --time 20240101120000Z --out b.der content.txt
 cmp -s a.der b.der || fail "a fixed --time did not give identical output"
 openssl asn1parse -inform DER -in a.der | grep -q "GENERALIZEDTIME *:20240101120000Z" || fail "signing time not found"
 verifies a.der content.txt || fail "fixed-time signature not verified"
@@ -58,18 +58,18 @@ default_md = sha256
 default_crl_days = 30
 CNF
 openssl ca -config ca.cnf -gencrl -keyfile ca.key -cert ca.pem -out clean.crl 2>/dev/null
-"$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key p256.key --cert p256.pem --crl clean.crl --out crl.der content.txt
+"$KOLVARI" sign --key p256.key --cert p256.pem --crl clean.crl --out crl.der content.txt
 openssl cms -verify -binary -crl_check -inform DER -in crl.der -content content.txt -CAfile ca.pem -out /dev/null \
   2>verify.err || { cat verify.err >&2; fail "the CRL carried in the message was not found"; }
 if openssl cms -verify -binary -crl_check -inform DER -in a.der -content content.txt -CAfile ca.pem -out /dev/null \
   2>/dev/null; then fail "the CRL check passed without a CRL"; fi
 openssl ca -config ca.cnf -revoke p256.pem -keyfile ca.key -cert ca.pem 2>/dev/null
 openssl ca -config ca.cnf -gencrl -keyfile ca.key -cert ca.pem -out revoked.crl 2>/dev/null
-"$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key p256.key --cert p256.pem --crl clean.crl --crl revoked.crl \
+"$KOLVARI" sign --key p256.key --cert p256.pem --crl clean.crl --crl revoked.crl \
   --out two.der content.txt
 [ "$(openssl cms -cmsout -print -inform DER -in two.der | grep -c 'lastUpdate:')" -eq 2 ] || \
   fail "the two CRLs are not both in the message"
-"$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key p256.key --cert p256.pem --crl revoked.crl --out revoked.der \
+"$KOLVARI" sign --key p256.key --cert p256.pem --crl revoked.crl --out revoked.der \
   content.txt
 if openssl cms -verify -binary -crl_check -inform DER -in revoked.der -content content.txt -CAfile ca.pem \
   -out /dev/null 2>/dev/null; then fail "a revoked signer was verified"; fi
@@ -83,7 +83,7 @@ while IFS='|' read -r options; do
   for jobs in 1 4; do
     rm -rf "jobs$jobs" && mkdir "jobs$jobs"
     # shellcheck disable=SC2086  # options are words
-    if "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key rsa.key --cert rsa.pem --chain ca.pem $options \
+    if "$KOLVARI" sign --key rsa.key --cert rsa.pem --chain ca.pem $options \
       --time 20240229120000Z --jobs "$jobs" --out-dir "jobs$jobs" "${batch[@]}" 2>"jobs$jobs.err"; then
       fail "--jobs $jobs $options: missing files gave status 0"
     fi

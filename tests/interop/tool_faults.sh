@@ -19,10 +19,10 @@ while IFS='|' read -r expected args; do
   [ "$status" -eq 1 ] || fail "kolvari $args: exit status $status, not 1"
   [ "$(cat err.txt)" = "$expected" ] || fail "kolvari $args: says '$(cat err.txt)', not '$expected'"
 done <<ROWS
-kolvari sign: dir.txt: is a directory|sign --plugin $KOLVARI_PLUGIN --key p256.key --cert p256.pem dir.txt
-kolvari sign: dir.txt: is a directory|sign --plugin $KOLVARI_PLUGIN --key dir.txt --cert p256.pem a.txt
-kolvari sign: /dev/null: is a device|sign --plugin $KOLVARI_PLUGIN --key p256.key --cert p256.pem /dev/null
-kolvari sign-pdf: dir.txt: is a directory|sign-pdf --plugin $KOLVARI_PLUGIN --key p256.key --cert p256.pem dir.txt out.pdf
+kolvari sign: dir.txt: is a directory|sign --key p256.key --cert p256.pem dir.txt
+kolvari sign: dir.txt: is a directory|sign --key dir.txt --cert p256.pem a.txt
+kolvari sign: /dev/null: is a device|sign --key p256.key --cert p256.pem /dev/null
+kolvari sign-pdf: dir.txt: is a directory|sign-pdf --key p256.key --cert p256.pem dir.txt out.pdf
 kolvari der: dir.txt: is a directory|der dir.txt
 kolvari cert: dir.txt: is a directory|cert dir.txt
 kolvari inspect: dir.txt: is a directory|inspect dir.txt

@@ -80,7 +80,7 @@ certtool --p7-detached-sign --p7-time --load-privkey pki/ed.key --load-certifica
 ksign() {  # out signer extra-options...
   local out=$1 signer=$2
   shift 2
-  "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" --key "pki/$signer.key" --cert "pki/$signer.pem" --chain pki/ca.pem \
+  "$KOLVARI" sign --key "pki/$signer.key" --cert "pki/$signer.pem" --chain pki/ca.pem \
     --out "$out" "$@" content.bin 2> err.txt || fail "kolvari sign $out: $(cat err.txt)"
 }
 ksign kolvari-ec.p7s ec
@@ -230,7 +230,7 @@ python3 "$here/minimal_pdf.py" plain.pdf
 spdf() {  # in out signer extra-options...
   local in=$1 out=$2 signer=$3
   shift 3
-  "$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" --key "pki/$signer.key" --cert "pki/$signer.pem" --chain pki/ca.pem \
+  "$KOLVARI" sign-pdf --key "pki/$signer.key" --cert "pki/$signer.pem" --chain pki/ca.pem \
     "$@" "$in" "$out" 2> err.txt || fail "kolvari sign-pdf $out: $(cat err.txt)"
 }
 spdf plain.pdf once.pdf ec

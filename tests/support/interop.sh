@@ -46,7 +46,7 @@ flip() {  # file, offset
 open(p, "wb").write(d)' "$1" "$2"
 }
 
-# The tool's signing commands with the plug-in and the options in the array signer (empty: each call gives its own).
+# The tool's signing commands with the options in the array signer (empty: each call gives its own).
 signer=()
-sign() { "$KOLVARI" sign --plugin "$KOLVARI_PLUGIN" "${signer[@]}" "$@"; }
-sign_pdf() { "$KOLVARI" sign-pdf --plugin "$KOLVARI_PLUGIN" "${signer[@]}" "$@"; }
+sign() { "$KOLVARI" sign "${signer[@]}" "$@"; }
+sign_pdf() { "$KOLVARI" sign-pdf "${signer[@]}" "$@"; }
