@@ -4,7 +4,9 @@
 //
 // For each signer prints one line: the number of time-stamp tokens (each parsed as a TimeStampToken), the
 // certificates of the certificate-values attribute, and the CRLs and OCSP responses of the revocation-values
-// attribute (org.bouncycastle.asn1.esf.RevocationValues), each OCSP response with its first status.
+// attribute (org.bouncycastle.asn1.esf.RevocationValues), each OCSP response with its first status. Fails
+// when the first certificate value or an OCSP response is not about the signer's certificate.
+import java.math.BigInteger;
 import java.nio.file.Files;
 import java.nio.file.Paths;
 
@@ -28,6 +30,10 @@ public final class LtvParse {
 
   private static final String[] STATUS = {"good", "revoked", "unknown"};
 
+  private static void check(boolean condition, String what) {
+    if (!condition) throw new IllegalStateException(what);
+  }
+
   public static void main(String[] args) throws Exception {
     CMSSignedData signed = new CMSSignedData(Files.readAllBytes(Paths.get(args[0])));
     for (SignerInformation signer : signed.getSignerInfos().getSigners()) {
@@ -47,6 +53,9 @@ public final class LtvParse {
       }
       ASN1Sequence certs = ASN1Sequence.getInstance(certValues.getAttrValues().getObjectAt(0));
       for (int i = 0; i < certs.size(); i++) Certificate.getInstance(certs.getObjectAt(i));
+      BigInteger serial = signer.getSID().getSerialNumber();
+      check(Certificate.getInstance(certs.getObjectAt(0)).getSerialNumber().getValue().equals(serial),
+          "the signer's certificate is not the first certificate value");
       line.append(" certificates=").append(certs.size());
       Attribute revocation = table.get(PKCSObjectIdentifiers.id_aa_ets_revocationValues);
       RevocationValues values = RevocationValues.getInstance(revocation.getAttrValues().getObjectAt(0));
@@ -57,6 +66,7 @@ public final class LtvParse {
       line.append(" ocsp=").append(responses.length);
       for (BasicOCSPResponse response : responses) {
         SingleResponse first = SingleResponse.getInstance(response.getTbsResponseData().getResponses().getObjectAt(0));
+        check(first.getCertID().getSerialNumber().getValue().equals(serial), "an OCSP response about another");
         line.append(" ocsp:").append(STATUS[first.getCertStatus().getTagNo()]);
       }
       System.out.println(line);

@@ -6,10 +6,8 @@
 # time-stamp's imprint from the decoded fields on its own. A time-stamp authority that is down gives one line
 # and no output.
 set -euo pipefail
-command -v openssl > /dev/null && /usr/bin/python3 -c 'import asn1crypto' 2> /dev/null ||
-  { echo "extend skipped, missing: openssl or python3-asn1crypto"; exit 77; }
-
 . "$(dirname "$0")/../support/interop.sh"
+requires openssl python3:asn1crypto
 . "$here/../support/loopback_services.sh"
 start_loopback_pki "$work/pki" "Extend Test" <<'EOF'
 [signer]

@@ -9,15 +9,8 @@
 # A time-stamp authority that is down gives one line and no file.
 set -euo pipefail
 : "${KOLVARI_PLUGIN:?path of the plug-in}"
-missing=()
-for tool in pdfsig qpdf openssl /usr/bin/python3; do command -v "$tool" > /dev/null || missing+=("$tool"); done
-/usr/bin/python3 -c 'import asn1crypto' 2> /dev/null || missing+=(python3-asn1crypto)
-if [ ${#missing[@]} -ne 0 ]; then
-  echo "ltv_pdf skipped, missing: ${missing[*]} (scripts/deps.sh installs them)"
-  exit 77
-fi
-
 . "$(dirname "$0")/../support/interop.sh"
+requires pdfsig qpdf openssl python3:asn1crypto
 . "$here/../support/loopback_services.sh"
 start_loopback_pki "$work/pki" "PDF LTV" <<'EOF'
 [signer]

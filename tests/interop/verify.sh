@@ -5,16 +5,8 @@
 # and OCSP cases use the loopback services of tests/interop/ltv_server.py on 127.0.0.1, always stopped.
 set -euo pipefail
 : "${KOLVARI_PLUGIN:?path of the plug-in}"
-
-missing=()
-for tool in openssl certtool /usr/bin/python3; do command -v "$tool" > /dev/null || missing+=("$tool"); done
-/usr/bin/python3 -c 'import asn1crypto' 2> /dev/null || missing+=(python3-asn1crypto)
-if [ ${#missing[@]} -ne 0 ]; then
-  echo "verify skipped, missing: ${missing[*]} (scripts/deps.sh installs them)"
-  exit 77
-fi
-
 . "$(dirname "$0")/../support/interop.sh"
+requires openssl certtool python3:asn1crypto
 . "$here/../support/loopback_services.sh"
 checks=0
 

@@ -2,7 +2,8 @@
 # The start of every interop script, sourced after `set -euo pipefail`: a work folder that is removed at exit
 # (KEEP_WORK=1 keeps it and prints its path) after the loopback services a script started are stopped
 # (tests/support/loopback_services.sh), the script's folder in $here, the test PKI helpers, and the
-# checks the scripts share. `requires TOOL...` exits 77 (skipped) when a tool is not installed.
+# checks the scripts share. `requires TOOL...` exits 77 (skipped) when a tool is not installed (a path: a file
+# that is not there; python3:MODULE: a module the system's python3 cannot import).
 : "${KOLVARI:?path of the kolvari tool}"
 here=$(cd "$(dirname "${BASH_SOURCE[1]}")" && pwd)
 work=$(mktemp -d)
@@ -15,7 +16,13 @@ fail() { echo "FAIL: $*" >&2; exit 1; }
 
 requires() {  # tool...
   local tool
-  for tool; do command -v "$tool" >/dev/null || { echo "SKIP: $tool is not installed" >&2; exit 77; }; done
+  for tool; do
+    case $tool in
+      python3:*) /usr/bin/python3 -c "import ${tool#python3:}" 2>/dev/null ;;
+      /*.jar) [ -f "$tool" ] ;;
+      *) command -v "$tool" >/dev/null ;;
+    esac || { echo "SKIP: $tool is not installed (scripts/deps.sh installs it)" >&2; exit 77; }
+  done
 }
 
 # The exit status of a command, its output in out.txt and its messages in err.txt.
@@ -34,6 +41,11 @@ refused() {  # status, message, output, command...
   [ ! -e "$output" ] || fail "$*: $output was written"
 }
 
+# The work of a PDF update or an extension: IN must be the first bytes of OUT.
+is_prefix() {  # in, out
+  cmp -s "$1" <(head -c "$(stat -c %s "$1")" "$2") || fail "$1 is not a prefix of $2"
+}
+
 # A signature OpenSSL verifies against ca.pem: detached over CONTENT, or attached without it.
 verifies() {  # signature, [content], [DER or PEM]
   openssl cms -verify -binary -inform "${3:-DER}" -in "$1" ${2:+-content "$2"} -CAfile ca.pem -out /dev/null \
@@ -45,6 +57,9 @@ flip() {  # file, offset
   python3 -c 'import sys; p, at = sys.argv[1], int(sys.argv[2]); d = bytearray(open(p, "rb").read()); d[at] ^= 1
 open(p, "wb").write(d)' "$1" "$2"
 }
+
+# BouncyCastle from Debian's packages, for the Java readers beside the scripts.
+bc_classpath=/usr/share/java/bcprov.jar:/usr/share/java/bcpkix.jar:/usr/share/java/bcutil.jar
 
 # The tool's signing commands with the options in the array signer (empty: each call gives its own).
 signer=()
