@@ -86,10 +86,6 @@ check_signed() {  # file, expected number of signatures
   qpdf --check "$file" >check.txt 2>&1 || fail "$file: qpdf --check: $(cat check.txt)"
 }
 
-is_prefix() {  # shorter, longer
-  cmp -s "$1" <(head -c "$(stat -c %s "$1")" "$2") || fail "$1 is not a prefix of $2"
-}
-
 for producer in "${producers[@]}"; do
   in=$producer.pdf
   "$KOLVARI" sign-pdf --key rsa.key --cert rsa.pem --chain ca.pem \
