@@ -48,33 +48,18 @@ done
 # found from the empty content's encoding; just below and at each of those sizes the bytes must agree.
 : > empty.bin
 sign empty.der empty.bin --attached
-boundary_sizes=$(python3 - empty.der <<'PY'
-import sys
-der = open(sys.argv[1], 'rb').read()
-
-def header(at):
-    """(header length, content length) of the element at offset at."""
-    first = der[at + 1]
-    if first < 0x80:
-        return 2, first
-    count = first & 0x7F
-    return 2 + count, int.from_bytes(der[at + 2:at + 2 + count], 'big')
-
-def skip(at):
-    h, n = header(at)
-    return at + h + n
-
-# ContentInfo, [0], SignedData; then version and digestAlgorithms are skipped; EncapsulatedContentInfo
-# (skipping its OID), [0], OCTET STRING.
-offsets = [0]
-offsets.append(skip(offsets[0] + header(0)[0]))
-offsets.append(offsets[1] + header(offsets[1])[0])
-at = skip(skip(offsets[2] + header(offsets[2])[0]))
-offsets.append(at)
-offsets.append(skip(at + header(at)[0]))
-offsets.append(offsets[4] + header(offsets[4])[0])
-empty = [header(o)[1] for o in offsets]
-assert empty[5] == 0, "the OCTET STRING of an empty content is not empty"
+# `openssl asn1parse` lists the elements in order, so the last one seen at each depth above the first OCTET
+# STRING is one of those around it.
+boundary_sizes=$(openssl asn1parse -inform DER -in empty.der | python3 -c '
+import re, sys
+empty = {}
+for line in sys.stdin:
+    depth, length = map(int, re.search(r"d=(\d+) +hl= *\d+ l= *(\d+)", line).groups())
+    empty[depth] = length
+    if "OCTET STRING" in line:
+        break
+empty = [empty[d] for d in range(depth + 1)]
+assert len(empty) == 6 and empty[5] == 0, empty
 
 def header_size(length):
     return 2 if length < 0x80 else 2 + (length.bit_length() + 7) // 8
@@ -95,9 +80,8 @@ for element in range(6):
         while n > 0 and lengths(n - 1)[element] >= limit:
             n -= 1
         sizes.update({n - 1, n} - {-1})
-print(' '.join(str(s) for s in sorted(sizes)))
-PY
-)
+print(" ".join(str(s) for s in sorted(sizes)))
+')
 [ -n "$boundary_sizes" ] || fail "no boundary sizes found"
 for size in $boundary_sizes; do
   content "$size"

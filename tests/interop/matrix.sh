@@ -71,7 +71,7 @@ cases=(
   "p384-sha512-detached|--key p384.key --cert p384.pem --digest sha512"
   "two-signers-rsa-p256|--key rsa.key --cert rsa.pem --signer p256.key,p256.pem --digest sha256"
   "two-signers-p384-rsa-attached|--key p384.key --cert p384.pem --signer rsa.key,rsa.pem --digest sha512 --attached"
-  "chain|--key chained.key --cert chained.pem --chain sub.pem --digest sha256"
+  "chain|--key chained.key --cert chained.pem --chain sub.pem --digest sha256 --der-order"
   "chain-crls-attached|--key chained.key --cert chained.pem --chain sub.pem --crl root.crl --crl sub.crl --digest sha384 --attached"
   "crl-p256|--key p256.key --cert p256.pem --crl root.crl --digest sha256"
   "signed-attr-rsa|--key rsa.key --cert rsa.pem --signed-attr $signed_attr --digest sha256"
