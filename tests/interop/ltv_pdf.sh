@@ -5,7 +5,8 @@
 # is held against pdfsig (every signature and time-stamp valid), qpdf --check, its input (a prefix of it), and
 # its document security store as qpdf's JSON shows it (the certificates, the OCSP responses, a /VRI entry per
 # signature keyed by the SHA-1 of its /Contents), and against `kolvari verify` (TOTAL_PASSED, the later
-# revisions named), and a week later with the responder stopped for a signer certificate valid for one day.
+# revisions named; a week later with the responder stopped, for a signer certificate valid for one day, in
+# verify.sh).
 # A time-stamp authority that is down gives one line and no file.
 set -euo pipefail
 : "${KOLVARI_PLUGIN:?path of the plug-in}"
@@ -28,8 +29,7 @@ issue_certificate rsa 1001 signer "/CN=RSA Signer" -algorithm RSA -pkeyopt rsa_k
 issue_certificate ec 1002 signer "/CN=EC Signer"
 issue_certificate down 1003 down "/CN=Down Signer"
 issue_certificate plain 1004 plain "/CN=Plain Signer"
-days=1 issue_certificate short 1005 signer "/CN=Short Signer"
-for s in "1001 RSA Signer" "1002 EC Signer" "1003 Down Signer" "1005 Short Signer" "2001 PDF LTV TSA"; do
+for s in "1001 RSA Signer" "1002 EC Signer" "1003 Down Signer" "2001 PDF LTV TSA"; do
   printf 'V\t491231235959Z\t\t%s\tunknown\t/CN=%s\n' "${s%% *}" "${s#* }" >> index.txt
 done
 make_loopback_crl 1
@@ -141,12 +141,10 @@ ec|classic|B-LTA|1|EC Signer,PDF LTV CA,PDF LTV TSA|1002,2001|DSS update,documen
 EOF
 # inspect lists the store: the signer's chain and the TSA, the OCSP responses by serial, the /VRI entry's signature.
 "$KOLVARI" inspect --json rsa-B-LTA.pdf > inspect.json || fail "inspect rsa-B-LTA.pdf"
-/usr/bin/python3 -c 'import json, sys
-d = json.load(open(sys.argv[1]))["dss"]
-assert sorted(c["subject"] for c in d["certificates"]) == ["CN=PDF LTV CA", "CN=PDF LTV TSA", "CN=RSA Signer"], d
-assert sorted(o["serialNumber"] for o in d["ocspResponses"]) == ["1001", "2001"], d
-assert [v["signature"] for v in d["vri"]] == ["Signature1"] and len(d["vri"][0]["ocspResponses"]) == 2, d' \
-  inspect.json || fail "inspect rsa-B-LTA.pdf: $(cat inspect.json)"
+json_holds inspect.json '[sorted(x["subject"] for x in d["dss"]["certificates"]),
+  sorted(o["serialNumber"] for o in d["dss"]["ocspResponses"]), [v["signature"] for v in d["dss"]["vri"]],
+  len(d["dss"]["vri"][0]["ocspResponses"])] == [["CN=PDF LTV CA", "CN=PDF LTV TSA", "CN=RSA Signer"], ["1001", "2001"],
+  ["Signature1"], 2]'
 
 # ---- extend-pdf on a kolvari B-B signature, then again: the renewal covers the first time-stamp ----
 extend() {  # IN OUT ARGS...
@@ -225,12 +223,4 @@ no-responder|extend-pdf --level B-LT plain.pdf|/CN=Plain Signer names no OCSP re
 lta-tsa-down|sign-pdf --key pki/ec.key --cert pki/ec.pem --chain pki/ca.pem --level B-LTA --tsa $base/tsa/slow --tsa-timeout 1 classic.pdf|no answer from $base/tsa/slow within 1 s
 EOF
 
-# ---- the long term: a signer certificate valid for one day, judged a week later with the responder stopped.
-# The DSS's responses and the document time-stamp carry the signature past expiry; B-T alone has no proof. ----
-sign_pdf short classic.pdf short-lta.pdf --level B-LTA --tsa "$base/tsa" || fail "short-lta.pdf: sign-pdf"
-sign_pdf short classic.pdf short-t.pdf --level B-T --tsa "$base/tsa" || fail "short-t.pdf: sign-pdf"
-stop_loopback_services
-week=$(date -u -d '+7 days' +%Y%m%d%H%M%SZ)
-check_verify short-lta.pdf TOTAL_PASSED "DSS update,document time-stamp" --at "$week"
-check_verify short-t.pdf INDETERMINATE - --at "$week"
 echo "ltv_pdf: passed"

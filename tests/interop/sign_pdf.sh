@@ -177,8 +177,7 @@ for layout in merged:5 kids:7; do
   qpdf --show-object=3 filled.pdf | grep -q '/Annots \[ 5 0 R 6 0 R \]' || fail "$in: the page's widgets changed"
   qpdf --show-object=5 filled.pdf | grep -q '/Rect \[ 72 600 272 650 \]' || fail "$in: the widget moved"
   "$KOLVARI" inspect --json filled.pdf > inspect.json || fail "$in: inspect exits with $?"
-  python3 -c 'import json, sys; s = json.load(open(sys.argv[1]))["signatures"]; assert [x["field"] for x in s] == ["Approval"]' \
-    inspect.json || fail "$in: inspect lists $(cat inspect.json)"
+  json_holds inspect.json '[x["field"] for x in d["signatures"]] == ["Approval"]'
 
   # Refused, no output, each with its reason: the field already signed, a text field, a visible box of our
   # own for a field that has its widget (a name with a period: help.sh and the unit cases).

@@ -24,25 +24,17 @@ if verifies attached.der; then fail "an attached signature verified changed cont
 
 # CRLs travel in the message: OpenSSL's CRL check finds them there. A CRL that revokes the signer makes the
 # same check fail.
-mkdir -p ca && : > ca/index.txt && echo 01 > ca/crlnumber
-cat > ca.cnf <<'CNF'
-[ca]
-default_ca = test_ca
-[test_ca]
-database = ca/index.txt
-crlnumber = ca/crlnumber
-default_md = sha256
-default_crl_days = 30
-CNF
-openssl ca -config ca.cnf -gencrl -keyfile ca.key -cert ca.pem -out clean.crl 2>/dev/null
+. "$here/../support/loopback_services.sh"  # make_loopback_crl, without the services
+: > index.txt
+make_loopback_crl 30 && mv ca.crl.pem clean.crl
 "$KOLVARI" sign --key p256.key --cert p256.pem --crl clean.crl --out crl.der content.txt
 openssl cms -verify -binary -crl_check -inform DER -in crl.der -content content.txt -CAfile ca.pem -out /dev/null \
   2>verify.err || { cat verify.err >&2; fail "the CRL carried in the message was not found"; }
 "$KOLVARI" sign --key rsa.key --cert rsa.pem --out a.der content.txt
 if openssl cms -verify -binary -crl_check -inform DER -in a.der -content content.txt -CAfile ca.pem -out /dev/null \
   2>/dev/null; then fail "the CRL check passed without a CRL"; fi
-openssl ca -config ca.cnf -revoke p256.pem -keyfile ca.key -cert ca.pem 2>/dev/null
-openssl ca -config ca.cnf -gencrl -keyfile ca.key -cert ca.pem -out revoked.crl 2>/dev/null
+openssl ca -config ca.cnf -revoke p256.pem 2>/dev/null
+make_loopback_crl 30 && mv ca.crl.pem revoked.crl
 "$KOLVARI" sign --key p256.key --cert p256.pem --crl clean.crl --crl revoked.crl \
   --out two.der content.txt
 [ "$(openssl cms -cmsout -print -inform DER -in two.der | grep -c 'lastUpdate:')" -eq 2 ] || \

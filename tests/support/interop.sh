@@ -52,6 +52,12 @@ verifies() {  # signature, [content], [DER or PEM]
     2>verify.err
 }
 
+# Fails unless the Python expression holds for the JSON document in FILE, which it names d.
+json_holds() {  # file, expression
+  /usr/bin/python3 -c 'import json, sys; d = json.load(open(sys.argv[1], encoding="utf-8")); assert eval("(" + sys.argv[2] + ")")' \
+    "$1" "$2" 2>/dev/null || fail "$1: not $2: $(head -c 3000 "$1")"
+}
+
 # Flips the lowest bit of the byte at OFFSET of FILE, in place.
 flip() {  # file, offset
   python3 -c 'import sys; p, at = sys.argv[1], int(sys.argv[2]); d = bytearray(open(p, "rb").read()); d[at] ^= 1
