@@ -89,8 +89,5 @@ status=0
 [ "$status" -eq 1 ] || fail "exit status $status for a library its own file ignores"
 shows "$work/lib.txt" "config:  $work/lib/libsigner.so.1.cfgLog (the library's own)"
 grep -qF "ignored by a rule: [Ignore] key 'libsigner.so.1'" "$work/lib.txt" || fail "$(cat "$work/lib.txt")"
-status=0
-"$KOLVARI" log-check --library "$work/lib/libsigner.so.1" > /dev/null 2>&1 || status=$?
-[ "$status" -eq 2 ] || fail "--library without --host: exit status $status"
 
 echo "kolvari logs beside its configuration file, and log-check reports on and off as expected"

@@ -8,8 +8,7 @@
 set -euo pipefail
 . "$(dirname "$0")/../support/interop.sh"
 module=/usr/lib/softhsm/libsofthsm2.so
-requires softhsm2-util pkcs11-tool script
-[ -e "$module" ] || { echo "SKIP: $module is not installed (scripts/deps.sh)" >&2; exit 77; }
+requires softhsm2-util pkcs11-tool script "$module"
 
 mkdir tokens
 printf 'directories.tokendir = %s/tokens\nobjectstore.backend = file\nlog.level = ERROR\n' "$work" > softhsm2.conf
@@ -20,15 +19,11 @@ done
 
 # A CA and two signers it issues; the keys go onto the token "demo" with their certificates (ids 01 and 02),
 # and one more EC key, without a certificate, onto the token "bare".
-openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout ca.key -out ca.pem -days 30 \
-  -subj "/CN=Kolvari Token CA" -addext basicConstraints=critical,CA:TRUE 2>/dev/null
-printf 'basicConstraints=CA:FALSE\nkeyUsage=critical,digitalSignature\n' > signer.ext
-serial=100
-put_on_token() {  # token, label, id, with certificate (yes/no), openssl key options
+make_test_ca "Kolvari Token CA"
+put_on_token() {  # token, label, id, with certificate (yes/no), key options of make_signer
   local token=$1 label=$2 id=$3 with_cert=$4; shift 4
-  openssl req -new -newkey "$@" -nodes -keyout "$label.key" -out "$label.csr" -subj "/CN=$label token signer" 2>/dev/null
-  openssl x509 -req -in "$label.csr" -CA ca.pem -CAkey ca.key -set_serial $((serial++)) -days 30 \
-    -extfile signer.ext -outform DER -out "$label.der" 2>/dev/null
+  make_signer "$label" "/CN=$label token signer" "$@"
+  openssl x509 -in "$label.pem" -outform DER -out "$label.der"
   softhsm2-util --import "$label.key" --token "$token" --label "$label" --id "$id" --pin 1234 >/dev/null
   if [ "$with_cert" = yes ]; then
     pkcs11-tool --module "$module" --token-label "$token" --login --pin 1234 --write-object "$label.der" \
@@ -36,8 +31,8 @@ put_on_token() {  # token, label, id, with certificate (yes/no), openssl key opt
   fi
 }
 put_on_token demo rsa 01 yes rsa:2048
-put_on_token demo ec 02 yes ec -pkeyopt ec_paramgen_curve:P-256
-put_on_token bare lonely 03 no ec -pkeyopt ec_paramgen_curve:P-256
+put_on_token demo ec 02 yes ec:P-256
+put_on_token bare lonely 03 no ec:P-256
 # Without its public key object the token shows no public half of "lonely": whether a certificate belongs to it
 # is told by a trial signature.
 pkcs11-tool --module "$module" --token-label bare --login --pin 1234 --delete-object --type pubkey --id 03 \

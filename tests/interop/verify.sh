@@ -138,13 +138,10 @@ flipped ossl-ec-detached.p7s changed-attribute.p7s "$(( $(offset_of ossl-ec-deta
 flipped ossl-rsa-detached.p7s flipped-signature.p7s -1
 
 # ---- the table: FILE|OPTIONS|INDICATION|SUB-INDICATION|what openssl cms -verify says (pass, fail or -) ----
-# The first signature's indication and sub-indication (- for none) in a report of verify --json.
-verdict() { python3 -c 'import json, sys; s = json.load(open(sys.argv[1]))
-print(s["signatures"][0]["indication"], s["signatures"][0]["subIndication"] or "-")' "$1"; }
 while IFS='|' read -r file options indication sub openssl_says; do
   # shellcheck disable=SC2086  # OPTIONS are words
   status=$(status_of "$KOLVARI" verify --json $options "$file")
-  [ "$(verdict out.txt)" = "$indication $sub" ] || fail "$file ($options): $(cat out.txt err.txt)"
+  [ "$(verdict out.txt | cut -d'|' -f1,2)" = "$indication|$sub" ] || fail "$file ($options): $(cat out.txt err.txt)"
   [ "$status" = "$([ "$indication" = TOTAL_PASSED ] && echo 0 || echo 1)" ] || fail "$file ($options): exit status $status"
   if [ "$openssl_says" != - ]; then
     # The same trust, content and time for openssl cms -verify (the options come in pairs).
@@ -242,17 +239,9 @@ flipped stamped-doc.pdf stamped-doc-changed.pdf 20
 # more options
 check_pdfs() {
 while IFS='|' read -r file index indication sub whole later pdfsig_says options; do
-  set +e
   # shellcheck disable=SC2086  # OPTIONS are words
-  "$KOLVARI" verify --json --trust pki/ca.pem $options "$file" > out.json 2> err.txt
-  set -e
-  python3 - out.json "$index" "$indication" "$sub" "$whole" "$later" <<'PY' || fail "$file #$index: $(cat out.json err.txt)"
-import json, sys
-s = json.load(open(sys.argv[1]))["signatures"][int(sys.argv[2]) - 1]
-got = (s["indication"], s["subIndication"] or "-", str(s["coversWholeFile"]).lower(),
-       ",".join(r["kind"] for r in s["laterRevisions"]) or "-")
-assert got == tuple(sys.argv[3:7]), "got %s" % (got,)
-PY
+  "$KOLVARI" verify --json --trust pki/ca.pem $options "$file" > out.json 2> err.txt || true
+  [ "$(verdict out.json "$index")" = "$indication|$sub|$whole|$later" ] || fail "$file #$index: $(cat out.json err.txt)"
   if [ "$pdfsig_says" != - ] && command -v pdfsig > /dev/null; then
     pdfsig -nocert "$file" > sig.txt 2>&1 || true
     said=$(awk -v n="$index" '/^Signature #/ {i++} i == n && /Signature Validation:/ {print ($0 ~ /Signature is Valid/) ? "valid" : "invalid"}' sig.txt)
@@ -290,13 +279,8 @@ for jobs in 1 4; do
 done
 cmp -s batch-1.text batch-4.text && cmp -s batch-1.json batch-4.json || fail "batch: --jobs 1 and --jobs 4 differ"
 [ "$(grep '^file ' batch-1.text)" = "$(printf 'file %s:\n' "${batch[@]}")" ] || fail "batch headings: $(cat batch-1.text)"
-python3 - batch-1.json "${batch[@]}" <<'PY' || fail "batch: $(cat batch-1.json)"
-import json, sys
-files = json.load(open(sys.argv[1]))["files"]
-assert [f["file"] for f in files] == sys.argv[2:], files
-for f in files:
-    assert f["signatures"] == json.load(open("single-%s.json" % f["file"]))["signatures"], f["file"]
-PY
+json_holds batch-1.json "[f['file'] for f in d['files']] == '${batch[*]}'.split() and
+  all(f['signatures'] == json.load(open('single-%s.json' % f['file']))['signatures'] for f in d['files'])"
 status=$(status_of "$KOLVARI" verify --json --trust pki/ca.pem --jobs 2 once.pdf content.txt ossl-rsa-attached.p7s)
 mv out.txt unreadable.json
 [ "$status" = 2 ] && grep -q "content.txt is not a CMS SignedData" err.txt || fail "unreadable in a batch: $status $(cat err.txt)"

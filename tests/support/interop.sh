@@ -19,7 +19,7 @@ requires() {  # tool...
   for tool; do
     case $tool in
       python3:*) /usr/bin/python3 -c "import ${tool#python3:}" 2>/dev/null ;;
-      /*.jar) [ -f "$tool" ] ;;
+      /*) [ -e "$tool" ] ;;
       *) command -v "$tool" >/dev/null ;;
     esac || { echo "SKIP: $tool is not installed (scripts/deps.sh installs it)" >&2; exit 77; }
   done
@@ -56,6 +56,14 @@ verifies() {  # signature, [content], [DER or PEM]
 json_holds() {  # file, expression
   /usr/bin/python3 -c 'import json, sys; d = json.load(open(sys.argv[1], encoding="utf-8")); assert eval("(" + sys.argv[2] + ")")' \
     "$1" "$2" 2>/dev/null || fail "$1: not $2: $(head -c 3000 "$1")"
+}
+
+# The verdict on signature INDEX (from 1) in a report of `kolvari verify --json`: indication, sub-indication,
+# whether it covers the whole file and the kinds of the later revisions, joined by |, - for none.
+verdict() {  # report, [index]
+  /usr/bin/python3 -c 'import json, sys; s = json.load(open(sys.argv[1]))["signatures"][int(sys.argv[2]) - 1]
+print(s["indication"], s["subIndication"] or "-", str(s.get("coversWholeFile")).lower(),
+      ",".join(r["kind"] for r in s.get("laterRevisions") or []) or "-", sep="|")' "$1" "${2:-1}" 2>/dev/null
 }
 
 # Flips the lowest bit of the byte at OFFSET of FILE, in place.
