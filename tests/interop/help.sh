@@ -5,15 +5,12 @@
 set -euo pipefail
 . "$(dirname "$0")/../support/interop.sh"
 
-commands=(info der detect cert inspect log-check sign sign-pdf timestamp-pdf extend-pdf extend)
+commands=(info der detect cert inspect log-check sign sign-pdf timestamp-pdf extend-pdf extend verify)
 
-"$KOLVARI" --help >out.txt 2>err.txt || fail "kolvari --help exits with $?"
+"$KOLVARI" --help >all.txt 2>err.txt || fail "kolvari --help exits with $?"
+grep -q '^example:' all.txt || fail "kolvari --help shows no example"
 for c in "${commands[@]}"; do
-  grep -q "^  $c " out.txt || fail "kolvari --help does not list $c"
-done
-grep -q '^example:' out.txt || fail "kolvari --help shows no example"
-
-for c in "${commands[@]}"; do
+  grep -q "^  $c " all.txt || fail "kolvari --help does not list $c"
   "$KOLVARI" "$c" --help >out.txt 2>err.txt || fail "kolvari $c --help exits with $?"
   head -1 out.txt | grep -q "^usage: kolvari $c" || fail "kolvari $c --help starts with: $(head -1 out.txt)"
   grep -A1 '^example:' out.txt | grep -q "^  kolvari $c " || fail "kolvari $c --help shows no example of $c"

@@ -8,7 +8,6 @@ set -euo pipefail
 . "$(dirname "$0")/../support/interop.sh"
 requires openssl certtool python3:asn1crypto
 . "$here/../support/loopback_services.sh"
-checks=0
 
 # A copy of IN as OUT with the lowest bit of the byte at OFFSET (negative: from the end) flipped.
 flipped() {  # in out offset
@@ -127,7 +126,6 @@ openssl cms -sign -binary -in content.bin -signer loop-signer.pem -inkey pki/ec.
 "$KOLVARI" verify --json --trust pki/ca.pem --content content.bin ossl-two-signers.p7s > two.json ||
   fail "ossl-two-signers.p7s: $(cat two.json)"
 json_holds two.json 'sorted(x["signer"] for x in d["signatures"]) == ["CN=ec signer,O=Kolvari", "CN=rsa signer,O=Kolvari"]'
-checks=$((checks + 1))
 
 # ---- faults made from them ----
 # Changed content inside an attached signature: the content is the last OCTET STRING before the certificates.
@@ -162,7 +160,6 @@ while IFS='|' read -r file options indication sub openssl_says; do
     then said=pass; else said=fail; fi
     [ "$said" = "$openssl_says" ] || fail "$file ($options): openssl cms -verify says $said"
   fi
-  checks=$((checks + 1))
 done <<EOF
 ossl-rsa-detached.p7s|--trust pki/ca.pem --content content.bin|TOTAL_PASSED|-|pass
 ossl-ec-detached.p7s|--trust pki/ca.pem --content content.bin|TOTAL_PASSED|-|pass
@@ -204,7 +201,6 @@ json_holds tsa.json 'd["signatures"][0]["timestamp"] is not None and
 # The embedded OCSP response is what passes the revocation check (not a skip for want of data).
 "$KOLVARI" verify --json --trust pki/ca.pem --content content.bin kolvari-ocsp.p7s > ocsp.json
 json_holds ocsp.json '[c["outcome"] for c in d["signatures"][0]["checks"] if c["name"] == "revocation"] == ["passed"]'
-checks=$((checks + 2))
 
 # ---- PDFs: kolvari sign-pdf once, twice, time-stamped, then changed ----
 python3 "$here/minimal_pdf.py" plain.pdf
@@ -247,7 +243,6 @@ while IFS='|' read -r file index indication sub whole later pdfsig_says options;
     said=$(awk -v n="$index" '/^Signature #/ {i++} i == n && /Signature Validation:/ {print ($0 ~ /Signature is Valid/) ? "valid" : "invalid"}' sig.txt)
     [ "$said" = "$pdfsig_says" ] || fail "$file #$index: pdfsig says $said: $(cat sig.txt)"
   fi
-  checks=$((checks + 1))
 done
 }
 check_pdfs <<'EOF'
@@ -286,7 +281,6 @@ mv out.txt unreadable.json
 [ "$status" = 2 ] && grep -q "content.txt is not a CMS SignedData" err.txt || fail "unreadable in a batch: $status $(cat err.txt)"
 json_holds unreadable.json '[len(x["signatures"]) for x in d["files"]] == [1, 0, 1] and "error" in d["files"][1] and
   d["files"][2]["signatures"][0]["indication"] == "TOTAL_PASSED"'
-checks=$((checks + 3))
 
 # Long-term validation: a signer certificate valid for one day, its OCSP response and the CA in a DSS update
 # (extend-pdf --level B-LT), then a document time-stamp (B-LTA); judged a week later with the responder
@@ -316,13 +310,11 @@ json_holds stamped.json 'd["signatures"][0]["timestamp"]'
 "$KOLVARI" verify --json --trust pki/ca.pem stamped-doc.pdf > stamped-doc.json
 json_holds stamped-doc.json '[d["signatures"][1][k] for k in ("kind", "signer")] == ["document time-stamp",
   "CN=Verify Test TSA"] and d["signatures"][1]["timestamp"]'
-checks=$((checks + 2))
 
 # ---- command lines and files that are not what verify reads: exit status 2, one line naming the fault ----
 while IFS='|' read -r options message; do
   # shellcheck disable=SC2086
   refused 2 "$message" nothing "$KOLVARI" verify $options
-  checks=$((checks + 1))
 done <<'EOF'
 --trust pki/ca.pem content.txt|content.txt is not a CMS SignedData
 --trust pki/ca.pem missing.p7s|missing.p7s: No such file or directory
@@ -335,4 +327,4 @@ done <<'EOF'
 --bogus ossl-ec.pem|--bogus
 EOF
 
-echo "verify: $checks checks passed"
+echo "verify: passed"
