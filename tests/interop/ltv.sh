@@ -3,8 +3,9 @@
 # (tests/interop/ltv_server.py: a time-stamp authority answering with `openssl ts -reply`, an OCSP responder
 # answering with `openssl ocsp -index`, the CA's CRL), and always stops, on 127.0.0.1 at a port the system
 # picks. The signatures made are held against OpenSSL (`openssl ts -verify` on the embedded token over the
-# hash of the signature value, `openssl cms -verify`) and BouncyCastle (which also finds the signer's certificate
-# first among the certificate values and the OCSP responses about it), and shown by `kolvari inspect`. Each failure case of the table gives one line on standard error and no output file.
+# hash of the signature value, `openssl cms -verify`) and BouncyCastle (which also finds the signer's
+# certificate first among the certificate values and the OCSP responses about it), and shown by
+# `kolvari inspect`. Each failure case of the table gives one line on standard error and no output file.
 set -euo pipefail
 : "${KOLVARI_PLUGIN:?path of the plug-in}"
 

@@ -208,7 +208,7 @@ check_pdf stamped.pdf 0 1
 
 # ---- failures: one line naming the URL (and the certificate), no output ----
 # NAME|COMMAND ARGS|the message
-while IFS='|' read -r name args message; do
+while IFS='|' read -r _ args message; do
   # shellcheck disable=SC2086  # ARGS are words
   refused 1 "$message" failed.pdf "$KOLVARI" $args failed.pdf
 done <<EOF
