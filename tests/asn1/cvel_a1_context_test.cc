@@ -122,17 +122,4 @@ TEST(CvelA1Context, ChildrenAndViewsStayInsideTheString) {
   }
 }
 
-TEST(CvelA1Context, CursorOrFreshMovesTheCallersCursorOnly) {
-  CvelString s = testutil::hexString("02 01 07 02 01 08");
-  CvelA1CursorOrFresh fresh(nullptr);
-  EXPECT_EQ(fresh.get().next(s), 2);
-  EXPECT_EQ(fresh.get().contentOffset(), 2u);  // a fresh cursor starts at the string's first element
-  CvelA1Context caller;
-  ASSERT_EQ(caller.next(s), 2);
-  CvelA1CursorOrFresh reading(&caller);
-  EXPECT_EQ(&reading.get(), &caller);
-  EXPECT_EQ(reading.get().next(s), 2);
-  EXPECT_EQ(caller.contentOffset(), 5u);  // the caller's cursor moved on to the second element
-}
-
 }  // namespace

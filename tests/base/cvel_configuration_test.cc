@@ -62,13 +62,10 @@ TEST(CvelConfiguration, ForbiddenBytesAndSizeLimit) {
 }
 
 // The lines handed to the visitor: headers and stored key lines only, each with the offset of its first byte
-// (a CR LF line end is two line ends to the reader), and the refused line last.
+// (a CR LF line end is two line ends to the reader), and the refused line last: "offset:section/key=value" per
+// line, a header as "offset:[section]".
 TEST(CvelConfiguration, ParseLinesVisitsHeadersAndKeyLines) {
-  const struct {
-    const char* text;
-    CvelResult result;
-    const char* visits;  // "offset:section/key=value" per line, a header as "offset:[section]"
-  } cases[] = {
+  const struct { const char* text; CvelResult result; const char* visits; } cases[] = {
       {"# c\n[S]\nK = v\n\nJ\n", kCvelOk, "4:[S] 8:S/K=v 15:S/J="},
       {"K=above\n[S]\r\nK=v\r\n", kCvelOk, "8:[S] 13:S/K=v"},
       {"[S]\n  = v\nX=\"open\nK=v\n", kCvelOk, "0:[S] 18:S/K=v"},

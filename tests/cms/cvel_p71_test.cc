@@ -14,6 +14,7 @@
 #include "asn1/cvel_a1_size.h"
 #include "asn1/cvel_a1_stream_cursor.h"
 #include "asn1/cvel_der.h"
+#include "cms/cvel_a1_p72.h"
 #include "cms/cvel_p71.h"
 #include "support/test_util.h"
 
@@ -150,11 +151,14 @@ TEST(CvelP71, LenientResultsForUnexpectedShapes) {
   }
 }
 
-TEST(CvelP71DeathTest, SizeQueryPrintsItsTraceAndAborts) {
+// The signedData's size query stops in its content info's.
+TEST(CvelP71DeathTest, SizeQueriesPrintTheContentInfoTraceAndAbort) {
   CvelP71 info;
+  CvelA1P72 p72;
   CvelA1Size size;
-  EXPECT_DEATH((dup2(STDERR_FILENO, STDOUT_FILENO), info.getSize(size, false)),
-               "CvelP71::get_asn1_size\\( CvelA1Size &velSize, BOOL bDetached \\) called");
+  const char* trace = "CvelP71::get_asn1_size\\( CvelA1Size &velSize, BOOL bDetached \\) called";
+  EXPECT_DEATH((dup2(STDERR_FILENO, STDOUT_FILENO), info.getSize(size, false)), trace);
+  EXPECT_DEATH((dup2(STDERR_FILENO, STDOUT_FILENO), p72.getSize(size, false)), trace);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 
 #include "cms/cvel_tsp_response.h"
 #include "cms/cvel_tst_info.h"
@@ -53,10 +54,8 @@ TEST(CvelTSTInfo, FieldByFieldRules) {
     CvelTSTInfo t;
     ASSERT_EQ(t.encoded().assign(token.data(), static_cast<uint32_t>(token.size())), kCvelOk);
     EXPECT_EQ(t.decode(), row.result) << row.name;
-    EXPECT_EQ(t.version(), row.version) << row.name;
-    EXPECT_EQ(t.seconds(), row.seconds) << row.name;
-    EXPECT_EQ(t.millis(), row.millis) << row.name;
-    EXPECT_EQ(t.micros(), row.micros) << row.name;
+    EXPECT_EQ(std::make_tuple(t.version(), t.seconds(), t.millis(), t.micros()),
+              std::make_tuple(row.version, row.seconds, row.millis, row.micros)) << row.name;
     if (std::string(row.name) != "all optional fields") continue;
     EXPECT_TRUE(t.ordering());
     EXPECT_EQ(toHex(t.nonce()), "00F79EA48773749B0A");

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
 #include <vector>
 
 #include "base/scratch_dir.h"
@@ -33,12 +34,9 @@ TEST(CvelLogSystem, SendsOnlyTheFourSevereLevelsWithTheLevelAsSeverity) {
   const int expected[] = {0x1 | 8, 0x2 | 8, 0x4 | 8, 0x8};
   ASSERT_EQ(sent.size(), 4u);
   EXPECT_EQ(closes, 4);
-  for (size_t i = 0; i < sent.size(); ++i) {
-    EXPECT_EQ(sent[i].ident, "/usr/bin/app.bin");
-    EXPECT_EQ(sent[i].options, 9);
-    EXPECT_EQ(sent[i].facility, 8);
-    EXPECT_EQ(sent[i].priority, expected[i]);
-    EXPECT_EQ(sent[i].format, "100% done\n");  // the line is the format text, '%' and all
+  for (size_t i = 0; i < sent.size(); ++i) {  // the line is the format text, '%' and all
+    EXPECT_EQ(std::tie(sent[i].ident, sent[i].options, sent[i].facility, sent[i].priority, sent[i].format),
+              std::make_tuple("/usr/bin/app.bin", 9, 8, expected[i], "100% done\n")) << i;
   }
 }
 

@@ -47,9 +47,13 @@ Bytes toBytes(const CvelString& s) {
 
 std::string tlv(const std::string& tag, const std::string& content) {
   const Bytes bytes = hex(content);
-  EXPECT_LT(bytes.size(), 256u);
-  const std::string length = toHex(Bytes{static_cast<unsigned char>(bytes.size())});
-  return tag + (bytes.size() < 128 ? "" : "81") + length + toHex(bytes);
+  const size_t n = bytes.size();
+  EXPECT_LT(n, 0x10000u);
+  const auto octet = [](size_t v) { return static_cast<unsigned char>(v); };
+  const Bytes length = n < 0x80    ? Bytes{octet(n)}
+                       : n < 0x100 ? Bytes{0x81, octet(n)}
+                                   : Bytes{0x82, octet(n >> 8), octet(n)};
+  return tag + toHex(length) + toHex(bytes);
 }
 
 std::string dataPath(const std::string& name) { return std::string(KOLVARI_TEST_DATA) + "/" + name; }

@@ -35,8 +35,8 @@ CvelResult decodeFirst(const Bytes& bytes, T& object, bool next = true) {
   return first == kCvelOk ? object.decode(in, cursor) : first;
 }
 
-// An element of up to 255 content octets from tag and content in hex, the length counted here: DER written
-// by hand in tests.
+// An element of up to 65535 content octets from tag and content in hex, the length counted here (short, 81 or
+// 82 form): DER written by hand in tests.
 std::string tlv(const std::string& tag, const std::string& content);
 
 // Path of a file under tests/data.

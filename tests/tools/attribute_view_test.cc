@@ -30,17 +30,10 @@ const std::string kIssuerSerial =
     tlv(0x30, tlv(0x30, tlv(0xA4, tlv(0x30, tlv(0x31, tlv(0x30, tlv(0x06, "\x55\x04\x03") + tlv(0x0C, "X")))))) +
                   tlv(0x02, "\x05"));
 
-struct AttributeCase {
-  const char* what;
-  const char* type;
-  std::string der;
-  const char* json;
-};
-
 TEST(AttributeView, DecodesTheWellKnownAttributes) {
   const std::string hashOnlyV1 = R"([{"hashAlgorithm":{"oid":"1.3.14.3.2.26","name":"sha1"},"certHash":"AABB",)"
                                  R"("issuer":null,"serialNumber":null}])";
-  const AttributeCase cases[] = {
+  const struct { const char *what, *type; std::string der; const char* json; } cases[] = {
       {"content type", kContentType, kIdData, R"({"oid":"1.2.840.113549.1.7.1","name":"data"})"},
       {"content type unnamed", kContentType, tlv(0x06, "\x2A\x03\x04"), R"({"oid":"1.2.3.4","name":null})"},
       {"content type not an OID", kContentType, tlv(0x04, ""), "null"},
@@ -67,7 +60,7 @@ TEST(AttributeView, DecodesTheWellKnownAttributes) {
        "null"},
       {"another attribute", "1.2.840.113549.1.9.6", tlv(0x04, "\x01"), "null"},
   };
-  for (const AttributeCase& c : cases) {
+  for (const auto& c : cases) {
     CvelString value;
     ASSERT_EQ(value.assign(c.der.data(), static_cast<uint32_t>(c.der.size())), kCvelOk);
     EXPECT_EQ(decodedAttribute(c.type, value).toJson().dump(), c.json) << c.what;

@@ -41,9 +41,12 @@ TEST(BatchRunner, ReportsEachItemOnceInOrder) {
 
 TEST(BatchRunner, WorkThatThrowsEndsTheBatch) {
   std::atomic<size_t> started{0};
+  // The other items take a while, so that the other worker cannot run through all of them before the throwing
+  // one has stopped the batch, even on a loaded machine.
   const auto work = [&](size_t item, unsigned) {
     ++started;
     if (item == 2) throw std::runtime_error("item 2");
+    std::this_thread::sleep_for(std::chrono::microseconds(200));
   };
   EXPECT_THROW(runBatch(1000, 2, work, [](size_t) {}), std::runtime_error);
   EXPECT_LT(started.load(), 1000U);

@@ -28,22 +28,15 @@ Bytes fromHex(const std::string& hex) {
   return out;
 }
 
-struct UriCase {
-  const char* text;
-  const char* token;
-  const char* object;
-  const char* id;  // hex
-  const char* pin;
-};
-
 TEST(Pkcs11Uri, ParsesTheAttributesItKnows) {
-  const UriCase cases[] = {
+  // The URI, then token, object, id (hex) and pin-value as parsed.
+  const struct { const char *text, *token, *object, *id, *pin; } cases[] = {
       {"pkcs11:token=demo;object=rsa?pin-value=1234", "demo", "rsa", "", "1234"},
       {"pkcs11:token=my%20token;id=%01%aB", "my token", "", "01ab", ""},
       {"pkcs11:object=a%3bb;type=private", "", "a;b", "", ""},
       {"pkcs11:id=%00", "", "", "00", ""},
   };
-  for (const UriCase& c : cases) {
+  for (const auto& c : cases) {
     Pkcs11Uri uri;
     std::string error;
     ASSERT_TRUE(parsePkcs11Uri(c.text, uri, error)) << c.text << ": " << error;
@@ -101,16 +94,11 @@ TEST(Pkcs11Uri, PinSourceIsTheFirstLineOfAFileOrFileUri) {
   std::remove(path.c_str());
 }
 
-struct EcdsaCase {
-  const char* what;
-  const char* raw;  // r||s in hex
-  const char* der;  // empty: refused
-};
-
 TEST(EcdsaSigValue, RawHalvesBecomeMinimalIntegers) {
   const std::string ff32(64, 'f');
   const std::string one31 = "01" + std::string(62, '0');
-  const EcdsaCase cases[] = {
+  // r||s in hex, and the DER (empty: refused).
+  const struct { const char *what, *raw, *der; } cases[] = {
       {"leading zeros dropped", "0000000100000002", "3006020101020102"},
       {"zero is one octet", "00000000", "3006020100020100"},
       {"high bit gets a zero octet", "800000007fffffff", "300d0205008000000002047fffffff"},
@@ -118,7 +106,7 @@ TEST(EcdsaSigValue, RawHalvesBecomeMinimalIntegers) {
       {"empty", "", ""},
       {"odd size", "010203", ""},
   };
-  for (const EcdsaCase& c : cases) {
+  for (const auto& c : cases) {
     Bytes der;
     EXPECT_EQ(ecdsaSigValue(fromHex(c.raw), der), *c.der != '\0') << c.what;
     EXPECT_EQ(der, fromHex(c.der)) << c.what;
@@ -182,13 +170,6 @@ TEST_F(OutputFile, RefusesTheInputUnderAnyNameEvenWithForce) {
   EXPECT_EQ(entries(), 3u);
 }
 
-TEST_F(OutputFile, RefusesADirectory) {
-  ASSERT_EQ(mkdir(path("dir").c_str(), 0700), 0);
-  std::string error;
-  EXPECT_FALSE(write("dir", nullptr, "x", true, error));
-  EXPECT_EQ(error, path("dir") + ": is a directory");
-}
-
 TEST_F(OutputFile, AFailedFillLeavesNothingBehind) {
   put("kept.p7s", "old");
   const FileFiller halfThenFail = [](int fd, std::string&) {
@@ -209,7 +190,7 @@ TEST_F(OutputFile, AFailedFillLeavesNothingBehind) {
   EXPECT_EQ(entries(), 1u);  // no temporary file, no new.p7s
 }
 
-TEST_F(OutputFile, PiecesArriveWholeAndTheTargetFolderMustExist) {
+TEST_F(OutputFile, PiecesArriveWholeInAFolderThatExistsNotOverAFolder) {
   const FileFiller pieces = [](int fd, std::string&) {
     return ::write(fd, "ab", 2) == 2 && ::write(fd, "cd", 2) == 2;
   };
@@ -218,18 +199,16 @@ TEST_F(OutputFile, PiecesArriveWholeAndTheTargetFolderMustExist) {
   EXPECT_EQ(read("out.bin"), "abcd");
   EXPECT_FALSE(write("missing/out.bin", nullptr, "x", false, error));
   EXPECT_EQ(error, "cannot write " + path("missing/out.bin") + ": No such file or directory");
+  ASSERT_EQ(mkdir(path("dir").c_str(), 0700), 0);
+  EXPECT_FALSE(write("dir", nullptr, "x", true, error));
+  EXPECT_EQ(error, path("dir") + ": is a directory");
 }
 
 }  // namespace
 
-struct TimeCase {
-  const char* text;
-  const char* problem;  // empty: accepted
-  const char* longForm;
-};
-
 TEST(SigningTime, TheCalendarAndTheUtcTimeCentury) {
-  const TimeCase cases[] = {
+  // The text, the problem (empty: accepted) and the long form.
+  const struct { const char *text, *problem, *longForm; } cases[] = {
       {"20241301000000Z", "month 13", ""},
       {"20240001000000Z", "month 0", ""},
       {"20240230256199Z", "day 30 of February 2024", ""},
@@ -252,7 +231,7 @@ TEST(SigningTime, TheCalendarAndTheUtcTimeCentury) {
       {"491231235959Z", "", "20491231235959Z"},
       {"500101000000Z", "", "19500101000000Z"},
   };
-  for (const TimeCase& c : cases) {
+  for (const auto& c : cases) {
     std::string longForm;
     EXPECT_EQ(readSigningTime(c.text, longForm), c.problem) << c.text;
     if (*c.problem == '\0') {

@@ -43,14 +43,8 @@ CvelString der(const std::string& bytes) {
   return s;
 }
 
-struct NameCase {
-  const char* what;
-  std::string der;
-  std::string rfc4514;
-};
-
 TEST(Rfc4514Name, LastRdnFirstEscapedAndDecoded) {
-  const NameCase cases[] = {
+  const struct { const char* what; std::string der, rfc4514; } cases[] = {
       {"two RDNs, the last first, UTF-8 kept",
        name({attribute(kOidC, 0x13, "DE"), attribute(kOidCn, 0x0C, "J\xC3\xBCrgen")}), "CN=J\xC3\xBCrgen,C=DE"},
       {"the special characters, a leading and a trailing space",
@@ -73,7 +67,7 @@ TEST(Rfc4514Name, LastRdnFirstEscapedAndDecoded) {
       {"not a Name", tlv(0x04, "x"), ""},
       {"an RDN that is not a SET", tlv(0x30, tlv(0x30, attribute(kOidCn, 0x0C, "x"))), ""},
   };
-  for (const NameCase& c : cases) EXPECT_EQ(rfc4514Name(der(c.der)), c.rfc4514) << c.what;
+  for (const auto& c : cases) EXPECT_EQ(rfc4514Name(der(c.der)), c.rfc4514) << c.what;
 }
 
 TEST(ListedName, EncodingOrderWithShortNames) {
@@ -82,12 +76,6 @@ TEST(ListedName, EncodingOrderWithShortNames) {
   EXPECT_EQ(listedName(der(name({attribute(kOidCn, 0x0C, "a\x01")}))), "CN=#0C026101");
 }
 
-struct BerCase {
-  const char* what;
-  std::string bytes;
-  size_t length;
-};
-
 std::string repeated(const std::string& s, int n) {
   std::string out;
   for (int i = 0; i < n; ++i) out += s;
@@ -95,7 +83,7 @@ std::string repeated(const std::string& s, int n) {
 }
 
 TEST(BerElementLength, WalksIndefiniteLengthsToTheirEnd) {
-  const BerCase cases[] = {
+  const struct { const char* what; std::string bytes; size_t length; } cases[] = {
       {"definite, padding after", std::string("\x30\x03\x02\x01\x05\x00\x00", 7), 5},
       {"long form", std::string("\x30\x81\x03\x02\x01\x05", 6), 6},
       {"indefinite, padding after", std::string("\x30\x80\x02\x01\x05\x00\x00\x00\x00\x00", 10), 7},
@@ -109,7 +97,7 @@ TEST(BerElementLength, WalksIndefiniteLengthsToTheirEnd) {
       {"64 levels deep", repeated("\x30\x80", 64) + repeated(std::string("\x00\x00", 2), 64), 256},
       {"65 levels deep", repeated("\x30\x80", 65) + repeated(std::string("\x00\x00", 2), 65), 0},
   };
-  for (const BerCase& c : cases) {
+  for (const auto& c : cases) {
     EXPECT_EQ(berElementLength(reinterpret_cast<const unsigned char*>(c.bytes.data()), c.bytes.size()), c.length)
         << c.what;
   }

@@ -15,16 +15,14 @@
 
 namespace {
 
-struct VerdictCase {
-  const char* name;
-  std::vector<std::pair<Outcome, const char*>> checks;
-  Indication indication;
-  const char* subIndication;
-};
-
 TEST(VerifyVerdict, FirstCheckThatDoesNotPassDecides) {
   const Outcome P = Outcome::kPassed, F = Outcome::kFailed, I = Outcome::kIndeterminate, S = Outcome::kSkipped;
-  const VerdictCase cases[] = {
+  const struct {
+    const char* name;
+    std::vector<std::pair<Outcome, const char*>> checks;
+    Indication indication;
+    const char* subIndication;
+  } cases[] = {
       {"passed and skipped", {{P, ""}, {S, "TRY_LATER"}, {P, "HASH_FAILURE"}}, Indication::kTotalPassed, ""},
       {"a failure", {{P, ""}, {F, "HASH_FAILURE"}, {I, "NO_CERTIFICATE_CHAIN_FOUND"}}, Indication::kTotalFailed,
        "HASH_FAILURE"},
@@ -33,7 +31,7 @@ TEST(VerifyVerdict, FirstCheckThatDoesNotPassDecides) {
       {"after a skip", {{S, "FORMAT_FAILURE"}, {F, "SIG_CRYPTO_FAILURE"}}, Indication::kTotalFailed,
        "SIG_CRYPTO_FAILURE"},
   };
-  for (const VerdictCase& c : cases) {
+  for (const auto& c : cases) {
     SignatureReport r;
     for (const auto& [outcome, sub] : c.checks) r.add("check", outcome, "reason", sub);
     EXPECT_EQ(r.indication(), c.indication) << c.name;

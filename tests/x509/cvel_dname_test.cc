@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <string>
 
 #include "asn1/cvel_a1_context.h"
@@ -36,26 +35,8 @@ TEST(CvelDName, ParseResults) {
   }
 }
 
-// SEQUENCE { the given RDNs }, with a short, one-octet or two-octet length as the content needs.
-std::string nameOf(const std::string& rdns) {
-  const size_t n = rdns.size() / 2;
-  char header[32];
-  if (n < 0x80) {
-    std::snprintf(header, sizeof header, "30%02zX", n);
-  } else if (n < 0x100) {
-    std::snprintf(header, sizeof header, "3081%02zX", n);
-  } else {
-    std::snprintf(header, sizeof header, "3082%04zX", n);
-  }
-  return header + rdns;
-}
-
 // SET { SEQUENCE { OID 2.5.4.3, UTF8String of one letter } }: 12 octets.
-std::string commonName(int i) {
-  char rdn[32];
-  std::snprintf(rdn, sizeof rdn, "310A300806035504030C01%02X", 0x41 + i);
-  return rdn;
-}
+std::string commonName(int i) { return "310A300806035504030C01" + toHex({static_cast<uint8_t>(0x41 + i)}); }
 
 TEST(CvelDName, LongNamesParseAsShortOnesDo) {
   // Sixteen attributes and fewer are read from the cursors the count kept; more take a second walk. An
@@ -70,7 +51,7 @@ TEST(CvelDName, LongNamesParseAsShortOnesDo) {
     for (int i = 0; i < c.before; ++i) rdns += commonName(i);
     if (c.broken) rdns += bad;
     for (int i = 0; i < c.after; ++i) rdns += commonName(c.before + i);
-    CvelString der = hexString(nameOf(rdns));
+    CvelString der = hexString(tlv("30", rdns));
     for (CvelKeep keep : {CvelKeep::kCopy, CvelKeep::kView}) {
       SCOPED_TRACE(std::to_string(c.before) + (c.broken ? " broken " : " ") + std::to_string(c.after));
       CvelDName name;
