@@ -76,7 +76,6 @@ ksign() {  # out signer extra-options...
   "$KOLVARI" sign --key "pki/$signer.key" --cert "pki/$signer.pem" --chain pki/ca.pem \
     --out "$out" "$@" content.bin 2> err.txt || fail "kolvari sign $out: $(cat err.txt)"
 }
-ksign kolvari-ec.p7s ec
 ksign kolvari-rsa-attached.pem rsa --attached --pem
 ksign kolvari-tsa.p7s ec --tsa "$base/tsa"
 ksign kolvari-ocsp.p7s rsa --fetch-revocation
@@ -162,14 +161,12 @@ while IFS='|' read -r file options indication sub openssl_says; do
   fi
 done <<EOF
 ossl-rsa-detached.p7s|--trust pki/ca.pem --content content.bin|TOTAL_PASSED|-|pass
-ossl-ec-detached.p7s|--trust pki/ca.pem --content content.bin|TOTAL_PASSED|-|pass
 ossl-rsa-attached.p7s|--trust pki/ca.pem|TOTAL_PASSED|-|pass
 ossl-ec-stream.p7s|--trust pki/ca.pem|TOTAL_PASSED|-|pass
 ossl-rsa-pss.p7s|--trust pki/ca.pem --content content.bin|TOTAL_PASSED|-|pass
 ossl-ec.pem|--trust pki/ca.pem --content content.bin|TOTAL_PASSED|-|pass
 gnutls-rsa.p7s|--trust pki/ca.pem --content content.bin|TOTAL_PASSED|-|pass
 gnutls-ed25519.p7s|--trust pki/ca.pem --content content.bin|TOTAL_PASSED|-|-
-kolvari-ec.p7s|--trust pki/ca.pem --content content.bin|TOTAL_PASSED|-|pass
 kolvari-rsa-attached.pem|--trust pki/ca.pem|TOTAL_PASSED|-|pass
 kolvari-tsa.p7s|--trust pki/ca.pem --content content.bin|TOTAL_PASSED|-|pass
 kolvari-ocsp.p7s|--trust pki/ca.pem --content content.bin|TOTAL_PASSED|-|pass
