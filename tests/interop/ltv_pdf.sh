@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # Long-term PDF signatures against the loopback time-stamp authority and OCSP responder (tests/support/
-# loopback_services.sh): `kolvari sign-pdf` at each level for an RSA and an EC signer, `kolvari extend-pdf` on
-# PDFs signed by kolvari and by poppler's pdfsig, run twice to renew, and `kolvari timestamp-pdf`. Each output
-# is held against pdfsig (every signature and time-stamp valid), qpdf --check, its input (a prefix of it), and
-# its document security store as qpdf's JSON shows it (the certificates, the OCSP responses, a /VRI entry per
-# signature keyed by the SHA-1 of its /Contents), and against `kolvari verify` (TOTAL_PASSED, the later
-# revisions named; a week later with the responder stopped, for a signer certificate valid for one day, in
-# verify.sh).
+# loopback_services.sh): `kolvari sign-pdf` at each level (B-B and B-T with an EC signer, B-LT and B-LTA with an
+# RSA one), `kolvari extend-pdf` on PDFs signed by kolvari and by poppler's pdfsig, run twice to renew, and
+# `kolvari timestamp-pdf`. Each output is held against pdfsig (every signature and time-stamp valid), qpdf
+# --check, its input (a prefix of it), and its document security store as qpdf's JSON shows it (the
+# certificates, the OCSP responses, a /VRI entry per signature keyed by the SHA-1 of its /Contents), and against
+# `kolvari verify` (TOTAL_PASSED, the later revisions named; a week later with the responder stopped, for a
+# signer certificate valid for one day, in verify.sh).
 # A time-stamp authority that is down gives one line and no file.
 set -euo pipefail
 : "${KOLVARI_PLUGIN:?path of the plug-in}"
@@ -126,14 +126,10 @@ while IFS='|' read -r signer in level stamps names serials later; do
   [ -z "$names" ] || check_dss "$out" "$names" "$serials" 1
   check_verify "$out" TOTAL_PASSED "$later"
 done <<EOF
-rsa|classic|B-B|0|||-
-rsa|objstm|B-T|0|||-
 rsa|classic|B-LT|0|PDF LTV CA,PDF LTV TSA,RSA Signer|1001,2001|DSS update
 rsa|objstm|B-LTA|1|PDF LTV CA,PDF LTV TSA,RSA Signer|1001,2001|DSS update,document time-stamp
 ec|objstm|B-B|0|||-
 ec|classic|B-T|0|||-
-ec|objstm|B-LT|0|EC Signer,PDF LTV CA,PDF LTV TSA|1002,2001|DSS update
-ec|classic|B-LTA|1|EC Signer,PDF LTV CA,PDF LTV TSA|1002,2001|DSS update,document time-stamp
 EOF
 # inspect lists the store: the signer's chain and the TSA, the OCSP responses by serial, the /VRI entry's signature.
 "$KOLVARI" inspect --json rsa-B-LTA.pdf > inspect.json || fail "inspect rsa-B-LTA.pdf"
