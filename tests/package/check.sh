@@ -79,17 +79,10 @@ g++ -std=c++20 -o "$work/sign_host_pc_static" "$source/examples/sign_host.cc" -W
 
 # --- each build of the example signs, and OpenSSL accepts the signature
 cd "$work"
-openssl req -x509 -newkey rsa:2048 -nodes -keyout ca.key -out ca.pem -days 30 -subj "/CN=Kolvari Package CA" \
-  -addext basicConstraints=critical,CA:TRUE -addext keyUsage=critical,keyCertSign 2>/dev/null
-printf 'basicConstraints=CA:FALSE\nkeyUsage=critical,digitalSignature,nonRepudiation\n' > signer.ext
-make_signer() {  # name, openssl key options
-  local name=$1; shift
-  openssl req -new -newkey "$@" -nodes -keyout "$name.key" -out "$name.csr" -subj "/CN=Kolvari Package $name" 2>/dev/null
-  openssl x509 -req -in "$name.csr" -CA ca.pem -CAkey ca.key -set_serial "0x$(openssl rand -hex 8)" -days 30 \
-    -extfile signer.ext -out "$name.pem" 2>/dev/null
-}
-make_signer rsa rsa:2048
-make_signer ec ec -pkeyopt ec_paramgen_curve:P-256
+. "$source/tests/support/test_pki.sh"
+make_test_ca "Kolvari Package CA"
+make_signer rsa "/CN=Kolvari Package rsa" rsa:2048
+make_signer ec "/CN=Kolvari Package ec" ec:P-256
 printf 'a document signed by an example host\n' > document.txt
 for host in example/sign_host example/sign_host_static sign_host_pc sign_host_pc_static; do
   for signer in rsa ec; do
