@@ -321,7 +321,6 @@ done <<'EOF'
 --content missing.bin ossl-ec-detached.p7s|--content missing.bin
 --content content.bin ossl-ec-detached.p7s ossl-rsa-detached.p7s|--content names the signed file of one FILE
 --jobs 65 ossl-ec.pem|--jobs 65: not a whole number from 1 to 64
---bogus ossl-ec.pem|--bogus
 EOF
 
 echo "verify: passed"
