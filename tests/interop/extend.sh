@@ -10,9 +10,6 @@ set -euo pipefail
 requires openssl python3:asn1crypto
 . "$here/../support/loopback_services.sh"
 start_loopback_pki "$work/pki" "Extend Test" <<'EOF'
-[signer]
-keyUsage = critical,digitalSignature,nonRepudiation
-authorityInfoAccess = OCSP;URI:$base/ocsp
 [tsa]
 authorityInfoAccess = OCSP;URI:$base/ocsp
 EOF

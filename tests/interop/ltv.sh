@@ -16,8 +16,6 @@ requires openssl javac java ${bc_classpath//:/ } python3:asn1crypto
 # ---- the loopback services and the test PKI, in pki/ where the server reads it ----
 start_loopback_pki "$work/pki" "LTV Test" <<'EOF'
 [signer]
-keyUsage = critical,digitalSignature,nonRepudiation
-authorityInfoAccess = OCSP;URI:$base/ocsp
 crlDistributionPoints = URI:$base/ca.crl
 [crl_only]
 keyUsage = critical,digitalSignature,nonRepudiation

@@ -14,9 +14,6 @@ set -euo pipefail
 requires pdfsig qpdf openssl python3:asn1crypto
 . "$here/../support/loopback_services.sh"
 start_loopback_pki "$work/pki" "PDF LTV" <<'EOF'
-[signer]
-keyUsage = critical,digitalSignature,nonRepudiation
-authorityInfoAccess = OCSP;URI:$base/ocsp
 [down]
 keyUsage = critical,digitalSignature,nonRepudiation
 authorityInfoAccess = OCSP;URI:$base/ocsp/down

@@ -21,9 +21,6 @@ print(d.rindex(h) if sys.argv[3] else d.index(h))' "$1" "$2" "${3:-}"
 
 # ---- the loopback services and the PKI they serve (as in ltv.sh) ----
 start_loopback_pki "$work/pki" "Verify Test" <<'EOF2'
-[signer]
-keyUsage = critical,digitalSignature,nonRepudiation
-authorityInfoAccess = OCSP;URI:$base/ocsp
 [encipher]
 keyUsage = critical,keyEncipherment
 [ica]

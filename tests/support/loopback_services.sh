@@ -27,10 +27,11 @@ stop_loopback_services() {
   fi
 }
 
-# Starts the services on DIR (made here), enters DIR and writes x509.cnf: sections req, ca, tsa and ocsp, then
-# the caller's sections from standard input, where OpenSSL expands $base to the services' URL (a section named
-# again adds its lines). Then issues the CA (/CN=NAME CA), the TSA's certificate (serial 2001, /CN=NAME TSA)
-# and the OCSP responder's (2002, /CN=NAME OCSP Responder).
+# Starts the services on DIR (made here), enters DIR and writes x509.cnf: sections req, ca, tsa, ocsp and
+# signer (a signing certificate that names the OCSP responder), then the caller's sections from standard input,
+# where OpenSSL expands $base to the services' URL (a section named again adds its lines). Then issues the CA
+# (/CN=NAME CA), the TSA's certificate (serial 2001, /CN=NAME TSA) and the OCSP responder's (2002, /CN=NAME
+# OCSP Responder).
 start_loopback_pki() {  # DIR NAME < SECTIONS
   local sections
   sections=$(cat)
@@ -51,6 +52,9 @@ extendedKeyUsage = critical,timeStamping
 [ocsp]
 keyUsage = critical,digitalSignature
 extendedKeyUsage = critical,OCSPSigning
+[signer]
+keyUsage = critical,digitalSignature,nonRepudiation
+authorityInfoAccess = OCSP;URI:\$base/ocsp
 $sections
 CNF
   make_loopback_ca "/CN=$2 CA"
