@@ -37,8 +37,6 @@ trap 'exit 0' INT TERM
 
 start_loopback_pki "$dir" "Loopback" <<'EOF'
 [signer]
-keyUsage = critical,digitalSignature,nonRepudiation
-authorityInfoAccess = OCSP;URI:$base/ocsp
 crlDistributionPoints = URI:$base/ca.crl
 EOF
 issue_certificate signer 1001 signer "/CN=Loopback Signer"
