@@ -18,11 +18,14 @@
 inline constexpr uint32_t kFuzzMaxHeldInteger = 127;
 
 // The object read from image; the cursor ends behind it. With first, the cursor is put on the first element
-// beforehand (a signedData finds its own).
+// beforehand (a signedData finds its own). Whatever the outcome, it is one of the library's result codes.
 template <typename T>
 bool fuzzDecode(const CvelString& image, T& object, CvelA1StreamCursor& cursor, bool first = true) {
   CvelA1InputString in(image, 0, image.length());
-  return (!first || cursor.next(in) == kCvelOk) && object.decode(in, cursor) == kCvelOk;
+  const CvelResult result = first ? cursor.next(in) : kCvelOk;
+  const CvelResult decoded = result == kCvelOk ? object.decode(in, cursor) : result;
+  fuzzCheck(fuzzDocumented(decoded));
+  return decoded == kCvelOk;
 }
 
 inline bool fuzzIntegersFit(const CvelA1P72& p72) {

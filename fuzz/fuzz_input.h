@@ -1,6 +1,7 @@
 // What the fuzz targets share: the fuzzer's bytes as a CvelString view, so that the decoders read the fuzzer's
 // own buffer (an overread shows at once under AddressSanitizer); the same bytes as a file; and the check that
-// ends the run when a property does not hold, so that the fuzzer keeps the input.
+// ends the run when a property does not hold, so that the fuzzer keeps the input; the result codes a decoder
+// may give.
 #ifndef KOLVARI_FUZZ_FUZZ_INPUT_H
 #define KOLVARI_FUZZ_FUZZ_INPUT_H
 
@@ -12,6 +13,7 @@
 #include <cstdlib>
 #include <fstream>
 
+#include "asn1/cvel_result.h"
 #include "asn1/cvel_string.h"
 
 // Larger inputs only slow the run down: nothing in the decoders depends on size beyond this.
@@ -24,6 +26,12 @@ inline bool fuzzView(const uint8_t* data, size_t size, CvelString& view, size_t 
 
 inline void fuzzCheck(bool holds) {
   if (!holds) std::abort();
+}
+
+// One of the library's result codes, or 0, which some decoders give for "not this kind of element".
+inline bool fuzzDocumented(CvelResult r) {
+  return r == kCvelNone || r == kCvelOk || r == kCvelErrBadParameter || r == kCvelErrNoMemory ||
+         r == kCvelErrMalformed || r == kCvelErrIncomplete || r == kCvelErrNullData || r == kCvelErrEndOfData;
 }
 
 // One temporary file per process, rewritten for every input and removed when the process ends. It lives in

@@ -17,7 +17,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   CvelString der;
   if (!fuzzView(data, size, der)) return 0;
   CvelOCSPResponse response, basic;
-  if (response.parse(der.data(), der.length()) != kCvelOk || response.basicResponse().isEmpty()) return 0;
+  const CvelResult result = response.parse(der.data(), der.length());
+  fuzzCheck(fuzzDocumented(result));
+  if (result != kCvelOk || response.basicResponse().isEmpty()) return 0;
   const CvelString& inner = response.basicResponse();
   fuzzCheck(basic.parse(inner.data(), inner.length()) == kCvelOk && sameFirstResponse(response, basic));
   return 0;

@@ -11,6 +11,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   CvelTSTInfo token, fromParent, again;
   if (!fuzzView(data, size, image) || token.encoded().assign(image) != kCvelOk) return 0;
   const CvelResult result = token.decode();
+  fuzzCheck(fuzzDocumented(result));
   // The same bytes as the content of a SET, read through decodeFrom.
   if (wrap(image, kTagSet, set) != kCvelOk) return 0;
   CvelA1Context parent;
