@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 
 #include "asn1/cvel_a1_integer.h"
 #include "asn1/cvel_a1_der_writer.h"
@@ -45,10 +46,48 @@ uint32_t buildDefaultVersion(P72Container& record) {
   return ZARV_OK;
 }
 
-// Writes the pieces as the content of an element.
-void writePieces(CvelDerWriter& w, const ZarvPieces& pieces) {
-  pieces.forEachBlock([&w](const unsigned char* data, size_t size) { w.bytes(data, size); });
+// Where the pieces of one kind go in the image.
+struct PieceRun {
+  uint64_t offset;
+  const ZarvPieces* pieces;
+};
+
+// The runs of pieces of one image. The writer skips them, so that it writes only the structure around
+// them, and the writing pass notes where each lies; the gathering then copies the pieces' blocks there.
+// At most three: certificates, CRLs, signer infos.
+struct PieceRuns {
+  static constexpr size_t kMaxRuns = 3;
+  PieceRun runs[kMaxRuns] = {};
+  size_t count = 0;
+  bool noting = false;  // set for the writing pass
+
+  void pass(CvelDerWriter& w, const ZarvPieces& pieces) {
+    if (noting && count < kMaxRuns) runs[count++] = {w.position(), &pieces};
+    w.skip(pieces.bytes());
+  }
+};
+
+// Appends the image of total bytes to out: the structure's octets, which lie one behind the other in
+// structure, up to each run, then the run's blocks. Offsets fit size_t: the image is at most a string's
+// size.
+void gather(const unsigned char* structure, const PieceRuns& runs, uint64_t total, std::vector<unsigned char>& out) {
+  size_t image = 0;  // where the next octet goes in the image
+  size_t taken = 0;  // octets of structure appended so far
+  for (size_t i = 0; i < runs.count; ++i) {
+    const PieceRun& run = runs.runs[i];
+    const size_t before = static_cast<size_t>(run.offset) - image;
+    out.insert(out.end(), structure + taken, structure + taken + before);
+    taken += before;
+    run.pieces->forEachBlock(
+        [&out](const unsigned char* data, size_t size) { out.insert(out.end(), data, data + size); });
+    image = static_cast<size_t>(run.offset + run.pieces->bytes());
+  }
+  out.insert(out.end(), structure + taken, structure + taken + (static_cast<size_t>(total) - image));
 }
+
+// The structure's octets of a usual container (headers, version, digest algorithms, a detached content
+// info) fit here; attached content takes a block of its own.
+constexpr size_t kHeldStructureBytes = 256;
 
 // SEQUENCE { OID, NULL } for each digest algorithm, from its bare OID content octets.
 void writeDigestAlgorithms(CvelDerWriter& w, const P72Container& record) {
@@ -76,15 +115,16 @@ uint32_t encodeP72Container(P72Container& record, std::vector<unsigned char>& ou
   if (record.versionNumber == 0 && record.digestAlgorithms.empty()) return ZARV_E_INCOMPLETE;
 
   const bool withCrls = record.versionNumber != 0 && !record.crls.empty();
+  PieceRuns runs;
   const auto parts = CvelSignedDataParts{
       [&](CvelDerWriter& w) { w.bytes(record.versionBytes.data(), record.versionBytes.size()); },
       [&](CvelDerWriter& w) { writeDigestAlgorithms(w, record); },
       [&](CvelDerWriter& w) { w.bytes(record.contentInfo.data(), record.contentInfo.size()); },
       !record.certificates.empty(),
-      [&](CvelDerWriter& w) { writePieces(w, record.certificates); },
+      [&](CvelDerWriter& w) { runs.pass(w, record.certificates); },
       withCrls,
-      [&](CvelDerWriter& w) { writePieces(w, record.crls); },
-      [&](CvelDerWriter& w) { writePieces(w, record.signerInfos); }};
+      [&](CvelDerWriter& w) { runs.pass(w, record.crls); },
+      [&](CvelDerWriter& w) { runs.pass(w, record.signerInfos); }};
   CvelDerWriter w;
   cvelWriteSignedData(w, parts);
   const uint64_t total = w.counted();
@@ -94,20 +134,32 @@ uint32_t encodeP72Container(P72Container& record, std::vector<unsigned char>& ou
   if (w.failed()) return ZARV_E_OUT_OF_MEMORY;
   if (total > kMaxContainerLength || total > out.max_size()) return ZARV_E_OUT_OF_MEMORY;
 
+  // The structure around the pieces is written on its own, then the image is gathered into out with the
+  // pieces copied from the record's blocks: out is written once, and never cleared first as resizing would.
+  const uint64_t structureBytes = w.countedToWrite();
+  unsigned char held[kHeldStructureBytes];
+  std::unique_ptr<unsigned char[]> own;
+  unsigned char* structure = held;
+  if (structureBytes > sizeof held) {
+    own = std::make_unique_for_overwrite<unsigned char[]>(static_cast<size_t>(structureBytes));
+    structure = own.get();
+  }
+  runs.noting = true;
+  w.startWriting(structure);
+  cvelWriteSignedData(w, parts);
+  if (!w.complete()) return ZARV_E_NOT_STORED;
+
   // No earlier bytes survive in the vector's storage. Storage the vector gives up when it grows is wiped
-  // first; storage it keeps is wiped past the new size, and below it overwritten by the image (or, should
-  // the write stop short, wiped after it), so that a reused vector's bytes are touched once, not twice.
+  // first; storage it keeps is wiped past the new size, and below it overwritten by the image.
   if (total > out.capacity()) {
     std::fill(out.begin(), out.end(), 0);
   } else if (out.size() > total) {
     std::fill(out.begin() + static_cast<std::ptrdiff_t>(total), out.end(), 0);
   }
-  out.resize(static_cast<size_t>(total));
-  w.startWriting(out.data());
-  cvelWriteSignedData(w, parts);
-  if (w.complete()) return ZARV_OK;
-  std::fill(out.end() - static_cast<std::ptrdiff_t>(w.left()), out.end(), 0);
-  return ZARV_E_NOT_STORED;
+  out.clear();
+  out.reserve(static_cast<size_t>(total));
+  gather(structure, runs, total, out);
+  return ZARV_OK;
 }
 
 void ZarvPieces::push_back(const ZarvBytes& der) {

@@ -211,9 +211,14 @@ uint32_t zarvBuildAttributes(const ZarvAttributeMap& map, ZarvAttributeOrder ord
   });
 }
 
-uint32_t zarvBuildSignerIdentifier(const CvelCertificate& certificate, CvelString& signerIdentifier) {
-  // IssuerAndSerialNumber has the same bytes as the certificate's own issuer-and-serial pair.
-  return certificate.getIssuerSerial(signerIdentifier);
+uint32_t zarvBuildSignerIdentifier(const CvelCertificate& certificate, ZarvRecordRoom& room,
+                                   CvelString& signerIdentifier) {
+  return zarvWriteField(room, signerIdentifier, [&certificate](CvelDerWriter& w) {
+    w.element(kTagSequence, [&] {
+      w.bytes(certificate.issuer());
+      w.bytes(certificate.serialNumber());
+    });
+  });
 }
 
 // SigningCertificateV2 ::= SEQUENCE { certs SEQUENCE OF ESSCertIDv2 }, one ESSCertIDv2 ::= SEQUENCE {

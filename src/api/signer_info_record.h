@@ -104,11 +104,49 @@ enum class ZarvAttributeOrder { kDottedType, kDer };
 constexpr char kZarvDerOrderVariable[] = "KOLVARI_DER_ATTRIBUTE_ORDER";
 inline constexpr char kZarvDerOrderOn[] = "1";
 
-// The signer object and both tables are part of the record: one allocation for all three.
+// Room in the record for the signer's small fields (the two algorithm identifiers, the signer identifier,
+// the signature), handed out front to back and never given back: a usual signer's fields take no allocation
+// of their own. A field that does not fit, a setter called again once the room is used up among them, gets
+// a string of its own; the room never grows, so a record stays the same size however often it is set.
+class ZarvRecordRoom {
+ public:
+  // Room for count octets that stays the record's until it goes, or null when it is used up.
+  unsigned char* take(uint64_t count) {
+    if (count == 0 || count > kBytes - used_) return nullptr;
+    unsigned char* at = bytes_ + used_;
+    used_ += static_cast<size_t>(count);
+    return at;
+  }
+
+ private:
+  // An EC signer's fields (algorithm identifiers of 15 and 12 octets, a signature of 72, an issuer and
+  // serial of one to two hundred) fit; an RSA-2048 signature on top of a long issuer may not.
+  static constexpr size_t kBytes = 320;
+  unsigned char bytes_[kBytes];
+  size_t used_ = 0;
+};
+
+// What encode(CvelDerWriter&) writes, into field: in the room when it fits (field then views it), else in
+// a string of its own. The results are those of cvelEncodeDer.
+template <typename Encode>
+CvelResult zarvWriteField(ZarvRecordRoom& room, CvelString& field, Encode&& encode) {
+  CvelDerWriter w;
+  encode(w);
+  if (w.failed()) return kCvelErrNoMemory;
+  unsigned char* at = room.take(w.counted());
+  if (at == nullptr) return cvelEncodeDer(field, encode);
+  w.startWriting(at);
+  encode(w);
+  if (!w.complete()) return kCvelErrMalformed;
+  return field.setView(at, static_cast<size_t>(w.counted()));
+}
+
+// The signer object, both tables and the room are part of the record: one allocation for all of them.
 struct SignerInfoRecord {
   CvelP7SignerInfo signer;
   ZarvAttributeMap signedAttributes;
   ZarvAttributeMap unsignedAttributes;
+  ZarvRecordRoom room;
 
   ZarvAttributeMap& table(ZarvAttributeKind kind) {
     return kind == ZarvAttributeKind::kSigned ? signedAttributes : unsignedAttributes;
@@ -128,8 +166,10 @@ ZarvAttributeOrder zarvSignedAttributeOrder();
 // order or in DER order. OID text that does not convert ends the build with the converter's result.
 uint32_t zarvBuildAttributes(const ZarvAttributeMap& map, ZarvAttributeOrder order, CvelString& out);
 
-// The IssuerAndSerialNumber of a parsed certificate: SEQUENCE { issuer Name, serialNumber }.
-uint32_t zarvBuildSignerIdentifier(const CvelCertificate& certificate, CvelString& signerIdentifier);
+// The IssuerAndSerialNumber of a parsed certificate: SEQUENCE { issuer Name, serialNumber }, the
+// certificate's own issuer-and-serial pair, in the record's room when it fits.
+uint32_t zarvBuildSignerIdentifier(const CvelCertificate& certificate, ZarvRecordRoom& room,
+                                   CvelString& signerIdentifier);
 
 // The signing-certificate-v2 value for a parsed certificate, the host's hash of it and that hash's OID
 // (already DER).

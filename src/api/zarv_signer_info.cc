@@ -1,4 +1,5 @@
 // The exported signer-info functions: attributes in, data to be signed out, signature in, SignerInfo out.
+#include <cstring>
 #include <new>
 #include <string_view>
 
@@ -35,17 +36,26 @@ bool usable(const SignerInfoRecord* h) { return h != nullptr; }
 constexpr size_t kRecordSizeLimit = 1000;
 static_assert(sizeof(SignerInfoRecord) <= kRecordSizeLimit, "the signer-info record stays a small block");
 
-// SEQUENCE { OID from the dotted text, NULL } (withNull), or SEQUENCE { OID }.
-uint32_t algorithm(const std::string& dotted, bool withNull, CvelString& out) {
+// SEQUENCE { OID from the dotted text, NULL } (withNull), or SEQUENCE { OID }, in the record's room when
+// it fits.
+uint32_t algorithm(const std::string& dotted, bool withNull, ZarvRecordRoom& room, CvelString& out) {
   CvelString oid;
   uint32_t r = fromDottedElement(dotted.c_str(), oid);
   if (r != ZARV_OK) return r;
-  return cvelEncodeDer(out, [&](CvelDerWriter& w) {
+  return zarvWriteField(room, out, [&](CvelDerWriter& w) {
     w.element(kTagSequence, [&] {
       w.bytes(oid);
       if (withNull) w.bytes(kDerNull, sizeof kDerNull);
     });
   });
+}
+
+// The raw signature octets, in the record's room when they fit.
+uint32_t copySignature(const std::vector<unsigned char>& signature, ZarvRecordRoom& room, CvelString& out) {
+  unsigned char* at = room.take(signature.size());
+  if (at == nullptr) return out.assign(signature.data(), static_cast<uint32_t>(signature.size()));
+  std::memcpy(at, signature.data(), signature.size());
+  return out.setView(at, signature.size());
 }
 
 // Adds a signed attribute whose value encode(CvelDerWriter&) writes in its place in the table; incomplete
@@ -99,7 +109,7 @@ uint32_t ZARV_SetDataHash(SignerInfoRecord* h, const std::vector<unsigned char>&
   if (!usable(h)) return ZARV_E_BAD_PARAMETER;
   return zarvGuarded([&] {
     CvelString digestAlgorithm;
-    uint32_t r = algorithm(digestOid, true, digestAlgorithm);
+    uint32_t r = algorithm(digestOid, true, h->room, digestAlgorithm);
     if (r != ZARV_OK) return r;
     h->signer.digestAlgorithm().moveFrom(digestAlgorithm);
     return addWrittenAttribute(*h, kMessageDigestOid, replace, kCvelErrMalformed, [&digest](CvelDerWriter& w) {
@@ -121,7 +131,7 @@ uint32_t ZARV_SetSignerCertificate(SignerInfoRecord* h, const std::vector<unsign
     // The signer identifier is stored before the hash OID is converted, so a hash OID that does not
     // convert still leaves the identifier of this certificate in the object.
     CvelString signerIdentifier;
-    if (zarvBuildSignerIdentifier(certificate, signerIdentifier) != ZARV_OK) return ZARV_E_OUT_OF_MEMORY;
+    if (zarvBuildSignerIdentifier(certificate, h->room, signerIdentifier) != ZARV_OK) return ZARV_E_OUT_OF_MEMORY;
     h->signer.signerIdentifier().moveFrom(signerIdentifier);
     CvelString hashOid;
     r = fromDottedElement(certHashOid.c_str(), hashOid);
@@ -195,10 +205,10 @@ uint32_t ZARV_SetP1Signature(SignerInfoRecord* h, const std::string& signatureOi
     if (signature.size() >= CvelString::kViewCapacity - 1) return ZARV_E_BAD_PARAMETER;
     // No parameters here, unlike the digest algorithms.
     CvelString signatureAlgorithm;
-    uint32_t r = algorithm(signatureOid, false, signatureAlgorithm);
+    uint32_t r = algorithm(signatureOid, false, h->room, signatureAlgorithm);
     if (r != ZARV_OK) return r;
     CvelString value;
-    r = value.assign(signature.data(), static_cast<uint32_t>(signature.size()));
+    r = copySignature(signature, h->room, value);
     if (r != ZARV_OK) return r;
     h->signer.signatureAlgorithm().moveFrom(signatureAlgorithm);
     h->signer.signatureValue().moveFrom(value);

@@ -30,6 +30,16 @@ class CvelDerWriter {
   }
   void bytes(const CvelString& s) { bytes(s.data(), s.length()); }
   void byte(uint8_t b) { bytes(&b, 1); }
+  // n bytes of content that the caller places in the image itself: counted in its size and its elements'
+  // lengths, never written to the buffer, which holds the other bytes only (see startWriting).
+  void skip(uint64_t n) {
+    if (measuring_) {
+      counted_ += n;
+      skippedCounted_ += n;
+      return;
+    }
+    skipped_ += n;
+  }
 
   // One element whose content is what content() writes through this writer.
   template <typename Content>
@@ -44,10 +54,11 @@ class CvelDerWriter {
     const uint64_t length = nextLength();
     sink_.header(tag, length);
     const uint64_t before = sink_.left();
+    const uint64_t skippedBefore = skipped_;
     content();
     // The second pass must write what the first counted; a content function that depends on anything but
     // its inputs would otherwise leave a header that lies about its length.
-    if (before - sink_.left() != length) failed_ = true;
+    if (before - sink_.left() + (skipped_ - skippedBefore) != length) failed_ = true;
   }
   // One element around n bytes.
   void element(uint8_t tag, const void* src, uint64_t n) {
@@ -64,16 +75,24 @@ class CvelDerWriter {
   [[nodiscard]] bool failed() const { return failed_; }
   // The counting pass ran: the size of everything it counted.
   [[nodiscard]] uint64_t counted() const { return counted_; }
-  // Ends the counting pass; the encoder then runs again and fills dst, which has room for counted() bytes.
+  // The counting pass ran: the bytes of it that the writing pass writes, those skipped left out.
+  [[nodiscard]] uint64_t countedToWrite() const { return counted_ - skippedCounted_; }
+  // Ends the counting pass; the encoder then runs again and fills dst, which has room for counted() bytes
+  // less those skipped.
   void startWriting(unsigned char* dst) {
     measuring_ = false;
     next_ = 0;
-    sink_ = CvelA1Writer(dst, counted_);
+    skipped_ = 0;
+    sink_ = CvelA1Writer(dst, counted_ - skippedCounted_);
   }
-  // The writing pass filled its buffer exactly.
-  [[nodiscard]] bool complete() const { return !measuring_ && !failed_ && sink_.complete() && next_ == lengthCount_; }
+  // The writing pass filled its buffer exactly and skipped what the counting pass did.
+  [[nodiscard]] bool complete() const {
+    return !measuring_ && !failed_ && sink_.complete() && next_ == lengthCount_ && skipped_ == skippedCounted_;
+  }
   // Room left in the buffer of the writing pass.
   uint64_t left() const { return sink_.left(); }
+  // Where the writing pass stands in the image, the bytes skipped so far included.
+  uint64_t position() const { return counted_ - skippedCounted_ - sink_.left() + skipped_; }
 
  private:
   // Element lengths held without an allocation; deeper or wider structures spill into a vector.
@@ -111,6 +130,9 @@ class CvelDerWriter {
   std::vector<uint64_t> spilled_;
   size_t lengthCount_ = 0;
   size_t next_ = 0;
+  // Bytes skipped in the counting pass, and so far in the writing pass.
+  uint64_t skippedCounted_ = 0;
+  uint64_t skipped_ = 0;
   CvelA1Writer sink_{nullptr, 0};
 };
 

@@ -92,6 +92,26 @@ TEST(ZarvContainer, PiecesKeepTheOrderAddedAndCrlsAreWrittenWithoutAVersionSet) 
                                   "31 06 04 01 E2 04 01 E1")));
 }
 
+TEST(ZarvContainer, PiecesOverSeveralBlocksAndALargeContentInfoComeOutWhole) {
+  // Twenty certificates of 4 + 400 = 404 octets fill more than the first block: 8080 in A0 82 1F 90. The
+  // attached content info, SEQUENCE { id-data, [0] { OCTET STRING of 300 } }: 304, 308, 11 + 308 = 319 in
+  // 30 82 01 3F. SignedData 3 + 2 + 323 + 8084 + 5 = 8417 in 30 82 20 E1; A0 82 20 E5; 11 + 8425 = 8436.
+  std::string certificates;
+  Container c;
+  for (int i = 0; i < 20; ++i) {
+    const Bytes piece = hex("04 82 01 90 " + toHex(Bytes(400, static_cast<unsigned char>(i))));
+    certificates += toHex(piece);
+    ASSERT_EQ(ZARV_AddCertificate(c.h, piece), ZARV_OK);
+  }
+  const std::string contentInfo = "30 82 01 3F 06 09 2A 86 48 86 F7 0D 01 07 01 A0 82 01 34 04 82 01 2C " +
+                                  toHex(Bytes(300, 0xC7));
+  ASSERT_EQ(ZARV_SetContentInfo(c.h, hex(contentInfo)), ZARV_OK);
+  ASSERT_EQ(ZARV_AddSignerInfo(c.h, hex("04 01 E1")), ZARV_OK);
+  EXPECT_EQ(c.encode(), toHex(hex(std::string("30 82 20 F4 ") + kSignedDataOid + " A0 82 20 E5 30 82 20 E1 " +
+                                  "02 01 01 31 00 " + contentInfo + " A0 82 1F 90 " + certificates +
+                                  " 31 03 04 01 E1")));
+}
+
 TEST(ZarvContainer, ResetLeavesVersionOneWithoutBytesSoNoVersionIsWritten) {
   Container c;
   EXPECT_EQ(ZARV_SetVersion(c.h, hex("02 01 03")), ZARV_OK);

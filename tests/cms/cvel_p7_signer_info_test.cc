@@ -77,6 +77,38 @@ TEST(CvelP7SignerInfo, WhatTheSignerInfoCallsBuildDecodesToTheSameFields) {
   EXPECT_EQ(decoded.timeStamps().size(), 2u);
 }
 
+// The record keeps small fields in a room of its own and gives each field set again fresh octets: set once,
+// set until the room runs out part way (some fields in it, some not) and past it, or with an RSA-sized
+// signature that never fits, every field comes out whole. The identifier is the certificate's own pair.
+TEST(CvelP7SignerInfo, FieldsSetAgainPastTheRecordsRoomStayWhole) {
+  const Bytes der = testutil::readFile(testutil::dataPath("signer/signer-ec.der"));
+  CvelCertificate certificate;
+  CvelString issuerSerial;
+  ASSERT_EQ(certificate.parse(der.data(), static_cast<uint32_t>(der.size())), kCvelOk);
+  ASSERT_EQ(certificate.getIssuerSerial(issuerSerial), kCvelOk);
+  const struct { int rounds; size_t signatureSize; } rows[] = {{1, 70}, {2, 70}, {6, 70}, {1, 512}, {3, 512}};
+  for (const auto& row : rows) {
+    SignerInfoRecord* h = nullptr;
+    ASSERT_EQ(ZARV_CreateSignerInfo(&h), ZARV_OK);
+    for (int i = 0; i < row.rounds; ++i) {
+      ASSERT_EQ(ZARV_SetDataHash(h, Bytes(32, 0x11), "2.16.840.1.101.3.4.2.1", 1), ZARV_OK);
+      ASSERT_EQ(ZARV_SetSignerCertificate(h, der, Bytes(32, 0x22), "2.16.840.1.101.3.4.2.1"), ZARV_OK);
+      ASSERT_EQ(ZARV_SetP1Signature(h, "1.2.840.10045.4.3.2", Bytes(row.signatureSize, 0x5A)), ZARV_OK);
+    }
+    Bytes dtbs;
+    Bytes encoded;
+    ASSERT_EQ(ZARV_GetDTBS(h, &dtbs), ZARV_OK);
+    ASSERT_EQ(ZARV_EncodeSignerInfo(h, &encoded), ZARV_OK);
+    ASSERT_EQ(ZARV_ReleaseSignerInfo(h), ZARV_OK);
+    CvelP7SignerInfo decoded;
+    ASSERT_EQ(decodeFirst(encoded, decoded), kCvelOk) << row.rounds;
+    EXPECT_EQ(toHex(decoded.signerIdentifier()), toHex(issuerSerial)) << row.rounds;
+    EXPECT_EQ(toHex(decoded.digestAlgorithm()), "300D06096086480165030402010500") << row.rounds;
+    EXPECT_EQ(toHex(decoded.signatureAlgorithm()), "300A06082A8648CE3D040302") << row.rounds;
+    EXPECT_EQ(toHex(decoded.signatureValue()), toHex(Bytes(row.signatureSize, 0x5A))) << row.rounds;
+  }
+}
+
 TEST(CvelP7SignerInfo, FieldsUnderOtherTagsEndTheReadingQuietly) {
   const std::string sid = "3003020107";
   const std::string sha1 = "300906052B0E03021A0500";
