@@ -11,7 +11,7 @@
 #include "asn1/cvel_non_copy_object.h"
 #include "asn1/cvel_string.h"
 
-class CvelCertificateExtension : public CvelNonCopyObject {
+class CvelCertificateExtension final : public CvelNonCopyObject {
  public:
   int32_t id() const { return id_; }
   const CvelString& oid() const { return oid_; }
@@ -27,7 +27,7 @@ class CvelCertificateExtension : public CvelNonCopyObject {
   CvelString value_;
 };
 
-class CvelCertificateExtensions : public CvelBlockArray<CvelCertificateExtension>, public CvelNonCopyObject {
+class CvelCertificateExtensions final : public CvelBlockArray<CvelCertificateExtension>, public CvelNonCopyObject {
  public:
   // Empties the list and decodes the Extensions SEQUENCE read as the next element of reader (the first
   // element of der when null). 0 when that element is not a SEQUENCE. With keep kView the records' OIDs and

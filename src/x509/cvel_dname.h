@@ -10,7 +10,7 @@
 #include "asn1/cvel_non_copy_object.h"
 #include "asn1/cvel_string.h"
 
-class CvelRDName : public CvelNonCopyObject {
+class CvelRDName final : public CvelNonCopyObject {
  public:
   // Reads the AttributeTypeAndValue SEQUENCE that `element` has just read: its OBJECT IDENTIFIER into type
   // (and typeId from the registry), the following element into value. 0 when the first child is not an OID.
@@ -48,7 +48,7 @@ struct CvelNameScan {
   bool complete() const { return count <= kKept; }
 };
 
-class CvelDName : public CvelBlockArray<CvelRDName>, public CvelNonCopyObject {
+class CvelDName final : public CvelBlockArray<CvelRDName>, public CvelNonCopyObject {
  public:
   // Decodes a Name read as the next element of reader (the first element of der when reader is null).
   // kCvelOk, 0 when the element is not a SEQUENCE of SETs or holds no attribute, kCvelErrMalformed when an
