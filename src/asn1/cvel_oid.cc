@@ -285,7 +285,9 @@ struct RegistryIndex {
   static constexpr uint64_t kMixer = 0x9E3779B97F4A7C15u;  // 2^64 / golden ratio
   static constexpr int kMixerShift = 32;
 
-  RegistryIndex() {
+  // Out of line: inlined into registry(), which every lookup calls, it made each call save and restore every
+  // register the construction uses.
+  [[gnu::noinline]] RegistryIndex() {
     for (const RegistryRow& row : kRegistry) byDer.push_back({registryDer(row.dotted), row.kind, row.dotted});
     std::sort(byDer.begin(), byDer.end(), [](const Entry& a, const Entry& b) { return a.der < b.der; });
     std::fill(std::begin(slots), std::end(slots), kEmptySlot);

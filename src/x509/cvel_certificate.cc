@@ -257,8 +257,9 @@ void CvelCertificate::decodeNamesAndExtensions() {
     static_cast<void>(issuerName_.parse(issuer_, nullptr, CvelKeep::kView));
   }
   static_cast<void>(subjectName_.parseName(subject_, subject, CvelKeep::kView, &blocks_));
-  if (extensionsElement_.isEmpty()) return;
-  static_cast<void>(extensions_.decode(extensionsElement_, nullptr, CvelKeep::kView, &blocks_));
+  if (haveRecords) {
+    static_cast<void>(extensions_.decodeCounted(extensionsElement_, records, recordCount, CvelKeep::kView, &blocks_));
+  }
 }
 
 bool CvelCertificate::parseAttributeCertificate(const CvelA1Context& tbsElement) {

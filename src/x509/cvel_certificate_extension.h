@@ -39,6 +39,9 @@ class CvelCertificateExtensions final : public CvelBlockArray<CvelCertificateExt
   // fresh cursor makes der itself the run of records. kCvelOk (also for no records).
   CvelResult decodeRecords(const CvelString& der, const CvelA1Context& element, CvelKeep keep = CvelKeep::kCopy,
                            CvelBlockStore* store = nullptr);
+  // decodeRecords for a caller that has counted the records with countRecords: count is that number.
+  CvelResult decodeCounted(const CvelString& der, const CvelA1Context& element, uint32_t count, CvelKeep keep,
+                           CvelBlockStore* store);
   // The records decodeRecords would read from the element `element` has just read.
   static uint32_t countRecords(const CvelString& der, const CvelA1Context& element);
   // Number of records with this registry id; the index-th match is lent through out (set to null first;
