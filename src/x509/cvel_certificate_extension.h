@@ -21,10 +21,11 @@ class CvelCertificateExtension final : public CvelNonCopyObject {
 
  private:
   friend class CvelCertificateExtensions;
-  int32_t id_ = 0;
+  // The strings first, the small fields together behind them: 48 bytes an entry on 64-bit targets.
   CvelString oid_;
-  bool critical_ = false;
   CvelString value_;
+  int32_t id_ = 0;
+  bool critical_ = false;
 };
 
 class CvelCertificateExtensions final : public CvelBlockArray<CvelCertificateExtension>, public CvelNonCopyObject {

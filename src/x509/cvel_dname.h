@@ -28,10 +28,12 @@ class CvelRDName final : public CvelNonCopyObject {
   uint32_t extra() const { return extra_; }
 
  private:
-  int32_t typeId_ = 0;
+  // The strings first and the two 32-bit fields together: 64 bytes an entry on 64-bit targets, so that the
+  // block of a certificate's names and extensions stays small.
   CvelString text_;
   CvelString type_;
   CvelString value_;
+  int32_t typeId_ = 0;
   uint32_t extra_ = 0;
 };
 
