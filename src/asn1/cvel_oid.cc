@@ -372,6 +372,13 @@ const RegistryIndex& registry() {
   return index;
 }
 
+// The lookup of an element the short tables do not hold. Out of line, so that the lookups the tables answer
+// (nearly all of a certificate's) do not pay for the registers the search uses.
+[[gnu::noinline]] int32_t kindByHash(const RegistryIndex& index, const unsigned char* element, uint32_t n) {
+  const RegistryIndex::Entry* found = index.find(std::string_view(reinterpret_cast<const char*>(element), n));
+  return found == nullptr ? kOidUnknown : found->kind;
+}
+
 // One arc as the converter writes it: five 7-bit groups from the top. A group of value zero is left out, and
 // the continuation bit is set on every group written except the one at bit position 0, so 128 becomes the
 // single octet 0x81 and 16384 the single octet 0x81 as well. Hosts depend on exactly these octets; only the
@@ -495,9 +502,7 @@ int32_t kindOf(const void* der, uint32_t n) {
   const RegistryIndex& index = registry();
   int32_t kind = kOidUnknown;
   if (index.shortKind(p, length + 2, kind)) return kind;
-  std::string_view element(reinterpret_cast<const char*>(p), length + 2);
-  const RegistryIndex::Entry* found = index.find(element);
-  return found == nullptr ? kOidUnknown : found->kind;
+  return kindByHash(index, p, length + 2);
 }
 
 const char* dottedOfKind(int32_t kind) {
