@@ -87,6 +87,8 @@ CvelResult CvelCertificate::parse(const void* bytes, uint32_t n) {
 }
 
 void CvelCertificate::stripPemArmour() {
+  // The marker's first character has no case: DER, which starts otherwise, skips the comparison.
+  if (encoded_.isEmpty() || encoded_.data()[0] != kPemBegin[0]) return;
   if (!encoded_.startsWithNoCase(kPemBegin)) return;
   uint32_t from = sizeof(kPemBegin) - 1;
   while (from < encoded_.length() && (encoded_.data()[from] == '\r' || encoded_.data()[from] == '\n')) ++from;

@@ -41,7 +41,8 @@ class CvelRDName final : public CvelNonCopyObject {
 // (SETs and SEQUENCEs read the same way as the parse reads them), and the cursors of the first few. A name
 // of up to that many attributes (nearly every one) is then parsed from them without a second walk.
 struct CvelNameScan {
-  static constexpr uint32_t kKept = 16;
+  // Names of the Mozilla roots hold 2 to 6 attributes: every cursor kept is set up with each scan.
+  static constexpr uint32_t kKept = 8;
   CvelA1Context element;  // has just read the Name SEQUENCE
   CvelA1Context at[kKept];
   uint32_t count = 0;
