@@ -10,6 +10,8 @@ namespace {
 
 constexpr char kPemBegin[] = "-----BEGIN CERTIFICATE-----";
 constexpr char kPemEnd[] = "-----END CERTIFICATE-----";
+// A header of one identifier octet and a short length.
+constexpr uint32_t kShortHeader = 2;
 // Base64 of a SEQUENCE with a long-form length starts with this letter; nothing else is taken as base64.
 constexpr unsigned char kBase64SequenceLead = 'M';
 
@@ -181,9 +183,16 @@ bool CvelCertificate::readValidity(const CvelA1Context& validityElement) {
   CvelA1Context times;
   times.enterElementOf(validityElement);
   for (CvelTime* field : {&notBefore_, &notAfter_}) {
-    if (times.next(encoded_) < 0) break;
+    const int32_t tag = times.next(encoded_);
+    if (tag < 0) break;
     CvelString element;
     if (!times.elementView(encoded_, element)) break;
+    if ((tag == kTagUtcTime || tag == kTagGeneralizedTime) && times.headerLength() == kShortHeader) {
+      // What the decoder would read from that image: the same header, then the text inside it.
+      CvelString text;
+      if (times.contentView(encoded_, text)) static_cast<void>(field->parse(text));
+      continue;
+    }
     static_cast<void>(field->decode(element, nullptr));
   }
   return true;
