@@ -200,8 +200,9 @@ bool CvelCertificate::readValidity(const CvelA1Context& validityElement) {
 
 bool CvelCertificate::parsePublicKeyCertificate(const CvelA1Context& tbsElement) {
   const bool complete = slicePublicKeyCertificate(tbsElement);
-  // Also after a walk that failed: the names and extensions it reached are decoded all the same.
-  decodeNamesAndExtensions();
+  // Also after a walk that failed: the names and extensions it reached are decoded all the same, when first
+  // read.
+  namesPending_.store(true, std::memory_order_release);
   return complete;
 }
 
@@ -241,7 +242,14 @@ bool CvelCertificate::slicePublicKeyCertificate(const CvelA1Context& tbsElement)
 // The names and the extensions from their slices, their entries made in one block sized for all three. A
 // slice the walk did not reach is empty and decodes to nothing, as if it had not been decoded; a Name or an
 // extension list that does not decode leaves the certificate parsed.
-void CvelCertificate::decodeNamesAndExtensions() {
+void CvelCertificate::decodeOnce() const {
+  std::lock_guard<std::mutex> hold(decodeLock_);
+  if (!namesPending_.load(std::memory_order_relaxed)) return;
+  decodeNamesAndExtensions();
+  namesPending_.store(false, std::memory_order_release);
+}
+
+void CvelCertificate::decodeNamesAndExtensions() const {
   // Each slice is a SEQUENCE or empty. The issuer is a Name when its first child is a SET (GeneralNames
   // otherwise); the subject always.
   CvelNameScan issuer;
@@ -335,6 +343,7 @@ CvelResult CvelCertificate::parse() {
   linked_.clear();
   // The names and extensions may view the DER about to be replaced or re-read: they go with the slices,
   // and give their entries back to the block store before it is filled again.
+  namesPending_.store(false, std::memory_order_relaxed);
   extensions_.release();
   issuerName_.reset();
   subjectName_.reset();
@@ -358,7 +367,7 @@ CvelResult CvelCertificate::parse() {
 
 CvelResult CvelCertificate::getIssuer(CvelString& out) const {
   if (kind_ != kAttributeCertificate) return out.assign(issuer_);
-  return issuerName_.getEncoded(out);
+  return issuerName().getEncoded(out);
 }
 
 CvelResult CvelCertificate::getIssuerSerial(CvelString& out) const {
@@ -373,7 +382,7 @@ CvelResult CvelCertificate::getIssuerSerial(CvelString& out) const {
 CvelResult CvelCertificate::getExtension(const CvelString& oid, CvelString& value, bool* critical,
                                          uint32_t index) const {
   CvelCertificateExtension* found = nullptr;
-  CvelResult r = extensions_.findByOid(oid, index, &found);
+  CvelResult r = extensions().findByOid(oid, index, &found);
   if (r != kCvelOk) return r;
   if (critical != nullptr) *critical = found->critical();
   return value.assign(found->value());
@@ -381,7 +390,7 @@ CvelResult CvelCertificate::getExtension(const CvelString& oid, CvelString& valu
 
 CvelResult CvelCertificate::getGenerationDate(CvelTime& out, int flag) const {
   CvelCertificateExtension* found = nullptr;
-  if (extensions_.countById(kOidDateOfCertGeneration, &found, 0) != kCvelOk || found == nullptr)
+  if (extensions().countById(kOidDateOfCertGeneration, &found, 0) != kCvelOk || found == nullptr)
     return kCvelErrMalformed;
   // The value is an OCTET STRING around the time.
   CvelA1Context octets;
