@@ -239,9 +239,7 @@ bool CvelCertificate::slicePublicKeyCertificate(const CvelA1Context& tbsElement)
   return tag == CvelA1Context::kEnd;
 }
 
-// The names and the extensions from their slices, their entries made in one block sized for all three. A
-// slice the walk did not reach is empty and decodes to nothing, as if it had not been decoded; a Name or an
-// extension list that does not decode leaves the certificate parsed.
+// The first reader decodes; a reader that waited on the lock finds the work done.
 void CvelCertificate::decodeOnce() const {
   std::lock_guard<std::mutex> hold(decodeLock_);
   if (!namesPending_.load(std::memory_order_relaxed)) return;
@@ -249,6 +247,9 @@ void CvelCertificate::decodeOnce() const {
   namesPending_.store(false, std::memory_order_release);
 }
 
+// The names and the extensions from their slices, their entries made in one block sized for all three. A
+// slice the walk did not reach is empty and decodes to nothing, as if it had not been decoded; a Name or an
+// extension list that does not decode leaves the certificate parsed.
 void CvelCertificate::decodeNamesAndExtensions() const {
   // Each slice is a SEQUENCE or empty. The issuer is a Name when its first child is a SET (GeneralNames
   // otherwise); the subject always.

@@ -108,6 +108,7 @@ class CvelCertificate : public CvelNonCopyObject {
   const CvelTime& notAfter() const { return notAfter_; }
   // A public-key certificate's names and extensions are decoded when one of them is first read (see
   // decodePending): the parse's result does not depend on them, and what they hold is the same either way.
+  // Like the slices, they read encoded() as the parse left it: change it only to parse again.
   const CvelCertificateIssuer& issuerName() const {
     decodePending();
     return issuerName_;
