@@ -10,18 +10,6 @@ constexpr CvelA1HeaderRules kMemoryRules = {.highTagNumbers = true, .endOfConten
 
 }  // namespace
 
-void CvelA1Context::copyState(const CvelA1Context& other) {
-  start_ = other.start_;
-  position_ = other.position_;
-  limit_ = other.limit_;
-  tag_ = other.tag_;
-  headerLength_ = other.headerLength_;
-  contentOffset_ = other.contentOffset_;
-  contentLength_ = other.contentLength_;
-  moreFollows_ = other.moreFollows_;
-  lenient_ = other.lenient_;
-}
-
 int32_t CvelA1Context::nextGeneral(const CvelString& s) {
   tag_ = kNoTag;
   const uint32_t size = s.length();
@@ -73,14 +61,3 @@ CvelResult CvelA1Context::getContent(const CvelString& s, CvelString& out) const
   return out.assign(s.data() + contentOffset_, contentLength_);
 }
 
-bool CvelA1Context::elementView(const CvelString& s, CvelString& out) const {
-  if (!elementInside(s)) {
-    out.release();
-    return false;
-  }
-  return out.setView(s, elementOffset(), elementLength()) == kCvelOk;
-}
-
-bool CvelA1Context::contentView(const CvelString& s, CvelString& out) const {
-  return out.setView(s, this) == kCvelOk;
-}

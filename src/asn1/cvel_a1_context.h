@@ -49,7 +49,17 @@ class CvelA1Context {
   }
 
   // An exact copy of another cursor, position and element included (operator= makes a child instead).
-  void copyState(const CvelA1Context& other);
+  void copyState(const CvelA1Context& other) {
+    start_ = other.start_;
+    position_ = other.position_;
+    limit_ = other.limit_;
+    tag_ = other.tag_;
+    headerLength_ = other.headerLength_;
+    contentOffset_ = other.contentOffset_;
+    contentLength_ = other.contentLength_;
+    moreFollows_ = other.moreFollows_;
+    lenient_ = other.lenient_;
+  }
 
   // Reads the element at the position: its tag (non-negative), kEnd or kOverrun.
   int32_t next(const CvelString& s) {
@@ -93,8 +103,20 @@ class CvelA1Context {
   }
   // A view into s of the whole element last read, or of its content: false, with out released, when the
   // element does not lie wholly inside s.
-  bool elementView(const CvelString& s, CvelString& out) const;
-  bool contentView(const CvelString& s, CvelString& out) const;
+  bool elementView(const CvelString& s, CvelString& out) const {
+    if (!elementInside(s)) {
+      out.release();
+      return false;
+    }
+    return out.setView(s, elementOffset(), elementLength()) == kCvelOk;
+  }
+  bool contentView(const CvelString& s, CvelString& out) const {
+    if (!elementInside(s)) {
+      out.release();
+      return false;
+    }
+    return out.setView(s, contentOffset_, contentLength_) == kCvelOk;
+  }
   // Back to the start of the range, as if nothing had been read.
   void rewind();
 

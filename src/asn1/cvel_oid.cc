@@ -285,7 +285,9 @@ struct RegistryIndex {
   static constexpr uint64_t kMixer = 0x9E3779B97F4A7C15u;  // 2^64 / golden ratio
   static constexpr int kMixerShift = 32;
 
-  RegistryIndex() {
+  // Out of line: inlined into registry(), which every lookup calls, it made each call save and restore every
+  // register the construction uses.
+  [[gnu::noinline]] RegistryIndex() {
     for (const RegistryRow& row : kRegistry) byDer.push_back({registryDer(row.dotted), row.kind, row.dotted});
     std::sort(byDer.begin(), byDer.end(), [](const Entry& a, const Entry& b) { return a.der < b.der; });
     std::fill(std::begin(slots), std::end(slots), kEmptySlot);
@@ -368,6 +370,13 @@ struct RegistryIndex {
 const RegistryIndex& registry() {
   static const RegistryIndex index;
   return index;
+}
+
+// The lookup of an element the short tables do not hold. Out of line, so that the lookups the tables answer
+// (nearly all of a certificate's) do not pay for the registers the search uses.
+[[gnu::noinline]] int32_t kindByHash(const RegistryIndex& index, const unsigned char* element, uint32_t n) {
+  const RegistryIndex::Entry* found = index.find(std::string_view(reinterpret_cast<const char*>(element), n));
+  return found == nullptr ? kOidUnknown : found->kind;
 }
 
 // One arc as the converter writes it: five 7-bit groups from the top. A group of value zero is left out, and
@@ -493,9 +502,7 @@ int32_t kindOf(const void* der, uint32_t n) {
   const RegistryIndex& index = registry();
   int32_t kind = kOidUnknown;
   if (index.shortKind(p, length + 2, kind)) return kind;
-  std::string_view element(reinterpret_cast<const char*>(p), length + 2);
-  const RegistryIndex::Entry* found = index.find(element);
-  return found == nullptr ? kOidUnknown : found->kind;
+  return kindByHash(index, p, length + 2);
 }
 
 const char* dottedOfKind(int32_t kind) {

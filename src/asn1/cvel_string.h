@@ -110,8 +110,9 @@ class CvelString {
   // Grows an owned buffer to hold `extra` more bytes plus the terminator, keeping the content.
   bool reserveMore(uint32_t extra);
 
-  uint32_t length_ = 0;
+  // The pointer first, so that the two 32-bit fields share one word: 16 bytes on 64-bit targets.
   unsigned char* data_ = nullptr;
+  uint32_t length_ = 0;
   uint32_t capacity_ = 0;
 
   // Length and capacity are 32-bit on every target, so that the view marker is the same value everywhere.

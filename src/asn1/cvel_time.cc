@@ -16,11 +16,30 @@ constexpr uint32_t kOffsetLength = 5;      // +hhmm
 constexpr uint32_t kOffsetMinText = 6;
 constexpr char kCenturyBreak = '5';        // two-digit years from 50 on are 19xx
 constexpr uint32_t kTextBuffer = 32;
+// The two forms DER writes a time in: YYMMDDhhmmssZ and YYYYMMDDhhmmssZ.
+constexpr uint32_t kDerUtcLength = 13;
+constexpr uint32_t kDerGeneralizedLength = 15;
+// Characters behind the year in both: MMDDhhmmss and Z.
+constexpr uint32_t kDerAfterYear = 11;
+constexpr int32_t kCentury20 = 2000;
+constexpr int32_t kCentury19 = 1900;
 
 int32_t digitsValue(const char* p, int n) {
   int32_t v = 0;
   for (int i = 0; i < n; ++i) v = v * 10 + (p[i] - '0');
   return v;
+}
+
+bool allDigits(const char* p, uint32_t n) {
+  for (uint32_t i = 0; i < n; ++i) {
+    if (p[i] < '0' || p[i] > '9') return false;
+  }
+  return true;
+}
+
+// A time in one of the DER forms: digits, then Z as the last character.
+bool isDerForm(const char* p, uint32_t n) {
+  return (n == kDerUtcLength || n == kDerGeneralizedLength) && p[n - 1] == 'Z' && allDigits(p, n - 1);
 }
 
 }  // namespace
@@ -66,6 +85,19 @@ CvelResult CvelTime::parse(const void* text, uint32_t n) {
   if (n == 0) return kCvelNone;
   if (text == nullptr) return kCvelErrBadParameter;
   const char* p = static_cast<const char*>(text);
+  if (isDerForm(p, n)) {
+    // Read in place: the same fields as the general reading below gives these texts.
+    const uint32_t yearDigits = n - kDerAfterYear;
+    year_ = yearDigits == 2 ? (p[0] < kCenturyBreak ? kCentury20 : kCentury19) + digitsValue(p, 2) : digitsValue(p, 4);
+    const char* rest = p + yearDigits;
+    month_ = digitsValue(rest, 2);
+    day_ = digitsValue(rest + 2, 2);
+    hour_ = digitsValue(rest + 4, 2);
+    minute_ = digitsValue(rest + 6, 2);
+    second_ = digitsValue(rest + 8, 2);
+    state_ = kValid;
+    return kCvelOk;
+  }
   // A time-zone offset is cut off and not applied: the fields are taken as written.
   if (n > kOffsetMinText && (p[n - kOffsetLength] == '+' || p[n - kOffsetLength] == '-')) n -= kOffsetLength;
 

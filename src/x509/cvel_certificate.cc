@@ -10,6 +10,8 @@ namespace {
 
 constexpr char kPemBegin[] = "-----BEGIN CERTIFICATE-----";
 constexpr char kPemEnd[] = "-----END CERTIFICATE-----";
+// A header of one identifier octet and a short length.
+constexpr uint32_t kShortHeader = 2;
 // Base64 of a SEQUENCE with a long-form length starts with this letter; nothing else is taken as base64.
 constexpr unsigned char kBase64SequenceLead = 'M';
 
@@ -87,6 +89,8 @@ CvelResult CvelCertificate::parse(const void* bytes, uint32_t n) {
 }
 
 void CvelCertificate::stripPemArmour() {
+  // The marker's first character has no case: DER, which starts otherwise, skips the comparison.
+  if (encoded_.isEmpty() || encoded_.data()[0] != kPemBegin[0]) return;
   if (!encoded_.startsWithNoCase(kPemBegin)) return;
   uint32_t from = sizeof(kPemBegin) - 1;
   while (from < encoded_.length() && (encoded_.data()[from] == '\r' || encoded_.data()[from] == '\n')) ++from;
@@ -179,9 +183,16 @@ bool CvelCertificate::readValidity(const CvelA1Context& validityElement) {
   CvelA1Context times;
   times.enterElementOf(validityElement);
   for (CvelTime* field : {&notBefore_, &notAfter_}) {
-    if (times.next(encoded_) < 0) break;
+    const int32_t tag = times.next(encoded_);
+    if (tag < 0) break;
     CvelString element;
     if (!times.elementView(encoded_, element)) break;
+    if ((tag == kTagUtcTime || tag == kTagGeneralizedTime) && times.headerLength() == kShortHeader) {
+      // What the decoder would read from that image: the same header, then the text inside it.
+      CvelString text;
+      if (times.contentView(encoded_, text)) static_cast<void>(field->parse(text));
+      continue;
+    }
     static_cast<void>(field->decode(element, nullptr));
   }
   return true;
@@ -189,8 +200,9 @@ bool CvelCertificate::readValidity(const CvelA1Context& validityElement) {
 
 bool CvelCertificate::parsePublicKeyCertificate(const CvelA1Context& tbsElement) {
   const bool complete = slicePublicKeyCertificate(tbsElement);
-  // Also after a walk that failed: the names and extensions it reached are decoded all the same.
-  decodeNamesAndExtensions();
+  // Also after a walk that failed: the names and extensions it reached are decoded all the same, when first
+  // read.
+  namesPending_.store(true, std::memory_order_release);
   return complete;
 }
 
@@ -227,10 +239,18 @@ bool CvelCertificate::slicePublicKeyCertificate(const CvelA1Context& tbsElement)
   return tag == CvelA1Context::kEnd;
 }
 
+// The first reader decodes; a reader that waited on the lock finds the work done.
+void CvelCertificate::decodeOnce() const {
+  std::lock_guard<std::mutex> hold(decodeLock_);
+  if (!namesPending_.load(std::memory_order_relaxed)) return;
+  decodeNamesAndExtensions();
+  namesPending_.store(false, std::memory_order_release);
+}
+
 // The names and the extensions from their slices, their entries made in one block sized for all three. A
 // slice the walk did not reach is empty and decodes to nothing, as if it had not been decoded; a Name or an
 // extension list that does not decode leaves the certificate parsed.
-void CvelCertificate::decodeNamesAndExtensions() {
+void CvelCertificate::decodeNamesAndExtensions() const {
   // Each slice is a SEQUENCE or empty. The issuer is a Name when its first child is a SET (GeneralNames
   // otherwise); the subject always.
   CvelNameScan issuer;
@@ -257,8 +277,9 @@ void CvelCertificate::decodeNamesAndExtensions() {
     static_cast<void>(issuerName_.parse(issuer_, nullptr, CvelKeep::kView));
   }
   static_cast<void>(subjectName_.parseName(subject_, subject, CvelKeep::kView, &blocks_));
-  if (extensionsElement_.isEmpty()) return;
-  static_cast<void>(extensions_.decode(extensionsElement_, nullptr, CvelKeep::kView, &blocks_));
+  if (haveRecords) {
+    static_cast<void>(extensions_.decodeCounted(extensionsElement_, records, recordCount, CvelKeep::kView, &blocks_));
+  }
 }
 
 bool CvelCertificate::parseAttributeCertificate(const CvelA1Context& tbsElement) {
@@ -323,6 +344,7 @@ CvelResult CvelCertificate::parse() {
   linked_.clear();
   // The names and extensions may view the DER about to be replaced or re-read: they go with the slices,
   // and give their entries back to the block store before it is filled again.
+  namesPending_.store(false, std::memory_order_relaxed);
   extensions_.release();
   issuerName_.reset();
   subjectName_.reset();
@@ -346,7 +368,7 @@ CvelResult CvelCertificate::parse() {
 
 CvelResult CvelCertificate::getIssuer(CvelString& out) const {
   if (kind_ != kAttributeCertificate) return out.assign(issuer_);
-  return issuerName_.getEncoded(out);
+  return issuerName().getEncoded(out);
 }
 
 CvelResult CvelCertificate::getIssuerSerial(CvelString& out) const {
@@ -361,7 +383,7 @@ CvelResult CvelCertificate::getIssuerSerial(CvelString& out) const {
 CvelResult CvelCertificate::getExtension(const CvelString& oid, CvelString& value, bool* critical,
                                          uint32_t index) const {
   CvelCertificateExtension* found = nullptr;
-  CvelResult r = extensions_.findByOid(oid, index, &found);
+  CvelResult r = extensions().findByOid(oid, index, &found);
   if (r != kCvelOk) return r;
   if (critical != nullptr) *critical = found->critical();
   return value.assign(found->value());
@@ -369,7 +391,7 @@ CvelResult CvelCertificate::getExtension(const CvelString& oid, CvelString& valu
 
 CvelResult CvelCertificate::getGenerationDate(CvelTime& out, int flag) const {
   CvelCertificateExtension* found = nullptr;
-  if (extensions_.countById(kOidDateOfCertGeneration, &found, 0) != kCvelOk || found == nullptr)
+  if (extensions().countById(kOidDateOfCertGeneration, &found, 0) != kCvelOk || found == nullptr)
     return kCvelErrMalformed;
   // The value is an OCTET STRING around the time.
   CvelA1Context octets;

@@ -4,9 +4,11 @@
 #ifndef KOLVARI_X509_CVEL_CERTIFICATE_H
 #define KOLVARI_X509_CVEL_CERTIFICATE_H
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <vector>
 
 #include "asn1/cvel_a1_context.h"
@@ -104,9 +106,21 @@ class CvelCertificate : public CvelNonCopyObject {
   int32_t version() const { return version_; }
   const CvelTime& notBefore() const { return notBefore_; }
   const CvelTime& notAfter() const { return notAfter_; }
-  const CvelCertificateIssuer& issuerName() const { return issuerName_; }
-  const CvelCertificateSubject& subjectName() const { return subjectName_; }
-  const CvelCertificateExtensions& extensions() const { return extensions_; }
+  // A public-key certificate's names and extensions are decoded when one of them is first read (see
+  // decodePending): the parse's result does not depend on them, and what they hold is the same either way.
+  // Like the slices, they read encoded() as the parse left it: change it only to parse again.
+  const CvelCertificateIssuer& issuerName() const {
+    decodePending();
+    return issuerName_;
+  }
+  const CvelCertificateSubject& subjectName() const {
+    decodePending();
+    return subjectName_;
+  }
+  const CvelCertificateExtensions& extensions() const {
+    decodePending();
+    return extensions_;
+  }
   // Policies and QC statements stay empty after a parse (intended: see decodePoliciesAndStatements).
   const CvelCertificatePolicies& policies() const { return policies_; }
   const CvelCertificateQcStatements& qcStatements() const { return qcStatements_; }
@@ -121,7 +135,11 @@ class CvelCertificate : public CvelNonCopyObject {
   bool isAttributeCertificate(const CvelA1Context& tbsElement) const;
   bool parsePublicKeyCertificate(const CvelA1Context& tbsElement);
   bool slicePublicKeyCertificate(const CvelA1Context& tbsElement);
-  void decodeNamesAndExtensions();
+  void decodePending() const {
+    if (namesPending_.load(std::memory_order_acquire)) decodeOnce();
+  }
+  void decodeOnce() const;
+  void decodeNamesAndExtensions() const;
   bool parseAttributeCertificate(const CvelA1Context& tbsElement);
   bool readValidity(const CvelA1Context& validityElement);
   void decodePoliciesAndStatements();
@@ -148,12 +166,16 @@ class CvelCertificate : public CvelNonCopyObject {
   int32_t version_ = 1;
   CvelTime notBefore_;
   CvelTime notAfter_;
+  // Set by the parse of a public-key certificate until its names and extensions are decoded. The decode
+  // runs once, under decodeLock_, so that threads reading one certificate may meet at it.
+  mutable std::atomic<bool> namesPending_{false};
+  mutable std::mutex decodeLock_;
   // The one block the entries of both names and of the extensions are made in; declared before them, so
   // that they give their entries back before it goes.
-  CvelBlockStore blocks_;
-  CvelCertificateIssuer issuerName_;
-  CvelCertificateSubject subjectName_;
-  CvelCertificateExtensions extensions_;
+  mutable CvelBlockStore blocks_;
+  mutable CvelCertificateIssuer issuerName_;
+  mutable CvelCertificateSubject subjectName_;
+  mutable CvelCertificateExtensions extensions_;
   CvelCertificatePolicies policies_;
   CvelCertificateQcStatements qcStatements_;
 };

@@ -37,12 +37,19 @@ CvelResult CvelCertificateExtensions::decode(const CvelString& der, CvelA1Contex
 
 CvelResult CvelCertificateExtensions::decodeRecords(const CvelString& der, const CvelA1Context& element,
                                                     CvelKeep keep, CvelBlockStore* store) {
+  // The records are counted first and made in one block.
+  return decodeCounted(der, element, countRecords(der, element), keep, store);
+}
+
+CvelResult CvelCertificateExtensions::decodeCounted(const CvelString& der, const CvelA1Context& element,
+                                                    uint32_t count, CvelKeep keep, CvelBlockStore* store) {
   clear();
+  // No record: the first child is not a SEQUENCE.
+  if (count == 0) return kCvelOk;
   CvelA1Context child;
   child.enterElementOf(element);
-  if (child.next(der) != kTagSequence) return kCvelOk;
-  // The records are counted first and made in one block.
-  uint32_t left = countRecords(der, element);
+  child.next(der);
+  uint32_t left = count;
   CvelCertificateExtension* block = makeElements(left, store);
   if (block == nullptr) left = 0;
   do {

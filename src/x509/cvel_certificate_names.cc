@@ -57,15 +57,6 @@ CvelResult CvelCertificateIssuer::parse(const CvelString& der, CvelA1Context* re
   return r;
 }
 
-CvelResult CvelCertificateIssuer::parseName(const CvelString& der, const CvelNameScan& scan, CvelKeep keep,
-                                            CvelBlockStore* store) {
-  form_ = kInvalid;
-  generalNames_.clear();
-  const CvelResult r = dname_.parseScanned(der, scan, keep, store);
-  if (r == kCvelOk) form_ = kName;
-  return r;
-}
-
 CvelResult CvelCertificateIssuer::getEncoded(CvelString& out) const {
   if (form_ == kName) return dname_.encode(out);
   if (form_ != kGeneralNames || generalNames_.size() != 1) return 0;
@@ -114,11 +105,3 @@ CvelResult CvelCertificateSubject::parse(const CvelString& der, CvelA1Context* r
   return r;
 }
 
-CvelResult CvelCertificateSubject::parseName(const CvelString& der, const CvelNameScan& scan, CvelKeep keep,
-                                             CvelBlockStore* store) {
-  form_ = kInvalid;
-  generalNames_.clear();
-  const CvelResult r = dname_.parseScanned(der, scan, keep, store);
-  if (r == kCvelOk) form_ = kName;
-  return r;
-}

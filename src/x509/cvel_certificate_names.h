@@ -29,55 +29,61 @@ class CvelBaseCertificateId : public CvelNonCopyObject {
   CvelString issuerUid_;
 };
 
-class CvelCertificateIssuer : public CvelNonCopyObject {
+// What the issuer and the subject share: a Name or GeneralNames, and the form that was decoded. FormValue is the
+// type of form(); kInvalidForm is its value when nothing decoded, 0 is the Name form in both.
+template <typename FormValue, FormValue kInvalidForm>
+class CvelCertificateNameForms : public CvelNonCopyObject {
  public:
-  enum Form : uint8_t { kName = 0, kGeneralNames = 1, kInvalid = 255 };
+  // The decode of a SEQUENCE already scanned as a Name (its first child a SET): the same results as the
+  // Name form of parse(), the attributes made in store when it has room.
+  CvelResult parseName(const CvelString& der, const CvelNameScan& scan, CvelKeep keep, CvelBlockStore* store) {
+    form_ = kInvalidForm;
+    generalNames_.clear();
+    const CvelResult r = dname_.parseScanned(der, scan, keep, store);
+    if (r == kCvelOk) form_ = kNameForm;
+    return r;
+  }
+
+  FormValue form() const { return form_; }
+  const CvelDName& dname() const { return dname_; }
+  const CvelGeneralNames& generalNames() const { return generalNames_; }
+
+ protected:
+  static constexpr FormValue kNameForm = 0;
+
+  FormValue form_ = kInvalidForm;
+  CvelDName dname_;
+  CvelGeneralNames generalNames_;
+};
+
+class CvelCertificateIssuer : public CvelCertificateNameForms<uint8_t, 255> {
+ public:
+  enum Form : uint8_t { kName = kNameForm, kGeneralNames = 1, kInvalid = 255 };
 
   // Decodes the issuer read as the next element of reader (first element of der when null): a Name when
   // the SEQUENCE's first child is a SET, GeneralNames otherwise. keep applies to the Name form.
   CvelResult parse(const CvelString& der, CvelA1Context* reader = nullptr, CvelKeep keep = CvelKeep::kCopy);
   // Back to no issuer: invalid form, nothing held.
   void reset();
-  // parse() of a SEQUENCE already scanned as a Name (its first child a SET): the same results, the
-  // attributes made in store when it has room.
-  CvelResult parseName(const CvelString& der, const CvelNameScan& scan, CvelKeep keep, CvelBlockStore* store);
   // Form 1 with a single directoryName: out = the Name element inside it, kCvelOk. Form 0 gives the
   // Name's encode() result (empty, 0); any other case 0.
   CvelResult getEncoded(CvelString& out) const;
-
-  uint8_t form() const { return form_; }
-  const CvelDName& dname() const { return dname_; }
-  const CvelGeneralNames& generalNames() const { return generalNames_; }
-
- private:
-  uint8_t form_ = kInvalid;
-  CvelDName dname_;
-  CvelGeneralNames generalNames_;
 };
 
-class CvelCertificateSubject : public CvelNonCopyObject {
+class CvelCertificateSubject : public CvelCertificateNameForms<int32_t, -1> {
  public:
-  enum Form : int32_t { kName = 0, kBaseCertificateId = 1, kGeneralNames = 2, kInvalid = -1 };
+  enum Form : int32_t { kName = kNameForm, kBaseCertificateId = 1, kGeneralNames = 2, kInvalid = -1 };
 
   // Decodes the subject (or holder) read as the next element of reader (first element of der when null):
   // SEQUENCE a Name, [0] a base-certificate identifier, [1] GeneralNames. keep applies to the Name form.
   CvelResult parse(const CvelString& der, CvelA1Context* reader = nullptr, CvelKeep keep = CvelKeep::kCopy);
   // Back to no subject: invalid form, no Name held.
   void reset();
-  // parse() of a SEQUENCE already scanned as a Name (its first child a SET): the same results, the
-  // attributes made in store when it has room.
-  CvelResult parseName(const CvelString& der, const CvelNameScan& scan, CvelKeep keep, CvelBlockStore* store);
 
-  int32_t form() const { return form_; }
-  const CvelDName& dname() const { return dname_; }
   const CvelBaseCertificateId& baseCertificateId() const { return baseCertificateId_; }
-  const CvelGeneralNames& generalNames() const { return generalNames_; }
 
  private:
-  int32_t form_ = kInvalid;
-  CvelDName dname_;
   CvelBaseCertificateId baseCertificateId_;
-  CvelGeneralNames generalNames_;
 };
 
 #endif  // KOLVARI_X509_CVEL_CERTIFICATE_NAMES_H

@@ -10,7 +10,7 @@
 #include "asn1/cvel_non_copy_object.h"
 #include "asn1/cvel_string.h"
 
-class CvelRDName : public CvelNonCopyObject {
+class CvelRDName final : public CvelNonCopyObject {
  public:
   // Reads the AttributeTypeAndValue SEQUENCE that `element` has just read: its OBJECT IDENTIFIER into type
   // (and typeId from the registry), the following element into value. 0 when the first child is not an OID.
@@ -28,10 +28,12 @@ class CvelRDName : public CvelNonCopyObject {
   uint32_t extra() const { return extra_; }
 
  private:
-  int32_t typeId_ = 0;
+  // The strings first and the two 32-bit fields together: 64 bytes an entry on 64-bit targets, so that the
+  // block of a certificate's names and extensions stays small.
   CvelString text_;
   CvelString type_;
   CvelString value_;
+  int32_t typeId_ = 0;
   uint32_t extra_ = 0;
 };
 
@@ -39,7 +41,8 @@ class CvelRDName : public CvelNonCopyObject {
 // (SETs and SEQUENCEs read the same way as the parse reads them), and the cursors of the first few. A name
 // of up to that many attributes (nearly every one) is then parsed from them without a second walk.
 struct CvelNameScan {
-  static constexpr uint32_t kKept = 16;
+  // Names of the Mozilla roots hold 2 to 6 attributes: every cursor kept is set up with each scan.
+  static constexpr uint32_t kKept = 8;
   CvelA1Context element;  // has just read the Name SEQUENCE
   CvelA1Context at[kKept];
   uint32_t count = 0;
@@ -48,7 +51,7 @@ struct CvelNameScan {
   bool complete() const { return count <= kKept; }
 };
 
-class CvelDName : public CvelBlockArray<CvelRDName>, public CvelNonCopyObject {
+class CvelDName final : public CvelBlockArray<CvelRDName>, public CvelNonCopyObject {
  public:
   // Decodes a Name read as the next element of reader (the first element of der when reader is null).
   // kCvelOk, 0 when the element is not a SEQUENCE of SETs or holds no attribute, kCvelErrMalformed when an

@@ -1,5 +1,7 @@
 #include "x509/cvel_certificate.h"
 
+#include <cstring>
+
 #include <gtest/gtest.h>
 
 #include "asn1/cvel_oid.h"
@@ -89,6 +91,35 @@ TEST(CvelCertificate, ParseOutcomes) {
     EXPECT_TRUE(c.der.empty() || cert.encoded().equals(c.der.data(), static_cast<uint32_t>(c.der.size()))) << c.what;
   }
   for (size_t n = 0; n < ee.size(); ++n) EXPECT_EQ(C().parse(ee.data(), static_cast<uint32_t>(n)), 0u) << n;
+}
+
+// The validity times a certificate keeps: DER forms read in place (the century of a two-digit year from its
+// first digit), other texts by the general reading, and a text that is no time leaves its fields cleared.
+TEST(CvelCertificate, ValidityTimes) {
+  struct Expected { int year, month, day, hour, minute, second, state; };
+  const struct { const char* notBefore; Expected t; } cases[] = {
+      {"261123023404Z", {2026, 11, 23, 2, 34, 4, CvelTime::kValid}},  // as the file holds it
+      {"491231235959Z", {2049, 12, 31, 23, 59, 59, CvelTime::kValid}},
+      {"500101000000Z", {1950, 1, 1, 0, 0, 0, CvelTime::kValid}},
+      {"26112302+0100", {2026, 11, 23, 2, 0, 0, CvelTime::kValid}},  // offset cut off, missing digits zero
+      {"26112302340AZ", {0, 0, 0, 0, 0, 0, CvelTime::kParsing}},
+      {"2611230234045", {0, 0, 0, 0, 0, 0, CvelTime::kParsing}},  // thirteen digits, no Z
+  };
+  auto fields = [](const CvelTime& t) {
+    return Expected{t.year(), t.month(), t.day(), t.hour(), t.minute(), t.second(), t.state()};
+  };
+  auto same = [](const Expected& a, const Expected& b) { return std::memcmp(&a, &b, sizeof a) == 0; };
+  for (const auto& c : cases) {
+    Bytes f = file("x509/v1-self-signed.der");  // notBefore UTCTime content at 77, 13 octets (asn1parse)
+    std::memcpy(f.data() + 77, c.notBefore, 13);
+    C cert;
+    ASSERT_EQ(parse(cert, f), kCvelOk) << c.notBefore;
+    EXPECT_TRUE(same(fields(cert.notBefore()), c.t)) << c.notBefore;
+  }
+  C cert;  // GeneralizedTime 00000101000001Z and 99991231235959Z
+  ASSERT_EQ(parse(cert, file("asn1crypto/9999-years-rsa-cert.pem")), kCvelOk);
+  EXPECT_TRUE(same(fields(cert.notBefore()), {0, 1, 1, 0, 0, 1, CvelTime::kValid}));
+  EXPECT_TRUE(same(fields(cert.notAfter()), {9999, 12, 31, 23, 59, 59, CvelTime::kValid}));
 }
 
 TEST(CvelCertificate, ANewParseForgetsTheNamesAndExtensionsOfTheEarlierDer) {
