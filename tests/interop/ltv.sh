@@ -6,7 +6,6 @@
 # hash of the signature value, `openssl cms -verify`), python3 asn1crypto and BouncyCastle, and shown by
 # `kolvari inspect`. Each failure case of the table gives one line on standard error and no output file.
 set -euo pipefail
-: "${KOLVARI_PLUGIN:?path of the plug-in}"
 
 bc_classpath=/usr/share/java/bcprov.jar:/usr/share/java/bcpkix.jar:/usr/share/java/bcutil.jar
 missing=()

@@ -8,7 +8,6 @@
 # revisions named), and a week later with the responder stopped for a signer certificate valid for one day.
 # A time-stamp authority that is down gives one line and no file.
 set -euo pipefail
-: "${KOLVARI_PLUGIN:?path of the plug-in}"
 missing=()
 for tool in pdfsig qpdf openssl /usr/bin/python3; do command -v "$tool" > /dev/null || missing+=("$tool"); done
 /usr/bin/python3 -c 'import asn1crypto' 2> /dev/null || missing+=(python3-asn1crypto)
