@@ -12,6 +12,7 @@
 #include <qpdf/QPDFObjectHandle.hh>
 #include <zlib.h>
 
+#include "io/bytes_order.h"
 #include "pdf/pdf_update.h"
 
 namespace {
@@ -28,7 +29,7 @@ struct StoreArray {
   const char* dssKey;
   const char* vriKey;
   std::vector<std::string> items;
-  std::map<Bytes, std::string> byData;
+  std::map<Bytes, std::string, BytesOrder> byData;
 };
 
 // The store's arrays as the file has them; a stream whose data cannot be read is kept, only not matched.
