@@ -9,7 +9,7 @@
 #include "kolvari/zarv.h"
 
 struct ZarvFunctions {
-  void* handle = nullptr;
+  void* handle = nullptr;  // the dlopen handle of a plug-in file; null in the linked table
   ZARV_Init_t init = nullptr;
   ZARV_GetEncoderProviderName_t getEncoderProviderName = nullptr;
   ZARV_GetSupportedEncoderList_t getSupportedEncoderList = nullptr;
