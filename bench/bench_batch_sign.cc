@@ -1,6 +1,6 @@
 // Batch signing, side by side with its floor: `kolvari sign --out-dir` (the tool's own code, run in this
-// process) signs N small files with an EC P-256 or RSA-2048 key file through the plug-in: hash, signed
-// attributes, signature, SignerInfo, container and file write, with the plug-in, key and certificate loaded
+// process) signs N small files with an EC P-256 or RSA-2048 key file through the linked library: hash,
+// signed attributes, signature, SignerInfo, container and file write, with the key and certificate loaded
 // once per batch. The floor is N bare EVP_DigestSign calls with the same key over input of the size of the
 // data to be signed; between them, the same run in memory (no file read or write). sig/s of the rows of
 // one key and N give the library's share of a signature. The jobs rows sign the same EC P-256 batch on one
@@ -40,7 +40,7 @@
 #include "signing/host_signer.h"
 #include "signing/signature_builder.h"
 #include "verify/verify_file.h"
-#include "zarv_plugin.h"
+#include "zarv_functions.h"
 
 namespace {
 
@@ -144,13 +144,13 @@ class MeasuringSigner : public HostSigner {
   KeyFileSigner inner_;
 };
 
-// The size of the data to be signed the plug-in makes for one of the input files; 0 on failure.
+// The size of the data to be signed the library makes for one of the input files; 0 on failure.
 size_t dtbsSize(const KeyKind& kind) {
   std::string error;
-  ZarvPlugin zarv;
+  const ZarvFunctions& zarv = ZarvFunctions::linked();
   PrivateKey key = readPrivateKey(workspace().keyPath(kind.file), error);
   std::vector<Bytes> certificate;
-  if (!zarv.load(KOLVARI_PLUGIN_PATH, error) || key == nullptr ||
+  if (key == nullptr ||
       !readCertificates(workspace().certPath(kind.file), certificate, error)) {
     return 0;
   }
@@ -177,7 +177,7 @@ void reportRate(benchmark::State& state, int files) {
 // `kolvari sign --key --cert --out-dir --force --quiet --jobs JOBS FILE...` over the first `files` inputs.
 Arguments toolArguments(const KeyKind& kind, int files, unsigned jobs) {
   Arguments args{"--key",   workspace().keyPath(kind.file).string(), "--cert", workspace().certPath(kind.file).string(),
-                 "--plugin", KOLVARI_PLUGIN_PATH, "--out-dir", workspace().outDir().string(), "--force", "--quiet",
+                 "--out-dir", workspace().outDir().string(), "--force", "--quiet",
                  "--jobs",   std::to_string(jobs)};
   args.insert(args.end(), workspace().inputs().begin(), workspace().inputs().begin() + files);
   return args;
@@ -195,9 +195,9 @@ void toolBatch(benchmark::State& state, const KeyKind& kind, int files) {
   reportRate(state, files);
 }
 
-// What a signing run in memory needs: the plug-in, the key, its certificate and the file contents, read once.
+// What a signing run in memory needs: the key, its certificate and the file contents, read once.
 struct MemoryBatch {
-  ZarvPlugin zarv;
+  const ZarvFunctions& zarv = ZarvFunctions::linked();
   std::unique_ptr<KeyFileSigner> signer;
   std::vector<Bytes> certificate;
   std::vector<Bytes> contents;
@@ -206,7 +206,7 @@ struct MemoryBatch {
     std::string error;
     PrivateKey key = workspace().ready() ? readPrivateKey(workspace().keyPath(kind.file), error) : nullptr;
     contents.resize(static_cast<size_t>(files));
-    bool ready = key != nullptr && zarv.load(KOLVARI_PLUGIN_PATH, error) &&
+    bool ready = key != nullptr &&
                  readCertificates(workspace().certPath(kind.file), certificate, error);
     for (int i = 0; ready && i < files; ++i) ready = readWholeFile(workspace().inputs()[i], contents[i]);
     if (!ready) return false;
@@ -215,7 +215,7 @@ struct MemoryBatch {
     return true;
   }
 
-  // Signs every content on jobs threads, the plug-in's signer-info calls under one lock as the tool does;
+  // Signs every content on jobs threads, the library's signer-info calls under one lock as the tool does;
   // false when a signature failed.
   bool sign(unsigned jobs) {
     const DigestChoice* digest = findDigest("sha256");
@@ -252,7 +252,7 @@ struct MemoryBatch {
 void inMemoryBatch(benchmark::State& state, const KeyKind& kind, int files) {
   MemoryBatch batch;
   if (!batch.load(kind, files)) {
-    state.SkipWithError("cannot load the plug-in, key or files");
+    state.SkipWithError("cannot load the key or files");
     return;
   }
   for (auto _ : state) {
@@ -289,7 +289,7 @@ constexpr double kFilesGoal = 1.5;
 void inMemoryJobs(benchmark::State& state, const KeyKind& kind, int files) {
   MemoryBatch batch;
   if (!batch.load(kind, files)) {
-    state.SkipWithError("cannot load the plug-in, key or files");
+    state.SkipWithError("cannot load the key or files");
     return;
   }
   double one = 0;

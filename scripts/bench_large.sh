@@ -5,8 +5,8 @@
 #   bash scripts/bench_large.sh [SIZE_MB]     (default 2048)
 # The file is random (AES-CTR of zeros, made quickly) in a temporary folder under $TMPDIR, removed at the
 # end; it is read once before the runs, so that each run finds it in the page cache alike when it fits. The
-# figures are /usr/bin/time's maximum resident set size and elapsed time (those of `time -v`). The tool and
-# the plug-in are taken from build/ (built there when missing) or from $KOLVARI and $KOLVARI_PLUGIN.
+# figures are /usr/bin/time's maximum resident set size and elapsed time (those of `time -v`). The tool is
+# taken from $KOLVARI, else from build/ (built there when missing).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 size_mb=${1:-2048}
@@ -17,10 +17,9 @@ fi
 [ -x /usr/bin/time ] || { echo "bench_large.sh: /usr/bin/time is missing (apt-get install time)" >&2; exit 1; }
 
 kolvari=${KOLVARI:-$root/build/bin/kolvari}
-plugin=${KOLVARI_PLUGIN:-$root/build/bin/libkolvari-pkcs7.so}
-if [ ! -x "$kolvari" ] || [ ! -f "$plugin" ]; then
+if [ ! -x "$kolvari" ]; then
   cmake -S "$root" -B "$root/build" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-  cmake --build "$root/build" -j2 --target kolvari kolvari-pkcs7
+  cmake --build "$root/build" -j2 --target kolvari
 fi
 
 work=$(mktemp -d)

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # The demo: builds the plug-in and the kolvari tool, makes a small test PKI with openssl (root CA,
-# intermediate CA, signer), signs a document through the plug-in as a host would, shows the signature with
+# intermediate CA, signer), signs a document with `kolvari sign` as a host would, shows the signature with
 # `kolvari inspect`, and has every verifier on the machine check it: `openssl cms -verify` always, GnuTLS
 # `certtool --p7-verify`, NSS `cmsutil` and python3 asn1crypto (with cryptography) when installed. Ends with
 # a summary and the report of `kolvari verify`. The files stay in build/demo. Exit status 1 when the signing
@@ -54,7 +54,7 @@ for c in root intermediate signer; do
   printf '%-13s %s\n' "$c:" "$(openssl x509 -in $c.pem -noout -subject -nameopt oneline | sed 's/^subject=//')"
 done
 
-section "signing document.txt through the plug-in (detached, SHA-256, ECDSA)"
+section "signing document.txt with kolvari sign (detached, SHA-256, ECDSA)"
 cat > document.txt <<'DOC'
 Kolvari PKCS7 Signature Encoder: demo document.
 The library built the signed attributes, the SignerInfo and the SignedData;

@@ -51,7 +51,7 @@ fi
 # Under memcheck the tool takes seconds to reach its PIN prompt: the token test waits that long to type.
 for s in "${scripts[@]}"; do
   echo "== $(basename "$s")"
-  if ! KOLVARI="$work/kolvari" KOLVARI_PLUGIN="$build/bin/libkolvari-pkcs7.so" KOLVARI_PIN_WAIT=20 \
+  if ! KOLVARI="$work/kolvari" KOLVARI_PIN_WAIT=20 \
        KOLVARI_TEST_DATA="$root/tests/data" bash "$s" >"$work/script.log" 2>&1; then
     tail -20 "$work/script.log" >&2
     echo "valgrind.sh: $(basename "$s") failed with the tool under memcheck" >&2

@@ -1,4 +1,8 @@
-// kolvari info: loads the plug-in exactly as a host would and prints what it says of itself.
+// kolvari info: loads the plug-in exactly as a host would and prints what it says of itself. The file is a
+// second copy of the library beside the core linked into the tool, and the two share no state: the plug-in
+// binds its internals to itself (hidden visibility, only ZARV_ exported), it is opened RTLD_LOCAL, and the tool
+// exports no ZARV_ symbol that could stand in for its own. So info reports the file as a host would see it, and
+// the core's process-wide state (OID converter, last error, logger) is never touched by it.
 #include <cstdio>
 #include <list>
 #include <memory>
@@ -7,7 +11,7 @@
 #include "cli/command_line.h"
 #include "cli/exit_status.h"
 #include "command_list.h"
-#include "zarv_plugin.h"
+#include "zarv_functions.h"
 
 namespace {
 
@@ -17,7 +21,7 @@ struct InfoOptions {
 
 int runInfo(const InfoOptions& o) {
   const std::string path = o.plugin.empty() ? defaultPluginPath() : o.plugin;
-  ZarvPlugin plugin;
+  ZarvFunctions plugin;  // from the file, never ZarvFunctions::linked()
   std::string error;
   if (!plugin.loadProvider(path, error)) {
     std::fprintf(stderr, "kolvari info: %s\n", error.c_str());

@@ -1,7 +1,7 @@
-// kolvari sign: the reference host. It loads the plug-in with dlopen, plays the host's part with OpenSSL
-// (keys, hashing, signing) or a PKCS#11 token (signing), and drives the library through the signing run:
-// signed attributes, data to be signed, signature, SignerInfo, container. Given many files it loads the
-// plug-in, the keys and the certificates once and signs each file in turn.
+// kolvari sign: the reference host. It plays the host's part with OpenSSL (keys, hashing, signing) or a
+// PKCS#11 token (signing), and drives the library linked into the tool through the ZARV_ calls of the signing
+// run: signed attributes, data to be signed, signature, SignerInfo, container. Given many files it loads the
+// keys and the certificates once and signs each file in turn.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -33,7 +33,7 @@
 #include "signing/output_file.h"
 #include "signing/pass_phrase.h"
 #include "signing/signature_builder.h"
-#include "zarv_plugin.h"
+#include "zarv_functions.h"
 
 namespace {
 
@@ -41,7 +41,7 @@ namespace {
 constexpr char kDerOrderVariable[] = "KOLVARI_DER_ATTRIBUTE_ORDER";
 constexpr char kPemLabel[] = "PKCS7";
 constexpr char kSignatureSuffix[] = ".p7s";
-// A test hook: "1" reads each input whole and has the plug-in encode an attached content itself, the
+// A test hook: "1" reads each input whole and has the library encode an attached content itself, the
 // reference that the streamed output is compared with.
 constexpr char kInMemoryVariable[] = "KOLVARI_IN_MEMORY";
 constexpr mode_t kCreateMode = 0666;  // less the umask, as any created file
@@ -69,7 +69,6 @@ struct SignOptions {
   bool attached = false;
   bool pem = false;
   std::string out;
-  std::string plugin;
   std::string outDir;
   bool force = false;
   bool quiet = false;
@@ -150,7 +149,7 @@ void defineOptions(CLI::App& app, SignOptions& o) {
                         "order (KOLVARI_DER_ATTRIBUTE_ORDER=1), which every verifier accepts and those that "
                         "re-encode the set (GnuTLS, BouncyCastle) need")
       ->group(content);
-  app.add_flag_callback("--der-order", [] {}, "DER SET OF order, the default (kept for older command lines)")
+  app.add_flag_callback("--der-order", [] {}, "DER SET OF order, the default (accepted; changes nothing)")
       ->group(content);
   addTimeStampOptions(app, o.services);
   addRevocationOptions(app, o.services);
@@ -170,7 +169,6 @@ void defineOptions(CLI::App& app, SignOptions& o) {
       ->option_text("N")
       ->check(jobsCount())
       ->group(output);
-  addValue(app, "--plugin", o.plugin, "PATH", "the plug-in to load")->group(output);
   addFiles(app, "FILE", o.inputs, "the files to sign");
 }
 
@@ -244,7 +242,7 @@ struct SigningSetup {
   std::vector<Bytes> signerCertificates;
   std::vector<Bytes> certificateHashes;  // made once, for every file
   ContainerRequest container;           // without signer infos
-  std::mutex libraryLock;               // the plug-in's signer-info calls, one thread at a time
+  std::mutex libraryLock;               // the library's signer-info calls, one thread at a time
 };
 
 bool hashSignerCertificates(const DigestChoice& digest, SigningSetup& s, std::string& error) {
@@ -283,7 +281,7 @@ bool loadSigners(const SignOptions& o, SigningSetup& s, std::string& error) {
   return true;
 }
 
-// An input as it is signed: streamed from its file, or held whole when the plug-in encodes it (the test
+// An input as it is signed: streamed from its file, or held whole when the library encodes it (the test
 // hook, or an attached signature of an input that cannot be read twice, a pipe).
 struct InputContent {
   ContentFile file;
@@ -309,8 +307,8 @@ bool hashInput(const SignOptions& o, const DigestChoice& digest, const std::stri
   return true;
 }
 
-// Writes the container: the plug-in's encoding as it is, or, for content streamed from the file, the
-// plug-in's encoding around an empty content with the file's bytes spliced in.
+// Writes the container: the library's encoding as it is, or, for content streamed from the file, the
+// library's encoding around an empty content with the file's bytes spliced in.
 bool writeContainer(const SignOptions& o, const std::string& input, const Bytes& message, InputContent& content,
                     std::string& error) {
   if (!o.attached || content.inMemory) {
@@ -326,7 +324,7 @@ bool writeContainer(const SignOptions& o, const std::string& input, const Bytes&
 
 // Signs one file with every signer and writes its signature. container is the caller's (one per thread):
 // its certificates and CRLs are the same for every file, only its content and signer infos change.
-bool signFile(const ZarvPlugin& zarv, const SignOptions& o, const DigestChoice* digest, SigningSetup& s,
+bool signFile(const ZarvFunctions& zarv, const SignOptions& o, const DigestChoice* digest, SigningSetup& s,
               ContainerRequest& container, const std::string& input, std::string& error) {
   if (!o.outDir.empty() && !checkOutput(outputPath(o.outDir, input), input, o.force, error)) return false;
   InputContent content;
@@ -387,16 +385,12 @@ int signWith(SignOptions& o) {
     return kExitFailure;
   }
 
-  // Set before the plug-in is loaded, so the library sees it when it builds the data to be signed.
+  // Set before the first signing call: the library reads it whenever it builds the data to be signed.
   if (o.derOrder ? setenv(kDerOrderVariable, "1", 1) != 0 : unsetenv(kDerOrderVariable) != 0) {
     std::fprintf(stderr, "kolvari sign: cannot set %s\n", kDerOrderVariable);
     return kExitFailure;
   }
-  ZarvPlugin zarv;
-  if (!zarv.load(o.plugin.empty() ? defaultPluginPath() : o.plugin, error)) {
-    std::fprintf(stderr, "kolvari sign: %s\n", error.c_str());
-    return kExitFailure;
-  }
+  const ZarvFunctions& zarv = ZarvFunctions::linked();
   zarv.init();
   // The progress line is for a person watching a batch; a script reads only the messages and the status.
   ProgressLine progress(o.inputs.size(), !o.outDir.empty() && !o.quiet && isatty(STDERR_FILENO) != 0);
@@ -441,11 +435,11 @@ int signWith(SignOptions& o) {
 }  // namespace
 
 ToolCommand signCommand() {
-  return {"sign", "sign files through the plug-in (OpenSSL hashes, a key file or a PKCS#11 token signs)",
-          "The reference host: loads the plug-in, hashes FILE and the signer certificate with OpenSSL, has the "
+  return {"sign", "sign files through the library (OpenSSL hashes, a key file or a PKCS#11 token signs)",
+          "The reference host: hashes FILE and the signer certificate with OpenSSL, has the "
           "library build the signed attributes, signs them (RSA PKCS #1 v1.5 or ECDSA) and has the library encode "
           "the SignerInfo and the SignedData. The signer is --key with --cert, --p12 or --pkcs11. Given many files "
-          "with --out-dir, the plug-in, the keys and the certificates are loaded once and each FILE gets "
+          "with --out-dir, the keys and the certificates are loaded once and each FILE gets "
           "DIR/FILE.p7s, --jobs files at a time, with the messages in the order of the files; a file that cannot be read or signed is reported and skipped, and the exit status is 1 "
           "when any was. A key that does not belong to its certificate is refused before anything is written. An "
           "output appears whole or not at all, also on a full disk or when the run is interrupted.",

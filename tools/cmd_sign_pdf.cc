@@ -1,5 +1,5 @@
 // kolvari sign-pdf: signs a PDF as a PAdES baseline signature. The PDF part (reading the input, the
-// incremental update, the byte range) lives in tools/pdf; the CMS is built by the plug-in as in `kolvari sign`,
+// incremental update, the byte range) lives in tools/pdf; the CMS is built by the linked library as in `kolvari sign`,
 // detached over the byte range, with no signing-time attribute (the time is the signature dictionary's /M).
 #include <cstdio>
 #include <cstdlib>
@@ -25,7 +25,7 @@
 #include "signing/output_file.h"
 #include "signing/pass_phrase.h"
 #include "signing/signature_builder.h"
-#include "zarv_plugin.h"
+#include "zarv_functions.h"
 
 namespace {
 
@@ -48,7 +48,6 @@ struct SignPdfOptions {
   PdfSignatureFields fields;
   bool derOrder = true;
   bool force = false;
-  std::string plugin;
   std::string font;
   std::string input;
   std::string output;
@@ -133,7 +132,6 @@ void defineOptions(CLI::App& app, SignPdfOptions& o) {
 
   const std::string output = "output";
   addFlag(app, "--force", o.force, "replace an existing OUT.pdf (never IN.pdf itself)")->group(output);
-  addValue(app, "--plugin", o.plugin, "PATH", "the plug-in to load")->group(output);
   addFile(app, "IN.pdf", o.input, "the PDF to sign");
   addFile(app, "OUT.pdf", o.output, "where the signed PDF goes");
 }
@@ -215,7 +213,7 @@ struct PdfSigningRun {
   size_t extraRoom = 0;
 };
 
-bool signPdf(const ZarvPlugin& zarv, const PdfSigningRun& run, const Bytes& input, PdfSignatureFields fields,
+bool signPdf(const ZarvFunctions& zarv, const PdfSigningRun& run, const Bytes& input, PdfSignatureFields fields,
              Bytes& output, std::string& error) {
   size_t capacity = kContentsOverhead + run.extraRoom;
   for (const Bytes& c : run.certificates) capacity += c.size();
@@ -298,10 +296,9 @@ int signPdfWith(SignPdfOptions o) {
   Bytes input;
   if (!readInputFile(o.input, input, error)) return failed(error);
 
-  // Set before the plug-in is loaded, so the library sees it when it builds the data to be signed.
+  // Set before the first signing call: the library reads it whenever it builds the data to be signed.
   if (o.derOrder && setenv(kDerOrderVariable, "1", 1) != 0) return failed(std::string("cannot set ") + kDerOrderVariable);
-  ZarvPlugin zarv;
-  if (!zarv.load(o.plugin.empty() ? defaultPluginPath() : o.plugin, error)) return failed(error);
+  const ZarvFunctions& zarv = ZarvFunctions::linked();
   zarv.init();
   run.signer = signer.get();
   run.afterSignature = signServicesHook(o.services, run.certificates);
@@ -321,7 +318,7 @@ ToolCommand signPdfCommand() {
           "Writes OUT.pdf as the bytes of IN.pdf followed by one incremental update: a signature dictionary "
           "(/SubFilter /ETSI.CAdES.detached, /M the signing time), a signature field with its widget on the page "
           "and in /AcroForm (/SigFlags 3; existing fields kept), and a cross-reference section of the same form as "
-          "the file's last one. The digest of the /ByteRange (the whole file but /Contents) goes to the plug-in as "
+          "the file's last one. The digest of the /ByteRange (the whole file but /Contents) goes to the library as "
           "the message digest; the detached CMS it builds (signing-certificate-v2, no signing-time attribute) is "
           "written into /Contents in hex. At --level B-LT a second update adds the document security store (the "
           "certificates and OCSP responses or CRLs of the signer's and the time-stamp authority's chains), and at "

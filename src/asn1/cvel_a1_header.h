@@ -1,7 +1,7 @@
 // The one decoder of element headers (identifier and length octets), shared by the memory cursor
 // (CvelA1Context) and the stream cursor (CvelA1StreamCursor). Both read lengths alike: 0x81 to 0x84 are long
 // forms, 0x80 is indefinite, and every other octet, 0x85 to 0xFF included, is a short length. They differ in
-// two established points, chosen by CvelA1HeaderRules: high tag numbers, and the end-of-contents octets.
+// two points, chosen by CvelA1HeaderRules: high tag numbers, and the end-of-contents octets.
 #ifndef KOLVARI_ASN1_CVEL_A1_HEADER_H
 #define KOLVARI_ASN1_CVEL_A1_HEADER_H
 

@@ -141,7 +141,8 @@ CvelResult CvelA1Integer::decode(CvelA1Input& in, const CvelA1StreamCursor& curs
 }
 
 CvelResult CvelA1Integer::decode(CvelA1File&) {
-  // Deliberately unsupported: hosts that reach it get the trace line and a stopped process, as always.
+  // Deliberately unsupported: a host that reaches it gets the trace line and a stopped process, so the
+  // misuse shows at once instead of as a wrong value later.
   std::printf("[TRACE] CvelA1Integer::decode(CvelA1File)\n");
   std::fflush(stdout);
   std::abort();

@@ -78,7 +78,7 @@ bool looksLikeTiff(const unsigned char* p, uint32_t n) {
   } else {
     return false;
   }
-  // The 16-bit value is read as sign and magnitude, as the check always has; only its low 16 bits count.
+  // The 16-bit value is read as sign and magnitude and its low 16 bits compared: only 42 itself passes.
   const int32_t value = (raw & 0x8000) != 0 ? -static_cast<int32_t>(raw & 0x7FFF) : raw;
   return (static_cast<uint32_t>(value) & 0xFFFF) == static_cast<uint32_t>(kTiffMagic);
 }

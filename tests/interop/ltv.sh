@@ -7,7 +7,6 @@
 # certificate first among the certificate values and the OCSP responses about it), and shown by
 # `kolvari inspect`. Each failure case of the table gives one line on standard error and no output file.
 set -euo pipefail
-: "${KOLVARI_PLUGIN:?path of the plug-in}"
 
 . "$(dirname "$0")/../support/interop.sh"
 requires openssl javac java ${bc_classpath//:/ } python3:asn1crypto

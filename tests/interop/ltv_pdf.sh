@@ -9,7 +9,6 @@
 # signer certificate valid for one day, in verify.sh).
 # A time-stamp authority that is down gives one line and no file.
 set -euo pipefail
-: "${KOLVARI_PLUGIN:?path of the plug-in}"
 . "$(dirname "$0")/../support/interop.sh"
 requires pdfsig qpdf openssl python3:asn1crypto
 . "$here/../support/loopback_services.sh"

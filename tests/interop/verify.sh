@@ -4,7 +4,6 @@
 # `openssl cms -verify` (or poppler's pdfsig) has an opinion, its verdict must agree with ours. The time-stamp
 # and OCSP cases use the loopback services of tests/interop/ltv_server.py on 127.0.0.1, always stopped.
 set -euo pipefail
-: "${KOLVARI_PLUGIN:?path of the plug-in}"
 . "$(dirname "$0")/../support/interop.sh"
 requires openssl certtool python3:asn1crypto
 . "$here/../support/loopback_services.sh"

@@ -49,6 +49,8 @@ esac
 # --- the installed tool finds the installed plug-in (nothing lies beside it)
 "$prefix/bin/kolvari" info >"$work/info.txt" 2>&1 || { cat "$work/info.txt" >&2; fail "installed kolvari info"; }
 grep -q 'PKCS#7.2' "$work/info.txt" || fail "installed kolvari info does not name the encoder"
+# info's plug-in keeps its own state only while the tool exports no ZARV_ function it could bind to.
+! nm -D --defined-only "$prefix/bin/kolvari" | grep -q ' ZARV_' || fail "the installed kolvari exports ZARV_ names"
 
 # --- a CMake project outside the tree: find_package(KolvariPkcs7), the plug-in and the static library
 cmake -S "$source/examples" -B "$work/example" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_BUILD_TYPE=Release \

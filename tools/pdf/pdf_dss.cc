@@ -12,11 +12,11 @@
 #include <qpdf/QPDFObjectHandle.hh>
 #include <zlib.h>
 
+#include "io/bytes_order.h"
 #include "pdf/pdf_update.h"
 
 namespace {
 
-constexpr char kEncrypted[] = "the PDF is encrypted";
 constexpr size_t kStoreArrays = 3;  // /Certs, /OCSPs, /CRLs
 
 std::string reference(const QPDFObjGen& og) {
@@ -29,7 +29,7 @@ struct StoreArray {
   const char* dssKey;
   const char* vriKey;
   std::vector<std::string> items;
-  std::map<Bytes, std::string> byData;
+  std::map<Bytes, std::string, BytesOrder> byData;
 };
 
 // The store's arrays as the file has them; a stream whose data cannot be read is kept, only not matched.
@@ -207,24 +207,8 @@ bool addPdfDss(const Bytes& input, const std::vector<PdfValidationEntry>& entrie
   PdfUpdateBase base;
   if (!readPdfUpdateBase(input, base, error)) return false;
   DssUpdate update;
-  try {
-    QPDF pdf;
-    pdf.setSuppressWarnings(true);
-    // The update names objects by the numbers of the file's own cross-reference data.
-    pdf.setAttemptRecovery(false);
-    pdf.processMemoryFile("input", reinterpret_cast<const char*>(input.data()), input.size());
-    if (pdf.isEncrypted()) {
-      error = kEncrypted;
-      return false;
-    }
-    if (!buildUpdate(pdf, entries, update, base.trailerEntries, error)) return false;
-  } catch (const QPDFExc& e) {
-    error = e.getErrorCode() == qpdf_e_password ? kEncrypted : std::string("cannot read the PDF: ") + e.what();
-    return false;
-  } catch (const std::exception& e) {
-    error = std::string("cannot read the PDF: ") + e.what();
-    return false;
-  }
+  const auto build = [&](QPDF& pdf) { return buildUpdate(pdf, entries, update, base.trailerEntries, error); };
+  if (!withPdfForUpdate(input, build, error)) return false;
   out = input;
   std::map<int, size_t> offsets;
   appendPdfUpdate(out, base, update.objects, update.next, offsets);

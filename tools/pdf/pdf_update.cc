@@ -24,7 +24,8 @@ constexpr int kSigFlags = 3;               // SignaturesExist | AppendOnly
 constexpr size_t kByteRangeDigits = 10;    // each /ByteRange number is written in a fixed-width slot
 // The largest input: with the update a file stays well below what kByteRangeDigits and four-byte offsets hold.
 constexpr size_t kMaxInput = 1000000000;
-constexpr char kEncrypted[] = "the PDF is encrypted; sign it before encrypting it, or decrypt it first";
+// An update cannot be added to an encrypted file without its key; the same words for signing and extending.
+constexpr char kEncrypted[] = "the PDF is encrypted; decrypt it first (or sign before encrypting)";
 
 bool isPdfSpace(unsigned char c) { return c == ' ' || c == '\n' || c == '\r' || c == '\t' || c == '\f' || c == 0; }
 
@@ -157,16 +158,7 @@ struct Reading {
   int nextNumber = 0;
 };
 
-bool readInput(QPDF& pdf, const Bytes& input, const PdfSignatureFields& fields, Reading& r, std::string& error) {
-  pdf.setSuppressWarnings(true);
-  // The update names objects by the numbers the file's own cross-reference data gives them, so a file that
-  // only reads after qpdf rebuilt that data is refused rather than guessed at.
-  pdf.setAttemptRecovery(false);
-  pdf.processMemoryFile("input", reinterpret_cast<const char*>(input.data()), input.size());
-  if (pdf.isEncrypted()) {
-    error = kEncrypted;
-    return false;
-  }
+bool readInput(QPDF& pdf, const PdfSignatureFields& fields, Reading& r, std::string& error) {
   r.trailer = pdf.getTrailer();
   r.root = pdf.getRoot();
   if (!r.root.isDictionary() || !r.root.isIndirect()) {
@@ -495,6 +487,25 @@ void appendPdfUpdate(Bytes& document, const PdfUpdateBase& base, const PdfUpdate
   }
 }
 
+bool withPdfForUpdate(const Bytes& input, const std::function<bool(QPDF&)>& work, std::string& error) {
+  try {
+    QPDF pdf;
+    pdf.setSuppressWarnings(true);
+    pdf.setAttemptRecovery(false);
+    pdf.processMemoryFile("input", reinterpret_cast<const char*>(input.data()), input.size());
+    if (pdf.isEncrypted()) {
+      error = kEncrypted;
+      return false;
+    }
+    return work(pdf);
+  } catch (const QPDFExc& e) {
+    error = e.getErrorCode() == qpdf_e_password ? kEncrypted : std::string("cannot read the PDF: ") + e.what();
+  } catch (const std::exception& e) {
+    error = std::string("cannot read the PDF: ") + e.what();
+  }
+  return false;
+}
+
 bool preparePdfUpdate(const Bytes& input, const PdfSignatureFields& fields, size_t contentsCapacity,
                       PdfPreparedUpdate& out, std::string& error) {
   PdfUpdateBase base;
@@ -503,10 +514,9 @@ bool preparePdfUpdate(const Bytes& input, const PdfSignatureFields& fields, size
   std::string& trailerEntries = base.trailerEntries;
   int size = 0;
   int signatureNumber = 0;
-  try {
-    QPDF pdf;
+  const bool read = withPdfForUpdate(input, [&](QPDF& pdf) {
     Reading r;
-    if (!readInput(pdf, input, fields, r, error)) return false;
+    if (!readInput(pdf, fields, r, error)) return false;
 
     std::set<std::string> taken;
     if (!topLevelFieldNames(r.root.getKey("/AcroForm").getKey("/Fields"), taken)) {
@@ -533,13 +543,9 @@ bool preparePdfUpdate(const Bytes& input, const PdfSignatureFields& fields, size
       addNewField(pdf, r, fields, contentsCapacity, out.fieldName, objects, signatureNumber, size);
       trailerEntries = carriedTrailerEntries(r.trailer);
     }
-  } catch (const QPDFExc& e) {
-    error = e.getErrorCode() == qpdf_e_password ? kEncrypted : std::string("cannot read the PDF: ") + e.what();
-    return false;
-  } catch (const std::exception& e) {
-    error = std::string("cannot read the PDF: ") + e.what();
-    return false;
-  }
+    return true;
+  }, error);
+  if (!read) return false;
 
   out.document = input;
   std::map<int, size_t> offsets;

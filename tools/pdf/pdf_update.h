@@ -1,17 +1,19 @@
 // A signature added to a PDF as one incremental update: the input's bytes stay as they are, and after them
-// come a signature dictionary, a signature field with its widget, the page and form objects that now point at
+// come a signature dictionary, a signature field with its widget, the page and form objects that point at
 // the field, and a cross-reference section of the same form as the file's last one. libqpdf reads the input's
 // object graph; the update's bytes are written here.
 #ifndef KOLVARI_TOOLS_PDF_PDF_UPDATE_H
 #define KOLVARI_TOOLS_PDF_PDF_UPDATE_H
 
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
 
 #include "host_crypto.h"
 
+class QPDF;
 class QPDFObjectHandle;
 class TrueTypeFont;
 
@@ -91,6 +93,12 @@ struct PdfUpdateBase {
 // Checks that input can take an update (its size, its header, a startxref that points into it) and fills
 // previous and isTable; false with a message.
 bool readPdfUpdateBase(const Bytes& input, PdfUpdateBase& base, std::string& error);
+
+// Reads input with libqpdf for an incremental update and runs work on it; false with a message when the file
+// is encrypted or cannot be read (qpdf's exceptions inside work included) or when work says so. qpdf's repair
+// is off: the update names objects by the numbers of the file's own cross-reference data, so a file that only
+// reads once rebuilt is refused rather than guessed at.
+bool withPdfForUpdate(const Bytes& input, const std::function<bool(QPDF&)>& work, std::string& error);
 
 // The trailer entries an update carries over from the input's trailer: /Root, /Info and /ID.
 std::string pdfCarriedTrailerEntries(const QPDFObjectHandle& trailer);

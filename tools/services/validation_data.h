@@ -11,8 +11,7 @@
 #include <vector>
 
 #include "cli/command_line.h"
-
-using Bytes = std::vector<unsigned char>;
+#include "io/bytes_order.h"
 
 struct ValidationDataOptions {
   std::vector<std::string> ocspResponseFiles;  // DER OCSPResponse files, each for some certificate of the set
@@ -73,7 +72,7 @@ class ValidationGatherer {
   std::vector<std::pair<std::string, Bytes>> crlFiles_;
   std::vector<bool> ocspUsed_;
   std::vector<bool> crlUsed_;
-  std::map<Bytes, Found> done_;
+  std::map<Bytes, Found, BytesOrder> done_;
   std::vector<std::string> uncovered_;
 };
 

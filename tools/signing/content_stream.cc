@@ -244,7 +244,7 @@ bool spliceContent(const Bytes& placeholder, uint64_t contentLength, SplicedCont
   }
   std::array<Header, kEnclosing> h;
   if (!findEnclosing(placeholder, h)) {
-    error = "the plug-in's container does not hold the content where expected";
+    error = "the library's container does not hold the content where expected";
     return false;
   }
   // From the content outwards: each element grows by what its inner element grew, header included.

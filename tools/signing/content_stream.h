@@ -30,7 +30,7 @@ class ContentFile {
   bool rereadable() const { return regular_; }
   // The digest of the whole content; its length is size() afterwards.
   bool digest(const DigestChoice& digest, Bytes& out, std::string& error);
-  // The whole content in memory, for a signature whose content the plug-in encodes itself.
+  // The whole content in memory, for a signature whose content the library encodes itself.
   bool readAll(Bytes& out, std::string& error);
   uint64_t size() const { return size_; }
   // Writes the content hashed by digest() to sink, read again from its start; false when the file changed

@@ -18,7 +18,7 @@ bool called(const char* function, uint32_t result, std::string& error) {
   return false;
 }
 
-// Owns a signer-info or container handle for the length of a run, and gives it back to the plug-in.
+// Owns a signer-info or container handle for the length of a run, and gives it back to the library.
 template <typename Record>
 class OwnedHandle {
  public:
@@ -37,7 +37,7 @@ class OwnedHandle {
   Record* handle_ = nullptr;
 };
 
-bool addAttributes(const ZarvPlugin& zarv, SignerInfoRecord* signer, const std::vector<ExtraAttribute>& attributes,
+bool addAttributes(const ZarvFunctions& zarv, SignerInfoRecord* signer, const std::vector<ExtraAttribute>& attributes,
                    bool isSigned, std::string& error) {
   for (const ExtraAttribute& a : attributes) {
     const uint32_t result = isSigned ? zarv.addSignedAttribute(signer, a.oid, a.value, kAddValue)
@@ -47,7 +47,7 @@ bool addAttributes(const ZarvPlugin& zarv, SignerInfoRecord* signer, const std::
   return true;
 }
 
-bool setSignedAttributes(const ZarvPlugin& zarv, SignerInfoRecord* signer, const SignerInfoRequest& r,
+bool setSignedAttributes(const ZarvFunctions& zarv, SignerInfoRecord* signer, const SignerInfoRequest& r,
                          std::string& error) {
   Bytes certificateHash = r.certificateHash;
   if (certificateHash.empty() && !digestBytes(*r.digest, r.certificate, certificateHash)) {
@@ -92,7 +92,7 @@ bool attachedContentInfo(const Bytes& content, Bytes& out) {
 
 }  // namespace
 
-bool buildSignerInfo(const ZarvPlugin& zarv, const SignerInfoRequest& r, Bytes& signerInfo, std::string& error) {
+bool buildSignerInfo(const ZarvFunctions& zarv, const SignerInfoRequest& r, Bytes& signerInfo, std::string& error) {
   const char* signatureOid = r.signer->signatureOid(*r.digest);
   if (signatureOid == nullptr) {
     error = "only RSA and EC keys are supported";
@@ -127,7 +127,7 @@ bool buildSignerInfo(const ZarvPlugin& zarv, const SignerInfoRequest& r, Bytes& 
   return called("ZARV_EncodeSignerInfo", zarv.encodeSignerInfo(signer.get(), &signerInfo), error);
 }
 
-bool buildContainer(const ZarvPlugin& zarv, const ContainerRequest& r, Bytes& out, std::string& error) {
+bool buildContainer(const ZarvFunctions& zarv, const ContainerRequest& r, Bytes& out, std::string& error) {
   CvelString digestOid;
   // The tool's own OID converter keeps a process-wide state too: one thread at a time.
   static std::mutex converterLock;

@@ -1,4 +1,4 @@
-// Drives the plug-in through one signing run as a host does: the SignerInfo of one signer (attributes, data to
+// Drives the library through one signing run as a host does: the SignerInfo of one signer (attributes, data to
 // be signed, the host's signature, unsigned attributes) and the container around one or more of them.
 #ifndef KOLVARI_TOOLS_SIGNING_SIGNATURE_BUILDER_H
 #define KOLVARI_TOOLS_SIGNING_SIGNATURE_BUILDER_H
@@ -10,7 +10,7 @@
 
 #include "host_crypto.h"
 #include "signing/host_signer.h"
-#include "zarv_plugin.h"
+#include "zarv_functions.h"
 
 // An extra attribute: dotted type and one complete DER value.
 struct ExtraAttribute {
@@ -36,14 +36,14 @@ struct SignerInfoRequest {
   std::vector<ExtraAttribute> signedAttributes;
   std::vector<ExtraAttribute> unsignedAttributes;
   AfterSignature afterSignature;
-  // Held around the plug-in's calls when many threads build signer infos at once: the calls that take OID
+  // Held around the library's calls when many threads build signer infos at once: the calls that take OID
   // text share one converter in the library and must not overlap. The host's signing and afterSignature run
   // outside it. Null: the caller is the only thread.
   std::mutex* libraryLock = nullptr;
 };
 
 // The encoded SignerInfo; false with a one-line message in error.
-bool buildSignerInfo(const ZarvPlugin& zarv, const SignerInfoRequest& request, Bytes& signerInfo, std::string& error);
+bool buildSignerInfo(const ZarvFunctions& zarv, const SignerInfoRequest& request, Bytes& signerInfo, std::string& error);
 
 struct ContainerRequest {
   const DigestChoice* digest = nullptr;
@@ -54,7 +54,7 @@ struct ContainerRequest {
 };
 
 // The encoded ContentInfo of type signedData; false with a one-line message in error.
-bool buildContainer(const ZarvPlugin& zarv, const ContainerRequest& request, Bytes& out, std::string& error);
+bool buildContainer(const ZarvFunctions& zarv, const ContainerRequest& request, Bytes& out, std::string& error);
 
 // Appends certificates to list, leaving out any already there (two signers may share a chain).
 void addCertificates(const std::vector<Bytes>& certificates, std::vector<Bytes>& list);

@@ -1,13 +1,15 @@
-// The plug-in as a host sees it: loaded with dlopen, every ZARV_ function looked up by name.
-#ifndef KOLVARI_TOOLS_ZARV_PLUGIN_H
-#define KOLVARI_TOOLS_ZARV_PLUGIN_H
+// The ZARV_ interface as a table of function pointers, from one of two sources: the core linked into this
+// program (what the signing commands use, so that one copy of the library's process-wide state serves the
+// whole process), or a plug-in file loaded with dlopen, every function looked up by name as a host does.
+#ifndef KOLVARI_TOOLS_ZARV_FUNCTIONS_H
+#define KOLVARI_TOOLS_ZARV_FUNCTIONS_H
 
 #include <string>
 
 #include "kolvari/zarv.h"
 
-struct ZarvPlugin {
-  void* handle = nullptr;
+struct ZarvFunctions {
+  void* handle = nullptr;  // the dlopen handle of a plug-in file; null in the linked table
   ZARV_Init_t init = nullptr;
   ZARV_GetEncoderProviderName_t getEncoderProviderName = nullptr;
   ZARV_GetSupportedEncoderList_t getSupportedEncoderList = nullptr;
@@ -35,10 +37,13 @@ struct ZarvPlugin {
   ZARV_SignerOutput_t encodeSignerInfo = nullptr;
   ZARV_ReleaseSignerInfo_t releaseSignerInfo = nullptr;
 
-  ZarvPlugin() = default;
-  ZarvPlugin(const ZarvPlugin&) = delete;
-  ZarvPlugin& operator=(const ZarvPlugin&) = delete;
-  ~ZarvPlugin();
+  ZarvFunctions() = default;
+  ZarvFunctions(const ZarvFunctions&) = delete;
+  ZarvFunctions& operator=(const ZarvFunctions&) = delete;
+  ~ZarvFunctions();
+
+  // The functions of the core linked into this program, all 26 of them.
+  static const ZarvFunctions& linked();
 
   // Loads the library at path and looks up all 26 functions; false with a message when any is missing.
   bool load(const std::string& path, std::string& error);
@@ -52,4 +57,4 @@ std::string defaultPluginPath();
 // Text of a result code for messages: "0x21000001 (success)", "0xE100FFFC (bad parameter)", ...
 std::string describeResult(uint32_t code);
 
-#endif  // KOLVARI_TOOLS_ZARV_PLUGIN_H
+#endif  // KOLVARI_TOOLS_ZARV_FUNCTIONS_H

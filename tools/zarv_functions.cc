@@ -1,4 +1,4 @@
-#include "zarv_plugin.h"
+#include "zarv_functions.h"
 
 #include <dlfcn.h>
 #include <unistd.h>
@@ -23,13 +23,51 @@ bool lookUp(void* handle, const char* name, Fn& out, std::string& error) {
   return true;
 }
 
+// The table of the statically linked ZARV_ functions.
+void fillLinked(ZarvFunctions& f) {
+  f.init = &ZARV_Init;
+  f.getEncoderProviderName = &ZARV_GetEncoderProviderName;
+  f.getSupportedEncoderList = &ZARV_GetSupportedEncoderList;
+  f.createP72Container = &ZARV_CreateP72Container;
+  f.setVersion = &ZARV_SetVersion;
+  f.setContentTypeOID = &ZARV_SetContentTypeOID;
+  f.setContentInfo = &ZARV_SetContentInfo;
+  f.addDigestAlgorithm = &ZARV_AddDigestAlgorithm;
+  f.addCertificate = &ZARV_AddCertificate;
+  f.addCRL = &ZARV_AddCRL;
+  f.addSignerInfo = &ZARV_AddSignerInfo;
+  f.encodeP72 = &ZARV_EncodeP72;
+  f.resetP72Container = &ZARV_ResetP72Container;
+  f.closeP72Container = &ZARV_CloseP72Container;
+  f.createSignerInfo = &ZARV_CreateSignerInfo;
+  f.setSigningTime = &ZARV_SetSigningTime;
+  f.setDataHash = &ZARV_SetDataHash;
+  f.setSignerCertificate = &ZARV_SetSignerCertificate;
+  f.setSignatureCreationEnvironment = &ZARV_SetSignatureCreationEnvironment;
+  f.setContentType = &ZARV_SetContentType;
+  f.addSignedAttribute = &ZARV_AddSignedAttribute;
+  f.addUnsignedAttribute = &ZARV_AddUnsignedAttribute;
+  f.getDTBS = &ZARV_GetDTBS;
+  f.setP1Signature = &ZARV_SetP1Signature;
+  f.encodeSignerInfo = &ZARV_EncodeSignerInfo;
+  f.releaseSignerInfo = &ZARV_ReleaseSignerInfo;
+}
+
 }  // namespace
 
-ZarvPlugin::~ZarvPlugin() {
+const ZarvFunctions& ZarvFunctions::linked() {
+  static ZarvFunctions table;
+  // Filled once, under the guard of a static's initialisation, however many threads ask first.
+  static const bool filled = (fillLinked(table), true);
+  static_cast<void>(filled);
+  return table;
+}
+
+ZarvFunctions::~ZarvFunctions() {
   if (handle != nullptr) dlclose(handle);
 }
 
-bool ZarvPlugin::loadProvider(const std::string& path, std::string& error) {
+bool ZarvFunctions::loadProvider(const std::string& path, std::string& error) {
   if (handle == nullptr) handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (handle == nullptr) {
     const char* why = dlerror();
@@ -41,7 +79,7 @@ bool ZarvPlugin::loadProvider(const std::string& path, std::string& error) {
          lookUp(handle, "ZARV_GetSupportedEncoderList", getSupportedEncoderList, error);
 }
 
-bool ZarvPlugin::load(const std::string& path, std::string& error) {
+bool ZarvFunctions::load(const std::string& path, std::string& error) {
   return loadProvider(path, error) && lookUp(handle, "ZARV_CreateP72Container", createP72Container, error) &&
          lookUp(handle, "ZARV_SetVersion", setVersion, error) &&
          lookUp(handle, "ZARV_SetContentTypeOID", setContentTypeOID, error) &&
