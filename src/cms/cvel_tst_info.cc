@@ -45,8 +45,8 @@ bool readImplicitInteger(const CvelString& s, const CvelA1Context& c, int32_t& v
     if (!copyElement(s, c, copy)) return false;
     copy.data()[0] = kTagInteger;
   } else if (copy.assign(s, &c) != kCvelOk) {
-    // Longer contents go to the decoder without a header of their own, which it then reads as one: this
-    // is how such values have always been read, and it is kept.
+    // Contents of three octets and more go to the decoder without a header of their own, which it then reads
+    // as one. The asymmetry with shorter values is intended and kept.
     return false;
   }
   return readInteger(copy, value);
