@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # What a new user of `kolvari` runs into: a directory or a device as input (alone and in an --out-dir batch),
 # a signing time in the short form, an output that exists or is the input itself. (The order of the
-# signed attributes, DER by default, --der-order and --document-order: the rows of matrix.sh, where GnuTLS
-# and BouncyCastle accept DER order only.)
+# signed attributes, DER by default and --document-order: the rows of matrix.sh, where GnuTLS and
+# BouncyCastle accept DER order only.)
 set -euo pipefail
 . "$(dirname "$0")/../support/interop.sh"
 make_test_ca "Kolvari Faults CA"
