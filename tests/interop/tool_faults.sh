@@ -25,10 +25,6 @@ kolvari sign: dir.txt: is a directory|sign --key dir.txt --cert p256.pem a.txt
 kolvari sign: /dev/null: is a device|sign --key p256.key --cert p256.pem /dev/null
 kolvari sign-pdf: dir.txt: is a directory|sign-pdf --key p256.key --cert p256.pem dir.txt out.pdf
 kolvari der: dir.txt: is a directory|der dir.txt
-kolvari cert: dir.txt: is a directory|cert dir.txt
-kolvari inspect: dir.txt: is a directory|inspect dir.txt
-kolvari detect: dir.txt: is a directory|detect dir.txt
-kolvari der: /dev/null: is a device|der /dev/null
 ROWS
 [ ! -e out.pdf ] || fail "sign-pdf of a directory wrote out.pdf"
 
