@@ -12,7 +12,7 @@ packages+=(libcurl4-openssl-dev)  # the tool's HTTP client (time stamps, OCSP, C
 packages+=(zlib1g-dev)  # the compressed streams of a PDF document security store
 # A software token and the token tools for tests/interop/pkcs11.sh; p11-kit's header for the tool's build.
 packages+=(softhsm2 opensc p11-kit libp11-kit-dev)
-packages+=(libqpdf-dev qpdf poppler-utils python3-reportlab)  # kolvari sign-pdf and tests/interop/sign_pdf.sh
+packages+=(libqpdf-dev qpdf poppler-utils)  # kolvari sign-pdf and tests/interop/sign_pdf.sh
 packages+=(libcli11-dev)  # the option reader of the kolvari tool (header-only)
 packages+=(nlohmann-json3-dev)  # the tool's JSON output
 packages+=(fonts-dejavu-core)  # a TrueType font for sign-pdf --font in tests/interop/text.sh

@@ -63,19 +63,10 @@ signed_attr=1.3.6.1.4.1.47731.2=0C106D617472697820617474726962757465
 unsigned_attr=1.3.6.1.4.1.47731.3=04080102030405060708
 cases=(
   "rsa-sha256-detached|--key rsa.key --cert rsa.pem --digest sha256"
-  "rsa-sha384-attached|--key rsa.key --cert rsa.pem --digest sha384 --attached"
-  "rsa-sha512-detached|--key rsa.key --cert rsa.pem --digest sha512"
   "p256-sha256-attached|--key p256.key --cert p256.pem --digest sha256 --attached"
-  "p256-sha384-detached|--key p256.key --cert p256.pem --digest sha384"
   "p384-sha384-attached|--key p384.key --cert p384.pem --digest sha384 --attached"
-  "p384-sha512-detached|--key p384.key --cert p384.pem --digest sha512"
-  "two-signers-rsa-p256|--key rsa.key --cert rsa.pem --signer p256.key,p256.pem --digest sha256"
   "two-signers-p384-rsa-attached|--key p384.key --cert p384.pem --signer rsa.key,rsa.pem --digest sha512 --attached"
-  "chain|--key chained.key --cert chained.pem --chain sub.pem --digest sha256 --der-order"
   "chain-crls-attached|--key chained.key --cert chained.pem --chain sub.pem --crl root.crl --crl sub.crl --digest sha384 --attached"
-  "crl-p256|--key p256.key --cert p256.pem --crl root.crl --digest sha256"
-  "signed-attr-rsa|--key rsa.key --cert rsa.pem --signed-attr $signed_attr --digest sha256"
-  "unsigned-attr-p384|--key p384.key --cert p384.pem --unsigned-attr $unsigned_attr --digest sha384 --attached"
   "everything|--key chained.key --cert chained.pem --chain sub.pem --signer p256.key,p256.pem --crl root.crl --crl sub.crl --signed-attr $signed_attr --unsigned-attr $unsigned_attr --digest sha512"
 )
 

