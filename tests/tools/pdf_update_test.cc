@@ -1,10 +1,10 @@
-// The PDF incremental update on hand-made files: where the last startxref points, field names, and the inputs
-// it refuses. (What every accepted update must hold, read back by qpdf with its repair off: the appended
-// cross-reference section, the byte range around the /Contents placeholder and the CMS written into it, is
-// fuzz/fuzz_pdf_update.cc, whose seeds the suite replays.)
+// The PDF incremental update on hand-made files: where the last startxref points, field names, the inputs it
+// refuses, and the byte range around the /Contents placeholder. (What every accepted update must hold, read back
+// by qpdf with its repair off, is also asserted by fuzz/fuzz_pdf_update.cc, whose seeds the suite replays.)
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "pdf/pdf_update.h"
@@ -85,6 +85,35 @@ TEST(PdfUpdate, RefusesWhatItCannotUpdateInPlace) {
     EXPECT_FALSE(preparePdfUpdate(bytesOf(c.input), PdfSignatureFields(), 64, update, error)) << c.what;
     EXPECT_EQ(error, c.error) << c.what;
   }
+}
+
+// The input kept, then /ByteRange [0 start end rest] around a placeholder of 2 * capacity zeros in angle
+// brackets, the spans hashed being exactly the bytes outside it; a CMS fills it in uppercase hex.
+TEST(PdfUpdate, ByteRangeLeavesOutExactlyThePlaceholderThatTheCmsFills) {
+  constexpr size_t kCapacity = 16;
+  const std::string input = classicPdf();
+  PdfPreparedUpdate update;
+  std::string error;
+  ASSERT_TRUE(preparePdfUpdate(bytesOf(input), PdfSignatureFields(), kCapacity, update, error)) << error;
+  const std::string document(update.document.begin(), update.document.end());
+  ASSERT_EQ(document.substr(0, input.size()), input);
+  const size_t start = update.contentsStart;
+  const size_t end = update.contentsEnd;
+  EXPECT_EQ(document.substr(start, end - start), "<" + std::string(2 * kCapacity, '0') + ">");
+  const char* p = document.c_str() + document.find("/ByteRange [") + 12;
+  std::vector<size_t> range;
+  for (char* next = nullptr; range.size() < 4; p = next) range.push_back(std::strtoull(p, &next, 10));
+  EXPECT_EQ(range, (std::vector<size_t>{0, start, end, document.size() - end}));
+  const std::vector<ByteSpan> spans = pdfSignedSpans(update);
+  ASSERT_EQ(spans.size(), 2u);
+  EXPECT_EQ(spans[0].data, update.document.data());
+  EXPECT_EQ(spans[0].size, start);
+  EXPECT_EQ(spans[1].data, update.document.data() + end);
+  EXPECT_EQ(spans[1].size, document.size() - end);
+  ASSERT_TRUE(fillPdfContents(update, {0x30, 0x03, 0x02, 0x01, 0xAF}, error)) << error;
+  const std::string filled(update.document.begin(), update.document.end());
+  EXPECT_EQ(filled.substr(start, end - start), "<30030201AF" + std::string(2 * kCapacity - 10, '0') + ">");
+  EXPECT_FALSE(fillPdfContents(update, Bytes(kCapacity + 1, 0), error));
 }
 
 }  // namespace
