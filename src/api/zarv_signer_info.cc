@@ -240,8 +240,7 @@ uint32_t ZARV_EncodeSignerInfo(SignerInfoRecord* h, std::vector<unsigned char>* 
     h->signer.setAttributeFlag(1);
     // Written straight into a vector of the final size, the one handed to the host: the same checks as
     // encoding into a string first, and out is left alone when they fail.
-    const CvelP7SignerInfo& signer = h->signer;
-    return static_cast<uint32_t>(cvelEncodeDer(*out, [&signer](CvelDerWriter& w) { signer.write(w); }));
+    return static_cast<uint32_t>(h->signer.encode(*out));
   });
 }
 
