@@ -200,8 +200,8 @@ void ZarvAttributeMap::compactWhenMostlyWaste() {
 
 uint32_t zarvAddAttribute(SignerInfoRecord& record, ZarvAttributeKind kind, const ZarvKnownOid& type,
                           const unsigned char* value, size_t length, uint32_t replace) {
-  const bool added = record.table(kind).add(type, replace == kReplace,
-                                            [value, length](CvelDerWriter& w) { w.bytes(value, length); });
+  const bool added = record.table(kind).addSized(type, replace == kReplace, length,
+                                                 [value, length](CvelA1Writer& w) { w.bytes(value, length); });
   return added ? ZARV_OK : ZARV_E_NOT_STORED;
 }
 
@@ -256,22 +256,40 @@ uint32_t zarvBuildSignerIdentifier(const CvelCertificate& certificate, ZarvRecor
 // SigningCertificateV2 ::= SEQUENCE { certs SEQUENCE OF ESSCertIDv2 }, one ESSCertIDv2 ::= SEQUENCE {
 //   hashAlgorithm SEQUENCE { OID, NULL }, certHash OCTET STRING,
 //   issuerSerial SEQUENCE { issuer SEQUENCE { [4] { Name } }, serialNumber } }.
-void zarvWriteSigningCertificateV2(CvelDerWriter& w, const CvelCertificate& certificate,
-                                   const ZarvBytes& certificateHash, const CvelString& hashOid) {
-  w.element(kTagSequence, [&] {
-    w.element(kTagSequence, [&] {
-      w.element(kTagSequence, [&] {
-        // The NULL parameters are always written, whatever the hash algorithm.
-        w.element(kTagSequence, [&] {
-          w.bytes(hashOid);
-          w.bytes(kDerNull, sizeof kDerNull);
-        });
-        w.element(kTagOctetString, certificateHash.data(), certificateHash.size());
-        w.element(kTagSequence, [&] {
-          w.element(kTagSequence, [&] { w.element(kTagContext4, certificate.issuer()); });
-          w.bytes(certificate.serialNumber());
-        });
-      });
-    });
-  });
+// The NULL parameters are always written, whatever the hash algorithm.
+namespace {
+struct SigningCertificateV2Sizes {
+  uint64_t algorithm;     // content of the hash AlgorithmIdentifier
+  uint64_t issuerName;    // content of the GeneralNames SEQUENCE: the [4] element
+  uint64_t issuerSerial;  // content of IssuerSerial
+  uint64_t certId;        // content of ESSCertIDv2
+};
+
+SigningCertificateV2Sizes sizesOf(const ZarvSigningCertificateV2& v) {
+  SigningCertificateV2Sizes s{};
+  s.algorithm = v.hashOid.length() + sizeof kDerNull;
+  s.issuerName = cvelTlvSize(v.certificate.issuer().length());
+  s.issuerSerial = cvelTlvSize(s.issuerName) + v.certificate.serialNumber().length();
+  s.certId = cvelTlvSize(s.algorithm) + cvelTlvSize(v.certificateHash.size()) + cvelTlvSize(s.issuerSerial);
+  return s;
+}
+}  // namespace
+
+uint64_t ZarvSigningCertificateV2::size() const { return cvelTlvSize(cvelTlvSize(cvelTlvSize(sizesOf(*this).certId))); }
+
+void ZarvSigningCertificateV2::write(CvelA1Writer& w) const {
+  const SigningCertificateV2Sizes s = sizesOf(*this);
+  w.header(kTagSequence, cvelTlvSize(cvelTlvSize(s.certId)));
+  w.header(kTagSequence, cvelTlvSize(s.certId));
+  w.header(kTagSequence, s.certId);
+  w.header(kTagSequence, s.algorithm);
+  w.bytes(hashOid);
+  w.bytes(kDerNull, sizeof kDerNull);
+  w.header(kTagOctetString, certificateHash.size());
+  w.bytes(certificateHash.data(), certificateHash.size());
+  w.header(kTagSequence, s.issuerSerial);
+  w.header(kTagSequence, s.issuerName);
+  w.header(kTagContext4, certificate.issuer().length());
+  w.bytes(certificate.issuer());
+  w.bytes(certificate.serialNumber());
 }

@@ -10,6 +10,7 @@
 
 #include "api/zarv_known_oids.h"
 #include "asn1/cvel_a1_der_writer.h"
+#include "asn1/cvel_a1_size.h"
 #include "asn1/cvel_string.h"
 #include "cms/cvel_p7_signer_info.h"
 #include "kolvari/zarv.h"
@@ -61,6 +62,29 @@ class ZarvAttributeMap {
     block_.resize(offset + length);
     w.startWriting(block_.data() + offset);
     encode(w);
+    if (!w.complete()) {
+      block_.resize(offset);
+      return false;
+    }
+    index(type, offset, length, replace);
+    return true;
+  }
+
+  // Appends the value of size octets that write(CvelA1Writer&) writes under the type in one pass, in place;
+  // with replace the type's earlier values go first. False, with nothing changed, when write does not fill
+  // the size exactly or the size is too large for one of the library's strings. Throws std::bad_alloc when
+  // the block cannot grow.
+  template <typename Write>
+  bool addSized(const ZarvKnownOid& type, bool replace, uint64_t size, Write&& write) {
+    if (size >= CvelString::kViewCapacity - 1) return false;
+    const size_t length = static_cast<size_t>(size);
+    compactWhenMostlyWaste();
+    block_.reserve(block_.size() + length + type.dotted.size() + 1);
+    values_.reserve(values_.size() + 1);
+    const size_t offset = block_.size();
+    block_.resize(offset + length);
+    CvelA1Writer w(block_.data() + offset, size);
+    write(w);
     if (!w.complete()) {
       block_.resize(offset);
       return false;
@@ -176,8 +200,14 @@ uint32_t zarvBuildSignerIdentifier(const CvelCertificate& certificate, ZarvRecor
                                    CvelString& signerIdentifier);
 
 // The signing-certificate-v2 value for a parsed certificate, the host's hash of it and that hash's OID
-// (already DER).
-void zarvWriteSigningCertificateV2(CvelDerWriter& w, const CvelCertificate& certificate,
-                                   const ZarvBytes& certificateHash, const CvelString& hashOid);
+// (already DER): its size, then the value written at that size.
+struct ZarvSigningCertificateV2 {
+  const CvelCertificate& certificate;
+  const ZarvBytes& certificateHash;
+  const CvelString& hashOid;
+
+  uint64_t size() const;
+  void write(CvelA1Writer& w) const;
+};
 
 #endif  // KOLVARI_API_SIGNER_INFO_RECORD_H

@@ -63,14 +63,6 @@ uint32_t copySignature(const std::vector<unsigned char>& signature, ZarvRecordRo
   return out.setView(at, signature.size());
 }
 
-// Adds a signed attribute whose value encode(CvelDerWriter&) writes in its place in the table; incomplete
-// is the result when the value does not come out whole.
-template <typename Encode>
-uint32_t addWrittenAttribute(SignerInfoRecord& h, const ZarvKnownOid& oid, uint32_t replace, uint32_t incomplete,
-                             Encode&& encode) {
-  return h.signedAttributes.add(oid, replace == kReplace, encode) ? ZARV_OK : incomplete;
-}
-
 uint32_t setContentType(SignerInfoRecord& h, const std::vector<unsigned char>& derOid) {
   if (derOid.empty()) {
     return zarvAddAttribute(h, ZarvAttributeKind::kSigned, kZarvContentType, kDerOidData, sizeof kDerOidData,
@@ -106,9 +98,11 @@ uint32_t ZARV_SetSigningTime(SignerInfoRecord* h, const std::string& time) {
   if (length != kShortTimeLength && length != kLongTimeLength) return ZARV_E_BAD_PARAMETER;
   return zarvGuarded([&] {
     // The GeneralizedTime tag is written for both text lengths.
-    return addWrittenAttribute(*h, kZarvSigningTime, kReplace, kCvelErrMalformed, [&](CvelDerWriter& w) {
-      w.element(kTagGeneralizedTime, time.data(), length);
+    const bool added = h->signedAttributes.addSized(kZarvSigningTime, true, cvelTlvSize(length), [&](CvelA1Writer& w) {
+      w.header(kTagGeneralizedTime, length);
+      w.bytes(time.data(), length);
     });
+    return added ? ZARV_OK : static_cast<uint32_t>(kCvelErrMalformed);
   });
 }
 
@@ -120,9 +114,12 @@ uint32_t ZARV_SetDataHash(SignerInfoRecord* h, const std::vector<unsigned char>&
     uint32_t r = algorithm(digestOid, true, h->room, digestAlgorithm);
     if (r != ZARV_OK) return r;
     h->signer.digestAlgorithm().moveFrom(digestAlgorithm);
-    return addWrittenAttribute(*h, kZarvMessageDigest, replace, kCvelErrMalformed, [&digest](CvelDerWriter& w) {
-      w.element(kTagOctetString, digest.data(), digest.size());
-    });
+    const bool added = h->signedAttributes.addSized(kZarvMessageDigest, replace == kReplace, cvelTlvSize(digest.size()),
+                                                    [&digest](CvelA1Writer& w) {
+                                                      w.header(kTagOctetString, digest.size());
+                                                      w.bytes(digest.data(), digest.size());
+                                                    });
+    return added ? ZARV_OK : static_cast<uint32_t>(kCvelErrMalformed);
   });
 }
 
@@ -147,10 +144,10 @@ uint32_t ZARV_SetSignerCertificate(SignerInfoRecord* h, const std::vector<unsign
     r = oidElement(certHashOid, hashOid);
     if (r != ZARV_OK) return r;
     // A value too large for one of the library's strings is refused like one that cannot be had.
-    r = addWrittenAttribute(*h, kZarvSigningCertificateV2, kReplace, ZARV_E_OUT_OF_MEMORY, [&](CvelDerWriter& w) {
-      zarvWriteSigningCertificateV2(w, certificate, certHash, hashOid);
-    });
-    return r;
+    const ZarvSigningCertificateV2 value{certificate, certHash, hashOid};
+    const bool added = h->signedAttributes.addSized(kZarvSigningCertificateV2, true, value.size(),
+                                                    [&value](CvelA1Writer& w) { value.write(w); });
+    return added ? ZARV_OK : ZARV_E_OUT_OF_MEMORY;
   });
 }
 
