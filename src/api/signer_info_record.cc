@@ -34,15 +34,15 @@ bool derSetOfLess(const Octets& a, const Octets& b) {
 // One Attribute: SEQUENCE { type OID, SET { value } }, the value already DER. Its size follows from the
 // parts' lengths, so a set of them is written in one pass at its final size.
 struct AttributeParts {
-  const CvelString* type;
+  std::string_view type;
   const unsigned char* value;
   size_t valueLength;
 
-  uint64_t contentSize() const { return type->length() + cvelTlvSize(valueLength); }
+  uint64_t contentSize() const { return type.size() + cvelTlvSize(valueLength); }
   uint64_t size() const { return cvelTlvSize(contentSize()); }
   void write(CvelA1Writer& w) const {
     w.header(kTagSequence, contentSize());
-    w.bytes(type->data(), type->length());
+    w.bytes(type.data(), type.size());
     w.header(kTagSet, valueLength);
     w.bytes(value, valueLength);
   }
@@ -79,11 +79,13 @@ uint32_t writeInDerOrder(const std::vector<AttributeParts>& attributes, CvelStri
   });
 }
 
-// One type of a map: its values, neighbours in the index, and its element for the set.
+// One type of a map: its values, neighbours in the index, and its element for the set: the known one, or
+// the converter's, kept in converted.
 struct TypeRun {
   const ZarvAttributeMap::Value* first;
   size_t count;
-  CvelString element;
+  std::string_view element;
+  CvelString converted;
 };
 
 // The types of a map in the order of their texts (unsigned octet by octet, a proper prefix first). A signer
@@ -216,17 +218,18 @@ uint32_t zarvBuildAttributes(const ZarvAttributeMap& map, ZarvAttributeOrder ord
   // strings and the map's octets until the set is written.
   TypesInOrder types(map);
   for (TypeRun& run : types) {
-    // A known type's element is lent out as it is; only the others go through the converter.
-    const std::string_view known = run.first->typeElement;
-    const uint32_t r = known.empty() ? fromDottedElement(map.typeText(*run.first), run.element)
-                                     : run.element.setView(known.data(), known.size());
+    // A known type's element is used as it is; only the others go through the converter.
+    run.element = run.first->typeElement;
+    if (!run.element.empty()) continue;
+    const uint32_t r = fromDottedElement(map.typeText(*run.first), run.converted);
     if (r != ZARV_OK) return r;
+    run.element = std::string_view(reinterpret_cast<const char*>(run.converted.data()), run.converted.length());
   }
   auto forEachValue = [&types, &map](auto&& visit) {
     for (const TypeRun& run : types) {
       for (size_t i = 0; i < run.count; ++i) {
         const ZarvAttributeMap::Value& v = run.first[i];
-        visit(AttributeParts{&run.element, map.bytesOf(v), v.length});
+        visit(AttributeParts{run.element, map.bytesOf(v), v.length});
       }
     }
   };
@@ -245,11 +248,11 @@ uint32_t zarvBuildAttributes(const ZarvAttributeMap& map, ZarvAttributeOrder ord
 
 uint32_t zarvBuildSignerIdentifier(const CvelCertificate& certificate, ZarvRecordRoom& room,
                                    CvelString& signerIdentifier) {
-  return zarvWriteField(room, signerIdentifier, [&certificate](CvelDerWriter& w) {
-    w.element(kTagSequence, [&] {
-      w.bytes(certificate.issuer());
-      w.bytes(certificate.serialNumber());
-    });
+  const uint64_t content = uint64_t{certificate.issuer().length()} + certificate.serialNumber().length();
+  return zarvWriteField(room, signerIdentifier, cvelTlvSize(content), [&](CvelA1Writer& w) {
+    w.header(kTagSequence, content);
+    w.bytes(certificate.issuer());
+    w.bytes(certificate.serialNumber());
   });
 }
 

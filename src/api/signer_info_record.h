@@ -154,19 +154,29 @@ class ZarvRecordRoom {
   size_t used_ = 0;
 };
 
-// What encode(CvelDerWriter&) writes, into field: in the room when it fits (field then views it), else in
-// a string of its own. The results are those of cvelEncodeDer.
-template <typename Encode>
-CvelResult zarvWriteField(ZarvRecordRoom& room, CvelString& field, Encode&& encode) {
-  CvelDerWriter w;
-  encode(w);
-  if (w.failed()) return kCvelErrNoMemory;
-  unsigned char* at = room.take(w.counted());
-  if (at == nullptr) return cvelEncodeDer(field, encode);
-  w.startWriting(at);
-  encode(w);
+// The size octets that write(CvelA1Writer&) writes, into field: in the room when they fit (field then
+// views them), else in a string of its own. The results are those of cvelWriteExactly.
+template <typename Write>
+CvelResult zarvWriteField(ZarvRecordRoom& room, CvelString& field, uint64_t size, Write&& write) {
+  if (size >= CvelString::kViewCapacity - 1) return kCvelErrNoMemory;
+  unsigned char* at = room.take(size);
+  if (at == nullptr) return cvelWriteExactly(size, field, write);
+  CvelA1Writer w(at, size);
+  write(w);
   if (!w.complete()) return kCvelErrMalformed;
-  return field.setView(at, static_cast<size_t>(w.counted()));
+  return field.setView(at, static_cast<size_t>(size));
+}
+
+// The same into a byte vector of exactly total octets, which replaces out only when write filled it.
+template <typename Write>
+CvelResult zarvWriteExactly(uint64_t total, std::vector<unsigned char>& out, Write&& write) {
+  if (total >= CvelString::kViewCapacity - 1) return kCvelErrNoMemory;
+  std::vector<unsigned char> result(static_cast<size_t>(total));
+  CvelA1Writer w(result.data(), total);
+  write(w);
+  if (!w.complete()) return kCvelErrMalformed;
+  out.swap(result);
+  return kCvelOk;
 }
 
 // The signer object, both tables and the room are part of the record: one allocation for all of them.

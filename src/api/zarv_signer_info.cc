@@ -47,11 +47,11 @@ uint32_t algorithm(const std::string& dotted, bool withNull, ZarvRecordRoom& roo
   CvelString oid;
   uint32_t r = oidElement(dotted, oid);
   if (r != ZARV_OK) return r;
-  return zarvWriteField(room, out, [&](CvelDerWriter& w) {
-    w.element(kTagSequence, [&] {
-      w.bytes(oid);
-      if (withNull) w.bytes(kDerNull, sizeof kDerNull);
-    });
+  const uint64_t content = oid.length() + (withNull ? sizeof kDerNull : 0);
+  return zarvWriteField(room, out, cvelTlvSize(content), [&](CvelA1Writer& w) {
+    w.header(kTagSequence, content);
+    w.bytes(oid);
+    if (withNull) w.bytes(kDerNull, sizeof kDerNull);
   });
 }
 
@@ -201,7 +201,10 @@ uint32_t ZARV_GetDTBS(SignerInfoRecord* h, std::vector<unsigned char>* out) {
     h->signer.signedAttributes().moveFrom(attributes);
     // What the host signs is the SET form of the attributes.
     const CvelString& set = h->signer.signedAttributes();
-    return static_cast<uint32_t>(cvelEncodeDer(*out, [&set](CvelDerWriter& w) { w.element(kTagSet, set); }));
+    return static_cast<uint32_t>(zarvWriteExactly(cvelTlvSize(set.length()), *out, [&set](CvelA1Writer& w) {
+      w.header(kTagSet, set.length());
+      w.bytes(set);
+    }));
   });
 }
 
