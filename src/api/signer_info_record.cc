@@ -56,7 +56,7 @@ struct Encoding {
 
 // The Attributes in DER order: all of them encoded one behind the other into one block, an index of where
 // each one sits sorted by their octets, then the set written from the sorted index.
-uint32_t writeInDerOrder(const std::vector<AttributeParts>& attributes, CvelString& out) {
+uint32_t writeInDerOrder(const std::vector<AttributeParts>& attributes, ZarvRecordRoom& room, CvelString& out) {
   CvelString block;
   uint64_t total = 0;
   for (const AttributeParts& a : attributes) total += a.size();
@@ -74,7 +74,7 @@ uint32_t writeInDerOrder(const std::vector<AttributeParts>& attributes, CvelStri
   if (sorted.size() != attributes.size()) return kCvelErrMalformed;
   std::stable_sort(sorted.begin(), sorted.end(),
                    [](const Encoding& a, const Encoding& b) { return derSetOfLess(a, b); });
-  return cvelEncodeDer(out, [&sorted](CvelDerWriter& w) {
+  return zarvWriteField(room, out, block.length(), [&sorted](CvelA1Writer& w) {
     for (const Encoding& e : sorted) w.bytes(e.data, e.length);
   });
 }
@@ -213,7 +213,8 @@ ZarvAttributeOrder zarvSignedAttributeOrder() {
   return ZarvAttributeOrder::kDottedType;
 }
 
-uint32_t zarvBuildAttributes(const ZarvAttributeMap& map, ZarvAttributeOrder order, CvelString& out) {
+uint32_t zarvBuildAttributes(const ZarvAttributeMap& map, ZarvAttributeOrder order, ZarvRecordRoom& room,
+                             CvelString& out) {
   // Each type is converted once, in text order, before anything is written; the attributes borrow these
   // strings and the map's octets until the set is written.
   TypesInOrder types(map);
@@ -237,11 +238,11 @@ uint32_t zarvBuildAttributes(const ZarvAttributeMap& map, ZarvAttributeOrder ord
     std::vector<AttributeParts> attributes;
     attributes.reserve(map.values().size());
     forEachValue([&attributes](const AttributeParts& a) { attributes.push_back(a); });
-    return writeInDerOrder(attributes, out);
+    return writeInDerOrder(attributes, room, out);
   }
   uint64_t total = 0;
   forEachValue([&total](const AttributeParts& a) { total += a.size(); });
-  return cvelWriteExactly(total, out, [&forEachValue](CvelA1Writer& w) {
+  return zarvWriteField(room, out, total, [&forEachValue](CvelA1Writer& w) {
     forEachValue([&w](const AttributeParts& a) { a.write(w); });
   });
 }

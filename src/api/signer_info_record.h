@@ -148,8 +148,9 @@ class ZarvRecordRoom {
 
  private:
   // An EC signer's fields (algorithm identifiers of 15 and 12 octets, a signature of 72, an issuer and
-  // serial of one to two hundred) fit; an RSA-2048 signature on top of a long issuer may not.
-  static constexpr size_t kBytes = 320;
+  // serial of one to two hundred) fit, and with a short issuer its signed attributes as well (about 230
+  // octets); an RSA-2048 signature on top of a long issuer may not.
+  static constexpr size_t kBytes = 448;
   unsigned char bytes_[kBytes];
   size_t used_ = 0;
 };
@@ -202,7 +203,9 @@ ZarvAttributeOrder zarvSignedAttributeOrder();
 
 // The concatenated Attributes of a map, one Attribute per value: SEQUENCE { OID, SET { value } }, in key
 // order or in DER order. OID text that does not convert ends the build with the converter's result.
-uint32_t zarvBuildAttributes(const ZarvAttributeMap& map, ZarvAttributeOrder order, CvelString& out);
+// The set is written in the record's room when it fits there (out then views it).
+uint32_t zarvBuildAttributes(const ZarvAttributeMap& map, ZarvAttributeOrder order, ZarvRecordRoom& room,
+                             CvelString& out);
 
 // The IssuerAndSerialNumber of a parsed certificate: SEQUENCE { issuer Name, serialNumber }, the
 // certificate's own issuer-and-serial pair, in the record's room when it fits.

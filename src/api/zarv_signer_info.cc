@@ -85,7 +85,8 @@ uint32_t addAttribute(SignerInfoRecord* h, ZarvAttributeKind kind, std::string_v
 uint32_t ZARV_CreateSignerInfo(SignerInfoRecord** handle) {
   if (handle == nullptr) return ZARV_E_BAD_PARAMETER;
   return zarvGuarded([&] {
-    SignerInfoRecord* record = new (std::nothrow) SignerInfoRecord();
+    // Default-initialised: the room's octets are written before they are read, and need no zeroing.
+    SignerInfoRecord* record = new (std::nothrow) SignerInfoRecord;
     if (record == nullptr) return ZARV_E_OUT_OF_MEMORY;
     *handle = record;
     return ZARV_OK;
@@ -196,7 +197,7 @@ uint32_t ZARV_GetDTBS(SignerInfoRecord* h, std::vector<unsigned char>* out) {
     }
     // The order is fixed here; the SignerInfo encodes these same bytes as its [0] set later.
     CvelString attributes;
-    uint32_t r = zarvBuildAttributes(map, zarvSignedAttributeOrder(), attributes);
+    uint32_t r = zarvBuildAttributes(map, zarvSignedAttributeOrder(), h->room, attributes);
     if (r != ZARV_OK) return r;
     h->signer.signedAttributes().moveFrom(attributes);
     // What the host signs is the SET form of the attributes.
@@ -233,7 +234,7 @@ uint32_t ZARV_EncodeSignerInfo(SignerInfoRecord* h, std::vector<unsigned char>* 
     if (!map.empty()) {
       CvelString attributes;
       // Unsigned attributes are not covered by the signature and keep the dotted-type order.
-      uint32_t r = zarvBuildAttributes(map, ZarvAttributeOrder::kDottedType, attributes);
+      uint32_t r = zarvBuildAttributes(map, ZarvAttributeOrder::kDottedType, h->room, attributes);
       if (r != ZARV_OK) return r;
       h->signer.unsignedAttributes().moveFrom(attributes);
     }
