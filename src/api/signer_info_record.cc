@@ -6,8 +6,10 @@
 #include <cstring>
 #include <vector>
 
+#include "api/zarv_known_oids.h"
 #include "asn1/cvel_a1_context.h"
 #include "asn1/cvel_a1_der_writer.h"
+#include "asn1/cvel_a1_size.h"
 #include "asn1/cvel_der.h"
 #include "asn1/cvel_oid.h"
 
@@ -29,17 +31,20 @@ bool derSetOfLess(const Octets& a, const Octets& b) {
   return false;
 }
 
-// One Attribute: SEQUENCE { type OID, SET { value } }, the value already DER.
+// One Attribute: SEQUENCE { type OID, SET { value } }, the value already DER. Its size follows from the
+// parts' lengths, so a set of them is written in one pass at its final size.
 struct AttributeParts {
-  const CvelString* type;
+  std::string_view type;
   const unsigned char* value;
   size_t valueLength;
 
-  void write(CvelDerWriter& w) const {
-    w.element(kTagSequence, [&] {
-      w.bytes(*type);
-      w.element(kTagSet, value, valueLength);
-    });
+  uint64_t contentSize() const { return type.size() + cvelTlvSize(valueLength); }
+  uint64_t size() const { return cvelTlvSize(contentSize()); }
+  void write(CvelA1Writer& w) const {
+    w.header(kTagSequence, contentSize());
+    w.bytes(type.data(), type.size());
+    w.header(kTagSet, valueLength);
+    w.bytes(value, valueLength);
   }
 };
 
@@ -51,9 +56,11 @@ struct Encoding {
 
 // The Attributes in DER order: all of them encoded one behind the other into one block, an index of where
 // each one sits sorted by their octets, then the set written from the sorted index.
-uint32_t writeInDerOrder(const std::vector<AttributeParts>& attributes, CvelString& out) {
+uint32_t writeInDerOrder(const std::vector<AttributeParts>& attributes, ZarvRecordRoom& room, CvelString& out) {
   CvelString block;
-  uint32_t r = cvelEncodeDer(block, [&attributes](CvelDerWriter& w) {
+  uint64_t total = 0;
+  for (const AttributeParts& a : attributes) total += a.size();
+  uint32_t r = cvelWriteExactly(total, block, [&attributes](CvelA1Writer& w) {
     for (const AttributeParts& a : attributes) a.write(w);
   });
   if (r != kCvelOk) return r;
@@ -67,79 +74,101 @@ uint32_t writeInDerOrder(const std::vector<AttributeParts>& attributes, CvelStri
   if (sorted.size() != attributes.size()) return kCvelErrMalformed;
   std::stable_sort(sorted.begin(), sorted.end(),
                    [](const Encoding& a, const Encoding& b) { return derSetOfLess(a, b); });
-  return cvelEncodeDer(out, [&sorted](CvelDerWriter& w) {
+  return zarvWriteField(room, out, block.length(), [&sorted](CvelA1Writer& w) {
     for (const Encoding& e : sorted) w.bytes(e.data, e.length);
   });
 }
 
-// The converted types of a map, one per type in the map's order. A signer has a handful of types: they are
-// held here without a block of their own, more spill into a vector.
-class ConvertedTypes {
+// One type of a map: its values, neighbours in the index, and its element for the set: the known one, or
+// the converter's, kept in converted.
+struct TypeRun {
+  const ZarvAttributeMap::Value* first;
+  size_t count;
+  std::string_view element;
+  CvelString converted;
+};
+
+// The types of a map in the order of their texts (unsigned octet by octet, a proper prefix first). A signer
+// has a handful of types: they are held here without a block of their own, more spill into a vector.
+class TypesInOrder {
  public:
-  explicit ConvertedTypes(size_t count) {
+  explicit TypesInOrder(const ZarvAttributeMap& map) {
+    const std::vector<ZarvAttributeMap::Value>& values = map.values();
+    size_t count = 0;
+    for (size_t i = 0; i < values.size(); ++i) {
+      if (i == 0 || values[i].typeOffset != values[i - 1].typeOffset) ++count;
+    }
     if (count > kHeld) spill_.resize(count);
-    types_ = count > kHeld ? spill_.data() : held_;
+    runs_ = count > kHeld ? spill_.data() : held_;
+    // A type's values are neighbours: a run is placed at its first value and counted over the rest.
+    size_t at = 0;
+    for (size_t i = 0; i < values.size(); ++i) {
+      if (i != 0 && values[i].typeOffset == values[i - 1].typeOffset) {
+        ++runs_[at].count;
+        continue;
+      }
+      // Insertion in text order: the texts of a map are distinct, and a handful.
+      at = count_++;
+      const std::string_view text = map.typeOf(values[i]);
+      for (; at > 0 && text < map.typeOf(*runs_[at - 1].first); --at) {
+        runs_[at].first = runs_[at - 1].first;
+        runs_[at].count = runs_[at - 1].count;
+      }
+      runs_[at].first = &values[i];
+      runs_[at].count = 1;
+    }
   }
-  CvelString& operator[](size_t i) { return types_[i]; }
+  TypeRun* begin() { return runs_; }
+  TypeRun* end() { return runs_ + count_; }
 
  private:
   static constexpr size_t kHeld = 8;
-  CvelString held_[kHeld];
-  std::vector<CvelString> spill_;
-  CvelString* types_;
+  TypeRun held_[kHeld];
+  std::vector<TypeRun> spill_;
+  TypeRun* runs_;
+  size_t count_ = 0;
 };
 
-// Calls visit(value, type index) for each value of the map in its order.
-template <typename Visit>
-void forEachValue(const ZarvAttributeMap& map, Visit&& visit) {
-  size_t type = 0;
-  const ZarvAttributeMap::Value* previous = nullptr;
-  for (const ZarvAttributeMap::Value& v : map.values()) {
-    if (previous != nullptr && previous->typeOffset != v.typeOffset) ++type;
-    visit(v, type);
-    previous = &v;
-  }
+// A type's text and a dotted text of the same length compare equal: the last characters first, where the
+// texts of one arc differ.
+bool sameText(std::string_view a, std::string_view b) {
+  return a.size() == b.size() && (a.empty() || a.back() == b.back()) && a == b;
 }
 }  // namespace
 
+std::vector<ZarvAttributeMap::Value>::const_iterator ZarvAttributeMap::find(std::string_view type) const {
+  return std::find_if(values_.begin(), values_.end(), [&](const Value& v) { return sameText(typeOf(v), type); });
+}
+
 void ZarvAttributeMap::erase(std::string_view type) {
-  auto first = lowerBound(type);
-  eraseRange(first, std::find_if(first, values_.cend(), [&](const Value& v) { return typeOf(v) != type; }));
+  auto first = find(type);
+  if (first != values_.end()) eraseType(first, type);
 }
 
-std::vector<ZarvAttributeMap::Value>::iterator ZarvAttributeMap::eraseRange(std::vector<Value>::const_iterator first,
-                                                                           std::vector<Value>::const_iterator last) {
-  if (first == last) return values_.erase(first, first);
-  waste_ += first->typeLength + 1;
+void ZarvAttributeMap::eraseType(std::vector<Value>::const_iterator first, std::string_view type) {
+  auto last = std::find_if(first, values_.cend(), [&](const Value& v) { return v.typeOffset != first->typeOffset; });
+  waste_ += type.size() + 1;
   for (auto at = first; at != last; ++at) waste_ += at->length;
-  return values_.erase(first, last);
+  values_.erase(first, last);
 }
 
-size_t ZarvAttributeMap::typeCount() const {
-  size_t count = 0;
-  forEachValue(*this, [&count](const Value&, size_t type) { count = type + 1; });
-  return count;
-}
-
-std::vector<ZarvAttributeMap::Value>::const_iterator ZarvAttributeMap::lowerBound(std::string_view type) const {
-  return std::lower_bound(values_.begin(), values_.end(), type,
-                          [this](const Value& v, std::string_view key) { return typeOf(v) < key; });
-}
-
-void ZarvAttributeMap::index(std::string_view type, size_t offset, size_t length, bool replace) {
-  // One search: the type's values are the run from the lower bound on, a handful at most.
-  auto first = lowerBound(type);
-  auto last = std::find_if(first, values_.cend(), [&](const Value& v) { return typeOf(v) != type; });
-  Value value{0, type.size(), offset, length};
-  if (replace || first == last) {
-    auto at = eraseRange(first, last);
+void ZarvAttributeMap::index(const ZarvKnownOid& type, size_t offset, size_t length, bool replace) {
+  // A type's values are neighbours in the index; the types stand in the order they were first added.
+  auto first = find(type.dotted);
+  Value value{0, type.dotted.size(), offset, length, type.element};
+  if (replace || first == values_.end()) {
+    if (first != values_.end()) eraseType(first, type.dotted);
+    // The text and its terminating zero, in the room reserved for them.
     value.typeOffset = block_.size();
-    block_.insert(block_.end(), type.begin(), type.end());
-    block_.push_back(0);
-    values_.insert(at, value);
+    block_.resize(value.typeOffset + type.dotted.size() + 1);
+    std::memcpy(block_.data() + value.typeOffset, type.dotted.data(), type.dotted.size());
+    block_.back() = 0;
+    values_.push_back(value);
     return;
   }
   value.typeOffset = first->typeOffset;
+  value.typeElement = first->typeElement;
+  auto last = std::find_if(first, values_.cend(), [&](const Value& v) { return v.typeOffset != first->typeOffset; });
   values_.insert(last, value);
 }
 
@@ -171,10 +200,10 @@ void ZarvAttributeMap::compactWhenMostlyWaste() {
   waste_ = 0;
 }
 
-uint32_t zarvAddAttribute(SignerInfoRecord& record, ZarvAttributeKind kind, std::string_view oid,
+uint32_t zarvAddAttribute(SignerInfoRecord& record, ZarvAttributeKind kind, const ZarvKnownOid& type,
                           const unsigned char* value, size_t length, uint32_t replace) {
-  const bool added = record.table(kind).add(oid, replace == kReplace,
-                                            [value, length](CvelDerWriter& w) { w.bytes(value, length); });
+  const bool added = record.table(kind).addSized(type, replace == kReplace, length,
+                                                 [value, length](CvelA1Writer& w) { w.bytes(value, length); });
   return added ? ZARV_OK : ZARV_E_NOT_STORED;
 }
 
@@ -184,62 +213,87 @@ ZarvAttributeOrder zarvSignedAttributeOrder() {
   return ZarvAttributeOrder::kDottedType;
 }
 
-uint32_t zarvBuildAttributes(const ZarvAttributeMap& map, ZarvAttributeOrder order, CvelString& out) {
-  // Each type is converted once, in the map's order, before anything is written; the attributes borrow
-  // these strings and the map's octets until the set is written.
-  ConvertedTypes types(map.typeCount());
-  uint32_t failure = ZARV_OK;
-  size_t converted = 0;
-  forEachValue(map, [&](const ZarvAttributeMap::Value& v, size_t type) {
-    if (failure != ZARV_OK || type != converted) return;
-    failure = fromDottedElement(map.typeText(v), types[type]);
-    if (failure == ZARV_OK) ++converted;
-  });
-  if (failure != ZARV_OK) return failure;
+uint32_t zarvBuildAttributes(const ZarvAttributeMap& map, ZarvAttributeOrder order, ZarvRecordRoom& room,
+                             CvelString& out) {
+  // Each type is converted once, in text order, before anything is written; the attributes borrow these
+  // strings and the map's octets until the set is written.
+  TypesInOrder types(map);
+  for (TypeRun& run : types) {
+    // A known type's element is used as it is; only the others go through the converter.
+    run.element = run.first->typeElement;
+    if (!run.element.empty()) continue;
+    const uint32_t r = fromDottedElement(map.typeText(*run.first), run.converted);
+    if (r != ZARV_OK) return r;
+    run.element = std::string_view(reinterpret_cast<const char*>(run.converted.data()), run.converted.length());
+  }
+  auto forEachValue = [&types, &map](auto&& visit) {
+    for (const TypeRun& run : types) {
+      for (size_t i = 0; i < run.count; ++i) {
+        const ZarvAttributeMap::Value& v = run.first[i];
+        visit(AttributeParts{run.element, map.bytesOf(v), v.length});
+      }
+    }
+  };
   if (order == ZarvAttributeOrder::kDer) {
     std::vector<AttributeParts> attributes;
     attributes.reserve(map.values().size());
-    forEachValue(map, [&](const ZarvAttributeMap::Value& v, size_t type) {
-      attributes.push_back({&types[type], map.bytesOf(v), v.length});
-    });
-    return writeInDerOrder(attributes, out);
+    forEachValue([&attributes](const AttributeParts& a) { attributes.push_back(a); });
+    return writeInDerOrder(attributes, room, out);
   }
-  return cvelEncodeDer(out, [&](CvelDerWriter& w) {
-    forEachValue(map, [&](const ZarvAttributeMap::Value& v, size_t type) {
-      AttributeParts{&types[type], map.bytesOf(v), v.length}.write(w);
-    });
+  uint64_t total = 0;
+  forEachValue([&total](const AttributeParts& a) { total += a.size(); });
+  return zarvWriteField(room, out, total, [&forEachValue](CvelA1Writer& w) {
+    forEachValue([&w](const AttributeParts& a) { a.write(w); });
   });
 }
 
 uint32_t zarvBuildSignerIdentifier(const CvelCertificate& certificate, ZarvRecordRoom& room,
                                    CvelString& signerIdentifier) {
-  return zarvWriteField(room, signerIdentifier, [&certificate](CvelDerWriter& w) {
-    w.element(kTagSequence, [&] {
-      w.bytes(certificate.issuer());
-      w.bytes(certificate.serialNumber());
-    });
+  const uint64_t content = uint64_t{certificate.issuer().length()} + certificate.serialNumber().length();
+  return zarvWriteField(room, signerIdentifier, cvelTlvSize(content), [&](CvelA1Writer& w) {
+    w.header(kTagSequence, content);
+    w.bytes(certificate.issuer());
+    w.bytes(certificate.serialNumber());
   });
 }
 
 // SigningCertificateV2 ::= SEQUENCE { certs SEQUENCE OF ESSCertIDv2 }, one ESSCertIDv2 ::= SEQUENCE {
 //   hashAlgorithm SEQUENCE { OID, NULL }, certHash OCTET STRING,
 //   issuerSerial SEQUENCE { issuer SEQUENCE { [4] { Name } }, serialNumber } }.
-void zarvWriteSigningCertificateV2(CvelDerWriter& w, const CvelCertificate& certificate,
-                                   const ZarvBytes& certificateHash, const CvelString& hashOid) {
-  w.element(kTagSequence, [&] {
-    w.element(kTagSequence, [&] {
-      w.element(kTagSequence, [&] {
-        // The NULL parameters are always written, whatever the hash algorithm.
-        w.element(kTagSequence, [&] {
-          w.bytes(hashOid);
-          w.bytes(kDerNull, sizeof kDerNull);
-        });
-        w.element(kTagOctetString, certificateHash.data(), certificateHash.size());
-        w.element(kTagSequence, [&] {
-          w.element(kTagSequence, [&] { w.element(kTagContext4, certificate.issuer()); });
-          w.bytes(certificate.serialNumber());
-        });
-      });
-    });
-  });
+// The NULL parameters are always written, whatever the hash algorithm.
+namespace {
+struct SigningCertificateV2Sizes {
+  uint64_t algorithm;     // content of the hash AlgorithmIdentifier
+  uint64_t issuerName;    // content of the GeneralNames SEQUENCE: the [4] element
+  uint64_t issuerSerial;  // content of IssuerSerial
+  uint64_t certId;        // content of ESSCertIDv2
+};
+
+SigningCertificateV2Sizes sizesOf(const ZarvSigningCertificateV2& v) {
+  SigningCertificateV2Sizes s{};
+  s.algorithm = v.hashOid.length() + sizeof kDerNull;
+  s.issuerName = cvelTlvSize(v.certificate.issuer().length());
+  s.issuerSerial = cvelTlvSize(s.issuerName) + v.certificate.serialNumber().length();
+  s.certId = cvelTlvSize(s.algorithm) + cvelTlvSize(v.certificateHash.size()) + cvelTlvSize(s.issuerSerial);
+  return s;
+}
+}  // namespace
+
+uint64_t ZarvSigningCertificateV2::size() const { return cvelTlvSize(cvelTlvSize(cvelTlvSize(sizesOf(*this).certId))); }
+
+void ZarvSigningCertificateV2::write(CvelA1Writer& w) const {
+  const SigningCertificateV2Sizes s = sizesOf(*this);
+  w.header(kTagSequence, cvelTlvSize(cvelTlvSize(s.certId)));
+  w.header(kTagSequence, cvelTlvSize(s.certId));
+  w.header(kTagSequence, s.certId);
+  w.header(kTagSequence, s.algorithm);
+  w.bytes(hashOid);
+  w.bytes(kDerNull, sizeof kDerNull);
+  w.header(kTagOctetString, certificateHash.size());
+  w.bytes(certificateHash.data(), certificateHash.size());
+  w.header(kTagSequence, s.issuerSerial);
+  w.header(kTagSequence, s.issuerName);
+  w.header(kTagContext4, certificate.issuer().length());
+  w.bytes(certificate.issuer());
+  w.bytes(certificate.serialNumber());
 }

@@ -8,33 +8,35 @@
 #include <string_view>
 #include <vector>
 
+#include "api/zarv_known_oids.h"
 #include "asn1/cvel_a1_der_writer.h"
+#include "asn1/cvel_a1_size.h"
 #include "asn1/cvel_string.h"
 #include "cms/cvel_p7_signer_info.h"
 #include "kolvari/zarv.h"
 
 using ZarvBytes = std::vector<unsigned char>;
 
-// Attribute type as dotted text -> the values in the order added, each one complete DER value. Types are
-// ordered by unsigned byte-wise comparison of the text, a proper prefix first. A signer holds a handful of
-// attributes of a few dozen octets each: the texts and values sit one behind the other in one block and a
-// short index sorted by type says where, so that adding one costs no allocation once the block has room.
+// Attribute type as dotted text -> the values in the order added, each one complete DER value. A signer
+// holds a handful of attributes of a few dozen octets each: the texts and values sit one behind the other in
+// one block and a short index in the order added says where, so that adding one costs no allocation once the
+// block has room and no search beyond a scan for the type. The sets are built in the order of the types'
+// texts (see zarvBuildAttributes), which sorts that handful once.
 class ZarvAttributeMap {
  public:
   // Where one value's type text (zero-terminated in the block, so the converter can take it as it is) and
-  // its DER octets sit. The values of one type share the type's text.
+  // its DER octets sit. The values of one type share the type's text, and its element when the table of
+  // known identifiers holds the text (empty otherwise: the text is converted when the set is built).
   struct Value {
     size_t typeOffset;
     size_t typeLength;
     size_t offset;
     size_t length;
+    std::string_view typeElement;
   };
 
   bool empty() const { return values_.empty(); }
-  bool contains(std::string_view type) const {
-    auto at = lowerBound(type);
-    return at != values_.end() && typeOf(*at) == type;
-  }
+  bool contains(std::string_view type) const { return find(type) != values_.end(); }
   // The type's values leave the index; their octets stay in the block until it is compacted.
   void erase(std::string_view type);
 
@@ -44,12 +46,17 @@ class ZarvAttributeMap {
   // block cannot grow.
   template <typename Encode>
   bool add(std::string_view type, bool replace, Encode&& encode) {
+    return add(ZarvKnownOid{type, zarvKnownOidElement(type)}, replace, encode);
+  }
+  // The same under a type whose element is known (empty: converted when the set is built).
+  template <typename Encode>
+  bool add(const ZarvKnownOid& type, bool replace, Encode&& encode) {
     CvelDerWriter w;
     encode(w);
     if (w.failed() || w.counted() >= CvelString::kViewCapacity - 1) return false;
     const size_t length = static_cast<size_t>(w.counted());
     compactWhenMostlyWaste();
-    block_.reserve(block_.size() + length + type.size() + 1);
+    block_.reserve(block_.size() + length + type.dotted.size() + 1);
     values_.reserve(values_.size() + 1);
     const size_t offset = block_.size();
     block_.resize(offset + length);
@@ -63,15 +70,36 @@ class ZarvAttributeMap {
     return true;
   }
 
-  // The index in type order, the values of one type in the order added.
+  // Appends the value of size octets that write(CvelA1Writer&) writes under the type in one pass, in place;
+  // with replace the type's earlier values go first. False, with nothing changed, when write does not fill
+  // the size exactly or the size is too large for one of the library's strings. Throws std::bad_alloc when
+  // the block cannot grow.
+  template <typename Write>
+  bool addSized(const ZarvKnownOid& type, bool replace, uint64_t size, Write&& write) {
+    if (size >= CvelString::kViewCapacity - 1) return false;
+    const size_t length = static_cast<size_t>(size);
+    compactWhenMostlyWaste();
+    block_.reserve(block_.size() + length + type.dotted.size() + 1);
+    values_.reserve(values_.size() + 1);
+    const size_t offset = block_.size();
+    block_.resize(offset + length);
+    CvelA1Writer w(block_.data() + offset, size);
+    write(w);
+    if (!w.complete()) {
+      block_.resize(offset);
+      return false;
+    }
+    index(type, offset, length, replace);
+    return true;
+  }
+
+  // The index in the order added.
   const std::vector<Value>& values() const { return values_; }
   std::string_view typeOf(const Value& v) const {
     return std::string_view(reinterpret_cast<const char*>(block_.data() + v.typeOffset), v.typeLength);
   }
   const char* typeText(const Value& v) const { return reinterpret_cast<const char*>(block_.data() + v.typeOffset); }
   const unsigned char* bytesOf(const Value& v) const { return block_.data() + v.offset; }
-  // Number of distinct types.
-  size_t typeCount() const;
 
  private:
   // Room for the usual signed attributes of one signer without growing; well under the size from which the
@@ -79,13 +107,13 @@ class ZarvAttributeMap {
   static constexpr size_t kUsualBytes = 512;
   static constexpr size_t kUsualValues = 8;
 
-  std::vector<Value>::const_iterator lowerBound(std::string_view type) const;
+  // The first value of the type in the index, or the end.
+  std::vector<Value>::const_iterator find(std::string_view type) const;
   // Puts the value written at offset into the index behind the type's other values (in place of them with
   // replace), the type's text appended to the block when the type is new. The room was reserved beforehand.
-  void index(std::string_view type, size_t offset, size_t length, bool replace);
-  // Drops the index's values from first to last, their octets counted as waste.
-  std::vector<Value>::iterator eraseRange(std::vector<Value>::const_iterator first,
-                                          std::vector<Value>::const_iterator last);
+  void index(const ZarvKnownOid& type, size_t offset, size_t length, bool replace);
+  // Drops the type's values from the index, their octets counted as waste.
+  void eraseType(std::vector<Value>::const_iterator first, std::string_view type);
   // Octets of erased values and texts are dropped once they outweigh the live ones.
   void compactWhenMostlyWaste();
 
@@ -120,25 +148,36 @@ class ZarvRecordRoom {
 
  private:
   // An EC signer's fields (algorithm identifiers of 15 and 12 octets, a signature of 72, an issuer and
-  // serial of one to two hundred) fit; an RSA-2048 signature on top of a long issuer may not.
-  static constexpr size_t kBytes = 320;
+  // serial of one to two hundred) fit, and with a short issuer its signed attributes as well (about 230
+  // octets); an RSA-2048 signature on top of a long issuer may not.
+  static constexpr size_t kBytes = 448;
   unsigned char bytes_[kBytes];
   size_t used_ = 0;
 };
 
-// What encode(CvelDerWriter&) writes, into field: in the room when it fits (field then views it), else in
-// a string of its own. The results are those of cvelEncodeDer.
-template <typename Encode>
-CvelResult zarvWriteField(ZarvRecordRoom& room, CvelString& field, Encode&& encode) {
-  CvelDerWriter w;
-  encode(w);
-  if (w.failed()) return kCvelErrNoMemory;
-  unsigned char* at = room.take(w.counted());
-  if (at == nullptr) return cvelEncodeDer(field, encode);
-  w.startWriting(at);
-  encode(w);
+// The size octets that write(CvelA1Writer&) writes, into field: in the room when they fit (field then
+// views them), else in a string of its own. The results are those of cvelWriteExactly.
+template <typename Write>
+CvelResult zarvWriteField(ZarvRecordRoom& room, CvelString& field, uint64_t size, Write&& write) {
+  if (size >= CvelString::kViewCapacity - 1) return kCvelErrNoMemory;
+  unsigned char* at = room.take(size);
+  if (at == nullptr) return cvelWriteExactly(size, field, write);
+  CvelA1Writer w(at, size);
+  write(w);
   if (!w.complete()) return kCvelErrMalformed;
-  return field.setView(at, static_cast<size_t>(w.counted()));
+  return field.setView(at, static_cast<size_t>(size));
+}
+
+// The same into a byte vector of exactly total octets, which replaces out only when write filled it.
+template <typename Write>
+CvelResult zarvWriteExactly(uint64_t total, std::vector<unsigned char>& out, Write&& write) {
+  if (total >= CvelString::kViewCapacity - 1) return kCvelErrNoMemory;
+  std::vector<unsigned char> result(static_cast<size_t>(total));
+  CvelA1Writer w(result.data(), total);
+  write(w);
+  if (!w.complete()) return kCvelErrMalformed;
+  out.swap(result);
+  return kCvelOk;
 }
 
 // The signer object, both tables and the room are part of the record: one allocation for all of them.
@@ -155,7 +194,7 @@ struct SignerInfoRecord {
 
 // The step every setter goes through: with replace 1 the type's earlier values go, then the value is
 // appended under the type.
-uint32_t zarvAddAttribute(SignerInfoRecord& record, ZarvAttributeKind kind, std::string_view oid,
+uint32_t zarvAddAttribute(SignerInfoRecord& record, ZarvAttributeKind kind, const ZarvKnownOid& type,
                           const unsigned char* value, size_t length, uint32_t replace);
 
 // The order the signed attributes take now: kDer when KOLVARI_DER_ATTRIBUTE_ORDER is "1", else kDottedType.
@@ -164,7 +203,9 @@ ZarvAttributeOrder zarvSignedAttributeOrder();
 
 // The concatenated Attributes of a map, one Attribute per value: SEQUENCE { OID, SET { value } }, in key
 // order or in DER order. OID text that does not convert ends the build with the converter's result.
-uint32_t zarvBuildAttributes(const ZarvAttributeMap& map, ZarvAttributeOrder order, CvelString& out);
+// The set is written in the record's room when it fits there (out then views it).
+uint32_t zarvBuildAttributes(const ZarvAttributeMap& map, ZarvAttributeOrder order, ZarvRecordRoom& room,
+                             CvelString& out);
 
 // The IssuerAndSerialNumber of a parsed certificate: SEQUENCE { issuer Name, serialNumber }, the
 // certificate's own issuer-and-serial pair, in the record's room when it fits.
@@ -172,8 +213,14 @@ uint32_t zarvBuildSignerIdentifier(const CvelCertificate& certificate, ZarvRecor
                                    CvelString& signerIdentifier);
 
 // The signing-certificate-v2 value for a parsed certificate, the host's hash of it and that hash's OID
-// (already DER).
-void zarvWriteSigningCertificateV2(CvelDerWriter& w, const CvelCertificate& certificate,
-                                   const ZarvBytes& certificateHash, const CvelString& hashOid);
+// (already DER): its size, then the value written at that size.
+struct ZarvSigningCertificateV2 {
+  const CvelCertificate& certificate;
+  const ZarvBytes& certificateHash;
+  const CvelString& hashOid;
+
+  uint64_t size() const;
+  void write(CvelA1Writer& w) const;
+};
 
 #endif  // KOLVARI_API_SIGNER_INFO_RECORD_H

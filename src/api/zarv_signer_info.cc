@@ -5,6 +5,7 @@
 
 #include "api/signer_info_record.h"
 #include "api/zarv_guard.h"
+#include "api/zarv_known_oids.h"
 #include "asn1/cvel_a1_der_writer.h"
 #include "asn1/cvel_der.h"
 #include "asn1/cvel_oid.h"
@@ -12,10 +13,6 @@
 
 namespace {
 
-constexpr char kContentTypeOid[] = "1.2.840.113549.1.9.3";
-constexpr char kMessageDigestOid[] = "1.2.840.113549.1.9.4";
-constexpr char kSigningTimeOid[] = "1.2.840.113549.1.9.5";
-constexpr char kSigningCertificateV2Oid[] = "1.2.840.113549.1.9.16.2.47";
 constexpr char kSignatureEnvironmentOid[] = "1.3.6.1.4.1.47731.1";
 // The two labels of the signature-creation environment: 1.3.6.1.4.1.47731.1.1 and .1.2, whole elements.
 constexpr unsigned char kEnvironmentFirstOid[] = {0x06, 0x0A, 0x2B, 0x06, 0x01, 0x04, 0x01,
@@ -36,17 +33,25 @@ bool usable(const SignerInfoRecord* h) { return h != nullptr; }
 constexpr size_t kRecordSizeLimit = 1000;
 static_assert(sizeof(SignerInfoRecord) <= kRecordSizeLimit, "the signer-info record stays a small block");
 
+// The element of a host's dotted text: from the table of known identifiers when it holds the text, else
+// from the converter, which reads the text up to its first NUL.
+uint32_t oidElement(const std::string& dotted, CvelString& oid) {
+  const std::string_view known = zarvKnownOidElement(dotted);
+  if (known.empty()) return fromDottedElement(dotted.c_str(), oid);
+  return oid.setView(known.data(), known.size());
+}
+
 // SEQUENCE { OID from the dotted text, NULL } (withNull), or SEQUENCE { OID }, in the record's room when
 // it fits.
 uint32_t algorithm(const std::string& dotted, bool withNull, ZarvRecordRoom& room, CvelString& out) {
   CvelString oid;
-  uint32_t r = fromDottedElement(dotted.c_str(), oid);
+  uint32_t r = oidElement(dotted, oid);
   if (r != ZARV_OK) return r;
-  return zarvWriteField(room, out, [&](CvelDerWriter& w) {
-    w.element(kTagSequence, [&] {
-      w.bytes(oid);
-      if (withNull) w.bytes(kDerNull, sizeof kDerNull);
-    });
+  const uint64_t content = oid.length() + (withNull ? sizeof kDerNull : 0);
+  return zarvWriteField(room, out, cvelTlvSize(content), [&](CvelA1Writer& w) {
+    w.header(kTagSequence, content);
+    w.bytes(oid);
+    if (withNull) w.bytes(kDerNull, sizeof kDerNull);
   });
 }
 
@@ -58,26 +63,21 @@ uint32_t copySignature(const std::vector<unsigned char>& signature, ZarvRecordRo
   return out.setView(at, signature.size());
 }
 
-// Adds a signed attribute whose value encode(CvelDerWriter&) writes in its place in the table; incomplete
-// is the result when the value does not come out whole.
-template <typename Encode>
-uint32_t addWrittenAttribute(SignerInfoRecord& h, std::string_view oid, uint32_t replace, uint32_t incomplete,
-                             Encode&& encode) {
-  return h.signedAttributes.add(oid, replace == kReplace, encode) ? ZARV_OK : incomplete;
-}
-
 uint32_t setContentType(SignerInfoRecord& h, const std::vector<unsigned char>& derOid) {
   if (derOid.empty()) {
-    return zarvAddAttribute(h, ZarvAttributeKind::kSigned, kContentTypeOid, kDerOidData, sizeof kDerOidData,
+    return zarvAddAttribute(h, ZarvAttributeKind::kSigned, kZarvContentType, kDerOidData, sizeof kDerOidData,
                             kReplace);
   }
-  return zarvAddAttribute(h, ZarvAttributeKind::kSigned, kContentTypeOid, derOid.data(), derOid.size(), kReplace);
+  return zarvAddAttribute(h, ZarvAttributeKind::kSigned, kZarvContentType, derOid.data(), derOid.size(), kReplace);
 }
 
 uint32_t addAttribute(SignerInfoRecord* h, ZarvAttributeKind kind, std::string_view oid,
                       const std::vector<unsigned char>& derValue, uint32_t replace) {
   if (!usable(h)) return ZARV_E_BAD_PARAMETER;
-  return zarvGuarded([&] { return zarvAddAttribute(*h, kind, oid, derValue.data(), derValue.size(), replace); });
+  return zarvGuarded([&] {
+    const ZarvKnownOid type{oid, zarvKnownOidElement(oid)};
+    return zarvAddAttribute(*h, kind, type, derValue.data(), derValue.size(), replace);
+  });
 }
 
 }  // namespace
@@ -85,7 +85,8 @@ uint32_t addAttribute(SignerInfoRecord* h, ZarvAttributeKind kind, std::string_v
 uint32_t ZARV_CreateSignerInfo(SignerInfoRecord** handle) {
   if (handle == nullptr) return ZARV_E_BAD_PARAMETER;
   return zarvGuarded([&] {
-    SignerInfoRecord* record = new (std::nothrow) SignerInfoRecord();
+    // Default-initialised: the room's octets are written before they are read, and need no zeroing.
+    SignerInfoRecord* record = new (std::nothrow) SignerInfoRecord;
     if (record == nullptr) return ZARV_E_OUT_OF_MEMORY;
     *handle = record;
     return ZARV_OK;
@@ -98,9 +99,11 @@ uint32_t ZARV_SetSigningTime(SignerInfoRecord* h, const std::string& time) {
   if (length != kShortTimeLength && length != kLongTimeLength) return ZARV_E_BAD_PARAMETER;
   return zarvGuarded([&] {
     // The GeneralizedTime tag is written for both text lengths.
-    return addWrittenAttribute(*h, kSigningTimeOid, kReplace, kCvelErrMalformed, [&](CvelDerWriter& w) {
-      w.element(kTagGeneralizedTime, time.data(), length);
+    const bool added = h->signedAttributes.addSized(kZarvSigningTime, true, cvelTlvSize(length), [&](CvelA1Writer& w) {
+      w.header(kTagGeneralizedTime, length);
+      w.bytes(time.data(), length);
     });
+    return added ? ZARV_OK : static_cast<uint32_t>(kCvelErrMalformed);
   });
 }
 
@@ -112,9 +115,12 @@ uint32_t ZARV_SetDataHash(SignerInfoRecord* h, const std::vector<unsigned char>&
     uint32_t r = algorithm(digestOid, true, h->room, digestAlgorithm);
     if (r != ZARV_OK) return r;
     h->signer.digestAlgorithm().moveFrom(digestAlgorithm);
-    return addWrittenAttribute(*h, kMessageDigestOid, replace, kCvelErrMalformed, [&digest](CvelDerWriter& w) {
-      w.element(kTagOctetString, digest.data(), digest.size());
-    });
+    const bool added = h->signedAttributes.addSized(kZarvMessageDigest, replace == kReplace, cvelTlvSize(digest.size()),
+                                                    [&digest](CvelA1Writer& w) {
+                                                      w.header(kTagOctetString, digest.size());
+                                                      w.bytes(digest.data(), digest.size());
+                                                    });
+    return added ? ZARV_OK : static_cast<uint32_t>(kCvelErrMalformed);
   });
 }
 
@@ -124,9 +130,11 @@ uint32_t ZARV_SetSignerCertificate(SignerInfoRecord* h, const std::vector<unsign
   return zarvGuarded([&] {
     if (cert.size() >= CvelString::kViewCapacity - 1) return ZARV_E_BAD_PARAMETER;
     // Only the signer identifier and the signing-certificate-v2 value are taken from the certificate, both
-    // copied out before it goes: it lives for this call only.
+    // copied out before it goes: it lives for this call only, and reads the host's bytes in place (the parse
+    // copies what it changes: armour, base64, a wrapper). A fresh object has the version a parse starts from.
     CvelCertificate certificate;
-    uint32_t r = certificate.parse(cert.data(), static_cast<uint32_t>(cert.size()));
+    if (certificate.encoded().setView(cert.data(), cert.size()) != kCvelOk) certificate.encoded().release();
+    uint32_t r = certificate.parse();
     if (r != ZARV_OK) return r;
     // The signer identifier is stored before the hash OID is converted, so a hash OID that does not
     // convert still leaves the identifier of this certificate in the object.
@@ -134,13 +142,13 @@ uint32_t ZARV_SetSignerCertificate(SignerInfoRecord* h, const std::vector<unsign
     if (zarvBuildSignerIdentifier(certificate, h->room, signerIdentifier) != ZARV_OK) return ZARV_E_OUT_OF_MEMORY;
     h->signer.signerIdentifier().moveFrom(signerIdentifier);
     CvelString hashOid;
-    r = fromDottedElement(certHashOid.c_str(), hashOid);
+    r = oidElement(certHashOid, hashOid);
     if (r != ZARV_OK) return r;
     // A value too large for one of the library's strings is refused like one that cannot be had.
-    r = addWrittenAttribute(*h, kSigningCertificateV2Oid, kReplace, ZARV_E_OUT_OF_MEMORY, [&](CvelDerWriter& w) {
-      zarvWriteSigningCertificateV2(w, certificate, certHash, hashOid);
-    });
-    return r;
+    const ZarvSigningCertificateV2 value{certificate, certHash, hashOid};
+    const bool added = h->signedAttributes.addSized(kZarvSigningCertificateV2, true, value.size(),
+                                                    [&value](CvelA1Writer& w) { value.write(w); });
+    return added ? ZARV_OK : ZARV_E_OUT_OF_MEMORY;
   });
 }
 
@@ -183,18 +191,21 @@ uint32_t ZARV_GetDTBS(SignerInfoRecord* h, std::vector<unsigned char>* out) {
   if (!usable(h) || out == nullptr) return ZARV_E_BAD_PARAMETER;
   return zarvGuarded([&] {
     const ZarvAttributeMap& map = h->signedAttributes;
-    if (!map.contains(kContentTypeOid)) {
+    if (!map.contains(kZarvContentType.dotted)) {
       uint32_t r = setContentType(*h, {});
       if (r != ZARV_OK) return r;
     }
     // The order is fixed here; the SignerInfo encodes these same bytes as its [0] set later.
     CvelString attributes;
-    uint32_t r = zarvBuildAttributes(map, zarvSignedAttributeOrder(), attributes);
+    uint32_t r = zarvBuildAttributes(map, zarvSignedAttributeOrder(), h->room, attributes);
     if (r != ZARV_OK) return r;
     h->signer.signedAttributes().moveFrom(attributes);
     // What the host signs is the SET form of the attributes.
     const CvelString& set = h->signer.signedAttributes();
-    return static_cast<uint32_t>(cvelEncodeDer(*out, [&set](CvelDerWriter& w) { w.element(kTagSet, set); }));
+    return static_cast<uint32_t>(zarvWriteExactly(cvelTlvSize(set.length()), *out, [&set](CvelA1Writer& w) {
+      w.header(kTagSet, set.length());
+      w.bytes(set);
+    }));
   });
 }
 
@@ -223,15 +234,14 @@ uint32_t ZARV_EncodeSignerInfo(SignerInfoRecord* h, std::vector<unsigned char>* 
     if (!map.empty()) {
       CvelString attributes;
       // Unsigned attributes are not covered by the signature and keep the dotted-type order.
-      uint32_t r = zarvBuildAttributes(map, ZarvAttributeOrder::kDottedType, attributes);
+      uint32_t r = zarvBuildAttributes(map, ZarvAttributeOrder::kDottedType, h->room, attributes);
       if (r != ZARV_OK) return r;
       h->signer.unsignedAttributes().moveFrom(attributes);
     }
     h->signer.setAttributeFlag(1);
     // Written straight into a vector of the final size, the one handed to the host: the same checks as
     // encoding into a string first, and out is left alone when they fail.
-    const CvelP7SignerInfo& signer = h->signer;
-    return static_cast<uint32_t>(cvelEncodeDer(*out, [&signer](CvelDerWriter& w) { signer.write(w); }));
+    return static_cast<uint32_t>(h->signer.encode(*out));
   });
 }
 

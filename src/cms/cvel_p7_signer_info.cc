@@ -6,6 +6,7 @@
 #include "asn1/cvel_a1_context.h"
 #include "asn1/cvel_a1_input.h"
 #include "asn1/cvel_a1_der_writer.h"
+#include "asn1/cvel_a1_size.h"
 #include "asn1/cvel_a1_stream_cursor.h"
 #include "asn1/cvel_der.h"
 #include "asn1/cvel_oid.h"
@@ -63,6 +64,42 @@ void CvelP7SignerInfo::write(CvelDerWriter& w) const {
     w.element(kTagOctetString, signatureValue_);
     if (!unsignedAttributes_.isEmpty()) w.element(kTagContext1, unsignedAttributes_);
   });
+}
+
+CvelResult CvelP7SignerInfo::encode(std::vector<unsigned char>& out) const {
+  // The version as write puts it, the one field whose size is not its string's.
+  unsigned char version[kVersionRoom];
+  CvelDerWriter v;
+  version_.write(v);
+  if (v.failed() || v.counted() > sizeof version) return cvelEncodeDer(out, [this](CvelDerWriter& w) { write(w); });
+  v.startWriting(version);
+  version_.write(v);
+  if (!v.complete()) return kCvelErrMalformed;
+  const uint64_t versionLength = v.counted();
+
+  auto optional = [](const CvelString& s) { return s.isEmpty() ? 0 : cvelTlvSize(s.length()); };
+  const uint64_t content = versionLength + signerIdentifier_.length() + digestAlgorithm_.length() +
+                           optional(signedAttributes_) + signatureAlgorithm_.length() +
+                           cvelTlvSize(signatureValue_.length()) + optional(unsignedAttributes_);
+  const uint64_t total = cvelTlvSize(content);
+  if (total >= CvelString::kViewCapacity - 1) return kCvelErrNoMemory;
+  std::vector<unsigned char> result(static_cast<size_t>(total));
+  CvelA1Writer w(result.data(), total);
+  auto element = [&w](uint8_t tag, const CvelString& s) {
+    w.header(tag, s.length());
+    w.bytes(s.data(), s.length());
+  };
+  w.header(kTagSequence, content);
+  w.bytes(version, versionLength);
+  w.bytes(signerIdentifier_.data(), signerIdentifier_.length());
+  w.bytes(digestAlgorithm_.data(), digestAlgorithm_.length());
+  if (!signedAttributes_.isEmpty()) element(kTagContext0, signedAttributes_);
+  w.bytes(signatureAlgorithm_.data(), signatureAlgorithm_.length());
+  element(kTagOctetString, signatureValue_);
+  if (!unsignedAttributes_.isEmpty()) element(kTagContext1, unsignedAttributes_);
+  if (!w.complete()) return kCvelErrMalformed;
+  out.swap(result);
+  return kCvelOk;
 }
 
 CvelResult CvelP7SignerInfo::decode(CvelA1Input& in, CvelA1StreamCursor& cursor) {

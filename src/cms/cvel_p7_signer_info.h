@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "asn1/cvel_a1_integer.h"
 #include "asn1/cvel_managed_array.h"
@@ -28,6 +29,9 @@ class CvelP7SignerInfo : public CvelNonCopyObject {
   CvelResult encode(CvelString& out) const;
   // What encode writes, as part of a larger structure or into a buffer of the caller's.
   void write(CvelDerWriter& w) const;
+  // What encode writes, into a vector of its final size in one pass: the fields' lengths give every header.
+  // The results of cvelEncodeDer into a vector; out is replaced whole on success, untouched otherwise.
+  CvelResult encode(std::vector<unsigned char>& out) const;
 
   // Reads the element the cursor has just read, a SEQUENCE (else kCvelErrMalformed), field by field; the
   // first field with an unexpected tag ends the reading quietly and the object keeps what it has. Then the
@@ -75,6 +79,9 @@ class CvelP7SignerInfo : public CvelNonCopyObject {
   const CvelTSPResponses& timeStamps() const;
 
  private:
+  // Room for the version element: a small INTEGER; a larger one takes the writer's two passes.
+  static constexpr size_t kVersionRoom = 16;
+
   CvelResult readFields(CvelA1Input& in, CvelA1StreamCursor& fields);
   void examineDigestAlgorithm();
   void collect(const CvelString& attributes, bool signedAttributes);

@@ -153,3 +153,26 @@ TEST(CvelP7SignerInfos, EmptyOrMalformedSetsGiveZero) {
 }
 
 }  // namespace
+
+namespace {
+
+// The one-pass encode into a vector writes back what was read, as the writer's encode does: with and without
+// the optional sets, and a version too long for the room kept for it (taking the writer's path).
+TEST(CvelP7SignerInfo, TheOnePassEncodeWritesBackWhatWasRead) {
+  const std::string fields = "3000" "3000";                      // sid, digest algorithm: empty SEQUENCEs
+  const std::string tail = "3000" "0402AABB";                    // signature algorithm, signature
+  const std::string rows[] = {
+      "300D" "020101" + fields + tail,                             // 3 + 4 + 6 = 13
+      "3015" "020101" + fields + "A0020500" + tail + "A1020500",   // 3 + 4 + 4 + 6 + 4 = 21
+      "3020" "0214" + std::string(40, '7') + fields + tail,        // 22 + 4 + 6 = 32
+  };
+  for (const std::string& row : rows) {
+    CvelP7SignerInfo decoded;
+    ASSERT_EQ(decodeFirst(hex(row), decoded), kCvelOk) << row;
+    Bytes onePass;
+    ASSERT_EQ(decoded.encode(onePass), kCvelOk) << row;
+    EXPECT_EQ(toHex(onePass), row);
+  }
+}
+
+}  // namespace
