@@ -197,7 +197,7 @@ struct SignerInfoRecord {
 uint32_t zarvAddAttribute(SignerInfoRecord& record, ZarvAttributeKind kind, const ZarvKnownOid& type,
                           const unsigned char* value, size_t length, uint32_t replace);
 
-// The order the signed attributes take now: kDer when KOLVARI_DER_ATTRIBUTE_ORDER is "1", else kDottedType.
+// The order the signed attributes take: kDer when KOLVARI_DER_ATTRIBUTE_ORDER is "1", else kDottedType.
 // Read on every call, so a host may switch it between signers.
 ZarvAttributeOrder zarvSignedAttributeOrder();
 
