@@ -88,14 +88,9 @@ CvelResult CvelTime::parse(const void* text, uint32_t n) {
   if (isDerForm(p, n)) {
     // Read in place: the same fields as the general reading below gives these texts.
     const uint32_t yearDigits = n - kDerAfterYear;
-    year_ = yearDigits == 2 ? (p[0] < kCenturyBreak ? kCentury20 : kCentury19) + digitsValue(p, 2) : digitsValue(p, 4);
-    const char* rest = p + yearDigits;
-    month_ = digitsValue(rest, 2);
-    day_ = digitsValue(rest + 2, 2);
-    hour_ = digitsValue(rest + 4, 2);
-    minute_ = digitsValue(rest + 6, 2);
-    second_ = digitsValue(rest + 8, 2);
-    state_ = kValid;
+    setFields(yearDigits == 2 ? (p[0] < kCenturyBreak ? kCentury20 : kCentury19) + digitsValue(p, 2)
+                              : digitsValue(p, 4),
+              p + yearDigits);
     return kCvelOk;
   }
   // A time-zone offset is cut off and not applied: the fields are taken as written.
@@ -129,14 +124,18 @@ CvelResult CvelTime::parse(const void* text, uint32_t n) {
   } else {
     return kCvelNone;
   }
-  year_ = digitsValue(digits, 4);
-  month_ = digitsValue(digits + 4, 2);
-  day_ = digitsValue(digits + 6, 2);
-  hour_ = digitsValue(digits + 8, 2);
-  minute_ = digitsValue(digits + 10, 2);
-  second_ = digitsValue(digits + 12, 2);
-  state_ = kValid;
+  setFields(digitsValue(digits, 4), digits + 4);
   return kCvelOk;
+}
+
+void CvelTime::setFields(int32_t year, const char* monthOn) {
+  year_ = year;
+  month_ = digitsValue(monthOn, 2);
+  day_ = digitsValue(monthOn + 2, 2);
+  hour_ = digitsValue(monthOn + 4, 2);
+  minute_ = digitsValue(monthOn + 6, 2);
+  second_ = digitsValue(monthOn + 8, 2);
+  state_ = kValid;
 }
 
 CvelResult CvelTime::decode(const CvelString& s, const CvelA1Context* context) {

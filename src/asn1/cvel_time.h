@@ -54,6 +54,8 @@ class CvelTime : public CvelNonCopyObject {
 
  private:
   void clearFields();
+  // year as given, the other fields from "MMDDhhmmss" at monthOn; the time becomes valid.
+  void setFields(int32_t year, const char* monthOn);
 
   int32_t second_ = 0;
   int32_t minute_ = 0;
