@@ -179,7 +179,7 @@ void ZarvAttributeMap::compactWhenMostlyWaste() {
     return;
   }
   if (waste_ == 0 || waste_ < block_.size() / 2) return;
-  std::vector<unsigned char> kept;
+  ZarvUnfilledBytes kept;
   kept.reserve(std::max(kUsualBytes, block_.size() - waste_));
   // The values of one type are neighbours in the index and share one text, told apart by its old offset.
   size_t oldType = SIZE_MAX;

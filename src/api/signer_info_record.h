@@ -5,7 +5,10 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <memory>
+#include <new>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "api/zarv_known_oids.h"
@@ -16,6 +19,28 @@
 #include "kolvari/zarv.h"
 
 using ZarvBytes = std::vector<unsigned char>;
+
+// The allocator of a vector whose elements are written before they are read: growing it leaves the new
+// elements as the heap gave them instead of zero-filling them (construction without a value does nothing
+// for a trivial type).
+template <typename T>
+struct ZarvUnfilledAllocator : std::allocator<T> {
+  ZarvUnfilledAllocator() = default;
+  template <typename U>
+  ZarvUnfilledAllocator(const ZarvUnfilledAllocator<U>& /*other*/) noexcept {}
+
+  template <typename U, typename... Args>
+  void construct(U* at, Args&&... args) {
+    if constexpr (sizeof...(Args) == 0) {
+      ::new (static_cast<void*>(at)) U;
+    } else {
+      ::new (static_cast<void*>(at)) U(std::forward<Args>(args)...);
+    }
+  }
+};
+
+// Octets of which every one is written before it is read.
+using ZarvUnfilledBytes = std::vector<unsigned char, ZarvUnfilledAllocator<unsigned char>>;
 
 // Attribute type as dotted text -> the values in the order added, each one complete DER value. A signer
 // holds a handful of attributes of a few dozen octets each: the texts and values sit one behind the other in
@@ -117,7 +142,8 @@ class ZarvAttributeMap {
   // Octets of erased values and texts are dropped once they outweigh the live ones.
   void compactWhenMostlyWaste();
 
-  std::vector<unsigned char> block_;
+  // Each value is written in place over the octets a resize adds, and each text copied in: never read unset.
+  ZarvUnfilledBytes block_;
   std::vector<Value> values_;
   size_t waste_ = 0;
 };
