@@ -339,9 +339,7 @@ void CvelCertificate::decodePoliciesAndStatements() {
   }
 }
 
-CvelResult CvelCertificate::parse() {
-  kind_ = kUnknown;
-  linked_.clear();
+void CvelCertificate::forgetParse() {
   // The names and extensions may view the DER about to be replaced or re-read: they go with the slices,
   // and give their entries back to the block store before it is filled again.
   namesPending_.store(false, std::memory_order_relaxed);
@@ -350,6 +348,13 @@ CvelResult CvelCertificate::parse() {
   subjectName_.reset();
   blocks_.empty();
   releaseSlices();
+}
+
+CvelResult CvelCertificate::parse() {
+  kind_ = kUnknown;
+  linked_.clear();
+  if (parsedBefore_) forgetParse();
+  parsedBefore_ = true;
   if (encoded_.isEmpty()) return kNotParsed;
 
   CvelA1Context tbsElement;

@@ -128,6 +128,8 @@ class CvelCertificate : public CvelNonCopyObject {
  private:
   void copyFrom(const CvelCertificate& other);
   void releaseSlices();
+  // Forgets what an earlier parse left: the names, the extensions, their block and the slices.
+  void forgetParse();
   void stripPemArmour();
   bool takeBareBase64();
   bool unwrap(CvelA1Context& outer);
@@ -146,6 +148,8 @@ class CvelCertificate : public CvelNonCopyObject {
 
   uint8_t kind_ = kUnknown;
   uint8_t flag_ = 0;
+  // Set by the first parse: until then there are no views, names or extensions to forget.
+  bool parsedBefore_ = false;
   CvelOIDs oids_;
   CvelString encoded_;
   CvelString wrapperType_;
