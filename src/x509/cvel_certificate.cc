@@ -176,8 +176,9 @@ bool CvelCertificate::isAttributeCertificate(const CvelA1Context& tbsElement) co
   return false;
 }
 
-bool CvelCertificate::readValidity(const CvelA1Context& validityElement) {
+bool CvelCertificate::readValidity(const CvelA1Context& validityElement, bool mayDefer) {
   if (!validityElement.elementView(encoded_, validity_)) return false;
+  if (mayDefer && deferTimes(validityElement)) return true;
   // Each child is handed to the time decoder as an image of its own, whatever its tag. A time that does not
   // decode leaves the field as it is; it does not fail the certificate.
   CvelA1Context times;
@@ -196,6 +197,32 @@ bool CvelCertificate::readValidity(const CvelA1Context& validityElement) {
     static_cast<void>(field->decode(element, nullptr));
   }
   return true;
+}
+
+// When both times are the usual short UTCTime or GeneralizedTime elements, their texts are kept for
+// settleTimes, which gives the fields what the loop of readValidity would; anything else is decoded at once.
+bool CvelCertificate::deferTimes(const CvelA1Context& validityElement) {
+  CvelA1Context times;
+  times.enterElementOf(validityElement);
+  for (uint32_t i = 0; i < kValidityTimes; ++i) {
+    const int32_t tag = times.next(encoded_);
+    if ((tag != kTagUtcTime && tag != kTagGeneralizedTime) || times.headerLength() != kShortHeader ||
+        !times.elementInside(encoded_) || times.contentLength() > kTimeTextRoom) {
+      return false;
+    }
+    if (times.contentLength() != 0) {
+      std::memcpy(timeTexts_[i], encoded_.data() + times.contentOffset(), times.contentLength());
+    }
+    timeLengths_[i] = static_cast<uint8_t>(times.contentLength());
+  }
+  timesPending_ = true;
+  return true;
+}
+
+void CvelCertificate::settleTimes() const {
+  CvelTime* const fields[kValidityTimes] = {&notBefore_, &notAfter_};
+  for (uint32_t i = 0; i < kValidityTimes; ++i) static_cast<void>(fields[i]->parse(timeTexts_[i], timeLengths_[i]));
+  timesPending_ = false;
 }
 
 bool CvelCertificate::parsePublicKeyCertificate(const CvelA1Context& tbsElement) {
@@ -219,7 +246,7 @@ bool CvelCertificate::slicePublicKeyCertificate(const CvelA1Context& tbsElement)
   if (tag != kTagInteger || !c.elementView(encoded_, serialNumber_)) return false;
   if (c.next(encoded_) != kTagSequence || !c.elementView(encoded_, tbsSignatureAlgorithm_)) return false;
   if (c.next(encoded_) != kTagSequence || !c.elementView(encoded_, issuer_)) return false;
-  if (c.next(encoded_) != kTagSequence || !readValidity(c)) return false;
+  if (c.next(encoded_) != kTagSequence || !readValidity(c, true)) return false;
   if (c.next(encoded_) != kTagSequence || !c.elementView(encoded_, subject_)) return false;
   if (c.next(encoded_) != kTagSequence || !c.elementView(encoded_, subjectPublicKeyInfo_)) return false;
 
@@ -243,6 +270,7 @@ bool CvelCertificate::slicePublicKeyCertificate(const CvelA1Context& tbsElement)
 void CvelCertificate::decodeOnce() const {
   std::lock_guard<std::mutex> hold(decodeLock_);
   if (!namesPending_.load(std::memory_order_relaxed)) return;
+  if (timesPending_) settleTimes();
   decodeNamesAndExtensions();
   namesPending_.store(false, std::memory_order_release);
 }
@@ -298,7 +326,7 @@ bool CvelCertificate::parseAttributeCertificate(const CvelA1Context& tbsElement)
   static_cast<void>(issuerName_.parse(issuer_));
   if (c.next(encoded_) != kTagSequence || !c.elementView(encoded_, tbsSignatureAlgorithm_)) return false;
   if (c.next(encoded_) != kTagInteger || !c.elementView(encoded_, serialNumber_)) return false;
-  if (c.next(encoded_) != kTagSequence || !readValidity(c)) return false;
+  if (c.next(encoded_) != kTagSequence || !readValidity(c, false)) return false;
 
   // Attributes are held as extension records: OID, not critical, the SET as value.
   if (c.next(encoded_) != kTagSequence) return false;
@@ -340,6 +368,8 @@ void CvelCertificate::decodePoliciesAndStatements() {
 }
 
 void CvelCertificate::forgetParse() {
+  // Times an earlier parse left undecoded reach their fields first, as if decoded by that parse.
+  if (timesPending_) settleTimes();
   // The names and extensions may view the DER about to be replaced or re-read: they go with the slices,
   // and give their entries back to the block store before it is filled again.
   namesPending_.store(false, std::memory_order_relaxed);
@@ -405,7 +435,7 @@ CvelResult CvelCertificate::getGenerationDate(CvelTime& out, int flag) const {
   if (!octets.contentView(found->value(), inner)) return kCvelErrMalformed;
   CvelResult r = out.decode(inner, nullptr);
   if (r != kCvelOk && flag < 0) {
-    out.copyFrom(notBefore_);
+    out.copyFrom(notBefore());
     return kCvelOk;
   }
   return r;

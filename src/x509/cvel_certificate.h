@@ -104,8 +104,15 @@ class CvelCertificate : public CvelNonCopyObject {
   const CvelString& subjectUniqueId() const { return subjectUniqueId_; }
   const CvelString& extensionsElement() const { return extensionsElement_; }
   int32_t version() const { return version_; }
-  const CvelTime& notBefore() const { return notBefore_; }
-  const CvelTime& notAfter() const { return notAfter_; }
+  // A public-key certificate's times are decoded with its names (see decodePending).
+  const CvelTime& notBefore() const {
+    decodePending();
+    return notBefore_;
+  }
+  const CvelTime& notAfter() const {
+    decodePending();
+    return notAfter_;
+  }
   // A public-key certificate's names and extensions are decoded when one of them is first read (see
   // decodePending): the parse's result does not depend on them, and what they hold is the same either way.
   // Like the slices, they read encoded() as the parse left it: change it only to parse again.
@@ -143,7 +150,10 @@ class CvelCertificate : public CvelNonCopyObject {
   void decodeOnce() const;
   void decodeNamesAndExtensions() const;
   bool parseAttributeCertificate(const CvelA1Context& tbsElement);
-  bool readValidity(const CvelA1Context& validityElement);
+  // mayDefer: the certificate's times may wait for decodePending (a public-key certificate).
+  bool readValidity(const CvelA1Context& validityElement, bool mayDefer);
+  bool deferTimes(const CvelA1Context& validityElement);
+  void settleTimes() const;
   void decodePoliciesAndStatements();
 
   uint8_t kind_ = kUnknown;
@@ -168,8 +178,15 @@ class CvelCertificate : public CvelNonCopyObject {
   CvelString subjectUniqueId_;
   CvelString extensionsElement_;
   int32_t version_ = 1;
-  CvelTime notBefore_;
-  CvelTime notAfter_;
+  mutable CvelTime notBefore_;
+  mutable CvelTime notAfter_;
+  // The texts of the two times while their decode waits (timesPending_): copies, so that they stay readable
+  // whatever becomes of encoded(). Written before they are read, so left without an initial value.
+  static constexpr uint32_t kTimeTextRoom = 32;
+  static constexpr uint32_t kValidityTimes = 2;
+  unsigned char timeTexts_[kValidityTimes][kTimeTextRoom];
+  uint8_t timeLengths_[kValidityTimes];
+  mutable bool timesPending_ = false;
   // Set by the parse of a public-key certificate until its names and extensions are decoded. The decode
   // runs once, under decodeLock_, so that threads reading one certificate may meet at it.
   mutable std::atomic<bool> namesPending_{false};

@@ -118,6 +118,24 @@ TEST(CvelCertificate, ValidityTimes) {
   }
 }
 
+// A time that does not decode leaves its field as the earlier parse set it, also when the earlier parse's
+// times were never read before new bytes replaced its DER.
+TEST(CvelCertificate, AnUndecodableTimeKeepsTheEarlierParsesValue) {
+  const Bytes first = file("x509/v1-self-signed.der");
+  Bytes second = first;
+  std::memcpy(second.data() + 77, "500101000000Z", 13);
+  second[90] = kTagSequence;  // notAfter's UTCTime tag (asn1parse: at 90, content at 92)
+  C cert;
+  ASSERT_EQ(parse(cert, first), kCvelOk);
+  ASSERT_EQ(parse(cert, second), kCvelOk);
+  C alone;
+  ASSERT_EQ(parse(alone, first), kCvelOk);
+  EXPECT_EQ(cert.notBefore().year(), 1950);
+  EXPECT_EQ(cert.notAfter().state(), CvelTime::kValid);
+  EXPECT_EQ(cert.notAfter().year(), alone.notAfter().year());
+  EXPECT_EQ(cert.notAfter().second(), alone.notAfter().second());
+}
+
 TEST(CvelCertificate, ANewParseForgetsTheNamesAndExtensionsOfTheEarlierDer) {
   // Names and extensions view the certificate's own DER, which a new parse replaces: bytes that do not parse
   // leave none of them behind (under the sanitizer, a leftover view would read freed memory).
