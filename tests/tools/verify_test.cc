@@ -1,6 +1,7 @@
 // `kolvari verify` apart from the cryptography: how the checks give the indication, the JSON report's shape,
 // the /ByteRange rules of a PDF signature, the signed attributes as the signature covers them (X.690 length
-// octets derived by hand), and the run's certificate cache over real roots from the Mozilla set.
+// octets derived by hand), the run's certificate cache over real roots from the Mozilla set, and the run's
+// path cache over a real chain to a Mozilla root.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -10,6 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include "verify/verify_crypto.h"
+#include "verify/verify_file.h"
 #include "verify/verify_pdf.h"
 #include "verify/verify_report.h"
 
@@ -136,6 +138,27 @@ TEST(VerifyCertificateCache, SameBytesSameCertificateOnly) {
   EXPECT_NE(other, first);
   EXPECT_FALSE(cache.get(a[0].data(), a[0].size() - 1));  // truncated: not read, not kept
   EXPECT_EQ(cache.size(), 3u);
+}
+
+// secure.comodo.com (valid 2011-06-28 to 2013-06-27) under its real CA and the Mozilla root: the second file
+// of a run asks the same question and gets the same report; at another time the path is built again, and the
+// leaf that has expired by then is reported.
+TEST(VerifyPathCache, SameQuestionSameReportAnotherTimeItsOwn) {
+  const std::string file = KOLVARI_TEST_DATA "/verify/real-chain.p7s";
+  VerifyContext context;
+  context.options.trustFiles = {"/usr/share/ca-certificates/mozilla/COMODO_Certification_Authority.crt"};
+  std::string error;
+  ASSERT_TRUE(loadTrust(context, error)) << error;
+  ASSERT_TRUE(timeOfGeneralized("20130101000000Z", context.now));
+  const std::string first = reportText(verifyFile(file, nullptr, context));
+  EXPECT_NE(first.find("passed        certificate path: a path of 3 certificates to CN=COMODO"), std::string::npos)
+      << first;
+  EXPECT_EQ(reportText(verifyFile(file, nullptr, context)), first);
+  EXPECT_EQ(context.paths->size(), 1u);
+  ASSERT_TRUE(timeOfGeneralized("20140101000000Z", context.now));
+  const std::string later = reportText(verifyFile(file, nullptr, context));
+  EXPECT_NE(later.find("certificate path: certificate has expired at 2014-01-01"), std::string::npos) << later;
+  EXPECT_EQ(context.paths->size(), 2u);
 }
 
 }  // namespace
