@@ -330,7 +330,7 @@ void checkPath(const SignedDataView& sd, const VerifyContext& context, Role role
   }
   std::vector<Certificate> untrusted = sd.certificates;
   untrusted.insert(untrusted.end(), context.extraCertificates.begin(), context.extraCertificates.end());
-  PathResult path = buildPath(context.store.get(), state.certificate.get(), untrusted, state.validationTime);
+  PathResult path = context.paths->get(context.store.get(), state.certificate.get(), untrusted, state.validationTime);
   const std::string at = " at " + isoTime(state.validationTime);
   std::string reason;
   if (path.error != X509_V_OK) {

@@ -13,6 +13,7 @@
 #include <openssl/x509.h>
 
 #include "verify/verify_crypto.h"
+#include "verify/verify_path_cache.h"
 
 enum class RevocationMode { kNone, kEmbedded, kFetch };
 
@@ -35,6 +36,8 @@ struct VerifyContext {
   time_t now = 0;                       // --at, else the time the run started
   // Every certificate the run reads (trust anchors, signatures, DSS) goes through this one cache.
   std::shared_ptr<CertificateCache> certificates = std::make_shared<CertificateCache>();
+  // Every path the run builds on store is remembered here, for the files of a batch that ask again.
+  std::shared_ptr<PathCache> paths = std::make_shared<PathCache>();
   std::vector<Certificate> extraCertificates;  // from the PDF's DSS
   std::vector<Bytes> extraOcsp;                // from the PDF's DSS
   std::vector<Bytes> extraCrls;                // from the PDF's DSS

@@ -28,6 +28,7 @@ VerifyContext fileContext(const VerifyContext& run) {
   if (run.store && X509_STORE_up_ref(run.store.get()) == 1) c.store.reset(run.store.get());
   c.now = run.now;
   c.certificates = run.certificates;
+  c.paths = run.paths;
   return c;
 }
 

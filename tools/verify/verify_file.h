@@ -1,7 +1,8 @@
 // One file of a `kolvari verify` run: read within bounds, recognised as a PDF or as a CMS SignedData (DER,
 // PEM or base64), and judged under the run's context. Every file of a batch shares that context's trust
-// store and certificate cache, from any number of threads: the checks only read the context, and a PDF,
-// whose checks keep the DSS and the proofs of existence in a context, gets a context of its own.
+// store, certificate cache and path cache, from any number of threads: the checks only read the context
+// (the caches lock themselves), and a PDF, whose checks keep the DSS and the proofs of existence in a
+// context, gets a context of its own.
 #ifndef KOLVARI_TOOLS_VERIFY_VERIFY_FILE_H
 #define KOLVARI_TOOLS_VERIFY_VERIFY_FILE_H
 
@@ -10,7 +11,7 @@
 #include "verify/verify_context.h"
 #include "verify/verify_report.h"
 
-// A context for one file: the run's options, time, trust store and certificate cache, nothing of a PDF's.
+// A context for one file: the run's options, time, trust store and caches, nothing of a PDF's.
 VerifyContext fileContext(const VerifyContext& run);
 
 // Judges the bytes of the file called name. content feeds the signed file of a detached CMS (null: none).

@@ -1,10 +1,12 @@
 // The trust anchors of a run: --trust files (PEM with any number of certificates, or one DER certificate),
-// the certificates of the files in --trust-dir, and with --system-trust OpenSSL's default locations.
+// the certificates of the files in --trust-dir, and with --system-trust OpenSSL's default locations
+// (verify_system_trust.h).
 #include <dirent.h>
 
 #include <openssl/err.h>
 
 #include "verify/verify_context.h"
+#include "verify/verify_system_trust.h"
 
 namespace {
 
@@ -59,7 +61,10 @@ bool loadTrust(VerifyContext& context, std::string& error) {
       !addDirectory(context.store.get(), *context.certificates, context.options.trustDir, error)) {
     return false;
   }
-  if (context.options.systemTrust) X509_STORE_set_default_paths(context.store.get());
+  if (context.options.systemTrust && !addSystemTrust(context.store.get(), context.certificates)) {
+    error = "out of memory";
+    return false;
+  }
   ERR_clear_error();
   return true;
 }
