@@ -183,6 +183,36 @@ TEST_F(OutputFile, PiecesArriveWholeInAFolderThatExistsNotOverAFolder) {
 
 }  // namespace
 
+// The writer itself, without the check writeOutputFile makes first: a name that appears in between (here
+// one that was there all along) is refused by the step that names the new file, never overwritten.
+TEST_F(OutputFile, TheNamingRefusesANameThatAppearedAfterTheCheck) {
+  put("kept.p7s", "old");
+  ASSERT_EQ(symlink("nowhere", path("dangling.p7s").c_str()), 0);
+  const FileFiller fill = [](int fd, std::string&) { return ::write(fd, "new", 3) == 3; };
+  for (const char* name : {"kept.p7s", "dangling.p7s"}) {
+    std::string error;
+    EXPECT_FALSE(writeFileThrough(path(name), false, fill, error)) << name;
+    EXPECT_EQ(error, path(name) + " exists (--force replaces it)");
+  }
+  EXPECT_EQ(read("kept.p7s"), "old");
+  EXPECT_EQ(entries(), 2u);  // nothing new, no temporary file
+}
+
+// An output gets the mode a plain create gives under the umask.
+TEST_F(OutputFile, TheModeIsWhatTheUmaskLeaves) {
+  constexpr std::pair<mode_t, mode_t> kCases[] = {{022, 0644}, {077, 0600}, {0, 0666}};
+  for (const auto& [mask, expected] : kCases) {
+    const mode_t saved = umask(mask);
+    std::string error;
+    const std::string name = "mode" + std::to_string(expected);
+    ASSERT_TRUE(write(name.c_str(), nullptr, "x", false, error)) << error;
+    umask(saved);
+    struct stat st;
+    ASSERT_EQ(stat(path(name.c_str()).c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, expected) << "umask " << mask;
+  }
+}
+
 TEST(SigningTime, TheCalendarAndTheUtcTimeCentury) {
   // The text, the problem (empty: accepted) and the long form.
   const struct { const char *text, *problem, *longForm; } cases[] = {
