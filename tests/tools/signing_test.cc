@@ -183,19 +183,21 @@ TEST_F(OutputFile, PiecesArriveWholeInAFolderThatExistsNotOverAFolder) {
 
 }  // namespace
 
-// The writer itself, without the check writeOutputFile makes first: a name that appears in between (here
-// one that was there all along) is refused by the step that names the new file, never overwritten.
-TEST_F(OutputFile, TheNamingRefusesANameThatAppearedAfterTheCheck) {
-  put("kept.p7s", "old");
-  ASSERT_EQ(symlink("nowhere", path("dangling.p7s").c_str()), 0);
-  const FileFiller fill = [](int fd, std::string&) { return ::write(fd, "new", 3) == 3; };
-  for (const char* name : {"kept.p7s", "dangling.p7s"}) {
+// A name that appears while the content is written: refused without replace, never overwritten, and
+// replaced with it (by the step that names the new file, so a check beforehand could not see it).
+TEST_F(OutputFile, ANameThatAppearsDuringTheWriteIsRefusedOrReplaced) {
+  for (bool replace : {false, true}) {
+    const std::string name = replace ? "replaced.p7s" : "refused.p7s";
+    const FileFiller appearing = [this, &name](int fd, std::string&) {
+      put(name.c_str(), "appeared");
+      return ::write(fd, "new", 3) == 3;
+    };
     std::string error;
-    EXPECT_FALSE(writeFileThrough(path(name), false, fill, error)) << name;
-    EXPECT_EQ(error, path(name) + " exists (--force replaces it)");
+    EXPECT_EQ(writeFileThrough(path(name.c_str()), replace, appearing, error), replace) << error;
+    EXPECT_EQ(error, replace ? "" : path(name.c_str()) + " exists (--force replaces it)");
+    EXPECT_EQ(read(name.c_str()), replace ? "new" : "appeared");
   }
-  EXPECT_EQ(read("kept.p7s"), "old");
-  EXPECT_EQ(entries(), 2u);  // nothing new, no temporary file
+  EXPECT_EQ(entries(), 2u);  // no temporary file
 }
 
 // An output gets the mode a plain create gives under the umask.

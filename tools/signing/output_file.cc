@@ -136,9 +136,9 @@ std::string temporaryName(const std::string& path) {
   return path.substr(0, nameStart) + "." + path.substr(nameStart) + "." + pid + "." + std::to_string(counter++);
 }
 
-// Puts the written unnamed file fd in place of the existing file at path: named under a temporary name,
-// then renamed over it, so that a reader sees the old file or the new one. A signal between the two steps
-// removes the temporary name.
+// Puts the written unnamed file fd in place of a file that appeared at path while it was written: named
+// under a temporary name, then renamed over it, so that a reader sees the old file or the new one. A
+// signal between the two steps removes the temporary name.
 bool replaceWithUnnamed(int fd, const std::string& path) {
   for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
     const std::string temporary = temporaryName(path);
@@ -237,6 +237,10 @@ bool writeThroughTemporary(const std::string& path, bool replace, const FileFill
 // creation and its rename), and nothing to remove when the process ends half-way. An existing name is
 // refused by the naming itself (no check beforehand, which a name appearing meanwhile would pass).
 bool writeFileThrough(const std::string& path, bool replace, const FileFiller& fill, std::string& error) {
+  // Over an existing file (--force) a temporary file renamed into place costs less than an unnamed one
+  // named twice (under a temporary name, then over the old file).
+  struct stat existing;
+  if (replace && lstat(path.c_str(), &existing) == 0) return writeThroughTemporary(path, replace, fill, error);
   const int fd = openUnnamed(path);
   if (fd == kNoUnnamedFiles) return writeThroughTemporary(path, replace, fill, error);
   if (fd < 0) {
