@@ -115,6 +115,16 @@ class Workspace {
   fs::path keyPath(const char* kind) const { return root_ / (std::string(kind) + ".key"); }
   fs::path certPath(const char* kind) const { return root_ / (std::string(kind) + ".pem"); }
   fs::path outDir() const { return root_ / "out"; }
+  // A new empty folder under outDir() for one timed run, so that every run creates its outputs: one that
+  // replaced an earlier run's would do more file work (freeing the old files), and the two sides of a
+  // ratio must do the same. Nothing is deleted before the end either: on ext4 without a journal a file
+  // created soon after many were deleted costs more (the kernel passes over inodes freed in the last
+  // minutes), which would time the deletion instead of the batch.
+  fs::path freshOutDir() {
+    const fs::path folder = outDir() / std::to_string(outDirsMade_++);
+    fs::create_directory(folder);
+    return folder;
+  }
   fs::path attachedDir() const { return root_ / "attached"; }
   const std::vector<std::string>& inputs() const { return inputs_; }
 
@@ -122,6 +132,7 @@ class Workspace {
   fs::path root_;
   bool ready_ = false;
   std::vector<std::string> inputs_;
+  int outDirsMade_ = 0;
 };
 
 Workspace& workspace() {
@@ -174,10 +185,10 @@ void reportRate(benchmark::State& state, int files) {
   state.counters["sig/s"] = benchmark::Counter(files, benchmark::Counter::kIsRate);
 }
 
-// `kolvari sign --key --cert --out-dir --force --quiet --jobs JOBS FILE...` over the first `files` inputs.
-Arguments toolArguments(const KeyKind& kind, int files, unsigned jobs) {
+// `kolvari sign --key --cert --out-dir OUT --force --quiet --jobs JOBS FILE...` over the first `files` inputs.
+Arguments toolArguments(const KeyKind& kind, int files, unsigned jobs, const fs::path& out) {
   Arguments args{"--key",   workspace().keyPath(kind.file).string(), "--cert", workspace().certPath(kind.file).string(),
-                 "--out-dir", workspace().outDir().string(), "--force", "--quiet",
+                 "--out-dir", out.string(), "--force", "--quiet",
                  "--jobs",   std::to_string(jobs)};
   args.insert(args.end(), workspace().inputs().begin(), workspace().inputs().begin() + files);
   return args;
@@ -188,7 +199,7 @@ void toolBatch(benchmark::State& state, const KeyKind& kind, int files) {
     state.SkipWithError("cannot make the keys and files");
     return;
   }
-  const Arguments args = toolArguments(kind, files, 1);
+  const Arguments args = toolArguments(kind, files, 1, workspace().freshOutDir());
   for (auto _ : state) {
     if (runSign(args) != kExitOk) state.SkipWithError("kolvari sign failed");
   }
@@ -306,8 +317,8 @@ void toolJobs(benchmark::State& state, const KeyKind& kind, int files) {
     state.SkipWithError("cannot make the keys and files");
     return;
   }
-  const Arguments oneThread = toolArguments(kind, files, 1);
-  const Arguments twoThreads = toolArguments(kind, files, 2);
+  const Arguments oneThread = toolArguments(kind, files, 1, workspace().freshOutDir());
+  const Arguments twoThreads = toolArguments(kind, files, 2, workspace().freshOutDir());
   double one = 0;
   double two = 0;
   for (auto _ : state) {
@@ -383,11 +394,8 @@ void floorJobs(benchmark::State& state, const KeyKind& kind, int files) {
 std::vector<std::string> attachedSignatures(const KeyKind& kind, int files) {
   static std::vector<std::string> made;
   if (!made.empty() || !workspace().ready()) return made;
-  Arguments args = toolArguments(kind, files, 2);
+  Arguments args = toolArguments(kind, files, 2, workspace().attachedDir());
   args.push_back("--attached");
-  for (size_t i = 0; i < args.size(); ++i) {
-    if (args[i] == "--out-dir") args[i + 1] = workspace().attachedDir().string();
-  }
   if (runSign(args) != kExitOk) return made;
   for (int i = 0; i < files; ++i) {
     made.push_back(workspace().attachedDir() / (fs::path(workspace().inputs()[i]).filename().string() + ".p7s"));

@@ -183,6 +183,35 @@ TEST_F(OutputFile, PiecesArriveWholeInAFolderThatExistsNotOverAFolder) {
 
 }  // namespace
 
+// A name that appears while the content is written: refused without replace, never overwritten, and
+// replaced with it (by the step that names the new file, so a check beforehand could not see it).
+TEST_F(OutputFile, ANameThatAppearsDuringTheWriteIsRefusedOrReplaced) {
+  for (bool replace : {false, true}) {
+    const std::string name = replace ? "replaced.p7s" : "refused.p7s";
+    const FileFiller appearing = [this, &name](int fd, std::string&) {
+      put(name.c_str(), "appeared");
+      return ::write(fd, "new", 3) == 3;
+    };
+    std::string error;
+    EXPECT_EQ(writeFileThrough(path(name.c_str()), replace, appearing, error), replace) << error;
+    EXPECT_EQ(error, replace ? "" : path(name.c_str()) + " exists (--force replaces it)");
+    EXPECT_EQ(read(name.c_str()), replace ? "new" : "appeared");
+  }
+  EXPECT_EQ(entries(), 2u);  // no temporary file
+}
+
+// An output gets the mode a plain create gives under the umask: 0664 under 002, which neither a create
+// mode of 0600 or 0644 nor an ignored umask gives.
+TEST_F(OutputFile, TheModeIsWhatTheUmaskLeaves) {
+  const mode_t saved = umask(002);
+  std::string error;
+  const bool written = write("out.p7s", nullptr, "x", false, error);
+  umask(saved);
+  struct stat st;
+  ASSERT_TRUE(written && stat(path("out.p7s").c_str(), &st) == 0) << error;
+  EXPECT_EQ(st.st_mode & 0777, 0664u);
+}
+
 TEST(SigningTime, TheCalendarAndTheUtcTimeCentury) {
   // The text, the problem (empty: accepted) and the long form.
   const struct { const char *text, *problem, *longForm; } cases[] = {

@@ -94,28 +94,108 @@ bool writeWholeFile(const std::string& path, const void* bytes, size_t size, boo
   return writeFileThrough(path, replace, all, error);
 }
 
-bool writeFileThrough(const std::string& path, bool replace, const FileFiller& fill, std::string& error) {
-  struct stat existing;
-  if (!replace && lstat(path.c_str(), &existing) == 0) {
-    error = path + " exists (--force replaces it)";
+namespace {
+
+// The folder of path, as open(2) takes it: "." for a bare name.
+std::string folderOf(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+// Whether an unnamed file can be given a name: linkat reaches its descriptor through /proc (linking it by
+// the descriptor itself, AT_EMPTY_PATH, takes a privilege).
+bool procFdsMounted() {
+  static const bool mounted = access("/proc/self/fd", F_OK) == 0;
+  return mounted;
+}
+
+// An unnamed file in path's folder (O_TMPFILE): nothing to remove on a failure or a signal, since the file
+// vanishes with its descriptor. -1 with errno set; kNoUnnamedFiles when the file system (or the kernel)
+// has none, or /proc is not there to name one.
+constexpr int kNoUnnamedFiles = -2;
+int openUnnamed(const std::string& path) {
+  if (!procFdsMounted()) return kNoUnnamedFiles;
+  const int fd = open(folderOf(path).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, kCreateMode);
+  if (fd < 0 && (errno == EOPNOTSUPP || errno == EISDIR || errno == EINVAL)) return kNoUnnamedFiles;
+  return fd;
+}
+
+// Names the unnamed file fd as path; refuses an existing name (EEXIST).
+bool nameUnnamed(int fd, const std::string& path) {
+  const std::string self = "/proc/self/fd/" + std::to_string(fd);
+  return linkat(AT_FDCWD, self.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0;
+}
+
+// A name for a temporary file beside path (the dot keeps it out of listings), a new one on every call.
+std::string temporaryName(const std::string& path) {
+  static const std::string pid = std::to_string(getpid());
+  static std::atomic<unsigned> counter{0};
+  const size_t slash = path.rfind('/');
+  const size_t nameStart = slash == std::string::npos ? 0 : slash + 1;
+  return path.substr(0, nameStart) + "." + path.substr(nameStart) + "." + pid + "." + std::to_string(counter++);
+}
+
+// Puts the written unnamed file fd in place of a file that appeared at path while it was written: named
+// under a temporary name, then renamed over it, so that a reader sees the old file or the new one. A
+// signal between the two steps removes the temporary name.
+bool replaceWithUnnamed(int fd, const std::string& path) {
+  for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
+    const std::string temporary = temporaryName(path);
+    if (!nameUnnamed(fd, temporary)) {
+      if (errno == EEXIST) continue;
+      return false;
+    }
+    setTemporary(temporary);
+    const bool renamed = rename(temporary.c_str(), path.c_str()) == 0;
+    const int why = errno;
+    if (!renamed) unlink(temporary.c_str());
+    setTemporary(std::string());
+    errno = why;
+    return renamed;
+  }
+  return false;
+}
+
+std::string writeFailure(const std::string& path, int why) {
+  return why == EEXIST ? path + " exists (--force replaces it)" : "cannot write " + path + ": " + std::strerror(why);
+}
+
+// writeFileThrough on a file system with unnamed files: one directory operation for a new output.
+bool writeThroughUnnamed(int fd, const std::string& path, bool replace, const FileFiller& fill, std::string& error) {
+  std::string fillError;
+  if (!fill(fd, fillError)) {
+    const int why = errno;
+    close(fd);
+    error = !fillError.empty() ? fillError : writeFailure(path, why);
     return false;
   }
-  // Beside the target, so that the rename stays within one file system; the dot keeps it out of listings.
+  // Without replace, an existing name is refused, never overwritten.
+  bool placed = nameUnnamed(fd, path);
+  if (!placed && replace && errno == EEXIST) placed = replaceWithUnnamed(fd, path);
+  const int why = errno;
+  // A file system reports a failed write as late as the close; the name then goes again.
+  if (close(fd) != 0 && placed) {
+    error = writeFailure(path, errno);
+    unlink(path.c_str());
+    return false;
+  }
+  if (!placed) error = writeFailure(path, why);
+  return placed;
+}
+
+// writeFileThrough with a named temporary file, for file systems without unnamed files.
+bool writeThroughTemporary(const std::string& path, bool replace, const FileFiller& fill, std::string& error) {
   // O_EXCL makes the name ours alone, and the mode is what a plain create under the umask gives.
-  const size_t slash = path.rfind('/');
-  const std::string directory = slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
-  const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
-  const std::string stem = directory + "." + name + "." + std::to_string(getpid()) + ".";
-  static std::atomic<unsigned> counter{0};
   std::string temporary;
   int fd = -1;
   for (int attempt = 0; fd < 0 && attempt < kNameAttempts; ++attempt) {
-    temporary = stem + std::to_string(counter++);
+    temporary = temporaryName(path);
     fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kCreateMode);
     if (fd < 0 && errno != EEXIST) break;
   }
   if (fd < 0) {
-    error = "cannot write " + path + ": " + std::strerror(errno);
+    error = "cannot write " + path + ": " + std::strerror(errno);  // EEXIST: every name taken
     return false;
   }
   setTemporary(temporary);
@@ -126,10 +206,10 @@ bool writeFileThrough(const std::string& path, bool replace, const FileFiller& f
   if (!filled) {
     unlink(temporary.c_str());
     setTemporary(std::string());
-    error = !fillError.empty() ? fillError : "cannot write " + path + ": " + std::strerror(fillErrno);
+    error = !fillError.empty() ? fillError : writeFailure(path, fillErrno);
     return false;
   }
-  // Without replace, a name that appeared since the check above is refused, never overwritten.
+  // Without replace, a name that appeared since the caller's check is refused, never overwritten.
   bool placed =
       written && renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, path.c_str(), replace ? 0 : RENAME_NOREPLACE) == 0;
   // A file system without RENAME_NOREPLACE: link refuses an existing name just the same.
@@ -143,11 +223,31 @@ bool writeFileThrough(const std::string& path, bool replace, const FileFiller& f
     const int why = errno;
     unlink(temporary.c_str());
     setTemporary(std::string());
-    error = why == EEXIST ? path + " exists (--force replaces it)" : "cannot write " + path + ": " + std::strerror(why);
+    error = writeFailure(path, why);
     return false;
   }
   setTemporary(std::string());
   return true;
+}
+
+}  // namespace
+
+// The content goes into an unnamed file in the target's folder that is then named, so that a reader sees
+// either nothing or the whole file: one directory operation where a named temporary file takes two (its
+// creation and its rename), and nothing to remove when the process ends half-way. An existing name is
+// refused by the naming itself (no check beforehand, which a name appearing meanwhile would pass).
+bool writeFileThrough(const std::string& path, bool replace, const FileFiller& fill, std::string& error) {
+  // Over an existing file (--force) a temporary file renamed into place costs less than an unnamed one
+  // named twice (under a temporary name, then over the old file).
+  struct stat existing;
+  if (replace && lstat(path.c_str(), &existing) == 0) return writeThroughTemporary(path, replace, fill, error);
+  const int fd = openUnnamed(path);
+  if (fd == kNoUnnamedFiles) return writeThroughTemporary(path, replace, fill, error);
+  if (fd < 0) {
+    error = writeFailure(path, errno);
+    return false;
+  }
+  return writeThroughUnnamed(fd, path, replace, fill, error);
 }
 
 bool checkOutput(const std::string& path, const std::string& input, bool replace, std::string& error) {

@@ -7,12 +7,13 @@
 #include <functional>
 #include <string>
 
-// Writes size bytes to a temporary file beside path and renames it to path, so that a reader sees either
-// nothing or the whole file. Without replace an existing path is left alone and reported. False with a
-// one-line message.
+// Writes size bytes to an unnamed file in path's folder and then names it path (where the file system has
+// no unnamed files: a temporary file beside path, renamed to it), so that a reader sees either nothing or
+// the whole file. Without replace an existing path is left alone and reported. False with a one-line
+// message.
 bool writeWholeFile(const std::string& path, const void* bytes, size_t size, bool replace, std::string& error);
 
-// Writes the content into the temporary file's descriptor. False when a write failed (errno says why, error
+// Writes the content into the new file's descriptor. False when a write failed (errno says why, error
 // left empty) or, with a message in error, for a fault of its own (an input that could not be read).
 using FileFiller = std::function<bool(int fd, std::string& error)>;
 // As writeWholeFile, with the content written by fill, in as many pieces as it likes: a file of any size
