@@ -76,8 +76,14 @@ uint64_t cvelBitStringBits(const CvelString& content) {
 }
 
 void CvelA1Writer::longHeader(uint8_t tag, uint64_t contentLength) {
-  unsigned char buffer[1 + 1 + kMaxLengthOctets];
-  buffer[0] = tag;
-  uint32_t n = 1 + cvelWriteLength(contentLength, buffer + 1);
-  bytes(buffer, n);
+  // Written in place when tag and length octets fit, with the checks bytes() makes; nothing otherwise.
+  const uint64_t n = 1 + uint64_t{cvelLengthOfLength(contentLength)};
+  if (!ok_ || n > left_) {
+    ok_ = false;
+    return;
+  }
+  at_[0] = tag;
+  cvelWriteLength(contentLength, at_ + 1);
+  at_ += n;
+  left_ -= n;
 }
