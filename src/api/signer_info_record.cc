@@ -93,7 +93,7 @@ struct TypeRun {
 class TypesInOrder {
  public:
   explicit TypesInOrder(const ZarvAttributeMap& map) {
-    const std::vector<ZarvAttributeMap::Value>& values = map.values();
+    const ZarvAttributeMap::ValueIndex& values = map.values();
     size_t count = 0;
     for (size_t i = 0; i < values.size(); ++i) {
       if (i == 0 || values[i].typeOffset != values[i - 1].typeOffset) ++count;
@@ -136,7 +136,7 @@ bool sameText(std::string_view a, std::string_view b) {
 }
 }  // namespace
 
-std::vector<ZarvAttributeMap::Value>::const_iterator ZarvAttributeMap::find(std::string_view type) const {
+ZarvAttributeMap::ValueIndex::const_iterator ZarvAttributeMap::find(std::string_view type) const {
   return std::find_if(values_.begin(), values_.end(), [&](const Value& v) { return sameText(typeOf(v), type); });
 }
 
@@ -145,7 +145,7 @@ void ZarvAttributeMap::erase(std::string_view type) {
   if (first != values_.end()) eraseType(first, type);
 }
 
-void ZarvAttributeMap::eraseType(std::vector<Value>::const_iterator first, std::string_view type) {
+void ZarvAttributeMap::eraseType(ValueIndex::const_iterator first, std::string_view type) {
   auto last = std::find_if(first, values_.cend(), [&](const Value& v) { return v.typeOffset != first->typeOffset; });
   waste_ += type.size() + 1;
   for (auto at = first; at != last; ++at) waste_ += at->length;
@@ -175,7 +175,7 @@ void ZarvAttributeMap::index(const ZarvKnownOid& type, size_t offset, size_t len
 void ZarvAttributeMap::compactWhenMostlyWaste() {
   if (block_.capacity() == 0) {
     block_.reserve(kUsualBytes);
-    values_.reserve(kUsualValues);
+    values_.reserve(kHeldValues);
     return;
   }
   if (waste_ == 0 || waste_ < block_.size() / 2) return;

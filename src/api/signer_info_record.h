@@ -8,6 +8,7 @@
 #include <memory>
 #include <new>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -42,6 +43,47 @@ struct ZarvUnfilledAllocator : std::allocator<T> {
 // Octets of which every one is written before it is read.
 using ZarvUnfilledBytes = std::vector<unsigned char, ZarvUnfilledAllocator<unsigned char>>;
 
+// Room for the first few entries of a vector inside the vector's owner, which is never moved: a vector that
+// stays that short costs no allocation. Longer ones live on the heap like any vector's.
+template <typename T, size_t N>
+struct ZarvHeldEntries {
+  alignas(T) unsigned char bytes[N * sizeof(T)];
+  bool taken = false;
+};
+
+// The allocator of such a vector: the held room when it is free and large enough, else the heap.
+template <typename T, size_t N>
+class ZarvHeldAllocator {
+ public:
+  using value_type = T;
+  template <typename U>
+  struct rebind {
+    static_assert(std::is_same_v<U, T>, "the held room is for one type");
+    using other = ZarvHeldAllocator;
+  };
+
+  explicit ZarvHeldAllocator(ZarvHeldEntries<T, N>& held) noexcept : held_(&held) {}
+
+  T* allocate(size_t n) {
+    if (n <= N && !held_->taken) {
+      held_->taken = true;
+      return reinterpret_cast<T*>(held_->bytes);
+    }
+    return std::allocator<T>().allocate(n);
+  }
+  void deallocate(T* p, size_t n) noexcept {
+    if (p == reinterpret_cast<T*>(held_->bytes)) {
+      held_->taken = false;
+      return;
+    }
+    std::allocator<T>().deallocate(p, n);
+  }
+  bool operator==(const ZarvHeldAllocator& other) const noexcept { return held_ == other.held_; }
+
+ private:
+  ZarvHeldEntries<T, N>* held_;
+};
+
 // Attribute type as dotted text -> the values in the order added, each one complete DER value. A signer
 // holds a handful of attributes of a few dozen octets each: the texts and values sit one behind the other in
 // one block and a short index in the order added says where, so that adding one costs no allocation once the
@@ -59,6 +101,15 @@ class ZarvAttributeMap {
     size_t length;
     std::string_view typeElement;
   };
+
+  // Room in the map for the index of a usual signer's signed attributes; the map is never copied or moved,
+  // as the index may lie in it.
+  static constexpr size_t kHeldValues = 4;
+  using ValueIndex = std::vector<Value, ZarvHeldAllocator<Value, kHeldValues>>;
+
+  ZarvAttributeMap() : values_(ZarvHeldAllocator<Value, kHeldValues>(heldValues_)) {}
+  ZarvAttributeMap(const ZarvAttributeMap&) = delete;
+  ZarvAttributeMap& operator=(const ZarvAttributeMap&) = delete;
 
   bool empty() const { return values_.empty(); }
   bool contains(std::string_view type) const { return find(type) != values_.end(); }
@@ -119,7 +170,7 @@ class ZarvAttributeMap {
   }
 
   // The index in the order added.
-  const std::vector<Value>& values() const { return values_; }
+  const ValueIndex& values() const { return values_; }
   std::string_view typeOf(const Value& v) const {
     return std::string_view(reinterpret_cast<const char*>(block_.data() + v.typeOffset), v.typeLength);
   }
@@ -130,21 +181,21 @@ class ZarvAttributeMap {
   // Room for the usual signed attributes of one signer without growing; well under the size from which the
   // C heap stops recycling blocks cheaply.
   static constexpr size_t kUsualBytes = 512;
-  static constexpr size_t kUsualValues = 8;
 
   // The first value of the type in the index, or the end.
-  std::vector<Value>::const_iterator find(std::string_view type) const;
+  ValueIndex::const_iterator find(std::string_view type) const;
   // Puts the value written at offset into the index behind the type's other values (in place of them with
   // replace), the type's text appended to the block when the type is new. The room was reserved beforehand.
   void index(const ZarvKnownOid& type, size_t offset, size_t length, bool replace);
   // Drops the type's values from the index, their octets counted as waste.
-  void eraseType(std::vector<Value>::const_iterator first, std::string_view type);
+  void eraseType(ValueIndex::const_iterator first, std::string_view type);
   // Octets of erased values and texts are dropped once they outweigh the live ones.
   void compactWhenMostlyWaste();
 
   // Each value is written in place over the octets a resize adds, and each text copied in: never read unset.
   ZarvUnfilledBytes block_;
-  std::vector<Value> values_;
+  ZarvHeldEntries<Value, kHeldValues> heldValues_;
+  ValueIndex values_;
   size_t waste_ = 0;
 };
 
@@ -206,15 +257,19 @@ CvelResult zarvWriteExactly(uint64_t total, std::vector<unsigned char>& out, Wri
   return kCvelOk;
 }
 
-// The signer object, both tables and the room are part of the record: one allocation for all of them.
+// The signer object, the signed attributes' table and the room are part of the record: one allocation for
+// all of them. The unsigned attributes, which few signers have, get their table when the first one comes.
 struct SignerInfoRecord {
   CvelP7SignerInfo signer;
   ZarvAttributeMap signedAttributes;
-  ZarvAttributeMap unsignedAttributes;
+  std::unique_ptr<ZarvAttributeMap> unsignedAttributes;
   ZarvRecordRoom room;
 
+  // Throws std::bad_alloc when the unsigned attributes' table cannot be made.
   ZarvAttributeMap& table(ZarvAttributeKind kind) {
-    return kind == ZarvAttributeKind::kSigned ? signedAttributes : unsignedAttributes;
+    if (kind == ZarvAttributeKind::kSigned) return signedAttributes;
+    if (unsignedAttributes == nullptr) unsignedAttributes = std::make_unique<ZarvAttributeMap>();
+    return *unsignedAttributes;
   }
 };
 

@@ -230,11 +230,11 @@ uint32_t ZARV_SetP1Signature(SignerInfoRecord* h, const std::string& signatureOi
 uint32_t ZARV_EncodeSignerInfo(SignerInfoRecord* h, std::vector<unsigned char>* out) {
   if (!usable(h) || out == nullptr) return ZARV_E_BAD_PARAMETER;
   return zarvGuarded([&] {
-    const ZarvAttributeMap& map = h->unsignedAttributes;
-    if (!map.empty()) {
+    const ZarvAttributeMap* map = h->unsignedAttributes.get();
+    if (map != nullptr && !map->empty()) {
       CvelString attributes;
       // Unsigned attributes are not covered by the signature and keep the dotted-type order.
-      uint32_t r = zarvBuildAttributes(map, ZarvAttributeOrder::kDottedType, h->room, attributes);
+      uint32_t r = zarvBuildAttributes(*map, ZarvAttributeOrder::kDottedType, h->room, attributes);
       if (r != ZARV_OK) return r;
       h->signer.unsignedAttributes().moveFrom(attributes);
     }
