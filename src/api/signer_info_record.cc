@@ -261,39 +261,30 @@ uint32_t zarvBuildSignerIdentifier(const CvelCertificate& certificate, ZarvRecor
 //   hashAlgorithm SEQUENCE { OID, NULL }, certHash OCTET STRING,
 //   issuerSerial SEQUENCE { issuer SEQUENCE { [4] { Name } }, serialNumber } }.
 // The NULL parameters are always written, whatever the hash algorithm.
-namespace {
-struct SigningCertificateV2Sizes {
-  uint64_t algorithm;     // content of the hash AlgorithmIdentifier
-  uint64_t issuerName;    // content of the GeneralNames SEQUENCE: the [4] element
-  uint64_t issuerSerial;  // content of IssuerSerial
-  uint64_t certId;        // content of ESSCertIDv2
-};
+ZarvSigningCertificateV2::ZarvSigningCertificateV2(const CvelCertificate& certificate,
+                                                   const ZarvBytes& certificateHash, const CvelString& hashOid)
+    : certificate_(certificate),
+      certificateHash_(certificateHash),
+      hashOid_(hashOid),
+      algorithm_(hashOid.length() + sizeof kDerNull),
+      issuerName_(cvelTlvSize(certificate.issuer().length())),
+      issuerSerial_(cvelTlvSize(issuerName_) + certificate.serialNumber().length()),
+      certId_(cvelTlvSize(algorithm_) + cvelTlvSize(certificateHash.size()) + cvelTlvSize(issuerSerial_)) {}
 
-SigningCertificateV2Sizes sizesOf(const ZarvSigningCertificateV2& v) {
-  SigningCertificateV2Sizes s{};
-  s.algorithm = v.hashOid.length() + sizeof kDerNull;
-  s.issuerName = cvelTlvSize(v.certificate.issuer().length());
-  s.issuerSerial = cvelTlvSize(s.issuerName) + v.certificate.serialNumber().length();
-  s.certId = cvelTlvSize(s.algorithm) + cvelTlvSize(v.certificateHash.size()) + cvelTlvSize(s.issuerSerial);
-  return s;
-}
-}  // namespace
-
-uint64_t ZarvSigningCertificateV2::size() const { return cvelTlvSize(cvelTlvSize(cvelTlvSize(sizesOf(*this).certId))); }
+uint64_t ZarvSigningCertificateV2::size() const { return cvelTlvSize(cvelTlvSize(cvelTlvSize(certId_))); }
 
 void ZarvSigningCertificateV2::write(CvelA1Writer& w) const {
-  const SigningCertificateV2Sizes s = sizesOf(*this);
-  w.header(kTagSequence, cvelTlvSize(cvelTlvSize(s.certId)));
-  w.header(kTagSequence, cvelTlvSize(s.certId));
-  w.header(kTagSequence, s.certId);
-  w.header(kTagSequence, s.algorithm);
-  w.bytes(hashOid);
+  w.header(kTagSequence, cvelTlvSize(cvelTlvSize(certId_)));
+  w.header(kTagSequence, cvelTlvSize(certId_));
+  w.header(kTagSequence, certId_);
+  w.header(kTagSequence, algorithm_);
+  w.bytes(hashOid_);
   w.bytes(kDerNull, sizeof kDerNull);
-  w.header(kTagOctetString, certificateHash.size());
-  w.bytes(certificateHash.data(), certificateHash.size());
-  w.header(kTagSequence, s.issuerSerial);
-  w.header(kTagSequence, s.issuerName);
-  w.header(kTagContext4, certificate.issuer().length());
-  w.bytes(certificate.issuer());
-  w.bytes(certificate.serialNumber());
+  w.header(kTagOctetString, certificateHash_.size());
+  w.bytes(certificateHash_.data(), certificateHash_.size());
+  w.header(kTagSequence, issuerSerial_);
+  w.header(kTagSequence, issuerName_);
+  w.header(kTagContext4, certificate_.issuer().length());
+  w.bytes(certificate_.issuer());
+  w.bytes(certificate_.serialNumber());
 }

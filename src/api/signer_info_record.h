@@ -294,14 +294,24 @@ uint32_t zarvBuildSignerIdentifier(const CvelCertificate& certificate, ZarvRecor
                                    CvelString& signerIdentifier);
 
 // The signing-certificate-v2 value for a parsed certificate, the host's hash of it and that hash's OID
-// (already DER): its size, then the value written at that size.
-struct ZarvSigningCertificateV2 {
-  const CvelCertificate& certificate;
-  const ZarvBytes& certificateHash;
-  const CvelString& hashOid;
+// (already DER): its size, then the value written at that size. The sizes of its parts are counted once,
+// when it is made.
+class ZarvSigningCertificateV2 {
+ public:
+  ZarvSigningCertificateV2(const CvelCertificate& certificate, const ZarvBytes& certificateHash,
+                           const CvelString& hashOid);
 
   uint64_t size() const;
   void write(CvelA1Writer& w) const;
+
+ private:
+  const CvelCertificate& certificate_;
+  const ZarvBytes& certificateHash_;
+  const CvelString& hashOid_;
+  uint64_t algorithm_;     // content of the hash AlgorithmIdentifier
+  uint64_t issuerName_;    // content of the GeneralNames SEQUENCE: the [4] element
+  uint64_t issuerSerial_;  // content of IssuerSerial
+  uint64_t certId_;        // content of ESSCertIDv2
 };
 
 #endif  // KOLVARI_API_SIGNER_INFO_RECORD_H
