@@ -137,7 +137,12 @@ bool sameText(std::string_view a, std::string_view b) {
 }  // namespace
 
 ZarvAttributeMap::ValueIndex::const_iterator ZarvAttributeMap::find(std::string_view type) const {
-  return std::find_if(values_.begin(), values_.end(), [&](const Value& v) { return sameText(typeOf(v), type); });
+  // A plain scan: the index holds a handful of values, and most differ from the type in their length.
+  auto at = values_.begin();
+  for (; at != values_.end(); ++at) {
+    if (at->typeLength == type.size() && sameText(typeOf(*at), type)) break;
+  }
+  return at;
 }
 
 void ZarvAttributeMap::erase(std::string_view type) {
