@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include "api/zarv_known_oids.h"
@@ -80,12 +81,11 @@ uint32_t writeInDerOrder(const std::vector<AttributeParts>& attributes, ZarvReco
 }
 
 // One type of a map: its values, neighbours in the index, and its element for the set: the known one, or
-// the converter's, kept in converted.
+// the converter's (see zarvBuildAttributes).
 struct TypeRun {
   const ZarvAttributeMap::Value* first;
   size_t count;
   std::string_view element;
-  CvelString converted;
 };
 
 // The types of a map in the order of their texts (unsigned octet by octet, a proper prefix first). A signer
@@ -223,13 +223,18 @@ uint32_t zarvBuildAttributes(const ZarvAttributeMap& map, ZarvAttributeOrder ord
   // Each type is converted once, in text order, before anything is written; the attributes borrow these
   // strings and the map's octets until the set is written.
   TypesInOrder types(map);
+  // The converter's elements, for types the table of known identifiers does not hold: a moved string keeps
+  // its octets where they are, so the runs' views of them stay valid as the vector grows.
+  std::vector<CvelString> converted;
   for (TypeRun& run : types) {
     // A known type's element is used as it is; only the others go through the converter.
     run.element = run.first->typeElement;
     if (!run.element.empty()) continue;
-    const uint32_t r = fromDottedElement(map.typeText(*run.first), run.converted);
+    CvelString element;
+    const uint32_t r = fromDottedElement(map.typeText(*run.first), element);
     if (r != ZARV_OK) return r;
-    run.element = std::string_view(reinterpret_cast<const char*>(run.converted.data()), run.converted.length());
+    run.element = std::string_view(reinterpret_cast<const char*>(element.data()), element.length());
+    converted.push_back(std::move(element));
   }
   auto forEachValue = [&types, &map](auto&& visit) {
     for (const TypeRun& run : types) {
