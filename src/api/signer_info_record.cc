@@ -167,7 +167,7 @@ void ZarvAttributeMap::index(const ZarvKnownOid& type, size_t offset, size_t len
     value.typeOffset = block_.size();
     block_.resize(value.typeOffset + type.dotted.size() + 1);
     std::memcpy(block_.data() + value.typeOffset, type.dotted.data(), type.dotted.size());
-    block_.back() = 0;
+    block_.data()[block_.size() - 1] = 0;
     values_.push_back(value);
     return;
   }
@@ -194,11 +194,11 @@ void ZarvAttributeMap::compactWhenMostlyWaste() {
       oldType = v.typeOffset;
       newType = kept.size();
       const unsigned char* text = block_.data() + v.typeOffset;
-      kept.insert(kept.end(), text, text + v.typeLength + 1);
+      kept.append(text, v.typeLength + 1);
     }
     v.typeOffset = newType;
     const size_t offset = kept.size();
-    kept.insert(kept.end(), block_.data() + v.offset, block_.data() + v.offset + v.length);
+    kept.append(block_.data() + v.offset, v.length);
     v.offset = offset;
   }
   block_.swap(kept);

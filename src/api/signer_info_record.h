@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <string_view>
@@ -21,27 +22,45 @@
 
 using ZarvBytes = std::vector<unsigned char>;
 
-// The allocator of a vector whose elements are written before they are read: growing it leaves the new
-// elements as the heap gave them instead of zero-filling them (construction without a value does nothing
-// for a trivial type).
-template <typename T>
-struct ZarvUnfilledAllocator : std::allocator<T> {
-  ZarvUnfilledAllocator() = default;
-  template <typename U>
-  ZarvUnfilledAllocator(const ZarvUnfilledAllocator<U>& /*other*/) noexcept {}
+// Octets of which every one is written before it is read: growing the block leaves the new octets as the
+// heap gave them, where a vector would zero-fill them. Its few operations are inline: a signer grows it by
+// each attribute it adds.
+class ZarvUnfilledBytes {
+ public:
+  size_t size() const { return size_; }
+  size_t capacity() const { return capacity_; }
+  unsigned char* data() { return octets_.get(); }
+  const unsigned char* data() const { return octets_.get(); }
 
-  template <typename U, typename... Args>
-  void construct(U* at, Args&&... args) {
-    if constexpr (sizeof...(Args) == 0) {
-      ::new (static_cast<void*>(at)) U;
-    } else {
-      ::new (static_cast<void*>(at)) U(std::forward<Args>(args)...);
-    }
+  // Room for n octets in all, the octets held so far kept. Throws std::bad_alloc when it cannot be had.
+  void reserve(size_t n) {
+    if (n <= capacity_) return;
+    std::unique_ptr<unsigned char[]> larger = std::make_unique_for_overwrite<unsigned char[]>(n);
+    if (size_ != 0) std::memcpy(larger.get(), octets_.get(), size_);
+    octets_ = std::move(larger);
+    capacity_ = n;
   }
-};
+  // n octets, those past the old size unset; the room at least doubles when it must grow.
+  void resize(size_t n) {
+    if (n > capacity_) reserve(std::max(n, 2 * capacity_));
+    size_ = n;
+  }
+  void append(const unsigned char* octets, size_t n) {
+    const size_t at = size_;
+    resize(size_ + n);
+    if (n != 0) std::memcpy(octets_.get() + at, octets, n);
+  }
+  void swap(ZarvUnfilledBytes& other) noexcept {
+    octets_.swap(other.octets_);
+    std::swap(size_, other.size_);
+    std::swap(capacity_, other.capacity_);
+  }
 
-// Octets of which every one is written before it is read.
-using ZarvUnfilledBytes = std::vector<unsigned char, ZarvUnfilledAllocator<unsigned char>>;
+ private:
+  std::unique_ptr<unsigned char[]> octets_;
+  size_t size_ = 0;
+  size_t capacity_ = 0;
+};
 
 // Room for the first few entries of a vector inside the vector's owner, which is never moved: a vector that
 // stays that short costs no allocation. Longer ones live on the heap like any vector's.
