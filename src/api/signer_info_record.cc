@@ -136,17 +136,25 @@ bool sameText(std::string_view a, std::string_view b) {
 }
 }  // namespace
 
-ZarvAttributeMap::ValueIndex::const_iterator ZarvAttributeMap::find(std::string_view type) const {
-  // A plain scan: the index holds a handful of values, and most differ from the type in their length.
+ZarvAttributeMap::ValueIndex::const_iterator ZarvAttributeMap::find(const ZarvKnownOid& type) const {
+  // Plain scans: the index holds a handful of values. A text outside the table is compared with the other
+  // such texts only, as no known text equals it.
   auto at = values_.begin();
+  if (!type.element.empty()) {
+    for (; at != values_.end(); ++at) {
+      if (at->typeElement.data() == type.element.data()) break;
+    }
+    return at;
+  }
+  const std::string_view text = type.dotted;
   for (; at != values_.end(); ++at) {
-    if (at->typeLength == type.size() && sameText(typeOf(*at), type)) break;
+    if (at->typeElement.empty() && at->typeLength == text.size() && sameText(typeOf(*at), text)) break;
   }
   return at;
 }
 
 void ZarvAttributeMap::erase(std::string_view type) {
-  auto first = find(type);
+  auto first = find(ZarvKnownOid{type, zarvKnownOidElement(type)});
   if (first != values_.end()) eraseType(first, type);
 }
 
@@ -159,7 +167,7 @@ void ZarvAttributeMap::eraseType(ValueIndex::const_iterator first, std::string_v
 
 void ZarvAttributeMap::index(const ZarvKnownOid& type, size_t offset, size_t length, bool replace) {
   // A type's values are neighbours in the index; the types stand in the order they were first added.
-  auto first = find(type.dotted);
+  auto first = find(type);
   Value value{0, type.dotted.size(), offset, length, type.element};
   if (replace || first == values_.end()) {
     if (first != values_.end()) eraseType(first, type.dotted);

@@ -131,7 +131,8 @@ class ZarvAttributeMap {
   ZarvAttributeMap& operator=(const ZarvAttributeMap&) = delete;
 
   bool empty() const { return values_.empty(); }
-  bool contains(std::string_view type) const { return find(type) != values_.end(); }
+  bool contains(std::string_view type) const { return contains(ZarvKnownOid{type, zarvKnownOidElement(type)}); }
+  bool contains(const ZarvKnownOid& type) const { return find(type) != values_.end(); }
   // The type's values leave the index; their octets stay in the block until it is compacted.
   void erase(std::string_view type);
 
@@ -202,7 +203,9 @@ class ZarvAttributeMap {
   static constexpr size_t kUsualBytes = 512;
 
   // The first value of the type in the index, or the end.
-  ValueIndex::const_iterator find(std::string_view type) const;
+  // The type's element, when the table of known identifiers holds its text, is the table's own octets:
+  // every value of a known type carries the same element, told apart from the others by its address alone.
+  ValueIndex::const_iterator find(const ZarvKnownOid& type) const;
   // Puts the value written at offset into the index behind the type's other values (in place of them with
   // replace), the type's text appended to the block when the type is new. The room was reserved beforehand.
   void index(const ZarvKnownOid& type, size_t offset, size_t length, bool replace);

@@ -191,7 +191,7 @@ uint32_t ZARV_GetDTBS(SignerInfoRecord* h, std::vector<unsigned char>* out) {
   if (!usable(h) || out == nullptr) return ZARV_E_BAD_PARAMETER;
   return zarvGuarded([&] {
     const ZarvAttributeMap& map = h->signedAttributes;
-    if (!map.contains(kZarvContentType.dotted)) {
+    if (!map.contains(kZarvContentType)) {
       uint32_t r = setContentType(*h, {});
       if (r != ZARV_OK) return r;
     }
