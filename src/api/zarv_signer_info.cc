@@ -44,13 +44,18 @@ uint32_t oidElement(const std::string& dotted, CvelString& oid) {
 // SEQUENCE { OID from the dotted text, NULL } (withNull), or SEQUENCE { OID }, in the record's room when
 // it fits.
 uint32_t algorithm(const std::string& dotted, bool withNull, ZarvRecordRoom& room, CvelString& out) {
-  CvelString oid;
-  uint32_t r = oidElement(dotted, oid);
-  if (r != ZARV_OK) return r;
-  const uint64_t content = oid.length() + (withNull ? sizeof kDerNull : 0);
+  // A known element is written from the table as it is; only other texts take a string of the converter's.
+  CvelString converted;
+  std::string_view oid = zarvKnownOidElement(dotted);
+  if (oid.empty()) {
+    const uint32_t r = fromDottedElement(dotted.c_str(), converted);
+    if (r != ZARV_OK) return r;
+    oid = std::string_view(reinterpret_cast<const char*>(converted.data()), converted.length());
+  }
+  const uint64_t content = oid.size() + (withNull ? sizeof kDerNull : 0);
   return zarvWriteField(room, out, cvelTlvSize(content), [&](CvelA1Writer& w) {
     w.header(kTagSequence, content);
-    w.bytes(oid);
+    w.bytes(oid.data(), oid.size());
     if (withNull) w.bytes(kDerNull, sizeof kDerNull);
   });
 }
