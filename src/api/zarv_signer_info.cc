@@ -28,8 +28,8 @@ constexpr uint8_t kLongTimeLength = 15;
 // The record is made whole or not at all, so a handle that is not null is usable.
 bool usable(const SignerInfoRecord* h) { return h != nullptr; }
 
-// The record, its signer object and its tables are one block: kept below the size from which glibc's
-// malloc first merges its free lists, which a block that size would do on every signer.
+// The record, its signer object and its signed attributes' table are one block: kept below the size from
+// which glibc's malloc first merges its free lists, which a block that size would do on every signer.
 constexpr size_t kRecordSizeLimit = 1000;
 static_assert(sizeof(SignerInfoRecord) <= kRecordSizeLimit, "the signer-info record stays a small block");
 
