@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include "api/zarv_known_oids.h"
@@ -80,12 +81,11 @@ uint32_t writeInDerOrder(const std::vector<AttributeParts>& attributes, ZarvReco
 }
 
 // One type of a map: its values, neighbours in the index, and its element for the set: the known one, or
-// the converter's, kept in converted.
+// the converter's (see zarvBuildAttributes).
 struct TypeRun {
   const ZarvAttributeMap::Value* first;
   size_t count;
   std::string_view element;
-  CvelString converted;
 };
 
 // The types of a map in the order of their texts (unsigned octet by octet, a proper prefix first). A signer
@@ -93,7 +93,7 @@ struct TypeRun {
 class TypesInOrder {
  public:
   explicit TypesInOrder(const ZarvAttributeMap& map) {
-    const std::vector<ZarvAttributeMap::Value>& values = map.values();
+    const ZarvAttributeMap::ValueIndex& values = map.values();
     size_t count = 0;
     for (size_t i = 0; i < values.size(); ++i) {
       if (i == 0 || values[i].typeOffset != values[i - 1].typeOffset) ++count;
@@ -136,16 +136,29 @@ bool sameText(std::string_view a, std::string_view b) {
 }
 }  // namespace
 
-std::vector<ZarvAttributeMap::Value>::const_iterator ZarvAttributeMap::find(std::string_view type) const {
-  return std::find_if(values_.begin(), values_.end(), [&](const Value& v) { return sameText(typeOf(v), type); });
+ZarvAttributeMap::ValueIndex::const_iterator ZarvAttributeMap::find(const ZarvKnownOid& type) const {
+  // Plain scans: the index holds a handful of values. A text outside the table is compared with the other
+  // such texts only, as no known text equals it.
+  auto at = values_.begin();
+  if (!type.element.empty()) {
+    for (; at != values_.end(); ++at) {
+      if (at->typeElement.data() == type.element.data()) break;
+    }
+    return at;
+  }
+  const std::string_view text = type.dotted;
+  for (; at != values_.end(); ++at) {
+    if (at->typeElement.empty() && at->typeLength == text.size() && sameText(typeOf(*at), text)) break;
+  }
+  return at;
 }
 
 void ZarvAttributeMap::erase(std::string_view type) {
-  auto first = find(type);
+  auto first = find(ZarvKnownOid{type, zarvKnownOidElement(type)});
   if (first != values_.end()) eraseType(first, type);
 }
 
-void ZarvAttributeMap::eraseType(std::vector<Value>::const_iterator first, std::string_view type) {
+void ZarvAttributeMap::eraseType(ValueIndex::const_iterator first, std::string_view type) {
   auto last = std::find_if(first, values_.cend(), [&](const Value& v) { return v.typeOffset != first->typeOffset; });
   waste_ += type.size() + 1;
   for (auto at = first; at != last; ++at) waste_ += at->length;
@@ -154,7 +167,7 @@ void ZarvAttributeMap::eraseType(std::vector<Value>::const_iterator first, std::
 
 void ZarvAttributeMap::index(const ZarvKnownOid& type, size_t offset, size_t length, bool replace) {
   // A type's values are neighbours in the index; the types stand in the order they were first added.
-  auto first = find(type.dotted);
+  auto first = find(type);
   Value value{0, type.dotted.size(), offset, length, type.element};
   if (replace || first == values_.end()) {
     if (first != values_.end()) eraseType(first, type.dotted);
@@ -162,7 +175,7 @@ void ZarvAttributeMap::index(const ZarvKnownOid& type, size_t offset, size_t len
     value.typeOffset = block_.size();
     block_.resize(value.typeOffset + type.dotted.size() + 1);
     std::memcpy(block_.data() + value.typeOffset, type.dotted.data(), type.dotted.size());
-    block_.back() = 0;
+    block_.data()[block_.size() - 1] = 0;
     values_.push_back(value);
     return;
   }
@@ -175,7 +188,7 @@ void ZarvAttributeMap::index(const ZarvKnownOid& type, size_t offset, size_t len
 void ZarvAttributeMap::compactWhenMostlyWaste() {
   if (block_.capacity() == 0) {
     block_.reserve(kUsualBytes);
-    values_.reserve(kUsualValues);
+    values_.reserve(kHeldValues);
     return;
   }
   if (waste_ == 0 || waste_ < block_.size() / 2) return;
@@ -189,11 +202,11 @@ void ZarvAttributeMap::compactWhenMostlyWaste() {
       oldType = v.typeOffset;
       newType = kept.size();
       const unsigned char* text = block_.data() + v.typeOffset;
-      kept.insert(kept.end(), text, text + v.typeLength + 1);
+      kept.append(text, v.typeLength + 1);
     }
     v.typeOffset = newType;
     const size_t offset = kept.size();
-    kept.insert(kept.end(), block_.data() + v.offset, block_.data() + v.offset + v.length);
+    kept.append(block_.data() + v.offset, v.length);
     v.offset = offset;
   }
   block_.swap(kept);
@@ -218,13 +231,18 @@ uint32_t zarvBuildAttributes(const ZarvAttributeMap& map, ZarvAttributeOrder ord
   // Each type is converted once, in text order, before anything is written; the attributes borrow these
   // strings and the map's octets until the set is written.
   TypesInOrder types(map);
+  // The converter's elements, for types the table of known identifiers does not hold: a moved string keeps
+  // its octets where they are, so the runs' views of them stay valid as the vector grows.
+  std::vector<CvelString> converted;
   for (TypeRun& run : types) {
     // A known type's element is used as it is; only the others go through the converter.
     run.element = run.first->typeElement;
     if (!run.element.empty()) continue;
-    const uint32_t r = fromDottedElement(map.typeText(*run.first), run.converted);
+    CvelString element;
+    const uint32_t r = fromDottedElement(map.typeText(*run.first), element);
     if (r != ZARV_OK) return r;
-    run.element = std::string_view(reinterpret_cast<const char*>(run.converted.data()), run.converted.length());
+    run.element = std::string_view(reinterpret_cast<const char*>(element.data()), element.length());
+    converted.push_back(std::move(element));
   }
   auto forEachValue = [&types, &map](auto&& visit) {
     for (const TypeRun& run : types) {
@@ -261,39 +279,30 @@ uint32_t zarvBuildSignerIdentifier(const CvelCertificate& certificate, ZarvRecor
 //   hashAlgorithm SEQUENCE { OID, NULL }, certHash OCTET STRING,
 //   issuerSerial SEQUENCE { issuer SEQUENCE { [4] { Name } }, serialNumber } }.
 // The NULL parameters are always written, whatever the hash algorithm.
-namespace {
-struct SigningCertificateV2Sizes {
-  uint64_t algorithm;     // content of the hash AlgorithmIdentifier
-  uint64_t issuerName;    // content of the GeneralNames SEQUENCE: the [4] element
-  uint64_t issuerSerial;  // content of IssuerSerial
-  uint64_t certId;        // content of ESSCertIDv2
-};
+ZarvSigningCertificateV2::ZarvSigningCertificateV2(const CvelCertificate& certificate,
+                                                   const ZarvBytes& certificateHash, const CvelString& hashOid)
+    : certificate_(certificate),
+      certificateHash_(certificateHash),
+      hashOid_(hashOid),
+      algorithm_(hashOid.length() + sizeof kDerNull),
+      issuerName_(cvelTlvSize(certificate.issuer().length())),
+      issuerSerial_(cvelTlvSize(issuerName_) + certificate.serialNumber().length()),
+      certId_(cvelTlvSize(algorithm_) + cvelTlvSize(certificateHash.size()) + cvelTlvSize(issuerSerial_)) {}
 
-SigningCertificateV2Sizes sizesOf(const ZarvSigningCertificateV2& v) {
-  SigningCertificateV2Sizes s{};
-  s.algorithm = v.hashOid.length() + sizeof kDerNull;
-  s.issuerName = cvelTlvSize(v.certificate.issuer().length());
-  s.issuerSerial = cvelTlvSize(s.issuerName) + v.certificate.serialNumber().length();
-  s.certId = cvelTlvSize(s.algorithm) + cvelTlvSize(v.certificateHash.size()) + cvelTlvSize(s.issuerSerial);
-  return s;
-}
-}  // namespace
-
-uint64_t ZarvSigningCertificateV2::size() const { return cvelTlvSize(cvelTlvSize(cvelTlvSize(sizesOf(*this).certId))); }
+uint64_t ZarvSigningCertificateV2::size() const { return cvelTlvSize(cvelTlvSize(cvelTlvSize(certId_))); }
 
 void ZarvSigningCertificateV2::write(CvelA1Writer& w) const {
-  const SigningCertificateV2Sizes s = sizesOf(*this);
-  w.header(kTagSequence, cvelTlvSize(cvelTlvSize(s.certId)));
-  w.header(kTagSequence, cvelTlvSize(s.certId));
-  w.header(kTagSequence, s.certId);
-  w.header(kTagSequence, s.algorithm);
-  w.bytes(hashOid);
+  w.header(kTagSequence, cvelTlvSize(cvelTlvSize(certId_)));
+  w.header(kTagSequence, cvelTlvSize(certId_));
+  w.header(kTagSequence, certId_);
+  w.header(kTagSequence, algorithm_);
+  w.bytes(hashOid_);
   w.bytes(kDerNull, sizeof kDerNull);
-  w.header(kTagOctetString, certificateHash.size());
-  w.bytes(certificateHash.data(), certificateHash.size());
-  w.header(kTagSequence, s.issuerSerial);
-  w.header(kTagSequence, s.issuerName);
-  w.header(kTagContext4, certificate.issuer().length());
-  w.bytes(certificate.issuer());
-  w.bytes(certificate.serialNumber());
+  w.header(kTagOctetString, certificateHash_.size());
+  w.bytes(certificateHash_.data(), certificateHash_.size());
+  w.header(kTagSequence, issuerSerial_);
+  w.header(kTagSequence, issuerName_);
+  w.header(kTagContext4, certificate_.issuer().length());
+  w.bytes(certificate_.issuer());
+  w.bytes(certificate_.serialNumber());
 }

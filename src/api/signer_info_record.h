@@ -5,9 +5,11 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -20,27 +22,86 @@
 
 using ZarvBytes = std::vector<unsigned char>;
 
-// The allocator of a vector whose elements are written before they are read: growing it leaves the new
-// elements as the heap gave them instead of zero-filling them (construction without a value does nothing
-// for a trivial type).
-template <typename T>
-struct ZarvUnfilledAllocator : std::allocator<T> {
-  ZarvUnfilledAllocator() = default;
-  template <typename U>
-  ZarvUnfilledAllocator(const ZarvUnfilledAllocator<U>& /*other*/) noexcept {}
+// Octets of which every one is written before it is read: growing the block leaves the new octets as the
+// heap gave them, where a vector would zero-fill them. Its few operations are inline: a signer grows it by
+// each attribute it adds.
+class ZarvUnfilledBytes {
+ public:
+  size_t size() const { return size_; }
+  size_t capacity() const { return capacity_; }
+  unsigned char* data() { return octets_.get(); }
+  const unsigned char* data() const { return octets_.get(); }
 
-  template <typename U, typename... Args>
-  void construct(U* at, Args&&... args) {
-    if constexpr (sizeof...(Args) == 0) {
-      ::new (static_cast<void*>(at)) U;
-    } else {
-      ::new (static_cast<void*>(at)) U(std::forward<Args>(args)...);
-    }
+  // Room for n octets in all, the octets held so far kept. Throws std::bad_alloc when it cannot be had.
+  void reserve(size_t n) {
+    if (n <= capacity_) return;
+    std::unique_ptr<unsigned char[]> larger = std::make_unique_for_overwrite<unsigned char[]>(n);
+    if (size_ != 0) std::memcpy(larger.get(), octets_.get(), size_);
+    octets_ = std::move(larger);
+    capacity_ = n;
   }
+  // n octets, those past the old size unset; the room at least doubles when it must grow.
+  void resize(size_t n) {
+    if (n > capacity_) reserve(std::max(n, 2 * capacity_));
+    size_ = n;
+  }
+  void append(const unsigned char* octets, size_t n) {
+    const size_t at = size_;
+    resize(size_ + n);
+    if (n != 0) std::memcpy(octets_.get() + at, octets, n);
+  }
+  void swap(ZarvUnfilledBytes& other) noexcept {
+    octets_.swap(other.octets_);
+    std::swap(size_, other.size_);
+    std::swap(capacity_, other.capacity_);
+  }
+
+ private:
+  std::unique_ptr<unsigned char[]> octets_;
+  size_t size_ = 0;
+  size_t capacity_ = 0;
 };
 
-// Octets of which every one is written before it is read.
-using ZarvUnfilledBytes = std::vector<unsigned char, ZarvUnfilledAllocator<unsigned char>>;
+// Room for the first few entries of a vector inside the vector's owner, which is never moved: a vector that
+// stays that short costs no allocation. Longer ones live on the heap like any vector's.
+template <typename T, size_t N>
+struct ZarvHeldEntries {
+  alignas(T) unsigned char bytes[N * sizeof(T)];
+  bool taken = false;
+};
+
+// The allocator of such a vector: the held room when it is free and large enough, else the heap.
+template <typename T, size_t N>
+class ZarvHeldAllocator {
+ public:
+  using value_type = T;
+  template <typename U>
+  struct rebind {
+    static_assert(std::is_same_v<U, T>, "the held room is for one type");
+    using other = ZarvHeldAllocator;
+  };
+
+  explicit ZarvHeldAllocator(ZarvHeldEntries<T, N>& held) noexcept : held_(&held) {}
+
+  T* allocate(size_t n) {
+    if (n <= N && !held_->taken) {
+      held_->taken = true;
+      return reinterpret_cast<T*>(held_->bytes);
+    }
+    return std::allocator<T>().allocate(n);
+  }
+  void deallocate(T* p, size_t n) noexcept {
+    if (p == reinterpret_cast<T*>(held_->bytes)) {
+      held_->taken = false;
+      return;
+    }
+    std::allocator<T>().deallocate(p, n);
+  }
+  bool operator==(const ZarvHeldAllocator& other) const noexcept { return held_ == other.held_; }
+
+ private:
+  ZarvHeldEntries<T, N>* held_;
+};
 
 // Attribute type as dotted text -> the values in the order added, each one complete DER value. A signer
 // holds a handful of attributes of a few dozen octets each: the texts and values sit one behind the other in
@@ -60,8 +121,18 @@ class ZarvAttributeMap {
     std::string_view typeElement;
   };
 
+  // Room in the map for the index of a usual signer's signed attributes; the map is never copied or moved,
+  // as the index may lie in it.
+  static constexpr size_t kHeldValues = 4;
+  using ValueIndex = std::vector<Value, ZarvHeldAllocator<Value, kHeldValues>>;
+
+  ZarvAttributeMap() : values_(ZarvHeldAllocator<Value, kHeldValues>(heldValues_)) {}
+  ZarvAttributeMap(const ZarvAttributeMap&) = delete;
+  ZarvAttributeMap& operator=(const ZarvAttributeMap&) = delete;
+
   bool empty() const { return values_.empty(); }
-  bool contains(std::string_view type) const { return find(type) != values_.end(); }
+  bool contains(std::string_view type) const { return contains(ZarvKnownOid{type, zarvKnownOidElement(type)}); }
+  bool contains(const ZarvKnownOid& type) const { return find(type) != values_.end(); }
   // The type's values leave the index; their octets stay in the block until it is compacted.
   void erase(std::string_view type);
 
@@ -119,7 +190,7 @@ class ZarvAttributeMap {
   }
 
   // The index in the order added.
-  const std::vector<Value>& values() const { return values_; }
+  const ValueIndex& values() const { return values_; }
   std::string_view typeOf(const Value& v) const {
     return std::string_view(reinterpret_cast<const char*>(block_.data() + v.typeOffset), v.typeLength);
   }
@@ -130,21 +201,23 @@ class ZarvAttributeMap {
   // Room for the usual signed attributes of one signer without growing; well under the size from which the
   // C heap stops recycling blocks cheaply.
   static constexpr size_t kUsualBytes = 512;
-  static constexpr size_t kUsualValues = 8;
 
   // The first value of the type in the index, or the end.
-  std::vector<Value>::const_iterator find(std::string_view type) const;
+  // The type's element, when the table of known identifiers holds its text, is the table's own octets:
+  // every value of a known type carries the same element, told apart from the others by its address alone.
+  ValueIndex::const_iterator find(const ZarvKnownOid& type) const;
   // Puts the value written at offset into the index behind the type's other values (in place of them with
   // replace), the type's text appended to the block when the type is new. The room was reserved beforehand.
   void index(const ZarvKnownOid& type, size_t offset, size_t length, bool replace);
   // Drops the type's values from the index, their octets counted as waste.
-  void eraseType(std::vector<Value>::const_iterator first, std::string_view type);
+  void eraseType(ValueIndex::const_iterator first, std::string_view type);
   // Octets of erased values and texts are dropped once they outweigh the live ones.
   void compactWhenMostlyWaste();
 
   // Each value is written in place over the octets a resize adds, and each text copied in: never read unset.
   ZarvUnfilledBytes block_;
-  std::vector<Value> values_;
+  ZarvHeldEntries<Value, kHeldValues> heldValues_;
+  ValueIndex values_;
   size_t waste_ = 0;
 };
 
@@ -206,15 +279,19 @@ CvelResult zarvWriteExactly(uint64_t total, std::vector<unsigned char>& out, Wri
   return kCvelOk;
 }
 
-// The signer object, both tables and the room are part of the record: one allocation for all of them.
+// The signer object, the signed attributes' table and the room are part of the record: one allocation for
+// all of them. The unsigned attributes, which few signers have, get their table when the first one comes.
 struct SignerInfoRecord {
   CvelP7SignerInfo signer;
   ZarvAttributeMap signedAttributes;
-  ZarvAttributeMap unsignedAttributes;
+  std::unique_ptr<ZarvAttributeMap> unsignedAttributes;
   ZarvRecordRoom room;
 
+  // Throws std::bad_alloc when the unsigned attributes' table cannot be made.
   ZarvAttributeMap& table(ZarvAttributeKind kind) {
-    return kind == ZarvAttributeKind::kSigned ? signedAttributes : unsignedAttributes;
+    if (kind == ZarvAttributeKind::kSigned) return signedAttributes;
+    if (unsignedAttributes == nullptr) unsignedAttributes = std::make_unique<ZarvAttributeMap>();
+    return *unsignedAttributes;
   }
 };
 
@@ -239,14 +316,24 @@ uint32_t zarvBuildSignerIdentifier(const CvelCertificate& certificate, ZarvRecor
                                    CvelString& signerIdentifier);
 
 // The signing-certificate-v2 value for a parsed certificate, the host's hash of it and that hash's OID
-// (already DER): its size, then the value written at that size.
-struct ZarvSigningCertificateV2 {
-  const CvelCertificate& certificate;
-  const ZarvBytes& certificateHash;
-  const CvelString& hashOid;
+// (already DER): its size, then the value written at that size. The sizes of its parts are counted once,
+// when it is made.
+class ZarvSigningCertificateV2 {
+ public:
+  ZarvSigningCertificateV2(const CvelCertificate& certificate, const ZarvBytes& certificateHash,
+                           const CvelString& hashOid);
 
   uint64_t size() const;
   void write(CvelA1Writer& w) const;
+
+ private:
+  const CvelCertificate& certificate_;
+  const ZarvBytes& certificateHash_;
+  const CvelString& hashOid_;
+  uint64_t algorithm_;     // content of the hash AlgorithmIdentifier
+  uint64_t issuerName_;    // content of the GeneralNames SEQUENCE: the [4] element
+  uint64_t issuerSerial_;  // content of IssuerSerial
+  uint64_t certId_;        // content of ESSCertIDv2
 };
 
 #endif  // KOLVARI_API_SIGNER_INFO_RECORD_H

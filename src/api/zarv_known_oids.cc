@@ -22,13 +22,22 @@ constexpr ZarvKnownOid kKnownOids[] = {
     {"1.2.840.113549.1.1.12"sv, "\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x01\x0C"sv},   // sha384WithRSA
     {"1.2.840.113549.1.1.13"sv, "\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x01\x0D"sv},   // sha512WithRSA
     {"1.3.14.3.2.26"sv, "\x06\x05\x2B\x0E\x03\x02\x1A"sv},                              // sha1
-    kZarvContentType,
-    kZarvMessageDigest,
-    kZarvSigningTime,
-    kZarvSigningCertificateV2,
+    {"1.2.840.113549.1.9.3"sv, "\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x09\x03"sv},  // contentType
+    {"1.2.840.113549.1.9.4"sv, "\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x09\x04"sv},  // messageDigest
+    {"1.2.840.113549.1.9.5"sv, "\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x09\x05"sv},  // signingTime
+    {"1.2.840.113549.1.9.16.2.47"sv, "\x06\x0B\x2A\x86\x48\x86\xF7\x0D\x01\x09\x10\x02\x2F"sv},  // signingCertificateV2
 };
 
+// The rows of the signer's own types, counted from the end of the table.
+constexpr size_t kSignerTypeRows = 4;
+constexpr size_t kFirstSignerTypeRow = std::size(kKnownOids) - kSignerTypeRows;
+
 }  // namespace
+
+const ZarvKnownOid& kZarvContentType = kKnownOids[kFirstSignerTypeRow];
+const ZarvKnownOid& kZarvMessageDigest = kKnownOids[kFirstSignerTypeRow + 1];
+const ZarvKnownOid& kZarvSigningTime = kKnownOids[kFirstSignerTypeRow + 2];
+const ZarvKnownOid& kZarvSigningCertificateV2 = kKnownOids[kFirstSignerTypeRow + 3];
 
 std::span<const ZarvKnownOid> zarvKnownOids() { return kKnownOids; }
 

@@ -13,21 +13,18 @@ struct ZarvKnownOid {
   std::string_view element;
 };
 
-// The signer's own attribute types (RFC 5652 11.1-11.3, RFC 5035 5.4), rows of the table.
-inline constexpr ZarvKnownOid kZarvContentType{"1.2.840.113549.1.9.3",
-                                               "\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x09\x03"};
-inline constexpr ZarvKnownOid kZarvMessageDigest{"1.2.840.113549.1.9.4",
-                                                 "\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x09\x04"};
-inline constexpr ZarvKnownOid kZarvSigningTime{"1.2.840.113549.1.9.5",
-                                               "\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x09\x05"};
-inline constexpr ZarvKnownOid kZarvSigningCertificateV2{
-    "1.2.840.113549.1.9.16.2.47", "\x06\x0B\x2A\x86\x48\x86\xF7\x0D\x01\x09\x10\x02\x2F"};
+// The signer's own attribute types (RFC 5652 11.1-11.3, RFC 5035 5.4): rows of the table itself, so that
+// every known element, whichever way it was looked up, is the table's own octets at one address.
+extern const ZarvKnownOid& kZarvContentType;
+extern const ZarvKnownOid& kZarvMessageDigest;
+extern const ZarvKnownOid& kZarvSigningTime;
+extern const ZarvKnownOid& kZarvSigningCertificateV2;
 
 // Every row, for the tests that hold them against the converter.
 std::span<const ZarvKnownOid> zarvKnownOids();
 
 // The element of a text the table holds, compared whole (a text with a NUL inside never matches), or an
-// empty view for any other text.
+// empty view for any other text. A text's element is always the same view of the table's octets.
 std::string_view zarvKnownOidElement(std::string_view dotted);
 
 #endif  // KOLVARI_API_ZARV_KNOWN_OIDS_H

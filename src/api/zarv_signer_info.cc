@@ -28,8 +28,8 @@ constexpr uint8_t kLongTimeLength = 15;
 // The record is made whole or not at all, so a handle that is not null is usable.
 bool usable(const SignerInfoRecord* h) { return h != nullptr; }
 
-// The record, its signer object and its tables are one block: kept below the size from which glibc's
-// malloc first merges its free lists, which a block that size would do on every signer.
+// The record, its signer object and its signed attributes' table are one block: kept below the size from
+// which glibc's malloc first merges its free lists, which a block that size would do on every signer.
 constexpr size_t kRecordSizeLimit = 1000;
 static_assert(sizeof(SignerInfoRecord) <= kRecordSizeLimit, "the signer-info record stays a small block");
 
@@ -44,13 +44,18 @@ uint32_t oidElement(const std::string& dotted, CvelString& oid) {
 // SEQUENCE { OID from the dotted text, NULL } (withNull), or SEQUENCE { OID }, in the record's room when
 // it fits.
 uint32_t algorithm(const std::string& dotted, bool withNull, ZarvRecordRoom& room, CvelString& out) {
-  CvelString oid;
-  uint32_t r = oidElement(dotted, oid);
-  if (r != ZARV_OK) return r;
-  const uint64_t content = oid.length() + (withNull ? sizeof kDerNull : 0);
+  // A known element is written from the table as it is; only other texts take a string of the converter's.
+  CvelString converted;
+  std::string_view oid = zarvKnownOidElement(dotted);
+  if (oid.empty()) {
+    const uint32_t r = fromDottedElement(dotted.c_str(), converted);
+    if (r != ZARV_OK) return r;
+    oid = std::string_view(reinterpret_cast<const char*>(converted.data()), converted.length());
+  }
+  const uint64_t content = oid.size() + (withNull ? sizeof kDerNull : 0);
   return zarvWriteField(room, out, cvelTlvSize(content), [&](CvelA1Writer& w) {
     w.header(kTagSequence, content);
-    w.bytes(oid);
+    w.bytes(oid.data(), oid.size());
     if (withNull) w.bytes(kDerNull, sizeof kDerNull);
   });
 }
@@ -191,7 +196,7 @@ uint32_t ZARV_GetDTBS(SignerInfoRecord* h, std::vector<unsigned char>* out) {
   if (!usable(h) || out == nullptr) return ZARV_E_BAD_PARAMETER;
   return zarvGuarded([&] {
     const ZarvAttributeMap& map = h->signedAttributes;
-    if (!map.contains(kZarvContentType.dotted)) {
+    if (!map.contains(kZarvContentType)) {
       uint32_t r = setContentType(*h, {});
       if (r != ZARV_OK) return r;
     }
@@ -230,11 +235,11 @@ uint32_t ZARV_SetP1Signature(SignerInfoRecord* h, const std::string& signatureOi
 uint32_t ZARV_EncodeSignerInfo(SignerInfoRecord* h, std::vector<unsigned char>* out) {
   if (!usable(h) || out == nullptr) return ZARV_E_BAD_PARAMETER;
   return zarvGuarded([&] {
-    const ZarvAttributeMap& map = h->unsignedAttributes;
-    if (!map.empty()) {
+    const ZarvAttributeMap* map = h->unsignedAttributes.get();
+    if (map != nullptr && !map->empty()) {
       CvelString attributes;
       // Unsigned attributes are not covered by the signature and keep the dotted-type order.
-      uint32_t r = zarvBuildAttributes(map, ZarvAttributeOrder::kDottedType, h->room, attributes);
+      uint32_t r = zarvBuildAttributes(*map, ZarvAttributeOrder::kDottedType, h->room, attributes);
       if (r != ZARV_OK) return r;
       h->signer.unsignedAttributes().moveFrom(attributes);
     }

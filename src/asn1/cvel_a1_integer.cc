@@ -17,6 +17,8 @@ constexpr uint32_t kValueOctets = 4;
 constexpr uint32_t kPaddedValueOctets = 5;
 // Held octets are written behind the tag and one length octet.
 constexpr uint32_t kHeldHeaderOctets = 2;
+// A held value's element: the tag and its one length octet, then at most four content octets.
+constexpr uint32_t kValueHeaderOctets = 2;
 
 uint32_t bigEndian(const unsigned char* p, uint32_t n) {
   uint32_t v = 0;
@@ -67,6 +69,15 @@ void CvelA1Integer::write(CvelDerWriter& w) const {
   w.byte(kTagInteger);
   w.byte(static_cast<uint8_t>(bytes_.length()));
   w.bytes(bytes_);
+}
+
+uint32_t CvelA1Integer::writeValueElement(unsigned char* dst) const {
+  if (!bytes_.isEmpty()) return 0;
+  static_assert(kValueElementRoom == kValueHeaderOctets + kValueOctets, "tag, one length octet, the value");
+  const uint32_t n = valueContent(dst + kValueHeaderOctets);
+  dst[0] = kTagInteger;
+  dst[1] = static_cast<unsigned char>(n);
+  return kValueHeaderOctets + n;
 }
 
 CvelResult CvelA1Integer::encodeHeld(CvelString& out) const {

@@ -37,6 +37,10 @@ class CvelA1Integer {
   CvelResult encode(CvelString& out);
   // Exactly what encode writes, without keeping the content octets, as part of a larger structure.
   void write(CvelDerWriter& w) const;
+  // The same element for a value without held octets, written at dst (room for kValueElementRoom octets)
+  // without a writer's counting pass; returns its length, or 0 when octets are held (write takes those).
+  static constexpr uint32_t kValueElementRoom = 6;
+  uint32_t writeValueElement(unsigned char* dst) const;
 
   // Reads the first element inside the context's current element (or the first element of s when context
   // is null); it must be an INTEGER.

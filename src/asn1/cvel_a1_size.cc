@@ -7,6 +7,9 @@
 
 namespace {
 constexpr uint32_t kMaxLengthOctets = 8;
+constexpr uint64_t kOneOctetMax = 0xFF;
+// A tag, the long-form marker and the most length octets: room in which any header fits.
+constexpr uint64_t kLongestHeader = 1 + 1 + kMaxLengthOctets;
 }
 
 uint32_t cvelLongLengthOfLength(uint64_t n) {
@@ -17,11 +20,17 @@ uint32_t cvelLongLengthOfLength(uint64_t n) {
 }
 
 uint32_t cvelWriteLength(uint64_t n, unsigned char* dst) {
-  uint32_t total = cvelLengthOfLength(n);
-  if (total == 1) {
+  // The short form and one length octet, the lengths of nearly every element, without counting octets.
+  if (n < kShortLengthLimit) {
     dst[0] = static_cast<unsigned char>(n);
     return 1;
   }
+  if (n <= kOneOctetMax) {
+    dst[0] = static_cast<unsigned char>(kLengthLongForm | 1);
+    dst[1] = static_cast<unsigned char>(n);
+    return 2;
+  }
+  uint32_t total = cvelLengthOfLength(n);
   uint32_t octets = total - 1;
   dst[0] = static_cast<unsigned char>(kLengthLongForm | octets);
   for (uint32_t i = 0; i < octets; ++i) dst[1 + i] = static_cast<unsigned char>(n >> (8 * (octets - 1 - i)));
@@ -76,8 +85,22 @@ uint64_t cvelBitStringBits(const CvelString& content) {
 }
 
 void CvelA1Writer::longHeader(uint8_t tag, uint64_t contentLength) {
-  unsigned char buffer[1 + 1 + kMaxLengthOctets];
-  buffer[0] = tag;
-  uint32_t n = 1 + cvelWriteLength(contentLength, buffer + 1);
-  bytes(buffer, n);
+  // Written in place when tag and length octets fit, with the checks bytes() makes; nothing otherwise.
+  // With room for the longest header the octets are written before they are counted.
+  if (ok_ && left_ >= kLongestHeader) {
+    at_[0] = tag;
+    const uint32_t written = 1 + cvelWriteLength(contentLength, at_ + 1);
+    at_ += written;
+    left_ -= written;
+    return;
+  }
+  const uint64_t n = 1 + uint64_t{cvelLengthOfLength(contentLength)};
+  if (!ok_ || n > left_) {
+    ok_ = false;
+    return;
+  }
+  at_[0] = tag;
+  cvelWriteLength(contentLength, at_ + 1);
+  at_ += n;
+  left_ -= n;
 }

@@ -18,6 +18,8 @@ class CvelManagedArray {
   CvelManagedArray(const CvelManagedArray&) = delete;
   CvelManagedArray& operator=(const CvelManagedArray&) = delete;
   virtual ~CvelManagedArray() {
+    // Most lists of a parsed certificate are never filled: nothing to destroy and no slots to free.
+    if (slots_ == nullptr) return;
     clear();
     // A derived list with lent slots has forgotten them in its own destructor.
     std::free(slots_);
@@ -164,6 +166,7 @@ class CvelBlockArray : public CvelManagedArray<T> {
  public:
   CvelBlockArray() = default;
   ~CvelBlockArray() override {
+    if (block_ == nullptr && this->size() == 0) return;
     this->clear();
     releaseBlock();
   }

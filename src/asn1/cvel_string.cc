@@ -9,7 +9,7 @@
 namespace {
 
 // The largest content that still leaves room for the terminator and below the view marker.
-constexpr uint32_t kMaxContent = CvelString::kViewCapacity - 2;
+constexpr uint32_t kMaxContent = CvelString::kMaxViewLength;
 
 constexpr char kBase64Alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 constexpr char kBase64Pad = '=';
@@ -30,15 +30,6 @@ inline unsigned char lowerByte(unsigned char c) { return static_cast<unsigned ch
 bool sumFits(uint32_t a, uint32_t b) { return b <= kMaxContent && a <= kMaxContent - b; }
 
 }  // namespace
-
-void CvelString::moveFrom(CvelString& other) {
-  if (&other == this) return;
-  release();
-  length_ = other.length_;
-  data_ = other.data_;
-  capacity_ = other.capacity_;
-  other.clear();
-}
 
 CvelResult CvelString::assign(const CvelString& other) {
   if (&other == this) return kCvelOk;
@@ -109,16 +100,6 @@ CvelResult CvelString::keepPartOfSelf(uint32_t offset, uint32_t count) {
   CvelResult r = copy.assign(data_ + offset, count);
   if (r == kCvelOk) moveFrom(copy);
   return r;
-}
-
-CvelResult CvelString::setView(const void* bytes, size_t count) {
-  release();
-  if (count > kMaxContent) return kCvelErrBadParameter;
-  if (count == 0 || bytes == nullptr) return kCvelOk;
-  data_ = static_cast<unsigned char*>(const_cast<void*>(bytes));
-  length_ = static_cast<uint32_t>(count);
-  capacity_ = kViewCapacity;
-  return kCvelOk;
 }
 
 CvelResult CvelString::allocate(uint32_t n) {

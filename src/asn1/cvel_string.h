@@ -16,6 +16,8 @@ class CvelString {
  public:
   // Capacity value marking a view: the bytes belong to someone else and are never freed or written.
   static constexpr uint32_t kViewCapacity = 0xFFFFFFFFu;
+  // The longest content a view may have: below the view marker, with room for an owned copy's zero.
+  static constexpr uint32_t kMaxViewLength = kViewCapacity - 2;
 
   CvelString() = default;
   ~CvelString() { release(); }
@@ -38,7 +40,15 @@ class CvelString {
     data_ = nullptr;
     capacity_ = 0;
   }
-  void moveFrom(CvelString& other);
+  // Inline, like setView(const void*, size_t): every encoder hands its result on with one of them.
+  void moveFrom(CvelString& other) {
+    if (&other == this) return;
+    release();
+    length_ = other.length_;
+    data_ = other.data_;
+    capacity_ = other.capacity_;
+    other.clear();
+  }
   CvelResult assign(const CvelString& other);
   CvelResult assign(const char* text);
   CvelResult assign(const void* bytes, uint32_t n);
@@ -58,7 +68,15 @@ class CvelString {
     return kCvelOk;
   }
   // Views bytes owned outside the library's strings (a host's buffer), which must outlive the view.
-  CvelResult setView(const void* bytes, size_t count);
+  CvelResult setView(const void* bytes, size_t count) {
+    release();
+    if (count > kMaxViewLength) return kCvelErrBadParameter;
+    if (count == 0 || bytes == nullptr) return kCvelOk;
+    data_ = static_cast<unsigned char*>(const_cast<void*>(bytes));
+    length_ = static_cast<uint32_t>(count);
+    capacity_ = kViewCapacity;
+    return kCvelOk;
+  }
 
   // Size and content.
   CvelResult allocate(uint32_t n);

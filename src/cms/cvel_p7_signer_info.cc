@@ -67,15 +67,22 @@ void CvelP7SignerInfo::write(CvelDerWriter& w) const {
 }
 
 CvelResult CvelP7SignerInfo::encode(std::vector<unsigned char>& out) const {
-  // The version as write puts it, the one field whose size is not its string's.
+  // The version as write puts it, the one field whose size is not its string's: a held value directly,
+  // held octets through the writer's two passes.
+  static_assert(kVersionRoom >= CvelA1Integer::kValueElementRoom, "room for a held value's element");
   unsigned char version[kVersionRoom];
-  CvelDerWriter v;
-  version_.write(v);
-  if (v.failed() || v.counted() > sizeof version) return cvelEncodeDer(out, [this](CvelDerWriter& w) { write(w); });
-  v.startWriting(version);
-  version_.write(v);
-  if (!v.complete()) return kCvelErrMalformed;
-  const uint64_t versionLength = v.counted();
+  uint64_t versionLength = version_.writeValueElement(version);
+  if (versionLength == 0) {
+    CvelDerWriter v;
+    version_.write(v);
+    if (v.failed() || v.counted() > sizeof version) {
+      return cvelEncodeDer(out, [this](CvelDerWriter& w) { write(w); });
+    }
+    v.startWriting(version);
+    version_.write(v);
+    if (!v.complete()) return kCvelErrMalformed;
+    versionLength = v.counted();
+  }
 
   auto optional = [](const CvelString& s) { return s.isEmpty() ? 0 : cvelTlvSize(s.length()); };
   const uint64_t content = versionLength + signerIdentifier_.length() + digestAlgorithm_.length() +

@@ -50,6 +50,28 @@ TEST(CvelA1Size, WrapWritesOnceAtTheFinalSize) {
   EXPECT_EQ(toHex(out), "03818000" + toHex(bytes));
 }
 
+TEST(CvelA1Size, ALongHeaderIsWrittenWholeOrNotAtAll) {
+  // Content lengths 200 (81 C8) and 300 (82 01 2C) in rooms around the header's size and with room to spare
+  // (a header is written before it is counted there); a header that does not fit writes nothing.
+  const struct {
+    uint64_t length;
+    size_t room;
+    const char* written;  // null: the writer fails
+  } cases[] = {{200, 2, nullptr}, {200, 3, "0481C8"}, {300, 3, nullptr}, {300, 4, "0482012C"}, {300, 12, "0482012C"}};
+  for (const auto& c : cases) {
+    unsigned char buffer[12] = {};
+    CvelA1Writer w(buffer, c.room);
+    w.header(0x04, c.length);
+    EXPECT_EQ(w.ok(), c.written != nullptr) << c.length << " in " << c.room;
+    const std::string expected = c.written != nullptr ? c.written : "";
+    EXPECT_EQ(toHex(testutil::Bytes(buffer, buffer + sizeof buffer)).substr(0, expected.size()), expected);
+    if (c.written == nullptr) {
+      EXPECT_EQ(buffer[0], 0) << c.length << " in " << c.room;
+    }
+    EXPECT_EQ(w.left(), c.written == nullptr ? c.room : c.room - expected.size() / 2);
+  }
+}
+
 TEST(CvelA1Size, BitStringBitsCountTheLeadingOctetAsOneBit) {
   // Content with its leading octet: 8 bits per following octet, one less when the leading octet is not
   // zero (whatever number of unused bits it states); no bits for 0 or 1 octet.
