@@ -128,8 +128,9 @@ PY
 # and skipped, the three signatures are extended to T, and the status is 1. Then the refused command lines.
 mkdir out && cp rsa.p7s again.p7s && echo "not a signature" > broken.p7s
 [ "$(status_of "$KOLVARI" extend --level T --tsa "$base/tsa" --jobs 2 --out-dir out rsa.p7s broken.p7s \
-  attached.p7s again.p7s)" -eq 1 ] && [ "$(wc -l < err.txt)" -eq 2 ] && grep -q "^kolvari extend: broken.p7s: " err.txt &&
-  tail -n 1 err.txt | grep -q "1 of 4 files not extended" || fail "batch: $(cat err.txt)"
+  attached.p7s again.p7s)" -eq 1 ] && [ "$(wc -l < err.txt)" -eq 2 ] &&
+  grep -q "^kolvari extend: broken.p7s: " err.txt && tail -n 1 err.txt | grep -q "1 of 4 files not extended" ||
+  fail "batch: $(cat err.txt)"
 for name in rsa attached again; do
   content=(-content doc.txt)
   [ "$name" != attached ] || content=()
