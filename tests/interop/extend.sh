@@ -3,8 +3,8 @@
 # and LTA, against the loopback time-stamp authority and OCSP responder (tests/support/loopback_services.sh).
 # Each result still verifies with `openssl cms -verify` and with `kolvari verify`; asn1crypto finds the signed
 # attributes and the signature bytes unchanged, decodes the new attributes, and computes the archive
-# time-stamp's imprint from the decoded fields on its own. A time-stamp authority that is down gives one line
-# and no output.
+# time-stamp's imprint from the decoded fields on its own. A batch on two threads is checked, and the command
+# lines it refuses. A time-stamp authority that is down gives one line and no output.
 set -euo pipefail
 . "$(dirname "$0")/../support/interop.sh"
 requires openssl python3:asn1crypto
@@ -124,8 +124,28 @@ PY
 [ "$(status_of "$KOLVARI" verify --trust pki/ca.pem --content doc.txt tampered.p7s)" -eq 1 ] &&
   grep -q 'archive time-stamp: .*unsignedAttrsHashIndex' out.txt || fail "tampered: $(cat out.txt)"
 
+# A batch on two threads into out/, each output named as its input: a broken input is reported in its place
+# and skipped, the three signatures are extended to T, and the status is 1. Then the refused command lines.
+mkdir out && cp rsa.p7s again.p7s && echo "not a signature" > broken.p7s
+[ "$(status_of "$KOLVARI" extend --level T --tsa "$base/tsa" --jobs 2 --out-dir out rsa.p7s broken.p7s \
+  attached.p7s again.p7s)" -eq 1 ] && [ "$(wc -l < err.txt)" -eq 2 ] &&
+  grep -q "^kolvari extend: broken.p7s: " err.txt && tail -n 1 err.txt | grep -q "1 of 4 files not extended" ||
+  fail "batch: $(cat err.txt)"
+for name in rsa attached again; do
+  content=(-content doc.txt)
+  [ "$name" != attached ] || content=()
+  openssl cms -verify -binary -inform DER -in "out/$name.p7s" "${content[@]}" -CAfile pki/ca.pem -purpose any \
+    -out /dev/null 2> err.txt || fail "batch: out/$name.p7s: $(cat err.txt)"
+  openssl cms -cmsout -print -inform DER -in "out/$name.p7s" | grep -q timeStampToken || fail "batch: $name: no token"
+done
+[ ! -e out/broken.p7s ] || fail "batch: out/broken.p7s was written"
+refused 2 "more than one FILE needs --out-dir" two.p7s "$KOLVARI" extend --level T rsa.p7s again.p7s --out two.p7s
+refused 2 "--content names the signed file of one FILE" out/doc.txt \
+  "$KOLVARI" extend --level LTA --content doc.txt --out-dir out rsa.p7s again.p7s
+refused 2 "--out-dir . holds the input rsa.p7s" none "$KOLVARI" extend --level T --out-dir . rsa.p7s
+
 # A time-stamp authority that is down: one line naming its URL and the signer, exit status 1, no output.
 stop_loopback_services
 refused 1 "$base/tsa" down.p7s "$KOLVARI" extend --level T --tsa "$base/tsa" --content doc.txt rsa.p7s --out down.p7s
 grep -qF "CN=RSA Signer" err.txt || fail "TSA down: $(cat err.txt)"
-echo "extend: 6 extensions checked by OpenSSL, asn1crypto and kolvari verify; the failure case passed"
+echo "extend: 6 extensions checked by OpenSSL, asn1crypto and kolvari verify; the batch and the failure cases passed"

@@ -15,6 +15,7 @@ import os
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 
 from asn1crypto import tsp
@@ -24,6 +25,9 @@ SLOW_SECONDS = 5
 OPENSSL_SECONDS = 20
 
 directory, port_file = sys.argv[1], sys.argv[2]
+# `openssl ts -reply` reads and rewrites the serial file: the replies to clients that ask at once (a batch on
+# several threads) are made one at a time.
+serial_lock = threading.Lock()
 
 
 def openssl(args, request):
@@ -87,7 +91,9 @@ class Handler(http.server.BaseHTTPRequestHandler):
             request = altered_query(request, path.rsplit("/", 1)[1])
             path = "/tsa"
         if path == "/tsa":
-            reply = openssl(["ts", "-reply", "-config", "ts.cnf", "-queryfile", "QUERY", "-out", "ANSWER"], request)
+            with serial_lock:
+                reply = openssl(["ts", "-reply", "-config", "ts.cnf", "-queryfile", "QUERY", "-out", "ANSWER"],
+                                request)
             return self.answer(200, reply, "application/timestamp-reply")
         if path == "/ocsp":
             reply = openssl(["ocsp", "-index", "index.txt", "-CA", "ca.pem", "-rsigner", "ocsp.pem",
