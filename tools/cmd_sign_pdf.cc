@@ -140,7 +140,8 @@ void defineOptions(CLI::App& app, SignPdfOptions& o) {
       ->group(fields);
 
   const std::string output = "output";
-  addFlag(app, "--force", o.force, "replace an existing OUT.pdf (never IN.pdf itself)")->group(output);
+  addFlag(app, "--force", o.force, "replace an existing OUT.pdf, or a PDF in DIR (never the input itself)")
+      ->group(output);
   addValue(app, "--out-dir", o.outDir, "DIR",
            "sign every PDF given into DIR under its own file name (then each PDF is an input)")
       ->group(output);
