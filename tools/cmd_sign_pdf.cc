@@ -237,6 +237,15 @@ struct PdfSigningRun {
   std::mutex* libraryLock = nullptr;  // the library's signer-info calls, one thread at a time
 };
 
+// buildContainer with run.libraryLock held: it converts the digest OID with the library's converter, whose
+// process-wide state the signer-info calls of the other threads use under that lock.
+bool buildContainerInTurn(const ZarvFunctions& zarv, const PdfSigningRun& run, const ContainerRequest& container,
+                          Bytes& cms, std::string& error) {
+  std::unique_lock<std::mutex> turn;
+  if (run.libraryLock != nullptr) turn = std::unique_lock<std::mutex>(*run.libraryLock);
+  return buildContainer(zarv, container, cms, error);
+}
+
 bool signPdf(const ZarvFunctions& zarv, const PdfSigningRun& run, const Bytes& input, PdfSignatureFields fields,
              Bytes& output, std::string& error) {
   size_t capacity = kContentsOverhead + run.extraRoom;
@@ -266,7 +275,7 @@ bool signPdf(const ZarvFunctions& zarv, const PdfSigningRun& run, const Bytes& i
   container.signerInfos.resize(1);
   Bytes cms;
   if (!buildSignerInfo(zarv, request, container.signerInfos[0], error) ||
-      !buildContainer(zarv, container, cms, error) || !fillPdfContents(update, cms, error)) {
+      !buildContainerInTurn(zarv, run, container, cms, error) || !fillPdfContents(update, cms, error)) {
     return false;
   }
   output = std::move(update.document);
