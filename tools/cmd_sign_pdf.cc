@@ -1,10 +1,16 @@
 // kolvari sign-pdf: signs a PDF as a PAdES baseline signature. The PDF part (reading the input, the
 // incremental update, the byte range) lives in tools/pdf; the CMS is built by the linked library as in `kolvari sign`,
 // detached over the byte range, with no signing-time attribute (the time is the signature dictionary's /M).
+// Given many PDFs and --out-dir it loads the keys, the certificates and the font once and signs --jobs PDFs at
+// a time, each in its own qpdf objects.
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <memory>
+#include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -20,6 +26,7 @@
 #include "pdf/pdf_update.h"
 #include "pdf/truetype_font.h"
 #include "services/sign_services.h"
+#include "signing/batch_runner.h"
 #include "signing/host_signer.h"
 #include "signing/key_source.h"
 #include "signing/output_file.h"
@@ -48,9 +55,11 @@ struct SignPdfOptions {
   PdfSignatureFields fields;
   bool derOrder = true;
   bool force = false;
+  bool quiet = false;
   std::string font;
-  std::string input;
-  std::string output;
+  std::string outDir;
+  unsigned jobs = defaultJobs();
+  std::vector<std::string> files;  // IN.pdf OUT.pdf, or with --out-dir every PDF to sign
 };
 
 // "PAGE,X,Y,W,H": a page from 1 and a box of positive size, all within the largest page PDF allows. Returns
@@ -131,15 +140,29 @@ void defineOptions(CLI::App& app, SignPdfOptions& o) {
       ->group(fields);
 
   const std::string output = "output";
-  addFlag(app, "--force", o.force, "replace an existing OUT.pdf (never IN.pdf itself)")->group(output);
-  addFile(app, "IN.pdf", o.input, "the PDF to sign");
-  addFile(app, "OUT.pdf", o.output, "where the signed PDF goes");
+  addFlag(app, "--force", o.force, "replace an existing OUT.pdf, or a PDF in DIR (never the input itself)")
+      ->group(output);
+  addValue(app, "--out-dir", o.outDir, "DIR",
+           "sign every PDF given into DIR under its own file name (then each PDF is an input)")
+      ->group(output);
+  app.add_option("--jobs", o.jobs,
+                 "with --out-dir, sign N PDFs at a time (default: the number of cores); messages and outputs are "
+                 "the same as with --jobs 1")
+      ->option_text("N")
+      ->check(jobsCount())
+      ->group(output);
+  addFlag(app, "--quiet", o.quiet, "with --out-dir, no progress line (it is shown only on a terminal anyway)")
+      ->group(output);
+  addFiles(app, "PDF", o.files, "IN.pdf OUT.pdf: the PDF to sign and where the signed PDF goes; with --out-dir: "
+                                "the PDFs to sign");
 }
 
 // The rules between options that CLI11's own do not say.
 PdfLevel checkOptions(const SignPdfOptions& o) {
   const std::string keyFault = signerKeyFault(o.signer);
   if (!keyFault.empty()) throw UsageError(keyFault);
+  if (o.outDir.empty() && o.files.size() == 1) throw UsageError("OUT.pdf is required (or --out-dir DIR)");
+  if (o.outDir.empty() && o.files.size() > 2) throw UsageError("more than IN.pdf OUT.pdf needs --out-dir DIR");
   const bool stamped = !o.services.tsa.url.empty();
   PdfLevel level = stamped ? PdfLevel::kT : PdfLevel::kB;
   if (!o.level.empty()) readPdfLevel(o.level, level);
@@ -152,18 +175,18 @@ PdfLevel checkOptions(const SignPdfOptions& o) {
   return level;
 }
 
-// B-LT and B-LTA: the updates after the signature's own, for the signature just made.
-bool addLongTermUpdates(const SignPdfOptions& o, PdfLevel level, Bytes& document, std::string& error) {
+// B-LT and B-LTA: the updates after the signature's own, for the signature just made. notes receives a line
+// for each certificate that went without revocation data.
+bool addLongTermUpdates(const SignPdfOptions& o, PdfLevel level, Bytes& document, std::vector<std::string>& notes,
+                        std::string& error) {
   PdfLongTermRequest request;
   request.validation = o.validation;
   request.validation.timeoutSeconds = o.services.tsa.timeoutSeconds;
   request.scope = PdfExtendScope::kNewest;
   request.documentTimeStamp = level == PdfLevel::kLTA;
   request.tsa = o.services.tsa;
-  std::vector<std::string> notes;
   Bytes extended;
   if (!extendPdfLongTerm(document, request, extended, notes, error)) return false;
-  for (const std::string& note : notes) std::fprintf(stderr, "kolvari sign-pdf: note: %s\n", note.c_str());
   document = std::move(extended);
   return true;
 }
@@ -211,7 +234,17 @@ struct PdfSigningRun {
   std::vector<Bytes> certificates;  // for the SignedData, the signer's first
   AfterSignature afterSignature;
   size_t extraRoom = 0;
+  std::mutex* libraryLock = nullptr;  // the library's signer-info calls, one thread at a time
 };
+
+// buildContainer with run.libraryLock held: it converts the digest OID with the library's converter, whose
+// process-wide state the signer-info calls of the other threads use under that lock.
+bool buildContainerInTurn(const ZarvFunctions& zarv, const PdfSigningRun& run, const ContainerRequest& container,
+                          Bytes& cms, std::string& error) {
+  std::unique_lock<std::mutex> turn;
+  if (run.libraryLock != nullptr) turn = std::unique_lock<std::mutex>(*run.libraryLock);
+  return buildContainer(zarv, container, cms, error);
+}
 
 bool signPdf(const ZarvFunctions& zarv, const PdfSigningRun& run, const Bytes& input, PdfSignatureFields fields,
              Bytes& output, std::string& error) {
@@ -231,6 +264,7 @@ bool signPdf(const ZarvFunctions& zarv, const PdfSigningRun& run, const Bytes& i
   request.certificate = run.signerCertificate;
   request.withSigningTime = false;
   request.afterSignature = run.afterSignature;
+  request.libraryLock = run.libraryLock;
   if (!digestSpans(*run.digest, pdfSignedSpans(update), request.messageDigest)) {
     error = "cannot hash: " + opensslError();
     return false;
@@ -241,7 +275,7 @@ bool signPdf(const ZarvFunctions& zarv, const PdfSigningRun& run, const Bytes& i
   container.signerInfos.resize(1);
   Bytes cms;
   if (!buildSignerInfo(zarv, request, container.signerInfos[0], error) ||
-      !buildContainer(zarv, container, cms, error) || !fillPdfContents(update, cms, error)) {
+      !buildContainerInTurn(zarv, run, container, cms, error) || !fillPdfContents(update, cms, error)) {
     return false;
   }
   output = std::move(update.document);
@@ -270,31 +304,134 @@ int failed(const std::string& error) {
   return kExitFailure;
 }
 
-int signPdfWith(SignPdfOptions o) {
-  const PdfLevel level = checkOptions(o);
-  PdfSigningRun run;
-  run.digest = findDigest(o.digest);
-  std::string error;
-  // Before any key is read or PIN asked for: the inputs open, and the output may be written.
-  for (const std::string& path : {o.signer.key, o.signer.cert, o.signer.p12, o.font, o.input}) {
-    if (!path.empty() && !checkInputFile(path, error)) return failed(error);
+// One PDF of a run: where it is read from and where its signed copy goes.
+struct PdfJob {
+  std::string input;
+  std::string output;
+};
+
+// DIR/NAME for the input DIR2/NAME.
+std::string outputPath(const std::string& directory, const std::string& input) {
+  const size_t slash = input.rfind('/');
+  return directory + "/" + (slash == std::string::npos ? input : input.substr(slash + 1));
+}
+
+std::vector<PdfJob> jobsOf(const SignPdfOptions& o) {
+  if (o.outDir.empty()) return {{o.files[0], o.files[1]}};
+  std::vector<PdfJob> jobs;
+  for (const std::string& input : o.files) jobs.push_back({input, outputPath(o.outDir, input)});
+  return jobs;
+}
+
+// The threads a run signs on: --jobs for a batch, unless two inputs share a name. Their outputs are then the
+// same path, and which of them is refused (or, with --force, which one stays) must not depend on timing.
+unsigned threadsFor(const SignPdfOptions& o, const std::vector<PdfJob>& jobs) {
+  std::set<std::string> outputs;
+  for (const PdfJob& job : jobs) {
+    if (!outputs.insert(job.output).second) return 1;
   }
-  if (!checkOutput(o.output, o.input, o.force, error)) return failed(error);
-  PassPhrase pass(o.pass);
-  std::unique_ptr<HostSigner> signer = openSigner(o.signer, pass, run.certificates, error);
-  if (signer == nullptr) return failed(error);
+  return o.outDir.empty() ? 1 : o.jobs;
+}
+
+// What stays the same for every PDF of a run. The signer and the hook after the signature are called from
+// every thread: a key file signs with a shared OpenSSL key, a token with a session per thread
+// (signing/pkcs11_signer.h), and the hook only reads what it captured.
+struct PdfRunSetup {
+  PdfLevel level = PdfLevel::kB;
+  PdfSigningRun run;
+  std::mutex libraryLock;
+};
+
+// What one PDF gives back, for the report in the order of the PDFs.
+struct PdfOutcome {
+  bool done = false;
+  std::string error;
+  std::vector<std::string> notes;
+};
+
+// Signs one PDF: its input and output checked, the signature and the long-term updates made, the output
+// written through a temporary file and a rename, so that a failure leaves no half-written file.
+bool signOnePdf(const ZarvFunctions& zarv, const SignPdfOptions& o, const PdfRunSetup& s, const PdfJob& job,
+                PdfOutcome& out) {
+  std::string& error = out.error;
+  Bytes input;
+  if (!checkInputFile(job.input, error) || !checkOutput(job.output, job.input, o.force, error) ||
+      !readInputFile(job.input, input, error)) {
+    return false;
+  }
+  Bytes output;
+  if (!signPdf(zarv, s.run, input, o.fields, output, error) ||
+      (s.level >= PdfLevel::kLT && !addLongTermUpdates(o, s.level, output, out.notes, error))) {
+    error = job.input + ": " + error;
+    return false;
+  }
+  return writeOutputFile(job.output, job.input, output.data(), output.size(), o.force, error);
+}
+
+// Signs every PDF on the threads the run allows and reports each (its notes, then its error) in order.
+int signJobs(const ZarvFunctions& zarv, const SignPdfOptions& o, const PdfRunSetup& setup,
+             const std::vector<PdfJob>& jobs) {
+  const bool batch = !o.outDir.empty();
+  // The progress line is for a person watching a batch; a script reads only the messages and the status.
+  ProgressLine progress(jobs.size(), batch && !o.quiet && isatty(STDERR_FILENO) != 0);
+  std::vector<PdfOutcome> outcomes(jobs.size());
+  size_t failures = 0;
+  const BatchWork work = [&](size_t item, unsigned) {
+    outcomes[item].done = signOnePdf(zarv, o, setup, jobs[item], outcomes[item]);
+  };
+  const BatchReport report = [&](size_t item) {
+    const PdfOutcome& outcome = outcomes[item];
+    if (!outcome.done || !outcome.notes.empty()) progress.clear();
+    for (const std::string& note : outcome.notes) std::fprintf(stderr, "kolvari sign-pdf: note: %s\n", note.c_str());
+    if (!outcome.done) {
+      std::fprintf(stderr, "kolvari sign-pdf: %s\n", outcome.error.c_str());
+      ++failures;
+    }
+    progress.step();
+  };
+  runBatch(jobs.size(), threadsFor(o, jobs), work, report);
+  progress.finish();
+  if (failures > 0 && jobs.size() > 1) {
+    std::fprintf(stderr,
+                 "kolvari sign-pdf: %zu of %zu PDFs not signed (each named above); the other %zu signed PDFs are "
+                 "whole in %s\n",
+                 failures, jobs.size(), jobs.size() - failures, o.outDir.c_str());
+  }
+  return failures == 0 ? kExitOk : kExitFailure;
+}
+
+// The signer's certificate, the --chain certificates and the font, read once for every PDF.
+int loadSigningFiles(SignPdfOptions& o, PdfSigningRun& run, std::string& error) {
   run.signerCertificate = run.certificates.front();
   for (const std::string& path : o.chain) {
     std::vector<Bytes> file;
     if (!readCertificates(path, file, error)) return failed(error);
     addCertificates(file, run.certificates);
   }
-  if (!o.font.empty()) {
-    const int status = loadFont(o, o.fields);
-    if (status != kExitOk) return status;
+  return o.font.empty() ? kExitOk : loadFont(o, o.fields);
+}
+
+int signPdfWith(SignPdfOptions o) {
+  PdfRunSetup setup;
+  setup.level = checkOptions(o);
+  const std::vector<PdfJob> jobs = jobsOf(o);
+  PdfSigningRun& run = setup.run;
+  run.digest = findDigest(o.digest);
+  std::string error;
+  // Before any key is read or PIN asked for: the inputs open, and the one output may be written (a batch
+  // checks each PDF's in turn, and skips the PDF that fails).
+  for (const std::string& path : {o.signer.key, o.signer.cert, o.signer.p12, o.font}) {
+    if (!path.empty() && !checkInputFile(path, error)) return failed(error);
   }
-  Bytes input;
-  if (!readInputFile(o.input, input, error)) return failed(error);
+  if (o.outDir.empty() && (!checkInputFile(jobs[0].input, error) ||
+                           !checkOutput(jobs[0].output, jobs[0].input, o.force, error))) {
+    return failed(error);
+  }
+  PassPhrase pass(o.pass);
+  std::unique_ptr<HostSigner> signer = openSigner(o.signer, pass, run.certificates, error);
+  if (signer == nullptr) return failed(error);
+  const int loaded = loadSigningFiles(o, run, error);
+  if (loaded != kExitOk) return loaded;
 
   // Set before the first signing call: the library reads it whenever it builds the data to be signed.
   if (o.derOrder && setenv(kDerOrderVariable, "1", 1) != 0) return failed(std::string("cannot set ") + kDerOrderVariable);
@@ -303,18 +440,15 @@ int signPdfWith(SignPdfOptions o) {
   run.signer = signer.get();
   run.afterSignature = signServicesHook(o.services, run.certificates);
   if (!o.services.tsa.url.empty()) run.extraRoom = kTimeStampRoom;
-  Bytes output;
-  if (!signPdf(zarv, run, input, o.fields, output, error)) return failed(o.input + ": " + error);
-  if (level >= PdfLevel::kLT && !addLongTermUpdates(o, level, output, error)) return failed(o.input + ": " + error);
-  // Through a temporary file and a rename: a failed write leaves no half-written OUT.
-  if (!writeOutputFile(o.output, o.input, output.data(), output.size(), o.force, error)) return failed(error);
-  return kExitOk;
+  run.libraryLock = &setup.libraryLock;
+  return signJobs(zarv, o, setup, jobs);
 }
 
 }  // namespace
 
 ToolCommand signPdfCommand() {
   return {"sign-pdf", "sign a PDF (PAdES baseline, one incremental update)",
+          "PDF... is IN.pdf OUT.pdf, or with --out-dir DIR the PDFs to sign. "
           "Writes OUT.pdf as the bytes of IN.pdf followed by one incremental update: a signature dictionary "
           "(/SubFilter /ETSI.CAdES.detached, /M the signing time), a signature field with its widget on the page "
           "and in /AcroForm (/SigFlags 3; existing fields kept), and a cross-reference section of the same form as "
@@ -326,9 +460,12 @@ ToolCommand signPdfCommand() {
           "--p12 or "
           "--pkcs11. Encrypted PDFs and PDFs whose cross-reference data cannot be read are refused, and OUT.pdf is "
           "not written; so is a key that does not belong to its certificate, and an existing OUT.pdf unless "
-          "--force.",
+          "--force. Given --out-dir DIR, every PDF named is signed into DIR under its own file name, --jobs PDFs "
+          "at a time, with the keys, the certificates and the font read once and the messages in the order of "
+          "the PDFs; a PDF that cannot be signed is reported and skipped, and the exit status is 1 when any was.",
           "kolvari sign-pdf --key signer.key --cert signer.pem --chain ca.pem --reason Approved in.pdf signed.pdf\n"
-          "pdfsig signed.pdf",
+          "pdfsig signed.pdf\n"
+          "kolvari sign-pdf --key signer.key --cert signer.pem --chain ca.pem --jobs 4 --out-dir signed *.pdf",
           [](CLI::App& app) {
             auto o = std::make_shared<SignPdfOptions>();
             defineOptions(app, *o);

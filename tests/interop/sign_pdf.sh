@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Signs PDFs from several producers with `kolvari sign-pdf`, once and twice, and holds the results against
 # poppler's pdfsig and qpdf: every signature valid, the last one covering the whole file, qpdf --check clean,
-# and the input a prefix of the output.
+# and the input a prefix of the output; a batch of them into --out-dir on two threads.
 # `kolvari inspect` lists the signatures of a twice-signed file. A prepared empty signature field is filled
 # in place; signed, non-signature and dotted field names are refused. (The update's own arithmetic: the unit
 # cases of tests/tools/pdf_update_test.cc.)
@@ -165,5 +165,19 @@ head -c 500 classic.pdf > broken.pdf
 signer=(--key rsa.key --cert rsa.pem)
 refused 1 "kolvari sign-pdf: encrypted.pdf: " out.pdf sign_pdf encrypted.pdf out.pdf
 refused 1 "kolvari sign-pdf: broken.pdf: " out.pdf sign_pdf broken.pdf out.pdf
+
+# A batch on two threads into --out-dir: the good PDFs signed under their own names, the two bad ones reported
+# in the order given and skipped, then the summary line and exit status 1. Three PDFs without it are refused.
+mkdir batch
+status=$(status_of sign_pdf --jobs 2 --out-dir batch classic.pdf encrypted.pdf form.pdf broken.pdf gs.pdf)
+[ "$status" -eq 1 ] || fail "the batch exits with $status: $(cat err.txt)"
+[ "$(cut -d: -f2 err.txt | tr '\n' '|')" = " encrypted.pdf| broken.pdf| 2 of 5 PDFs not signed (each named above); the other 3 signed PDFs are whole in batch|" ] ||
+  fail "the batch says: $(cat err.txt)"
+for producer in classic form gs; do
+  is_prefix "$producer.pdf" "batch/$producer.pdf"
+  check_signed "batch/$producer.pdf" 1
+done
+[ ! -e batch/encrypted.pdf ] && [ ! -e batch/broken.pdf ] || fail "the batch wrote a failed PDF"
+refused 2 "kolvari sign-pdf: more than IN.pdf OUT.pdf needs --out-dir DIR" out.pdf sign_pdf classic.pdf gs.pdf out.pdf
 
 echo "sign_pdf: passed"
