@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <memory>
 #include <mutex>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -57,8 +56,7 @@ ExtendLevel levelNamed(const std::string& name) {
 
 // DIR/NAME for the input DIR2/NAME: an extended signature keeps its file's name.
 std::string outputPath(const std::string& directory, const std::string& input) {
-  const size_t slash = input.rfind('/');
-  return directory + "/" + (slash == std::string::npos ? input : input.substr(slash + 1));
+  return batchOutputPath(directory, input);
 }
 
 std::string outputOf(const ExtendOptions& o, const std::string& input) {
@@ -117,15 +115,12 @@ int extendFile(const ExtendOptions& o, const std::string& input, FileOutcome& r)
   return kExitOk;
 }
 
-// The threads a run extends on: --jobs for a batch, unless two inputs share a name. Their outputs are then the
-// same path, and which of them is refused (or, with --force, which one stays) must not depend on timing.
+// The threads a run extends on: --jobs for a batch whose outputs are all distinct.
 unsigned jobsFor(const ExtendOptions& o) {
   if (o.outDir.empty()) return 1;
-  std::set<std::string> outputs;
-  for (const std::string& input : o.inputs) {
-    if (!outputs.insert(outputPath(o.outDir, input)).second) return 1;
-  }
-  return o.jobs;
+  std::vector<std::string> outputs;
+  for (const std::string& input : o.inputs) outputs.push_back(outputPath(o.outDir, input));
+  return batchThreads(outputs, o.jobs);
 }
 
 // What the interrupted batch has done, for the message a signal prints.

@@ -12,7 +12,6 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -183,9 +182,7 @@ void checkOptions(SignOptions& o) {
 
 // DIR/NAME.p7s for the input DIR2/NAME.
 std::string outputPath(const std::string& directory, const std::string& input) {
-  const size_t slash = input.rfind('/');
-  const std::string name = slash == std::string::npos ? input : input.substr(slash + 1);
-  return directory + "/" + name + kSignatureSuffix;
+  return batchOutputPath(directory, input, kSignatureSuffix);
 }
 
 // Writes a signature's bytes into a sink; false when the sink refused them (errno set) or, with a message in
@@ -331,6 +328,7 @@ bool signFile(const ZarvFunctions& zarv, const SignOptions& o, const DigestChoic
   Bytes messageDigest;
   if (!hashInput(o, *digest, input, content, messageDigest, error)) return false;
   container.digest = digest;
+  container.libraryLock = &s.libraryLock;
   container.signerInfos.assign(s.signers.size(), Bytes());
   for (size_t i = 0; i < s.signers.size(); ++i) {
     SignerInfoRequest request;
@@ -354,15 +352,12 @@ bool signFile(const ZarvFunctions& zarv, const SignOptions& o, const DigestChoic
   return built && writeContainer(o, input, message, content, error);
 }
 
-// The threads a run signs on: --jobs for a batch, unless two inputs share a name. Their outputs are then the
-// same path, and which of them is refused (or, with --force, which one stays) must not depend on timing.
+// The threads a run signs on: --jobs for a batch whose outputs are all distinct.
 unsigned jobsFor(const SignOptions& o) {
   if (o.outDir.empty()) return 1;
-  std::set<std::string> outputs;
-  for (const std::string& input : o.inputs) {
-    if (!outputs.insert(outputPath(o.outDir, input)).second) return 1;
-  }
-  return o.jobs;
+  std::vector<std::string> outputs;
+  for (const std::string& input : o.inputs) outputs.push_back(outputPath(o.outDir, input));
+  return batchThreads(outputs, o.jobs);
 }
 
 // What the interrupted batch has done, for the message a signal prints.

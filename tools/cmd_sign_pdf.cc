@@ -10,7 +10,6 @@
 #include <ctime>
 #include <memory>
 #include <mutex>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -237,15 +236,6 @@ struct PdfSigningRun {
   std::mutex* libraryLock = nullptr;  // the library's signer-info calls, one thread at a time
 };
 
-// buildContainer with run.libraryLock held: it converts the digest OID with the library's converter, whose
-// process-wide state the signer-info calls of the other threads use under that lock.
-bool buildContainerInTurn(const ZarvFunctions& zarv, const PdfSigningRun& run, const ContainerRequest& container,
-                          Bytes& cms, std::string& error) {
-  std::unique_lock<std::mutex> turn;
-  if (run.libraryLock != nullptr) turn = std::unique_lock<std::mutex>(*run.libraryLock);
-  return buildContainer(zarv, container, cms, error);
-}
-
 bool signPdf(const ZarvFunctions& zarv, const PdfSigningRun& run, const Bytes& input, PdfSignatureFields fields,
              Bytes& output, std::string& error) {
   size_t capacity = kContentsOverhead + run.extraRoom;
@@ -273,9 +263,10 @@ bool signPdf(const ZarvFunctions& zarv, const PdfSigningRun& run, const Bytes& i
   container.digest = run.digest;
   container.certificates = run.certificates;
   container.signerInfos.resize(1);
+  container.libraryLock = run.libraryLock;
   Bytes cms;
   if (!buildSignerInfo(zarv, request, container.signerInfos[0], error) ||
-      !buildContainerInTurn(zarv, run, container, cms, error) || !fillPdfContents(update, cms, error)) {
+      !buildContainer(zarv, container, cms, error) || !fillPdfContents(update, cms, error)) {
     return false;
   }
   output = std::move(update.document);
@@ -310,27 +301,19 @@ struct PdfJob {
   std::string output;
 };
 
-// DIR/NAME for the input DIR2/NAME.
-std::string outputPath(const std::string& directory, const std::string& input) {
-  const size_t slash = input.rfind('/');
-  return directory + "/" + (slash == std::string::npos ? input : input.substr(slash + 1));
-}
-
 std::vector<PdfJob> jobsOf(const SignPdfOptions& o) {
   if (o.outDir.empty()) return {{o.files[0], o.files[1]}};
   std::vector<PdfJob> jobs;
-  for (const std::string& input : o.files) jobs.push_back({input, outputPath(o.outDir, input)});
+  for (const std::string& input : o.files) jobs.push_back({input, batchOutputPath(o.outDir, input)});
   return jobs;
 }
 
-// The threads a run signs on: --jobs for a batch, unless two inputs share a name. Their outputs are then the
-// same path, and which of them is refused (or, with --force, which one stays) must not depend on timing.
+// The threads a run signs on: --jobs for a batch whose outputs are all distinct.
 unsigned threadsFor(const SignPdfOptions& o, const std::vector<PdfJob>& jobs) {
-  std::set<std::string> outputs;
-  for (const PdfJob& job : jobs) {
-    if (!outputs.insert(job.output).second) return 1;
-  }
-  return o.outDir.empty() ? 1 : o.jobs;
+  if (o.outDir.empty()) return 1;
+  std::vector<std::string> outputs;
+  for (const PdfJob& job : jobs) outputs.push_back(job.output);
+  return batchThreads(outputs, o.jobs);
 }
 
 // What stays the same for every PDF of a run. The signer and the hook after the signature are called from

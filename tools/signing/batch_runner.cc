@@ -4,6 +4,7 @@
 #include <atomic>
 #include <exception>
 #include <mutex>
+#include <set>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -73,4 +74,17 @@ void runBatch(size_t count, unsigned jobs, const BatchWork& work, const BatchRep
   state.run(0);
   for (std::thread& t : helpers) t.join();
   state.rethrow();
+}
+
+std::string batchOutputPath(const std::string& directory, const std::string& input, const char* suffix) {
+  const size_t slash = input.rfind('/');
+  return directory + "/" + (slash == std::string::npos ? input : input.substr(slash + 1)) + suffix;
+}
+
+unsigned batchThreads(const std::vector<std::string>& outputs, unsigned jobs) {
+  std::set<std::string> distinct;
+  for (const std::string& output : outputs) {
+    if (!distinct.insert(output).second) return 1;
+  }
+  return jobs;
 }

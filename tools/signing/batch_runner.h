@@ -5,6 +5,8 @@
 
 #include <cstddef>
 #include <functional>
+#include <string>
+#include <vector>
 
 // The most threads a batch is given: more than any machine the tool meets has cores, and few enough that
 // every thread's temporary file has a place in the interrupt handler's table (signing/output_file.cc).
@@ -23,5 +25,12 @@ using BatchReport = std::function<void(size_t item)>;
 // everything in the calling thread, in order) and reports each in order. An exception from work or report
 // stops the handing out of items, and the first one is thrown again here once every thread has ended.
 void runBatch(size_t count, unsigned jobs, const BatchWork& work, const BatchReport& report);
+
+// DIR/NAME followed by suffix for the input DIR2/NAME: a batch's output keeps its input's file name.
+std::string batchOutputPath(const std::string& directory, const std::string& input, const char* suffix = "");
+
+// The threads a batch with these outputs runs on: jobs, unless two of them are one path; which input is then
+// refused (or, with --force, which one's output stays) must not depend on timing, so the batch runs on one.
+unsigned batchThreads(const std::vector<std::string>& outputs, unsigned jobs);
 
 #endif  // KOLVARI_TOOLS_SIGNING_BATCH_RUNNER_H

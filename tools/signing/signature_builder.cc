@@ -129,9 +129,10 @@ bool buildSignerInfo(const ZarvFunctions& zarv, const SignerInfoRequest& r, Byte
 
 bool buildContainer(const ZarvFunctions& zarv, const ContainerRequest& r, Bytes& out, std::string& error) {
   CvelString digestOid;
-  // The tool's own OID converter keeps a process-wide state too: one thread at a time.
+  // The library's OID converter keeps a process-wide state: one conversion at a time, under the same lock
+  // as the signer-info calls of the other threads.
   static std::mutex converterLock;
-  std::unique_lock<std::mutex> converting(converterLock);
+  std::unique_lock<std::mutex> converting(r.libraryLock != nullptr ? *r.libraryLock : converterLock);
   const CvelResult converted = fromDotted(r.digest->digestOid, digestOid, 0);
   converting.unlock();
   if (converted != kCvelOk) {
