@@ -328,7 +328,6 @@ bool signFile(const ZarvFunctions& zarv, const SignOptions& o, const DigestChoic
   Bytes messageDigest;
   if (!hashInput(o, *digest, input, content, messageDigest, error)) return false;
   container.digest = digest;
-  container.libraryLock = &s.libraryLock;
   container.signerInfos.assign(s.signers.size(), Bytes());
   for (size_t i = 0; i < s.signers.size(); ++i) {
     SignerInfoRequest request;

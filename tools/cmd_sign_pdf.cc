@@ -263,7 +263,6 @@ bool signPdf(const ZarvFunctions& zarv, const PdfSigningRun& run, const Bytes& i
   container.digest = run.digest;
   container.certificates = run.certificates;
   container.signerInfos.resize(1);
-  container.libraryLock = run.libraryLock;
   Bytes cms;
   if (!buildSignerInfo(zarv, request, container.signerInfos[0], error) ||
       !buildContainer(zarv, container, cms, error) || !fillPdfContents(update, cms, error)) {

@@ -2,14 +2,25 @@
 
 #include "asn1/cvel_a1_der_writer.h"
 #include "asn1/cvel_der.h"
-#include "asn1/cvel_oid.h"
 #include "asn1/cvel_time.h"
+
+#include <openssl/objects.h>
 
 namespace {
 
 constexpr uint32_t kReplace = 1;
 // Extra attributes are added beside what is already there, never in place of it.
 constexpr uint32_t kAddValue = 0;
+
+// The content octets of the OBJECT IDENTIFIER written as dotted text; false for text that is not one.
+bool oidContent(const char* dotted, Bytes& out) {
+  ASN1_OBJECT* oid = OBJ_txt2obj(dotted, 1);
+  const unsigned char* content = oid == nullptr ? nullptr : OBJ_get0_data(oid);
+  const size_t length = oid == nullptr ? 0 : OBJ_length(oid);
+  if (content != nullptr && length > 0) out.assign(content, content + length);
+  ASN1_OBJECT_free(oid);
+  return content != nullptr && length > 0;
+}
 
 // Turns a library result into a message; true when the call succeeded.
 bool called(const char* function, uint32_t result, std::string& error) {
@@ -128,18 +139,13 @@ bool buildSignerInfo(const ZarvFunctions& zarv, const SignerInfoRequest& r, Byte
 }
 
 bool buildContainer(const ZarvFunctions& zarv, const ContainerRequest& r, Bytes& out, std::string& error) {
-  CvelString digestOid;
-  // The library's OID converter keeps a process-wide state: one conversion at a time, under the same lock
-  // as the signer-info calls of the other threads.
-  static std::mutex converterLock;
-  std::unique_lock<std::mutex> converting(r.libraryLock != nullptr ? *r.libraryLock : converterLock);
-  const CvelResult converted = fromDotted(r.digest->digestOid, digestOid, 0);
-  converting.unlock();
-  if (converted != kCvelOk) {
+  // OpenSSL's conversion, not the library's: the library's converter keeps a process-wide state that the
+  // signer-info calls of other threads use under their lock, and containers are built outside it.
+  Bytes digestOctets;
+  if (!oidContent(r.digest->digestOid, digestOctets)) {
     error = std::string("cannot encode the digest OID ") + r.digest->digestOid;
     return false;
   }
-  const Bytes digestOctets(digestOid.data(), digestOid.data() + digestOid.length());
 
   OwnedHandle<P72Container> container(zarv.closeP72Container);
   if (!called("ZARV_CreateP72Container", zarv.createP72Container(container.out()), error)) return false;

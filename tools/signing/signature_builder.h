@@ -51,10 +51,6 @@ struct ContainerRequest {
   std::vector<Bytes> certificates;
   std::vector<Bytes> crls;
   std::vector<Bytes> signerInfos;
-  // The signer infos' libraryLock when they are built on many threads: the digest OID's conversion takes
-  // the library's converter, whose process-wide state the signer-info calls use under that lock. The rest
-  // of the container is built outside it. Null: a lock of the builder's own.
-  std::mutex* libraryLock = nullptr;
 };
 
 // The encoded ContentInfo of type signedData; false with a one-line message in error.
