@@ -115,23 +115,12 @@ int extendFile(const ExtendOptions& o, const std::string& input, FileOutcome& r)
   return kExitOk;
 }
 
-// The threads a run extends on: --jobs for a batch whose outputs are all distinct.
-unsigned jobsFor(const ExtendOptions& o) {
-  if (o.outDir.empty()) return 1;
-  std::vector<std::string> outputs;
-  for (const std::string& input : o.inputs) outputs.push_back(outputPath(o.outDir, input));
-  return batchThreads(outputs, o.jobs);
-}
-
 // What the interrupted batch has done, for the message a signal prints.
 std::string interruptNote(size_t extendedCount, size_t total, const std::string& last) {
-  std::string note = kPrefix + std::string("interrupted after ") + std::to_string(extendedCount) + " of " +
-                     std::to_string(total) + " files were extended";
-  if (extendedCount > 0) note += " (the last: " + last + ")";
-  return note + "; no partial signature is left\n";
+  return batchInterruptNote("extend", "extended", extendedCount, total, last);
 }
 
-// Extends every FILE on jobsFor threads; the messages come in the order of the files, as with one thread.
+// Extends every FILE on --jobs threads (batchJobs); the messages come in the order of the files, as with one thread.
 int extendWith(ExtendOptions& o) {
   checkOptions(o);
   o.request.level = levelNamed(o.level);
@@ -159,7 +148,7 @@ int extendWith(ExtendOptions& o) {
     if (outcomes[item].status != kExitOk) ++failed;
     progress.step();
   };
-  runBatch(total, jobsFor(o), work, report);
+  runBatch(total, batchJobs(o.outDir, o.inputs, "", o.jobs), work, report);
   progress.finish();
   if (total == 1) return outcomes.front().status;
   if (failed > 0) {

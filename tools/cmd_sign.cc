@@ -351,20 +351,9 @@ bool signFile(const ZarvFunctions& zarv, const SignOptions& o, const DigestChoic
   return built && writeContainer(o, input, message, content, error);
 }
 
-// The threads a run signs on: --jobs for a batch whose outputs are all distinct.
-unsigned jobsFor(const SignOptions& o) {
-  if (o.outDir.empty()) return 1;
-  std::vector<std::string> outputs;
-  for (const std::string& input : o.inputs) outputs.push_back(outputPath(o.outDir, input));
-  return batchThreads(outputs, o.jobs);
-}
-
 // What the interrupted batch has done, for the message a signal prints.
 std::string interruptNote(size_t signedCount, size_t total, const std::string& last) {
-  std::string note = "kolvari sign: interrupted after " + std::to_string(signedCount) + " of " +
-                     std::to_string(total) + " files were signed";
-  if (signedCount > 0) note += " (the last: " + last + ")";
-  return note + "; no partial signature is left\n";
+  return batchInterruptNote("sign", "signed", signedCount, total, last);
 }
 
 int signWith(SignOptions& o) {
@@ -392,7 +381,7 @@ int signWith(SignOptions& o) {
   size_t signedCount = 0;
   const bool batch = !o.outDir.empty();
   if (batch) setInterruptNote(interruptNote(0, o.inputs.size(), ""));
-  const unsigned jobs = jobsFor(o);
+  const unsigned jobs = batchJobs(o.outDir, o.inputs, kSignatureSuffix, o.jobs);
   std::vector<ContainerRequest> containers(jobs, setup.container);
   std::vector<std::string> errors(o.inputs.size());
   std::vector<char> signedOk(o.inputs.size(), 0);

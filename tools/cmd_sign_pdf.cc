@@ -307,14 +307,6 @@ std::vector<PdfJob> jobsOf(const SignPdfOptions& o) {
   return jobs;
 }
 
-// The threads a run signs on: --jobs for a batch whose outputs are all distinct.
-unsigned threadsFor(const SignPdfOptions& o, const std::vector<PdfJob>& jobs) {
-  if (o.outDir.empty()) return 1;
-  std::vector<std::string> outputs;
-  for (const PdfJob& job : jobs) outputs.push_back(job.output);
-  return batchThreads(outputs, o.jobs);
-}
-
 // What stays the same for every PDF of a run. The signer and the hook after the signature are called from
 // every thread: a key file signs with a shared OpenSSL key, a token with a session per thread
 // (signing/pkcs11_signer.h), and the hook only reads what it captured.
@@ -358,8 +350,15 @@ int signJobs(const ZarvFunctions& zarv, const SignPdfOptions& o, const PdfRunSet
   ProgressLine progress(jobs.size(), batch && !o.quiet && isatty(STDERR_FILENO) != 0);
   std::vector<PdfOutcome> outcomes(jobs.size());
   size_t failures = 0;
+  if (batch) setInterruptNote(batchInterruptNote("sign-pdf", "signed", 0, jobs.size(), ""));
+  std::mutex noteLock;
+  size_t signedCount = 0;
   const BatchWork work = [&](size_t item, unsigned) {
     outcomes[item].done = signOnePdf(zarv, o, setup, jobs[item], outcomes[item]);
+    if (!outcomes[item].done || !batch) return;
+    // The note counts every PDF in place, in the order they were finished.
+    const std::lock_guard<std::mutex> hold(noteLock);
+    setInterruptNote(batchInterruptNote("sign-pdf", "signed", ++signedCount, jobs.size(), jobs[item].input));
   };
   const BatchReport report = [&](size_t item) {
     const PdfOutcome& outcome = outcomes[item];
@@ -371,7 +370,7 @@ int signJobs(const ZarvFunctions& zarv, const SignPdfOptions& o, const PdfRunSet
     }
     progress.step();
   };
-  runBatch(jobs.size(), threadsFor(o, jobs), work, report);
+  runBatch(jobs.size(), batchJobs(o.outDir, o.files, "", o.jobs), work, report);
   progress.finish();
   if (failures > 0 && jobs.size() > 1) {
     std::fprintf(stderr,

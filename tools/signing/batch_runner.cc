@@ -81,10 +81,20 @@ std::string batchOutputPath(const std::string& directory, const std::string& inp
   return directory + "/" + (slash == std::string::npos ? input : input.substr(slash + 1)) + suffix;
 }
 
-unsigned batchThreads(const std::vector<std::string>& outputs, unsigned jobs) {
-  std::set<std::string> distinct;
-  for (const std::string& output : outputs) {
-    if (!distinct.insert(output).second) return 1;
+unsigned batchJobs(const std::string& directory, const std::vector<std::string>& inputs, const char* suffix,
+                   unsigned jobs) {
+  if (directory.empty()) return 1;
+  std::set<std::string> outputs;
+  for (const std::string& input : inputs) {
+    if (!outputs.insert(batchOutputPath(directory, input, suffix)).second) return 1;
   }
   return jobs;
+}
+
+std::string batchInterruptNote(const char* command, const char* verb, size_t done, size_t total,
+                               const std::string& last) {
+  std::string note = std::string("kolvari ") + command + ": interrupted after " + std::to_string(done) + " of " +
+                     std::to_string(total) + " files were " + verb;
+  if (done > 0) note += " (the last: " + last + ")";
+  return note + "; no partial signature is left\n";
 }

@@ -29,8 +29,15 @@ void runBatch(size_t count, unsigned jobs, const BatchWork& work, const BatchRep
 // DIR/NAME followed by suffix for the input DIR2/NAME: a batch's output keeps its input's file name.
 std::string batchOutputPath(const std::string& directory, const std::string& input, const char* suffix = "");
 
-// The threads a batch with these outputs runs on: jobs, unless two of them are one path; which input is then
-// refused (or, with --force, which one's output stays) must not depend on timing, so the batch runs on one.
-unsigned batchThreads(const std::vector<std::string>& outputs, unsigned jobs);
+// The threads a run over inputs runs on: jobs for a batch into directory (their outputs batchOutputPath with
+// suffix), unless two outputs are one path; which input is then refused (or, with --force, which one's
+// output stays) must not depend on timing, so the batch runs on one. Without a directory: one.
+unsigned batchJobs(const std::string& directory, const std::vector<std::string>& inputs, const char* suffix,
+                   unsigned jobs);
+
+// The note a signal prints for a batch of command (sign, extend, ...) interrupted after done of total files
+// were verb (signed, extended, ...), last the latest of them.
+std::string batchInterruptNote(const char* command, const char* verb, size_t done, size_t total,
+                               const std::string& last);
 
 #endif  // KOLVARI_TOOLS_SIGNING_BATCH_RUNNER_H
