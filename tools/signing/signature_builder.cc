@@ -86,9 +86,36 @@ bool setSignedAttributes(const ZarvFunctions& zarv, SignerInfoRecord* signer, co
          addAttributes(zarv, signer, r.signedAttributes, true, error);
 }
 
+// How often a thread tries the library's lock before it sleeps on it. A turn lasts about a microsecond;
+// a thread that sleeps on the lock waits for the kernel to wake it, which on a virtual machine can take
+// longer than the turn itself (a two-thread batch that slept some 200 times per 2000 signatures signed a
+// quarter fewer per second). A few microseconds of trying cover nearly every turn.
+constexpr int kTurnAttempts = 200;
+
+// Tells the processor that this thread waits in a loop (another hardware thread of the core may run).
+inline void waitingInPlace() {
+#if defined(__x86_64__) || defined(__i386__)
+  __builtin_ia32_pause();
+#elif defined(__aarch64__)
+  asm volatile("yield");
+#endif
+}
+
+// Takes lock: first by trying it while the thread that holds it finishes its turn, then by sleeping on it.
+void takeTurn(std::unique_lock<std::mutex>& turn) {
+  for (int attempt = 0; attempt < kTurnAttempts; ++attempt) {
+    if (turn.try_lock()) return;
+    waitingInPlace();
+  }
+  turn.lock();
+}
+
 // The library's turn of one thread: request.libraryLock held, when there is one.
 std::unique_lock<std::mutex> libraryTurn(std::mutex* lock) {
-  return lock != nullptr ? std::unique_lock<std::mutex>(*lock) : std::unique_lock<std::mutex>();
+  if (lock == nullptr) return std::unique_lock<std::mutex>();
+  std::unique_lock<std::mutex> turn(*lock, std::defer_lock);
+  takeTurn(turn);
+  return turn;
 }
 
 // ContentInfo { id-data, [0] { OCTET STRING content } } for attached signing.
@@ -132,7 +159,7 @@ bool buildSignerInfo(const ZarvFunctions& zarv, const SignerInfoRequest& r, Byte
     if (turn.owns_lock()) turn.unlock();
     std::vector<ExtraAttribute> more;
     if (!r.afterSignature(signature, r.certificate, more, error)) return false;
-    if (turn.mutex() != nullptr) turn.lock();
+    if (turn.mutex() != nullptr) takeTurn(turn);
     if (!addAttributes(zarv, signer.get(), more, false, error)) return false;
   }
   return called("ZARV_EncodeSignerInfo", zarv.encodeSignerInfo(signer.get(), &signerInfo), error);
