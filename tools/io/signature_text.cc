@@ -7,8 +7,27 @@
 namespace {
 
 constexpr unsigned char kFirstByteSequence = 0x30;
+constexpr size_t kBase64Quantum = 4;
+constexpr size_t kBase64Octets = 3;
+constexpr size_t kMostPadding = 2;
 
 }  // namespace
+
+bool base64Bytes(std::string_view text, std::vector<unsigned char>& out) {
+  std::string compact;
+  for (char c : text) {
+    if (c != ' ' && c != '\t' && c != '\r' && c != '\n') compact.push_back(c);
+  }
+  if (compact.empty() || compact.size() % kBase64Quantum != 0) return false;
+  out.assign(compact.size() / kBase64Quantum * kBase64Octets, 0);
+  const int n = EVP_DecodeBlock(out.data(), reinterpret_cast<const unsigned char*>(compact.data()),
+                                static_cast<int>(compact.size()));
+  if (n < 0) return false;
+  size_t padding = 0;
+  for (size_t i = compact.size(); i > 0 && compact[i - 1] == '=' && padding < kMostPadding; --i) ++padding;
+  out.resize(static_cast<size_t>(n) - padding);
+  return !out.empty();
+}
 
 bool signatureBytes(const std::vector<unsigned char>& raw, std::vector<unsigned char>& der) {
   if (!raw.empty() && raw[0] == kFirstByteSequence) {
@@ -23,18 +42,5 @@ bool signatureBytes(const std::vector<unsigned char>& raw, std::vector<unsigned 
     if (start == std::string::npos || end == std::string::npos || end < start) return false;
     text = text.substr(start + 1, end - start - 1);
   }
-  std::string compact;
-  for (char c : text) {
-    if (c != ' ' && c != '\t' && c != '\r' && c != '\n') compact.push_back(c);
-  }
-  constexpr size_t kQuantum = 4;
-  if (compact.empty() || compact.size() % kQuantum != 0) return false;
-  der.assign(compact.size() / kQuantum * 3, 0);
-  const int n = EVP_DecodeBlock(der.data(), reinterpret_cast<const unsigned char*>(compact.data()),
-                                static_cast<int>(compact.size()));
-  if (n < 0) return false;
-  size_t padding = 0;
-  for (size_t i = compact.size(); i > 0 && compact[i - 1] == '='; --i) ++padding;
-  der.resize(static_cast<size_t>(n) - padding);
-  return !der.empty() && der[0] == kFirstByteSequence;
+  return base64Bytes(text, der) && der[0] == kFirstByteSequence;
 }

@@ -2,7 +2,12 @@
 #ifndef KOLVARI_TOOLS_IO_SIGNATURE_TEXT_H
 #define KOLVARI_TOOLS_IO_SIGNATURE_TEXT_H
 
+#include <string_view>
 #include <vector>
+
+// The octets of base64 text, blanks and line breaks left out; false for text that is not base64 or holds
+// nothing.
+bool base64Bytes(std::string_view text, std::vector<unsigned char>& out);
 
 // The binary signature of raw; false for text that is neither PEM nor base64 of an element that starts with
 // a SEQUENCE.

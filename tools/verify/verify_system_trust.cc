@@ -7,9 +7,9 @@
 #include <unordered_map>
 
 #include <openssl/err.h>
-#include <openssl/evp.h>
 
 #include "io/input_file.h"
+#include "io/signature_text.h"
 
 namespace {
 
@@ -22,8 +22,6 @@ constexpr unsigned char kHighTagNumber = 0x1F;
 constexpr unsigned char kLongForm = 0x80;
 constexpr size_t kMaxLengthOctets = 4;
 constexpr unsigned kBitsPerOctet = 8;
-constexpr size_t kBase64Quantum = 4;
-constexpr size_t kBase64Octets = 3;
 // The TBSCertificate fields from the serialNumber on to the subject: signature, issuer, validity, subject.
 constexpr int kFieldsAfterSerialToSubject = 4;
 
@@ -69,23 +67,6 @@ bool readBundle(const std::string& path, std::string& text) {
     if (n <= 0) break;
   }
   return true;
-}
-
-// The base64 between two PEM boundaries, decoded; false for text that is not base64.
-bool decodeBase64(std::string_view text, Bytes& out) {
-  std::string compact;
-  for (char c : text) {
-    if (c != ' ' && c != '\t' && c != '\r' && c != '\n') compact.push_back(c);
-  }
-  if (compact.empty() || compact.size() % kBase64Quantum != 0) return false;
-  out.assign(compact.size() / kBase64Quantum * kBase64Octets, 0);
-  const int n = EVP_DecodeBlock(out.data(), reinterpret_cast<const unsigned char*>(compact.data()),
-                                static_cast<int>(compact.size()));
-  if (n < 0) return false;
-  size_t padding = 0;
-  for (size_t i = compact.size(); i > 0 && compact[i - 1] == '=' && padding < 2; --i) ++padding;
-  out.resize(static_cast<size_t>(n) - padding);
-  return !out.empty();
 }
 
 // A bundle's certificates by the canonical hash of their subject, as OpenSSL's hashed folders name them.
@@ -164,7 +145,7 @@ std::vector<Bytes> pemCertificates(const std::string& text) {
     if (bodyEnd == std::string::npos) break;
     Bytes der;
     if ((label == "CERTIFICATE" || label == "X509 CERTIFICATE") &&
-        decodeBase64(std::string_view(text).substr(bodyStart, bodyEnd - bodyStart), der)) {
+        base64Bytes(std::string_view(text).substr(bodyStart, bodyEnd - bodyStart), der)) {
       out.push_back(std::move(der));
     }
     at = bodyEnd + end.size();
